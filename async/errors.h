@@ -1,0 +1,57 @@
+// The one exception for platform failures, and the one place where an error becomes an HRESULT.
+#pragma once
+
+#include "platform/win32.h"
+
+namespace ostra::details {
+
+// A failure of the platform. Carries the HRESULT and nothing else.
+class hresult_error {
+ public:
+  explicit hresult_error(HRESULT code) noexcept : code_(code) {}
+  [[nodiscard]] HRESULT code() const noexcept { return code_; }
+
+ private:
+  HRESULT code_;
+};
+
+// The operation was cancelled; its code is always 0x800704C7.
+class operation_cancelled : public hresult_error {
+ public:
+  operation_cancelled() noexcept;
+};
+
+// A wait on a timer was cancelled.
+class timer_cancelled : public operation_cancelled {};
+
+// A Win32 error e > 0 becomes (e & 0xFFFF) | 0x80070000; zero and negative values are kept.
+[[nodiscard]] HRESULT to_hresult(DWORD win32_error) noexcept;
+
+// GetLastError() by the rule above. Call it on the line after the call that failed.
+[[nodiscard]] HRESULT last_hresult() noexcept;
+
+// Throws operation_cancelled for ERROR_CANCELLED (1223), hresult_error for everything else.
+[[noreturn]] void throw_win32(DWORD win32_error);
+[[noreturn]] void throw_hresult(HRESULT code);
+[[noreturn]] void throw_last_error();
+
+// Each returns its argument, or throws from GetLastError() when the argument says that the call
+// failed: false, null, INVALID_HANDLE_VALUE.
+void check_bool(BOOL succeeded);
+HANDLE check_file(HANDLE handle);
+template <class T>
+T* check_pointer(T* pointer) {
+  if (pointer == nullptr) throw_last_error();
+  return pointer;
+}
+
+// Throws when `code` is a failure.
+void check_hresult(HRESULT code);
+
+}  // namespace ostra::details
+
+namespace ostra {
+using details::hresult_error;
+using details::operation_cancelled;
+using details::timer_cancelled;
+}  // namespace ostra

@@ -1,0 +1,55 @@
+# What every target shares, and the three functions that declare a library, a program and a test.
+
+add_library(tarnwheel_options INTERFACE)
+target_compile_options(tarnwheel_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
+target_compile_definitions(tarnwheel_options INTERFACE UNICODE _UNICODE)
+target_link_options(tarnwheel_options INTERFACE -static)
+
+# A library sees the headers of another only by linking it: each folder is published through an
+# include directory of its own, which holds nothing but a link to that folder.
+function(tarnwheel_publish_folder target scope)
+  set(root ${CMAKE_BINARY_DIR}/include/${target})
+  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
+  file(MAKE_DIRECTORY ${root})
+  file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${folder} SYMBOLIC)
+  list(TRANSFORM ARGN PREPEND ${root}/${folder}/ OUTPUT_VARIABLE headers)
+  target_sources(${target} ${scope} FILE_SET HEADERS BASE_DIRS ${root} FILES ${headers})
+endfunction()
+
+# tarnwheel_library(NAME [INTERFACE] HEADERS ... [SOURCES ...] [DEPENDS ...])
+function(tarnwheel_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "INTERFACE" "" "HEADERS;SOURCES;DEPENDS")
+  if(arg_INTERFACE)
+    add_library(${name} INTERFACE)
+    set(scope INTERFACE)
+  else()
+    add_library(${name} STATIC ${arg_SOURCES})
+    set(scope PUBLIC)
+  endif()
+  tarnwheel_publish_folder(${name} ${scope} ${arg_HEADERS})
+  target_link_libraries(${name} ${scope} tarnwheel_options ${arg_DEPENDS})
+endfunction()
+
+# tarnwheel_program(NAME SOURCES ... [DEPENDS ...])
+function(tarnwheel_program name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPENDS")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE tarnwheel_options ${arg_DEPENDS})
+endfunction()
+
+# GoogleTest comes as sources in Debian's package and is built for the target like the rest.
+add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+
+# tarnwheel_test(NAME SOURCES ... [DEPENDS ...]): one executable and one ctest entry a subsystem,
+# so that Wine starts few times.
+function(tarnwheel_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPENDS")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE tarnwheel_options ${arg_DEPENDS} gtest gtest_main)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  add_test(NAME ${name} COMMAND ${name})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
+endfunction()
