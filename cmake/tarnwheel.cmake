@@ -38,6 +38,8 @@ function(tarnwheel_program name)
 endfunction()
 
 # GoogleTest comes as sources in Debian's package and is built for the target like the rest.
+set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 
 # tarnwheel_test(NAME SOURCES ... [DEPENDS ...]): one executable and one ctest entry a subsystem,
