@@ -41,7 +41,8 @@ void check_bool(BOOL succeeded);
 HANDLE check_file(HANDLE handle);
 template <class T>
 T* check_pointer(T* pointer) {
-  if (pointer == nullptr) throw_last_error();
+  if (pointer == nullptr)
+    throw_last_error();
   return pointer;
 }
 

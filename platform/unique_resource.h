@@ -1,4 +1,5 @@
-// Owners of what Windows hands out: kernel handles, thread-pool objects, registry keys and the like.
+// Owners of what Windows hands out: kernel handles, thread-pool objects, registry keys and the
+// like.
 #pragma once
 
 #include <utility>
@@ -30,11 +31,12 @@ class unique_resource {
 
   [[nodiscard]] pointer release() noexcept { return std::exchange(value_, Traits::invalid()); }
 
-  // Closes what is held, if anything, and takes `value`. Resetting to the value that is held already
-  // changes nothing, so self-move keeps the resource.
+  // Closes what is held, if anything, and takes `value`. Resetting to the value that is held
+  // already changes nothing, so self-move keeps the resource.
   void reset(pointer value = Traits::invalid()) noexcept {
     const pointer old = std::exchange(value_, value);
-    if (old != Traits::invalid() && old != value) Traits::close(old);
+    if (old != Traits::invalid() && old != value)
+      Traits::close(old);
   }
 
  private:

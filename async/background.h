@@ -1,0 +1,52 @@
+// Ways onto a thread of the process's default thread pool.
+#pragma once
+
+#include <boost/intrusive/list.hpp>
+#include <coroutine>
+
+#include "platform/win32.h"
+
+namespace ostra {
+
+// co_await resume_background() moves the coroutine to a pool thread. Throws hresult_error, and
+// stays on its thread, when the pool takes no more work.
+class [[nodiscard]] resume_background {
+ public:
+  [[nodiscard]] bool await_ready() const noexcept { return false; }
+  [[nodiscard]] bool await_suspend(std::coroutine_handle<> waiter) noexcept;
+  void await_resume() const;
+
+ private:
+  DWORD error_ = ERROR_SUCCESS;
+};
+
+// Something to be run on a pool thread that must neither fail nor allocate when it is asked for:
+// cancellation and wake-ups, which nobody could repeat. Its owner keeps it alive until it has
+// started, or has withdrawn it. It may be posted again once it has started.
+//
+// The constructor throws hresult_error when the process has no pool object for these calls yet and
+// Windows has none to give.
+class background_call
+    : public boost::intrusive::list_base_hook<boost::intrusive::tag<class background_queue>> {
+ public:
+  background_call();
+  background_call(const background_call&) = delete;
+  background_call& operator=(const background_call&) = delete;
+
+  // From any thread; not while it is posted already.
+  void post() noexcept;
+
+  // True when the call was waiting to start and now never will.
+  bool withdraw() noexcept;
+
+ protected:
+  ~background_call() = default;
+
+ private:
+  friend class background_queue;
+
+  // On a pool thread. May destroy this object.
+  virtual void run() noexcept = 0;
+};
+
+}  // namespace ostra

@@ -1,0 +1,53 @@
+// Waiting for a kernel object on the thread pool.
+#pragma once
+
+#include <chrono>
+#include <coroutine>
+#include <cstdint>
+#include <ratio>
+
+#include "platform/unique_resource.h"
+
+namespace ostra {
+
+// The thread pool's unit of time: 100 nanoseconds.
+using ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+
+namespace details {
+// A due time relative to now, as the thread pool takes it.
+[[nodiscard]] FILETIME relative_time(ticks duration) noexcept;
+}  // namespace details
+
+struct threadpool_wait_traits {
+  using pointer = PTP_WAIT;
+  static pointer invalid() noexcept { return nullptr; }
+  static void close(pointer wait) noexcept { ::CloseThreadpoolWait(wait); }
+};
+using unique_threadpool_wait = Tamrin::unique_resource<threadpool_wait_traits>;
+
+// co_await gives true when the handle was signalled, false when the timeout passed first. The
+// handle stays the caller's and must be open until then. One wait an object; it cannot be
+// cancelled. The constructor throws hresult_error.
+class [[nodiscard]] handle_wait {
+ public:
+  // A timeout of zero waits without limit.
+  explicit handle_wait(HANDLE handle, ticks timeout = ticks::zero());
+  handle_wait(const handle_wait&) = delete;
+  handle_wait& operator=(const handle_wait&) = delete;
+
+  [[nodiscard]] bool await_ready() const noexcept { return false; }
+  void await_suspend(std::coroutine_handle<> waiter) noexcept;
+  [[nodiscard]] bool await_resume() const noexcept { return signalled_; }
+
+ private:
+  static void CALLBACK on_wait_over(PTP_CALLBACK_INSTANCE instance, void* context, PTP_WAIT wait,
+                                    TP_WAIT_RESULT result) noexcept;
+
+  const HANDLE handle_;
+  const ticks timeout_;
+  std::coroutine_handle<> waiter_;
+  bool signalled_ = false;
+  unique_threadpool_wait wait_;
+};
+
+}  // namespace ostra

@@ -1,0 +1,44 @@
+// Windows' slim reader/writer lock and its condition variable, usable with std::lock_guard,
+// std::unique_lock and std::shared_lock. Neither allocates, fails or needs to be destroyed.
+#pragma once
+
+#include "platform/win32.h"
+
+namespace ostra {
+
+class srw_lock {
+ public:
+  srw_lock() noexcept = default;
+  srw_lock(const srw_lock&) = delete;
+  srw_lock& operator=(const srw_lock&) = delete;
+
+  void lock() noexcept { ::AcquireSRWLockExclusive(&lock_); }
+  void unlock() noexcept { ::ReleaseSRWLockExclusive(&lock_); }
+  void lock_shared() noexcept { ::AcquireSRWLockShared(&lock_); }
+  void unlock_shared() noexcept { ::ReleaseSRWLockShared(&lock_); }
+
+ private:
+  friend class condition_variable;
+  SRWLOCK lock_ = SRWLOCK_INIT;
+};
+
+class condition_variable {
+ public:
+  condition_variable() noexcept = default;
+  condition_variable(const condition_variable&) = delete;
+  condition_variable& operator=(const condition_variable&) = delete;
+
+  // The caller holds `lock` exclusively. May wake without a notification.
+  void wait(srw_lock& lock) noexcept {
+    ::SleepConditionVariableSRW(&variable_, &lock.lock_, INFINITE, 0);
+  }
+
+  // Call it with the lock held whenever the waiter may destroy this object once it has seen its
+  // condition: after the lock is released the object may be gone.
+  void notify_one() noexcept { ::WakeConditionVariable(&variable_); }
+
+ private:
+  CONDITION_VARIABLE variable_ = CONDITION_VARIABLE_INIT;
+};
+
+}  // namespace ostra
