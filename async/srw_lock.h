@@ -8,7 +8,7 @@ namespace ostra {
 
 class srw_lock {
  public:
-  srw_lock() noexcept = default;
+  constexpr srw_lock() noexcept = default;
   srw_lock(const srw_lock&) = delete;
   srw_lock& operator=(const srw_lock&) = delete;
 

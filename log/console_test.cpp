@@ -1,0 +1,75 @@
+#include "log/console.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+
+#include "platform/unique_resource.h"
+
+namespace logging {
+namespace {
+
+// Stands in for standard output while it lives and collects what is printed.
+class RedirectedOutput {
+ public:
+  RedirectedOutput() : former_(::GetStdHandle(STD_OUTPUT_HANDLE)) {
+    HANDLE read = nullptr;
+    HANDLE write = nullptr;
+    EXPECT_TRUE(::CreatePipe(&read, &write, nullptr, 0));
+    read_.reset(read);
+    write_.reset(write);
+    ::SetStdHandle(STD_OUTPUT_HANDLE, write);
+  }
+  ~RedirectedOutput() { ::SetStdHandle(STD_OUTPUT_HANDLE, former_); }
+
+  // Prints `text` and returns the bytes that arrived.
+  std::string Print(std::wstring_view text) {
+    std::thread printer([&] {
+      print(standard_stream::output, text);
+      write_.reset();
+    });
+    std::string bytes;
+    char buffer[512];
+    DWORD size = 0;
+    while (::ReadFile(read_.get(), buffer, sizeof buffer, &size, nullptr) && size != 0) {
+      bytes.append(buffer, size);
+    }
+    printer.join();
+    return bytes;
+  }
+
+ private:
+  const HANDLE former_;
+  Tamrin::unique_handle read_;
+  Tamrin::unique_handle write_;
+};
+
+TEST(Console, RedirectedTextIsUtf8WithWindowsLineEnds) {
+  const struct {
+    const wchar_t* text;
+    const char* bytes;
+  } rows[] = {{L"a\nb\r\nc", "a\r\nb\r\nc"},
+              {L"\x4E2D\xD83D\xDE00 \x20AC", "\xE4\xB8\xAD\xF0\x9F\x98\x80 \xE2\x82\xAC"},
+              {L"half \xD83D pair", "half \xEF\xBF\xBD pair"},
+              {L"", ""}};
+  for (const auto& row : rows) {
+    RedirectedOutput output;
+    EXPECT_EQ(output.Print(row.text), row.bytes);
+  }
+}
+
+TEST(Console, LongTextArrivesWhole) {
+  RedirectedOutput output;
+  const std::string bytes = output.Print(std::wstring(300'000, L'\x20AC'));
+  EXPECT_EQ(bytes.size(), 900'000u);
+}
+
+TEST(Console, ClosedReaderIsNoError) {
+  RedirectedOutput output;
+  EXPECT_EQ(output.Print(L"first"), "first");
+  print(standard_stream::output, L"nobody has this end any more");
+}
+
+}  // namespace
+}  // namespace logging

@@ -1,0 +1,211 @@
+#include "log/logger.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "async/errors.h"
+#include "log/log.h"
+#include "log/null_logger.h"
+
+namespace logging {
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr auto kSeparator = L"=====\t=====\t=====\r\n"sv;
+
+class LoggerFile : public ::testing::Test {
+ protected:
+  LoggerFile() {
+    wchar_t folder[MAX_PATH];
+    ::GetTempPathW(MAX_PATH, folder);
+    path_ =
+        std::wstring(folder) + L"logger_test_" + std::to_wstring(::GetCurrentProcessId()) + L".log";
+    ::DeleteFileW(path_.c_str());
+    Start();
+  }
+  ~LoggerFile() override {
+    logger_.reset();
+    ::DeleteFileW(path_.c_str());
+  }
+
+  void Start(std::int32_t level = info) {
+    logger_ = std::make_unique<Logger>();
+    ASSERT_TRUE(logger_->initialize(path_, false, level));
+  }
+
+  std::wstring Content() const {
+    const Tamrin::unique_file file(::CreateFileW(path_.c_str(), GENERIC_READ,
+                                                 FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                                 OPEN_EXISTING, 0, nullptr));
+    const DWORD size = ::GetFileSize(file.get(), nullptr);
+    std::wstring content(size / 2, L'\0');
+    DWORD read = 0;
+    EXPECT_TRUE(::ReadFile(file.get(), content.data(), size, &read, nullptr));
+    return content;
+  }
+
+  // The messages of all lines, the separators included as "=====".
+  std::vector<std::wstring> Messages() const {
+    std::vector<std::wstring> messages;
+    const std::wstring content = Content();
+    EXPECT_EQ(content.substr(0, 1), L"\xFEFF");
+    EXPECT_EQ(content.find(L'\xFEFF', 1), std::wstring::npos);
+    for (std::size_t from = 1; from < content.size();) {
+      const auto end = content.find(L"\r\n", from);
+      if (end == std::wstring::npos)
+        break;
+      const auto tab = content.rfind(L'\t', end);
+      messages.push_back(content.substr(tab + 1, end - tab - 1));
+      from = end + 2;
+    }
+    return messages;
+  }
+
+  std::wstring path_;
+  std::unique_ptr<Logger> logger_;
+};
+
+TEST_F(LoggerFile, LineHasTimeLevelAndMessage) {
+  logger_->log(L"first \x4E2D"sv, warning);
+  logger_->stop();
+  const std::wregex line(LR"(\uFEFF\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d\tWARNING\tfirst \u4E2D\r\n)");
+  EXPECT_TRUE(std::regex_match(Content(), line)) << Content().size();
+}
+
+TEST_F(LoggerFile, LevelsAboveItsOwnAreDropped) {
+  for (std::int32_t configured = critical; configured <= debug; ++configured) {
+    Start(configured);
+    for (std::int32_t level = critical; level <= debug; ++level) {
+      std::wstring moved = L"moved";
+      logger_->log(std::move(moved), level);
+      EXPECT_TRUE(moved.empty());
+      logger_->log(L"copied"sv, level);
+    }
+    logger_.reset();
+  }
+  std::size_t expected = 1;  // the separator of the run that the fixture had begun
+  for (std::size_t kept = 1; kept <= 5; ++kept)
+    expected += 2 * kept + 1;
+  EXPECT_EQ(Messages().size(), expected);
+}
+
+TEST_F(LoggerFile, EachRunAppendsAndEndsWithTheSeparator) {
+  logger_->log(L"one"sv, info);
+  Start();
+  logger_->log(L"two"sv, info);
+  logger_->stop();
+  logger_->stop();
+  logger_.reset();
+  EXPECT_EQ(Messages(), (std::vector<std::wstring>{L"one", L"=====", L"two", L"====="}));
+  EXPECT_TRUE(Content().ends_with(std::wstring(L"two\r\n").append(kSeparator)));
+}
+
+TEST_F(LoggerFile, LinesOfManyThreadsKeepTheirOrder) {
+  constexpr int kThreads = 4;
+  constexpr int kLines = 2000;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([this, thread] {
+      for (int line = 0; line < kLines; ++line) {
+        logger_->log(std::to_wstring(thread) + L":" + std::to_wstring(line), info);
+      }
+    });
+  }
+  for (auto& thread : threads)
+    thread.join();
+  logger_.reset();
+  int next[kThreads] = {};
+  const auto messages = Messages();
+  ASSERT_EQ(messages.size(), kThreads * kLines + 1u);
+  for (std::size_t i = 0; i + 1 < messages.size(); ++i) {
+    const auto thread = static_cast<std::size_t>(messages[i][0] - L'0');
+    ASSERT_EQ(messages[i].substr(2), std::to_wstring(next[thread]++));
+  }
+}
+
+TEST_F(LoggerFile, EmptyMessageEndsTheLogForGood) {
+  logger_->log(L"kept"sv, info);
+  logger_->log(L""sv, info);
+  logger_->stop();
+  logger_->log(L"lost"sv, info);
+  logger_.reset();
+  EXPECT_EQ(Messages(), (std::vector<std::wstring>{L"kept", L"====="}));
+}
+
+TEST(Logger, FileThatCannotBeOpenedIsReported) {
+  Logger logger;
+  EXPECT_FALSE(logger.initialize(LR"(C:\no such folder\x.log)", false, info));
+}
+
+// The host's device that is always full stands in for a full disk.
+TEST(Logger, FullDiskEndsTheLogWithoutBlockingAnybody) {
+  Logger logger;
+  ASSERT_TRUE(logger.initialize(LR"(Z:\dev\full)", false, info));
+  for (int i = 0; i < 1000; ++i)
+    logger.log(L"line"sv, info);
+  HRESULT code = S_OK;
+  try {
+    logger.stop();
+  } catch (const ostra::hresult_error& error) {
+    code = error.code();
+  }
+  EXPECT_EQ(code, ostra::details::to_hresult(ERROR_DISK_FULL));
+  logger.log(L"after"sv, info);
+}
+
+class Recorder final : public ILogger {
+ public:
+  bool initialize(std::wstring_view, bool, std::int32_t) override { return true; }
+  void log(const std::wstring_view&, std::int32_t) override {}
+  void log(std::wstring&& message, std::int32_t) override {
+    EXPECT_TRUE(alive);
+    last = std::move(message);
+  }
+  void stop() override {}
+  ~Recorder() override { alive = false; }
+
+  std::atomic<bool> alive = true;
+  std::wstring last;
+};
+
+TEST(ProcessLogger, ReceivesLinesOnlyWhileItIsPublished) {
+  write(info, L"before {0}", 1);
+  Recorder recorder;
+  {
+    const process_logger published(recorder);
+    write(info, L"during {0}", 2);
+  }
+  write(info, L"after {0}", 3);
+  EXPECT_EQ(recorder.last, L"during 2");
+}
+
+TEST(ProcessLogger, NobodyReachesALoggerThatIsGone) {
+  std::atomic<bool> stop = false;
+  std::thread writer([&] {
+    while (!stop)
+      write(info, L"{0}", L"line"sv);
+  });
+  for (int i = 0; i < 200; ++i) {
+    const auto recorder = std::make_unique<Recorder>();
+    const process_logger published(*recorder);
+    std::this_thread::yield();
+  }
+  stop = true;
+  writer.join();
+}
+
+TEST(NullLogger, EmptiesWhatItIsGiven) {
+  null_logger logger;
+  std::wstring message = L"text";
+  logger.log(std::move(message), info);
+  EXPECT_TRUE(message.empty());
+}
+
+}  // namespace
+}  // namespace logging
