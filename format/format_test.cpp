@@ -148,6 +148,7 @@ TEST(Format, Conditions) {
   EXPECT_EQ(format(L"{0?<}yes{0?|}no{0?>}.", true), L"yes.");
   EXPECT_EQ(format(L"{0?<}yes{0?|}no{0?>}.", false), L"no.");
   EXPECT_EQ(format(L"{0?<}a{1?<}b{1?|}c{1?>}{{{0?>}d", false, true), L"d");
+  EXPECT_EQ(format(L"{0?>?<}the last form wins", false), L"");
   EXPECT_EQ(format(L"{0?<}left open", false), L"");
 }
 
