@@ -1,0 +1,133 @@
+#include "settings/server_parameters.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+
+#include "settings/regkey.h"
+
+namespace Tamrin::setman {
+namespace {
+
+// Numbers are written and read as they lie in memory.
+static_assert(std::endian::native == std::endian::little);
+
+constexpr ULONG kNumberSize = sizeof(std::uint32_t);
+
+HRESULT write_all(IStream& stream, const void* data, std::size_t size) {
+  ULONG written = 0;
+  const HRESULT result = stream.Write(data, static_cast<ULONG>(size), &written);
+  if (FAILED(result))
+    return result;
+  return written == size ? S_OK : HRESULT_FROM_WIN32(ERROR_HANDLE_EOF);
+}
+
+HRESULT write_shared_ports(abstract_folder& folder, const std::vector<std::uint32_t>& ports) {
+  const unique_stream stream = folder.open_stream(kSharedPortsName, STGM_WRITE);
+  if (!stream)
+    return S_OK;
+  const auto count = static_cast<std::uint32_t>(ports.size());
+  const HRESULT result = write_all(*stream.get(), &count, sizeof(count));
+  if (FAILED(result) || ports.empty())
+    return result;
+  return write_all(*stream.get(), ports.data(), ports.size() * kNumberSize);
+}
+
+// Reads up to `size` bytes; a stream may give them in pieces.
+HRESULT read_up_to(IStream& stream, void* data, ULONG size, ULONG& read) {
+  read = 0;
+  while (read < size) {
+    ULONG piece = 0;
+    const HRESULT result = stream.Read(static_cast<std::byte*>(data) + read, size - read, &piece);
+    if (FAILED(result))
+      return result;
+    if (piece == 0)
+      break;
+    read += piece;
+  }
+  return S_OK;
+}
+
+HRESULT read_all(IStream& stream, void* data, ULONG size) {
+  ULONG read = 0;
+  const HRESULT result = read_up_to(stream, data, size, read);
+  if (FAILED(result))
+    return result;
+  return read == size ? S_OK : HRESULT_FROM_WIN32(ERROR_HANDLE_EOF);
+}
+
+// Block by block, so that a count that lies costs no more memory than the value has bytes.
+HRESULT read_numbers(IStream& stream, std::uint32_t count, std::vector<std::uint32_t>& numbers) {
+  std::array<std::uint32_t, 64> block;
+  while (count != 0) {
+    const auto taken = std::min(count, static_cast<std::uint32_t>(block.size()));
+    const HRESULT result = read_all(stream, block.data(), taken * kNumberSize);
+    if (FAILED(result))
+      return result;
+    numbers.insert(numbers.end(), block.begin(), block.begin() + taken);
+    count -= taken;
+  }
+  return S_OK;
+}
+
+HRESULT expect_end(IStream& stream) {
+  std::byte surplus;
+  ULONG read = 0;
+  const HRESULT result = read_up_to(stream, &surplus, 1, read);
+  if (FAILED(result))
+    return result;
+  return read == 0 ? S_OK : HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+}
+
+HRESULT read_list(IStream& stream, std::vector<std::uint32_t>& numbers) {
+  std::uint32_t count = 0;
+  ULONG read = 0;
+  HRESULT result = read_up_to(stream, &count, kNumberSize, read);
+  if (FAILED(result) || read == 0)
+    return result;
+  if (read != kNumberSize)
+    return HRESULT_FROM_WIN32(ERROR_HANDLE_EOF);
+  result = read_numbers(stream, count, numbers);
+  return FAILED(result) ? result : expect_end(stream);
+}
+
+}  // namespace
+
+std::wstring parameters_key(unsigned major, unsigned minor) {
+  const std::wstring digits = std::to_wstring(minor);
+  return L"Software\\Quorvane\\Tarnwheel Server " + std::to_wstring(major) +
+         (digits.size() < 2 ? L".0" : L".") + digits;
+}
+
+std::shared_ptr<abstract_folder> open_parameters_folder(unsigned major, unsigned minor) {
+  return hkey_local_machine->open_subfolder(parameters_key(major, minor));
+}
+
+HRESULT write_server_parameters(abstract_folder& folder, const server_parameters& parameters) {
+  folder.write_string(kSecurityDescriptorName, parameters.security_descriptor);
+  folder.write_value(kAutoDiscoveryName, &parameters.auto_discovery,
+                     sizeof(parameters.auto_discovery));
+  return write_shared_ports(folder, parameters.shared_ports);
+}
+
+std::wstring read_security_descriptor(abstract_folder& folder) {
+  return folder.read_string(kSecurityDescriptorName).value_or(kDefaultSecurityDescriptor);
+}
+
+bool read_auto_discovery(abstract_folder& folder) {
+  std::uint32_t on = 1;
+  return !folder.read_value(kAutoDiscoveryName, &on, sizeof(on)) || on != 0;
+}
+
+HRESULT read_shared_ports(abstract_folder& folder, std::vector<std::uint32_t>& ports) {
+  const unique_stream stream = folder.open_stream(kSharedPortsName, STGM_READ);
+  std::vector<std::uint32_t> numbers;
+  const HRESULT result = stream ? read_list(*stream.get(), numbers) : S_OK;
+  if (FAILED(result))
+    return result;
+  std::sort(numbers.begin(), numbers.end());
+  ports = std::move(numbers);
+  return S_OK;
+}
+
+}  // namespace Tamrin::setman

@@ -1,0 +1,27 @@
+// How strings, numbers and bytes are encoded as the value of a folder, the same in every storage.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/win32.h"
+
+namespace Tamrin::setman {
+
+// A value as the registry knows it: REG_SZ, REG_DWORD, REG_QWORD or REG_BINARY, and its bytes.
+struct stored_value {
+  DWORD type = REG_BINARY;
+  std::vector<std::byte> bytes;
+};
+
+[[nodiscard]] stored_value encode_string(std::wstring_view text);
+[[nodiscard]] stored_value encode_value(const void* data, std::size_t size);
+
+// The rules of abstract_folder::read_string and read_value.
+[[nodiscard]] std::optional<std::wstring> decode_string(const stored_value& value);
+[[nodiscard]] bool decode_value(const stored_value& value, void* data, std::size_t size) noexcept;
+
+}  // namespace Tamrin::setman
