@@ -8,7 +8,6 @@
 
 #include "async/errors.h"
 #include "async/handle_wait.h"
-#include "format/format.h"
 #include "log/console.h"
 
 namespace logging {
@@ -143,12 +142,13 @@ ostra::future<void> Logger::write_entries() {
 }
 
 ostra::future<void> Logger::write_lines() {
+  const tfmt::parsed_pattern pattern(kLine);
   for (;;) {
     next_entry next(*this);
     const entry current = co_await next;
     if (current.message.empty())
       co_return;
-    const std::wstring text = line(current);
+    const std::wstring text = line(pattern, current);
     if (screen_)
       print(standard_stream::output, text);
     if (file_) {
@@ -168,13 +168,13 @@ ostra::future<void> Logger::write_file(std::wstring_view text) {
     ostra::details::throw_win32(ERROR_WRITE_FAULT);
 }
 
-std::wstring Logger::line(const entry& entry) {
+std::wstring Logger::line(const tfmt::parsed_pattern& pattern, const entry& entry) {
   const __time64_t seconds = entry.time / 10'000'000;
   std::tm local = {};
   ::_localtime64_s(&local, &seconds);
-  return tfmt::format(kLine, local.tm_mday, local.tm_mon + 1, local.tm_year + 1900, local.tm_hour,
-                      local.tm_min, local.tm_sec,
-                      kLevelNames[static_cast<std::size_t>(entry.level)], entry.message);
+  return pattern.format(local.tm_mday, local.tm_mon + 1, local.tm_year + 1900, local.tm_hour,
+                        local.tm_min, local.tm_sec,
+                        kLevelNames[static_cast<std::size_t>(entry.level)], entry.message);
 }
 
 }  // namespace logging

@@ -11,6 +11,7 @@
 #include "async/future.h"
 #include "async/overlapped.h"
 #include "async/srw_lock.h"
+#include "format/format.h"
 #include "log/ilogger.h"
 #include "platform/unique_resource.h"
 
@@ -76,7 +77,7 @@ class Logger final : public ILogger {
   ostra::future<void> write_entries();
   ostra::future<void> write_lines();
   ostra::future<void> write_file(std::wstring_view text);
-  static std::wstring line(const entry& entry);
+  static std::wstring line(const tfmt::parsed_pattern& pattern, const entry& entry);
 
   // Constant while the writer runs.
   Tamrin::unique_file file_;
