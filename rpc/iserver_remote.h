@@ -1,0 +1,54 @@
+// The interface that a server offers to each of its clients across the pipe, and its counterpart.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "async/future.h"
+#include "platform/win32.h"
+
+namespace tether {
+
+struct port_record {
+  std::wstring friendly_name;
+  std::uint32_t number = 0;  // the n of COMn
+};
+
+struct bytes_result {
+  HRESULT code = S_OK;
+  std::vector<std::byte> bytes;
+};
+
+// The methods' numbers on the wire are their order here. Ordinary failures are HRESULTs in the
+// result. A method that ends with an exception gets no reply at all: its caller waits until the
+// connection ends.
+class IServer_Remote {
+ public:
+  // The ports that this client may use, in ascending order of their numbers.
+  virtual ostra::future<std::vector<port_record>> EnumeratePorts() = 0;
+
+  // Opens COM`number` for this client alone. It stays open until the client disconnects.
+  virtual ostra::future<HRESULT> OpenPort(std::uint32_t number) = 0;
+
+  // A device-control request on the open port, with at most `output_size` bytes of output.
+  virtual ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t output_size,
+                                                std::vector<std::byte> input) = 0;
+  virtual ostra::future<HRESULT> Write(std::vector<std::byte> data) = 0;
+
+  // Reads up to `size` bytes; fewer, or none, when the port's read time-outs say so.
+  virtual ostra::future<bytes_result> Read(std::uint32_t size) = 0;
+
+  virtual ~IServer_Remote() = default;
+};
+
+enum class method : std::uint16_t { EnumeratePorts, OpenPort, IoControl, Write, Read };
+
+// What a client offers to its server: nothing so far.
+class IClient_Local {
+ public:
+  virtual ~IClient_Local() = default;
+};
+
+}  // namespace tether

@@ -1,0 +1,62 @@
+// The transport over a Windows named pipe.
+#pragma once
+
+#include <memory>
+
+#include "async/overlapped.h"
+#include "platform/unique_resource.h"
+#include "rpc/itransport.h"
+
+namespace tether {
+
+// Each operation's coroutine holds the transport, and each call's cancellation names that call
+// only, so the handle and its binding are closed when no call uses them any more. That closing is
+// how a server gets rid of a client without waiting for it: what had been written can still be read
+// by the client, and nobody is flushed.
+//
+// Disconnect() on the server end does flush, as its contract says; only an owner who knows that the
+// client reads may call it, and DisconnectNamedPipe from elsewhere ends its wait.
+class PipeTransport final : public ITransport, public std::enable_shared_from_this<PipeTransport> {
+ public:
+  static std::shared_ptr<PipeTransport> Create() {
+    return std::make_shared<PipeTransport>(create_key());
+  }
+
+  void LinkCancellation(const ostra::cancellation_source& owner) override;
+  ostra::cancellation_source& GetCancellation() override { return cancellation_; }
+  void Cancel() override { cancellation_.cancel(); }
+  void Disconnect() override;
+  ostra::future<std::shared_ptr<Message>> ReadMessage() override;
+  ostra::future<void> WriteMessage(std::shared_ptr<message_t> message) override;
+  HRESULT Listen(std::wstring_view pipe, PSECURITY_DESCRIPTOR security) override;
+  ostra::future<std::uint32_t> WaitClient(bool flag, std::function<void()> listening) override;
+  HRESULT Impersonate() override;
+  HRESULT Revert() override;
+  CToken GetClientToken(DWORD access, bool keep_impersonating, bool open_as_self) override;
+  HRESULT Connect(std::wstring_view server, std::wstring_view pipe, DWORD timeout,
+                  DWORD attempts) override;
+
+ private:
+  struct create_key {
+    explicit create_key() = default;
+  };
+
+ public:
+  explicit PipeTransport(create_key) {}
+
+ private:
+  void bind();
+  void require_handle() const;
+  ostra::future<void> read_exactly(std::byte* buffer, std::size_t size, std::uint32_t first_piece);
+
+  // Set by Listen or Connect, constant while operations run. The binding is closed before the pipe.
+  Tamrin::unique_file pipe_;
+  ostra::io_binding binding_;
+  bool server_end_ = false;
+
+  // Replaced by LinkCancellation before the first operation; synchronise themselves.
+  ostra::cancellation_source cancellation_;
+  ostra::cancellation_token token_ = cancellation_.token();
+};
+
+}  // namespace tether
