@@ -1,0 +1,69 @@
+// One connected client's session.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "async/srw_lock.h"
+#include "rpc/client_iclient.h"
+#include "rpc/connection.h"
+#include "rpc/server_iserver.h"
+#include "server/serial_port.h"
+#include "server/session_group.h"
+
+namespace tarnwheel {
+
+using client_connection = tether::Connection<tether::Client_IClient, tether::Server_IServer>;
+
+// Owned by its watch coroutine, from the client's arrival to its departure, and by each of its
+// requests in progress. The connection refers back to it weakly.
+//
+// The requests of one client run side by side, in the order of their arrival up to the point where
+// each first waits, so pipelined writes reach the device in order. Any pool thread may run them.
+class instance final : public tether::IServer_Remote,
+                       public std::enable_shared_from_this<instance> {
+ public:
+  // Starts the session of the client that is connected to `transport`. `shared_ports` is ascending;
+  // empty shares every port. The session lives by itself until the connection ends; then it logs
+  // the departure, closes its port, and leaves its group.
+  static void start(std::shared_ptr<tether::ITransport> transport,
+                    std::vector<std::uint32_t> shared_ports, session_group::membership membership);
+
+  ostra::future<std::vector<tether::port_record>> EnumeratePorts() override;
+  ostra::future<HRESULT> OpenPort(std::uint32_t number) override;
+  ostra::future<tether::bytes_result> IoControl(std::uint32_t code, std::uint32_t output_size,
+                                                std::vector<std::byte> input) override;
+  ostra::future<HRESULT> Write(std::vector<std::byte> data) override;
+  ostra::future<tether::bytes_result> Read(std::uint32_t size) override;
+
+ private:
+  enum class port_state { none, opening, open, gone };
+  class opening;
+
+  explicit instance(std::vector<std::uint32_t> shared_ports);
+
+  static ostra::future<void> watch(std::shared_ptr<instance> self,
+                                   std::shared_ptr<client_connection> connection,
+                                   session_group::membership membership);
+
+  [[nodiscard]] std::wstring name() const;
+  std::wstring identify_client();
+  HRESULT open_shared_port(std::uint32_t number, const std::wstring& client);
+  void keep_port(std::shared_ptr<serial_port> port);
+  [[nodiscard]] std::shared_ptr<serial_port> port() const noexcept;  // null while none is open
+  void depart() noexcept;
+
+  // Constant after start().
+  const std::vector<std::uint32_t> shared_ports_;
+  std::shared_ptr<client_connection> connection_;
+
+  // Guarded by lock_. The port is set while, and only while, the state is open.
+  mutable ostra::srw_lock lock_;
+  std::wstring client_name_ = L"Unknown";
+  port_state port_state_ = port_state::none;
+  std::shared_ptr<serial_port> port_;
+};
+
+}  // namespace tarnwheel

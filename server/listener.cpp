@@ -1,0 +1,102 @@
+#include "server/listener.h"
+
+#include <chrono>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "async/errors.h"
+#include "async/timer.h"
+#include "log/log.h"
+#include "server/instance.h"
+
+namespace tarnwheel {
+namespace {
+
+constexpr wchar_t kPipe[] = L"kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01";
+
+// The client came and went before it was accepted.
+constexpr HRESULT kClientLeft = static_cast<HRESULT>(0x800700E8);  // ERROR_NO_DATA
+
+// A burst of as many clients finds an instance each; more have to try again within the time that it
+// takes to make another.
+constexpr std::size_t kAcceptors = 4;
+
+constexpr std::chrono::milliseconds kPause(250);  // before trying again after a failure
+
+}  // namespace
+
+listener::listener(security_descriptor security, std::vector<std::uint32_t> shared_ports,
+                   ostra::cancellation_source cancellation, std::shared_ptr<session_group> sessions)
+    : security_(std::move(security)),
+      shared_ports_(std::move(shared_ports)),
+      cancellation_(std::move(cancellation)),
+      token_(cancellation_.token()),
+      sessions_(std::move(sessions)) {}
+
+listener::pipe_instance listener::make_instance() const {
+  auto transport = tether::PipeTransport::Create();
+  transport->LinkCancellation(cancellation_);
+  ostra::details::check_hresult(transport->Listen(kPipe, security_.get()));
+  return transport;
+}
+
+ostra::future<void> listener::start() {
+  auto first = make_instance();
+  logging::write(logging::debug, L"Network endpoint created successfully");
+  return run(std::move(first));
+}
+
+ostra::future<void> listener::run(pipe_instance first) const {
+  const auto self = shared_from_this();
+  std::vector<ostra::future<void>> acceptors;
+  acceptors.push_back(accept(std::move(first)));
+  while (acceptors.size() < kAcceptors)
+    acceptors.push_back(accept(nullptr));
+  for (auto& acceptor : acceptors) {
+    co_await acceptor;
+  }
+}
+
+ostra::future<void> listener::accept(pipe_instance listening) const {
+  bool after_failure = false;
+  while (!token_.is_cancelled()) {
+    HRESULT outcome = S_OK;
+    try {
+      auto step = accept_one(listening, after_failure);
+      co_await step;
+    } catch (const ostra::hresult_error& error) {
+      outcome = error.code();
+    } catch (const std::bad_alloc&) {
+      outcome = E_OUTOFMEMORY;
+    }
+    const bool failed = FAILED(outcome) && outcome != kClientLeft;
+    if (failed && !after_failure && !token_.is_cancelled()) {
+      logging::write(logging::error, L"Error accepting clients: {0ub016xp}", outcome);
+    }
+    after_failure = failed;
+  }
+}
+
+ostra::future<void> listener::accept_one(pipe_instance& listening, bool after_failure) const {
+  if (after_failure) {
+    ostra::auto_cancel_timer timer(token_);
+    auto pause = timer.wait(kPause);
+    co_await pause;
+  }
+  auto client = listening ? std::exchange(listening, nullptr) : make_instance();
+  auto connected = client->WaitClient(false, nullptr);
+  co_await connected;
+  std::exception_ptr failure;
+  try {
+    listening = make_instance();
+  } catch (...) {
+    failure = std::current_exception();  // which must not cost the client that is here
+  }
+  logging::write(logging::info, L"Client connected");
+  instance::start(std::move(client), shared_ports_, sessions_->join());
+  if (failure)
+    std::rethrow_exception(failure);
+}
+
+}  // namespace tarnwheel

@@ -1,0 +1,72 @@
+#include <utility>
+#include <vector>
+
+#include "async/cancellation.h"
+#include "async/errors.h"
+#include "async/handle_wait.h"
+#include "log/log.h"
+#include "server/listener.h"
+#include "server/server.h"
+#include "server/session_group.h"
+#include "server/stop_event.h"
+#include "settings/server_parameters.h"
+
+namespace tarnwheel {
+namespace {
+
+class server_impl final : public server {
+ public:
+  explicit server_impl(std::shared_ptr<Tamrin::setman::abstract_folder> parameters)
+      : parameters_(std::move(parameters)) {}
+
+  ostra::future<void> run() override {
+    auto running = serve();
+    if (running.is_complete())
+      running.get();  // a start that failed did so before it suspended
+    return running;
+  }
+
+  void stop() override { ::SetEvent(stop_event_.get()); }
+
+ private:
+  ostra::future<void> serve();
+  [[nodiscard]] std::shared_ptr<listener> make_listener() const;
+
+  // Constant after construction.
+  const std::shared_ptr<Tamrin::setman::abstract_folder> parameters_;
+  const Tamrin::unique_handle stop_event_ = create_stop_event();
+  const std::shared_ptr<session_group> sessions_ = std::make_shared<session_group>();
+
+  // Synchronises itself. Reaches the acceptors, and every session through its transport.
+  const ostra::cancellation_source cancellation_;
+};
+
+std::shared_ptr<listener> server_impl::make_listener() const {
+  const auto sddl = Tamrin::setman::read_security_descriptor(*parameters_);
+  logging::write(logging::info, L"Starting server with security descriptor \"{0}\"...", sddl);
+  auto security = security_descriptor::from_sddl(sddl);
+  std::vector<std::uint32_t> shared_ports;
+  ostra::details::check_hresult(Tamrin::setman::read_shared_ports(*parameters_, shared_ports));
+  return std::make_shared<listener>(std::move(security), std::move(shared_ports), cancellation_,
+                                    sessions_);
+}
+
+ostra::future<void> server_impl::serve() {
+  ostra::details::check_bool(::ResetEvent(stop_event_.get()));
+  ostra::handle_wait stop_requested(stop_event_.get());
+  const auto listening = make_listener();
+  auto acceptors = listening->start();
+  co_await stop_requested;
+  cancellation_.cancel();
+  co_await acceptors;
+  auto departed = sessions_->departed();
+  co_await departed;
+}
+
+}  // namespace
+
+std::unique_ptr<server> create_server(std::shared_ptr<Tamrin::setman::abstract_folder> parameters) {
+  return std::make_unique<server_impl>(std::move(parameters));
+}
+
+}  // namespace tarnwheel
