@@ -1,0 +1,94 @@
+#include "app/console_host.h"
+
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "app/console_stop.h"
+#include "app/options.h"
+#include "app/screen_text.h"
+#include "async/errors.h"
+#include "log/log.h"
+#include "log/logger.h"
+#include "server/server.h"
+#include "settings/directory.h"
+#include "settings/file_storage.h"
+#include "settings/server_parameters.h"
+
+namespace tarnwheel {
+namespace {
+
+namespace option_names = Tamrin::option_names;
+namespace setman = Tamrin::setman;
+
+constexpr wchar_t kLogFailed[] =
+    L"Error initializing logging system. Check that the log file path is correct and sufficient "
+    L"rights to access it are available to the current user.\n"
+    L"This is a critical error. The server will now quit.";
+
+bool initialize_log(logging::ILogger& logger, const Tamrin::command_line& options) {
+  const auto level = Tamrin::parse_log_level(options.at(option_names::kLogLevel).text());
+  const bool screen = !options.at(option_names::kNoScreenLog).flag();
+  try {
+    return logger.initialize(options.at(option_names::kLogPath).text(), screen, level);
+  } catch (const ostra::hresult_error&) {
+    return false;  // the file is there, but cannot be written
+  }
+}
+
+std::shared_ptr<setman::abstract_folder> parameters_of(const Tamrin::command_line& options) {
+  setman::server_parameters parameters;
+  parameters.security_descriptor = options.at(option_names::kSecurityDescriptor).text();
+  parameters.auto_discovery = !options.at(option_names::kNoDiscovery).flag();
+  parameters.shared_ports = Tamrin::shared_ports(options);
+  auto folder = std::make_shared<setman::file_storage>(std::make_shared<setman::directory>());
+  ostra::details::check_hresult(setman::write_server_parameters(*folder, parameters));
+  return folder;
+}
+
+void serve(const Tamrin::command_line& options) {
+  const auto server = create_server(parameters_of(options));
+  const auto running = server->run();
+  logging::write(logging::info,
+                 L"Server has been started successfully and is waiting for connections");
+  const console_stop stop(*server);
+  running.get();
+}
+
+// Tells what the log could not be told: that it ended early.
+void stop_log(logging::ILogger& logger) {
+  try {
+    logger.stop();
+  } catch (const ostra::hresult_error& error) {
+    print_error(tfmt::format(L"Error writing the log file {0ub016xp}", error.code()));
+  }
+}
+
+}  // namespace
+
+int run_console_server(const Tamrin::command_line& options) {
+  if (!options.at(option_names::kNoLogo).flag())
+    print_logo();
+  const console_close_release release;
+  logging::Logger logger;
+  if (!initialize_log(logger, options)) {
+    print_error(kLogFailed);
+    return E_ABORT;
+  }
+  HRESULT outcome = S_OK;
+  {
+    const logging::process_logger published(logger);
+    logging::write(logging::debug, L"Logging system is initialized");
+    try {
+      serve(options);
+      logging::write(logging::info, L"Server has been stopped");
+    } catch (const ostra::hresult_error& error) {
+      outcome = error.code();
+      print_start_error(outcome);
+    }
+  }
+  stop_log(logger);
+  return outcome;
+}
+
+}  // namespace tarnwheel

@@ -1,0 +1,23 @@
+// What the program shows besides its log.
+#pragma once
+
+#include <string_view>
+
+#include "app/command_line.h"
+#include "platform/win32.h"
+
+namespace tarnwheel {
+
+// "Quorvane Tarnwheel Server" and the version, on standard output.
+void print_logo();
+
+// The command-line parameters, wrapped to the console's width, on standard output.
+void print_help(const Tamrin::command_line& line);
+
+// One line on standard error.
+void print_error(std::wstring_view message);
+
+// "Error starting server" with the code, on standard error.
+void print_start_error(HRESULT code);
+
+}  // namespace tarnwheel
