@@ -1,0 +1,12 @@
+// What the formatting library throws. Neither type carries a message.
+#pragma once
+
+namespace tfmt {
+
+// Root of the library's exceptions; deliberately not a std::exception.
+struct generic_exception {};
+
+// The pattern is malformed, or does not fit the arguments it is rendered with.
+struct bad_extended_format_string : generic_exception {};
+
+}  // namespace tfmt
