@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "async/background.h"
 #include "async/errors.h"
 #include "log/log.h"
 #include "platform/serial.h"
@@ -27,6 +28,17 @@ std::wstring account_of_client(tether::ITransport& transport) {
     return tether::account_name(token).value_or(std::wstring());
   } catch (const ostra::hresult_error&) {
     return {};
+  }
+}
+
+// Moves on to another thread what would block the one that it came on: the acceptor's, for a session
+// that begins, or the receive loop's, for a request that lists or opens ports. When the pool takes no
+// more work, it goes on where it is.
+ostra::future<void> off_this_thread() {
+  try {
+    ostra::resume_background hop;
+    co_await hop;
+  } catch (const ostra::hresult_error&) {
   }
 }
 
@@ -55,6 +67,8 @@ void instance::start(std::shared_ptr<tether::ITransport> transport,
 ostra::future<void> instance::watch(std::shared_ptr<instance> self,
                                     std::shared_ptr<client_connection> connection,
                                     session_group::membership) {
+  auto moved = off_this_thread();
+  co_await moved;
   auto ended = connection->Run();
   co_await ended;
   logging::write(logging::info, L"Client {0} disconnected", self->name());
@@ -77,6 +91,8 @@ std::wstring instance::identify_client() {
 }
 
 ostra::future<std::vector<tether::port_record>> instance::EnumeratePorts() {
+  auto moved = off_this_thread();
+  co_await moved;
   logging::write(logging::info, L"Client {0} is enumerating available ports", identify_client());
   std::vector<tether::port_record> records;
   for (auto& port : shared_present_ports(present_ports(), shared_ports_)) {
@@ -115,6 +131,8 @@ ostra::future<HRESULT> instance::OpenPort(std::uint32_t number) {
   const opening reservation(*this);
   if (!reservation.reserved())
     co_return kAlreadyHoldsPort;
+  auto moved = off_this_thread();
+  co_await moved;
   const std::wstring client = identify_client();
   logging::write(logging::debug, L"Client {0} is attempting to connect to COM{1}", client, number);
   co_return open_shared_port(number, client);
