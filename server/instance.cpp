@@ -1,5 +1,6 @@
 #include "server/instance.h"
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 #include <new>
@@ -64,15 +65,27 @@ void instance::start(std::shared_ptr<tether::ITransport> transport,
   static_cast<void>(watch(self, self->connection_, std::move(membership)));
 }
 
+// Releases the session's port however the watch ends, even when it runs out of memory.
+class instance::departure {
+ public:
+  explicit departure(instance& session) noexcept : session_(session) {}
+  departure(const departure&) = delete;
+  departure& operator=(const departure&) = delete;
+  ~departure() { session_.depart(); }
+
+ private:
+  instance& session_;
+};
+
 ostra::future<void> instance::watch(std::shared_ptr<instance> self,
                                     std::shared_ptr<client_connection> connection,
                                     session_group::membership) {
+  const departure leaving(*self);
   auto moved = off_this_thread();
   co_await moved;
   auto ended = connection->Run();
   co_await ended;
   logging::write(logging::info, L"Client {0} disconnected", self->name());
-  self->depart();
 }
 
 std::wstring instance::name() const {
@@ -180,7 +193,7 @@ ostra::future<tether::bytes_result> instance::IoControl(std::uint32_t code,
   result.bytes.resize(output_size);
   auto control = open_port->control(code, input, result.bytes);
   const DWORD size = co_await control;
-  result.bytes.resize(size);
+  result.bytes.resize(std::min<std::size_t>(size, output_size));
   result.code = S_OK;
   co_return result;
 }

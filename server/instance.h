@@ -43,6 +43,7 @@ class instance final : public tether::IServer_Remote,
  private:
   enum class port_state { none, opening, open, gone };
   class opening;
+  class departure;
 
   explicit instance(std::vector<std::uint32_t> shared_ports);
 
