@@ -54,7 +54,8 @@ std::wstring usage(const Tamrin::command_line& line) {
   std::wstring text = L"Usage: tarnwheel-client VERB ARGUMENTS [OPTIONS]\n\n";
   for (const verb& verb : all_verbs())
     text += usage_of(verb);
-  text += L"\nSERVER is the name of a computer, or . for this machine.\n\n";
+  text +=
+      L"\nSERVER is the name of a computer, or . for this machine; PORT is COM5, say, or 5.\n\n";
   return text + Tamrin::format_help(line, kHelpWidth);
 }
 
