@@ -6,21 +6,23 @@
 namespace tether {
 
 void Writer::Send(std::shared_ptr<message_t> message) {
+  std::shared_ptr<ITransport> transport;
   {
     const std::lock_guard guard(lock_);
-    if (closed_)
+    if (!transport_)
       return;
     queued_bytes_ += message->bytes().size();
     queue_.push_back(std::move(message));
     if (std::exchange(pumping_, true))
       return;
+    transport = transport_;
   }
-  static_cast<void>(pump());
+  static_cast<void>(pump(std::move(transport)));
 }
 
 bool Writer::has_room() const noexcept {
   const std::lock_guard guard(lock_);
-  return closed_ || queued_bytes_ <= kQueueLimit;
+  return !transport_ || queued_bytes_ <= kQueueLimit;
 }
 
 ostra::future<void> Writer::room() {
@@ -28,7 +30,7 @@ ostra::future<void> Writer::room() {
   auto result = ready.get_future();
   {
     const std::lock_guard guard(lock_);
-    if (!closed_ && queued_bytes_ > kQueueLimit) {
+    if (transport_ && queued_bytes_ > kQueueLimit) {
       waiter_ = std::move(ready);
       return result;
     }
@@ -39,10 +41,11 @@ ostra::future<void> Writer::room() {
 
 void Writer::Close() noexcept {
   std::deque<std::shared_ptr<message_t>> dropped;
+  std::shared_ptr<ITransport> transport;
   std::optional<ostra::promise<void>> waiter;
   {
     const std::lock_guard guard(lock_);
-    closed_ = true;
+    transport_.swap(transport);
     queue_.swap(dropped);
     waiter = std::exchange(waiter_, std::nullopt);
   }
@@ -50,18 +53,18 @@ void Writer::Close() noexcept {
     waiter->set_value();
 }
 
-ostra::future<void> Writer::pump() {
+ostra::future<void> Writer::pump(std::shared_ptr<ITransport> transport) {
   const auto self = shared_from_this();
   try {
     while (const auto message = next()) {
-      auto write = transport_->WriteMessage(message);
+      auto write = transport->WriteMessage(message);
       co_await write;
       written(*message);
     }
   } catch (...) {
     // The peer is gone or the connection was cancelled: whoever reads from it hears of that.
     Close();
-    transport_->Cancel();
+    transport->Cancel();
   }
 }
 

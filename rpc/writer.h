@@ -39,18 +39,16 @@ class Writer : public std::enable_shared_from_this<Writer> {
   void Close() noexcept;
 
  private:
-  ostra::future<void> pump();
+  ostra::future<void> pump(std::shared_ptr<ITransport> transport);
   [[nodiscard]] std::shared_ptr<message_t> next() noexcept;
   void written(const message_t& message) noexcept;
 
-  const std::shared_ptr<ITransport> transport_;
-
   // Guarded by lock_. The message that is being written counts as queued.
   mutable ostra::srw_lock lock_;
+  std::shared_ptr<ITransport> transport_;  // null once the sending has ended
   std::deque<std::shared_ptr<message_t>> queue_;
   std::size_t queued_bytes_ = 0;
   bool pumping_ = false;
-  bool closed_ = false;
   std::optional<ostra::promise<void>> waiter_;
 };
 

@@ -37,7 +37,8 @@ listener::listener(security_descriptor security, std::vector<std::uint32_t> shar
 listener::pipe_instance listener::make_instance() const {
   auto transport = tether::PipeTransport::Create();
   transport->LinkCancellation(cancellation_);
-  ostra::details::check_hresult(transport->Listen(kPipe, security_.get()));
+  ostra::details::check_hresult(
+      transport->Listen(kPipe, security_.attributes().lpSecurityDescriptor));
   return transport;
 }
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <utility>
 
+#include "format/format.h"
 #include "settings/regkey.h"
 
 namespace Tamrin::setman {
@@ -94,9 +96,7 @@ HRESULT read_list(IStream& stream, std::vector<std::uint32_t>& numbers) {
 }  // namespace
 
 std::wstring parameters_key(unsigned major, unsigned minor) {
-  const std::wstring digits = std::to_wstring(minor);
-  return L"Software\\Quorvane\\Tarnwheel Server " + std::to_wstring(major) +
-         (digits.size() < 2 ? L".0" : L".") + digits;
+  return tfmt::format(L"Software\\Quorvane\\Tarnwheel Server {0}.{1w2arf0}", major, minor);
 }
 
 std::shared_ptr<abstract_folder> open_parameters_folder(unsigned major, unsigned minor) {

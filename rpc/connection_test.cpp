@@ -1,0 +1,287 @@
+#include "rpc/connection.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "rpc/client_iclient.h"
+#include "rpc/marshalling.h"
+#include "rpc/server_iserver.h"
+#include "rpc/test_support.h"
+
+namespace tether {
+namespace {
+
+using namespace std::chrono_literals;
+using test::code_of;
+using test::make_message;
+
+using test_connection = Connection<Client_IClient, Server_IServer>;
+
+constexpr std::uint16_t kClientCode = 1;
+
+// Stands in for a session. Reads wait for the next Write; a read of size 13 fails.
+class FakeServer final : public IServer_Remote {
+ public:
+  explicit FakeServer(std::atomic<int>& living) : living_(living) { ++living_; }
+  ~FakeServer() override { --living_; }
+
+  ostra::future<std::vector<port_record>> EnumeratePorts() override {
+    std::vector<port_record> ports;
+    ports.push_back({L"first", 1});
+    ports.push_back({L"", 70'000});
+    co_return ports;
+  }
+
+  ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
+    co_return static_cast<HRESULT>(number);
+  }
+
+  ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t output_size,
+                                        std::vector<std::byte> input) override {
+    bytes_result result;
+    result.code = static_cast<HRESULT>(code);
+    result.bytes = std::move(input);
+    result.bytes.resize(output_size);
+    co_return result;
+  }
+
+  ostra::future<HRESULT> Write(std::vector<std::byte> data) override {
+    std::optional<ostra::promise<std::vector<std::byte>>> reader;
+    {
+      const std::lock_guard guard(lock_);
+      reader = std::exchange(reader_, std::nullopt);
+    }
+    if (reader)
+      reader->set_value(std::move(data));
+    co_return S_OK;
+  }
+
+  ostra::future<bytes_result> Read(std::uint32_t size) override {
+    if (size == 13)
+      ostra::details::throw_win32(ERROR_BAD_COMMAND);
+    ostra::promise<std::vector<std::byte>> promised;
+    auto data = promised.get_future();
+    {
+      const std::lock_guard guard(lock_);
+      reader_ = std::move(promised);
+    }
+    bytes_result result;
+    result.bytes = co_await data;
+    co_return result;
+  }
+
+ private:
+  std::atomic<int>& living_;
+  ostra::srw_lock lock_;
+  std::optional<ostra::promise<std::vector<std::byte>>> reader_;
+};
+
+class ServerEnd : public ::testing::Test {
+ protected:
+  void Serve() {
+    pipe_.transport->WaitClient(false, nullptr).get();
+    server_ = std::make_shared<test_connection>(std::move(pipe_.transport), kServerCode,
+                                                std::weak_ptr(implementation_));
+    server_running_ = server_->Run();
+  }
+
+  ~ServerEnd() override {
+    if (server_) {
+      server_->Cancel();
+      server_running_.wait();
+      server_.reset();
+    }
+    implementation_.reset();
+    EXPECT_EQ(living_, 0);
+  }
+
+  std::atomic<int> living_ = 0;
+  std::shared_ptr<FakeServer> implementation_ = std::make_shared<FakeServer>(living_);
+  test::listening_pipe pipe_;
+  std::shared_ptr<test_connection> server_;
+  ostra::future<void> server_running_;
+};
+
+// Both ends of a connection are ours.
+class BothEnds : public ServerEnd {
+ protected:
+  BothEnds() {
+    const auto transport = PipeTransport::Create();
+    EXPECT_EQ(transport->Connect(L".", pipe_.name, 1000, 1), S_OK);
+    Serve();
+    client_ =
+        std::make_shared<test_connection>(transport, kClientCode, std::weak_ptr<IServer_Remote>());
+    client_running_ = client_->Run();
+  }
+  ~BothEnds() override {
+    client_->Cancel();
+    client_running_.wait();
+  }
+
+  static std::vector<std::byte> Bytes(std::size_t size) {
+    return std::vector(size, std::byte{0x5A});
+  }
+
+  std::shared_ptr<test_connection> client_;
+  ostra::future<void> client_running_;
+};
+
+TEST_F(BothEnds, EveryMethodCarriesItsArgumentsAndResult) {
+  auto& remote = client_->Remote();
+  const auto ports = remote.EnumeratePorts().get();
+  ASSERT_EQ(ports.size(), 2u);
+  EXPECT_EQ(ports[0].friendly_name, L"first");
+  EXPECT_EQ(ports[1].number, 70'000u);
+  EXPECT_EQ(remote.OpenPort(0x800700B7).get(), static_cast<HRESULT>(0x800700B7));
+  const auto control = remote.IoControl(5, 300'000, Bytes(7)).get();
+  EXPECT_EQ(control.code, 5);
+  EXPECT_EQ(control.bytes.size(), 300'000u);
+  EXPECT_EQ(control.bytes[6], std::byte{0x5A});
+  EXPECT_EQ(remote.Write({}).get(), S_OK);
+}
+
+TEST_F(BothEnds, PendingReadDoesNotHoldBackTheWriteThatFeedsIt) {
+  auto& remote = client_->Remote();
+  const auto read = remote.Read(5);
+  EXPECT_EQ(remote.Write(Bytes(200'000)).get(), S_OK);
+  EXPECT_EQ(read.get().bytes, Bytes(200'000));
+}
+
+TEST_F(BothEnds, FailedMethodGetsNoReplyAndTheConnectionLives) {
+  auto& remote = client_->Remote();
+  const auto failed = remote.Read(13);
+  for (int i = 0; i < 50; ++i)
+    EXPECT_EQ(remote.OpenPort(1).get(), 1);
+  EXPECT_FALSE(failed.is_complete());
+  while (server_->RequestsInProgress() != 0)
+    std::this_thread::yield();
+  server_->Cancel();
+  EXPECT_THROW(failed.get(), ostra::operation_cancelled);
+  client_running_.wait();
+  EXPECT_THROW(remote.OpenPort(1).get(), ostra::operation_cancelled);
+}
+
+TEST_F(BothEnds, RequestHoldsTheImplementationUntilItEnds) {
+  auto& remote = client_->Remote();
+  const auto read = remote.Read(5);
+  while (server_->RequestsInProgress() == 0)
+    std::this_thread::yield();
+  FakeServer* const implementation = implementation_.get();
+  implementation_.reset();
+  EXPECT_EQ(living_, 1);
+  server_->Cancel();
+  server_running_.wait();
+  EXPECT_EQ(living_, 1);
+  EXPECT_EQ(server_->Transport(), nullptr);
+  implementation->Write({}).get();
+  EXPECT_EQ(living_, 0);
+}
+
+TEST_F(BothEnds, ManyThreadsCallAtOnce) {
+  std::vector<std::thread> threads;
+  for (std::uint32_t thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([this, thread] {
+      for (std::uint32_t i = 0; i < 500; ++i) {
+        const auto control = client_->Remote().IoControl(thread * 1000 + i, i, {}).get();
+        ASSERT_EQ(control.code, static_cast<HRESULT>(thread * 1000 + i));
+        ASSERT_EQ(control.bytes.size(), i);
+      }
+    });
+  }
+  for (auto& thread : threads)
+    thread.join();
+}
+
+// The client end is ours to misuse.
+class RawPeer : public ServerEnd {
+ protected:
+  RawPeer() : client_(pipe_.name) { Serve(); }
+
+  void Send(message_header header, std::vector<std::byte> payload = {}) {
+    client_.write(make_message(header, payload)->bytes());
+  }
+
+  // Sends an OpenPort request under `call` and expects its reply to be the next message.
+  void ExpectServed(std::uint32_t call) {
+    std::vector<std::byte> number(4, std::byte{1});
+    Send({call, kClientCode, 1, 0}, number);
+    const auto reply = client_.read(16);
+    ASSERT_EQ(reply.size(), 16u);
+    message_header header;
+    std::memcpy(&header, reply.data(), sizeof header);
+    EXPECT_EQ(header.call, call);
+    EXPECT_EQ(header.code, kClientCode);
+    EXPECT_EQ(header.method, 1);
+    EXPECT_EQ(header.length, 4u);
+  }
+
+  test::raw_client client_;
+};
+
+TEST_F(RawPeer, WhatIsNoProperRequestGetsNoAnswerAndHarmsNothing) {
+  Send({1, kClientCode, 5, 0});                               // no such method
+  Send({2, kClientCode, 0xFFFF, 0});                          // no such method
+  Send({3, kNoConnection, 1, 0}, std::vector<std::byte>(4));  // neither request nor reply
+  Send({4, kServerCode, 1, 0}, std::vector<std::byte>(4));    // a reply to nothing
+  Send({5, kClientCode, 1, 0}, std::vector<std::byte>(3));    // cut short
+  Send({6, kClientCode, 2, 0}, std::vector<std::byte>(11));   // count cut short
+  Send({7, kClientCode, 3, 0}, std::vector<std::byte>(8, std::byte{0xFF}));  // count overruns
+  ExpectServed(8);
+}
+
+TEST_F(RawPeer, TrailingBytesOfAPayloadAreIgnored) {
+  Send({1, kClientCode, 1, 0}, std::vector<std::byte>(100));
+  EXPECT_EQ(client_.read(16).size(), 16u);
+  ExpectServed(2);
+}
+
+TEST_F(RawPeer, AnnouncedGiantsAreGivenUpWithTheConnection) {
+  std::vector<std::byte> header(12, std::byte{0xFF});
+  header[4] = std::byte{kClientCode};
+  client_.write(header);
+  client_.write(std::vector<std::byte>(1000));
+  client_.disconnect();
+  server_running_.wait();
+  EXPECT_EQ(server_->Transport(), nullptr);
+}
+
+// Replies of 1 MiB that nobody reads fill the pipe and then the queue; from then on requests are
+// left in the pipe, so the last of them has not been taken.
+TEST_F(RawPeer, RequestsAreLeftWhileTooManyRepliesWait) {
+  constexpr std::uint32_t kReply = 1024 * 1024;
+  constexpr std::uint32_t kRequests = 64;
+  std::vector<std::byte> arguments(12);
+  std::memcpy(arguments.data() + 4, &kReply, sizeof kReply);
+  for (std::uint32_t call = 0; call < kRequests; ++call) {
+    Send({call, kClientCode, 2, 0}, arguments);
+  }
+  std::vector<bool> answered(kRequests);
+  for (std::uint32_t call = 0; call < kRequests; ++call) {
+    const auto reply = client_.read(12 + 8 + kReply);
+    ASSERT_EQ(reply.size(), 12 + 8 + kReply);
+    message_header header;
+    std::memcpy(&header, reply.data(), sizeof header);
+    ASSERT_LT(header.call, kRequests);
+    EXPECT_FALSE(answered[header.call]);
+    answered[header.call] = true;
+  }
+}
+
+TEST_F(RawPeer, PeerThatDoesNotReadHoldsUpNobodysEnd) {
+  std::vector<std::byte> arguments(12);
+  const std::uint32_t size = 30 * 1024 * 1024;
+  std::memcpy(arguments.data() + 4, &size, sizeof size);
+  Send({1, kClientCode, 2, 0}, arguments);
+  Send({2, kClientCode, 2, 0}, arguments);
+  server_->Cancel();
+  server_running_.wait();
+  EXPECT_EQ(server_->Transport(), nullptr);
+}
+
+}  // namespace
+}  // namespace tether
