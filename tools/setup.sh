@@ -56,11 +56,13 @@ stop_wine() {
   /usr/lib/wine/wineserver64 -k >/dev/null 2>&1 || true
 }
 
-# make_loopback N: a serial port COMN that answers every byte with itself, until stop_loopback.
+# make_loopback N: a serial port COMN that answers every byte with itself, until stop_loopback or
+# the end of the script.
 make_loopback() {
   local device=$WINEPREFIX/loopback-com$1
   rm -f "$device"
-  setsid socat "pty,raw,echo=0,link=$device" EXEC:cat </dev/null >/dev/null 2>&1 9>&- &
+  setsid setpriv --pdeathsig TERM socat "pty,raw,echo=0,link=$device" EXEC:cat \
+    </dev/null >/dev/null 2>&1 9>&- &
   loopback_pid=$!
   for _ in {1..100}; do
     [[ -e $device ]] && break
