@@ -46,8 +46,9 @@ TEST(OpenPort, OfTwoOpensSentTogetherOneIsRefused) {
   RawClient client;
   const Bytes open = Encode({1, kClientCode, kOpenPort, U32(LoopbackPort())});
   EXPECT_TRUE(client.Send(Join({open, open})));
-  EXPECT_EQ(client.Receive().payload, U32(0));
-  EXPECT_EQ(client.Receive().payload, U32(kAlreadyHoldsPort));
+  const Bytes replies = Join({client.Receive().payload, client.Receive().payload});
+  EXPECT_TRUE(replies == Join({U32(0), U32(kAlreadyHoldsPort)}) ||
+              replies == Join({U32(kAlreadyHoldsPort), U32(0)}));
 }
 
 TEST(OpenPort, PortThatIsNotSharedIsRefused) {
