@@ -6,11 +6,38 @@
 #include "app/console_host.h"
 #include "app/options.h"
 #include "app/screen_text.h"
+#include "app/service_host.h"
+#include "app/service_registration.h"
+#include "app/version_info.h"
 #include "format/format.h"
 #include "platform/win32.h"
+#include "settings/folder_creation_error.h"
+#include "settings/server_parameters.h"
 
 namespace tarnwheel {
 namespace {
+
+// The service's account may read its parameters' key but not create it, so the installation does.
+DWORD create_parameters_key() {
+  const auto version = read_product_version();
+  const DWORD zero = 0;
+  try {
+    const auto folder = Tamrin::setman::open_parameters_folder(version.major, version.minor);
+    folder->write_value(Tamrin::setman::kDummyName, &zero, sizeof zero);
+    return ERROR_SUCCESS;
+  } catch (const Tamrin::setman::folder_creation_error& error) {
+    print_error(tfmt::format(L"Error creating the key of the service's parameters: {0b016xp}",
+                             error.error()));
+    return error.error();
+  }
+}
+
+int install() {
+  DWORD result = install_service();
+  if (result == ERROR_SUCCESS)
+    result = create_parameters_key();
+  return static_cast<int>(result);
+}
 
 int run(const Tamrin::command_line& options) {
   if (options.at(Tamrin::option_names::kHelp).present) {
@@ -18,6 +45,14 @@ int run(const Tamrin::command_line& options) {
     print_help(options);
     return 0;
   }
+  if (options.at(Tamrin::option_names::kInstallService).present)
+    return install();
+  if (options.at(Tamrin::option_names::kUninstallService).present) {
+    return static_cast<int>(uninstall_service());
+  }
+  const DWORD service_error = run_service();
+  if (service_error != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT)
+    return 0;
   return run_console_server(options);
 }
 

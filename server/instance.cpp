@@ -1,10 +1,12 @@
 #include "server/instance.h"
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 #include <new>
 #include <utility>
 
+#include "async/background.h"
 #include "async/errors.h"
 #include "log/log.h"
 #include "platform/serial.h"
@@ -30,6 +32,17 @@ std::wstring account_of_client(tether::ITransport& transport) {
   }
 }
 
+// Moves on to another thread what would block the one that it came on: the acceptor's, for a session
+// that begins, or the receive loop's, for a request that lists or opens ports. When the pool takes no
+// more work, it goes on where it is.
+ostra::future<void> off_this_thread() {
+  try {
+    ostra::resume_background hop;
+    co_await hop;
+  } catch (const ostra::hresult_error&) {
+  }
+}
+
 // Some drivers hold up the closing of a device as long as a wait for its events goes on; setting
 // the mask ends that wait. Nobody waits for the outcome.
 ostra::future<void> clear_wait_mask(std::shared_ptr<serial_port> port) {
@@ -52,13 +65,27 @@ void instance::start(std::shared_ptr<tether::ITransport> transport,
   static_cast<void>(watch(self, self->connection_, std::move(membership)));
 }
 
+// Releases the session's port however the watch ends, even when it runs out of memory.
+class instance::departure {
+ public:
+  explicit departure(instance& session) noexcept : session_(session) {}
+  departure(const departure&) = delete;
+  departure& operator=(const departure&) = delete;
+  ~departure() { session_.depart(); }
+
+ private:
+  instance& session_;
+};
+
 ostra::future<void> instance::watch(std::shared_ptr<instance> self,
                                     std::shared_ptr<client_connection> connection,
                                     session_group::membership) {
+  const departure leaving(*self);
+  auto moved = off_this_thread();
+  co_await moved;
   auto ended = connection->Run();
   co_await ended;
   logging::write(logging::info, L"Client {0} disconnected", self->name());
-  self->depart();
 }
 
 std::wstring instance::name() const {
@@ -77,6 +104,8 @@ std::wstring instance::identify_client() {
 }
 
 ostra::future<std::vector<tether::port_record>> instance::EnumeratePorts() {
+  auto moved = off_this_thread();
+  co_await moved;
   logging::write(logging::info, L"Client {0} is enumerating available ports", identify_client());
   std::vector<tether::port_record> records;
   for (auto& port : shared_present_ports(present_ports(), shared_ports_)) {
@@ -115,6 +144,8 @@ ostra::future<HRESULT> instance::OpenPort(std::uint32_t number) {
   const opening reservation(*this);
   if (!reservation.reserved())
     co_return kAlreadyHoldsPort;
+  auto moved = off_this_thread();
+  co_await moved;
   const std::wstring client = identify_client();
   logging::write(logging::debug, L"Client {0} is attempting to connect to COM{1}", client, number);
   co_return open_shared_port(number, client);
@@ -162,7 +193,7 @@ ostra::future<tether::bytes_result> instance::IoControl(std::uint32_t code,
   result.bytes.resize(output_size);
   auto control = open_port->control(code, input, result.bytes);
   const DWORD size = co_await control;
-  result.bytes.resize(size);
+  result.bytes.resize(std::min<std::size_t>(size, output_size));
   result.code = S_OK;
   co_return result;
 }

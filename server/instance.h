@@ -20,8 +20,10 @@ using client_connection = tether::Connection<tether::Client_IClient, tether::Ser
 // Owned by its watch coroutine, from the client's arrival to its departure, and by each of its
 // requests in progress. The connection refers back to it weakly.
 //
-// The requests of one client run side by side, in the order of their arrival up to the point where
-// each first waits, so pipelined writes reach the device in order. Any pool thread may run them.
+// The requests of one client run side by side, on any pool thread. Controls, writes and reads start
+// in the order of their arrival, so pipelined writes reach the device in order. Listing and opening
+// ports block their thread, for a long time with some drivers, and run beside the receive loop:
+// requests that come before the port is open find none.
 class instance final : public tether::IServer_Remote,
                        public std::enable_shared_from_this<instance> {
  public:
@@ -41,6 +43,7 @@ class instance final : public tether::IServer_Remote,
  private:
   enum class port_state { none, opening, open, gone };
   class opening;
+  class departure;
 
   explicit instance(std::vector<std::uint32_t> shared_ports);
 

@@ -42,13 +42,13 @@ class server_impl final : public server {
 };
 
 std::shared_ptr<listener> server_impl::make_listener() const {
-  const auto sddl = Tamrin::setman::read_security_descriptor(*parameters_);
-  logging::write(logging::info, L"Starting server with security descriptor \"{0}\"...", sddl);
-  auto security = security_descriptor::from_sddl(sddl);
-  std::vector<std::uint32_t> shared_ports;
-  ostra::details::check_hresult(Tamrin::setman::read_shared_ports(*parameters_, shared_ports));
-  return std::make_shared<listener>(std::move(security), std::move(shared_ports), cancellation_,
-                                    sessions_);
+  Tamrin::setman::server_parameters parameters;
+  ostra::details::check_hresult(Tamrin::setman::read_server_parameters(*parameters_, parameters));
+  logging::write(logging::info, L"Starting server with security descriptor \"{0}\"...",
+                 parameters.security_descriptor);
+  auto security = security_descriptor::from_sddl(parameters.security_descriptor);
+  return std::make_shared<listener>(std::move(security), std::move(parameters.shared_ports),
+                                    cancellation_, sessions_);
 }
 
 ostra::future<void> server_impl::serve() {

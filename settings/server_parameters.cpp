@@ -83,14 +83,53 @@ HRESULT expect_end(IStream& stream) {
 
 HRESULT read_list(IStream& stream, std::vector<std::uint32_t>& numbers) {
   std::uint32_t count = 0;
-  ULONG read = 0;
-  HRESULT result = read_up_to(stream, &count, kNumberSize, read);
-  if (FAILED(result) || read == 0)
+  HRESULT result = read_all(stream, &count, kNumberSize);
+  if (FAILED(result))
     return result;
-  if (read != kNumberSize)
-    return HRESULT_FROM_WIN32(ERROR_HANDLE_EOF);
   result = read_numbers(stream, count, numbers);
   return FAILED(result) ? result : expect_end(stream);
+}
+
+bool has_value(abstract_folder& folder, const wchar_t* name) {
+  const auto names = folder.value_names();
+  return std::any_of(names.begin(), names.end(), [name](const std::wstring& other) {
+    return ::CompareStringOrdinal(name, -1, other.c_str(), -1, TRUE) == CSTR_EQUAL;
+  });
+}
+
+// What an unsuccessful read of a value means.
+HRESULT default_if_missing(abstract_folder& folder, const wchar_t* name) {
+  return has_value(folder, name) ? HRESULT_FROM_WIN32(ERROR_INVALID_DATA) : S_OK;
+}
+
+HRESULT read_security_descriptor(abstract_folder& folder, std::wstring& sddl) {
+  auto text = folder.read_string(kSecurityDescriptorName);
+  if (!text)
+    return default_if_missing(folder, kSecurityDescriptorName);
+  sddl = *std::move(text);
+  return S_OK;
+}
+
+HRESULT read_auto_discovery(abstract_folder& folder, bool& auto_discovery) {
+  std::uint32_t on = 1;
+  if (!folder.read_value(kAutoDiscoveryName, &on, sizeof(on)))
+    return default_if_missing(folder, kAutoDiscoveryName);
+  auto_discovery = on != 0;
+  return S_OK;
+}
+
+// A stream over a value that is missing, or that is no stream, may be null or empty.
+HRESULT read_shared_ports(abstract_folder& folder, std::vector<std::uint32_t>& ports) {
+  const unique_stream stream = folder.open_stream(kSharedPortsName, STGM_READ);
+  std::vector<std::uint32_t> numbers;
+  if (!stream || !has_value(folder, kSharedPortsName))
+    return default_if_missing(folder, kSharedPortsName);
+  const HRESULT result = read_list(*stream.get(), numbers);
+  if (FAILED(result))
+    return result;
+  std::sort(numbers.begin(), numbers.end());
+  ports = std::move(numbers);
+  return S_OK;
 }
 
 }  // namespace
@@ -110,24 +149,16 @@ HRESULT write_server_parameters(abstract_folder& folder, const server_parameters
   return write_shared_ports(folder, parameters.shared_ports);
 }
 
-std::wstring read_security_descriptor(abstract_folder& folder) {
-  return folder.read_string(kSecurityDescriptorName).value_or(kDefaultSecurityDescriptor);
-}
-
-bool read_auto_discovery(abstract_folder& folder) {
-  std::uint32_t on = 1;
-  return !folder.read_value(kAutoDiscoveryName, &on, sizeof(on)) || on != 0;
-}
-
-HRESULT read_shared_ports(abstract_folder& folder, std::vector<std::uint32_t>& ports) {
-  const unique_stream stream = folder.open_stream(kSharedPortsName, STGM_READ);
-  std::vector<std::uint32_t> numbers;
-  const HRESULT result = stream ? read_list(*stream.get(), numbers) : S_OK;
-  if (FAILED(result))
-    return result;
-  std::sort(numbers.begin(), numbers.end());
-  ports = std::move(numbers);
-  return S_OK;
+HRESULT read_server_parameters(abstract_folder& folder, server_parameters& parameters) {
+  server_parameters read;
+  HRESULT result = read_security_descriptor(folder, read.security_descriptor);
+  if (SUCCEEDED(result))
+    result = read_auto_discovery(folder, read.auto_discovery);
+  if (SUCCEEDED(result))
+    result = read_shared_ports(folder, read.shared_ports);
+  if (SUCCEEDED(result))
+    parameters = std::move(read);
+  return result;
 }
 
 }  // namespace Tamrin::setman

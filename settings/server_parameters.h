@@ -29,6 +29,8 @@ struct server_parameters {
   bool auto_discovery = true;
   // Ascending. An empty list shares all ports.
   std::vector<std::uint32_t> shared_ports;
+
+  [[nodiscard]] bool operator==(const server_parameters&) const = default;
 };
 
 // The registry key of the parameters below HKEY_LOCAL_MACHINE; each release of the product has its
@@ -45,16 +47,12 @@ struct server_parameters {
 [[nodiscard]] HRESULT write_server_parameters(abstract_folder& folder,
                                               const server_parameters& parameters);
 
-// The default when there is no such string.
-[[nodiscard]] std::wstring read_security_descriptor(abstract_folder& folder);
-
-// On when there is no such number.
-[[nodiscard]] bool read_auto_discovery(abstract_folder& folder);
-
-// Sets `ports` to the stored list in ascending order; no value and an empty value are an empty
-// list. On failure `ports` is unchanged, and the result is the stream's error, or
-// HRESULT_FROM_WIN32(ERROR_HANDLE_EOF) when the value ends before the last number that its count
-// promises, or HRESULT_FROM_WIN32(ERROR_INVALID_DATA) when it goes on after it.
-[[nodiscard]] HRESULT read_shared_ports(abstract_folder& folder, std::vector<std::uint32_t>& ports);
+// Reads all three. One that is missing has its default; one that is there but cannot be read as
+// what it should be is an error, never a default, which might share more than its writer meant to.
+// Then `parameters` is unchanged and the result HRESULT_FROM_WIN32(ERROR_INVALID_DATA),
+// HRESULT_FROM_WIN32(ERROR_HANDLE_EOF) for a list of ports that ends before the last number that
+// its count promises, or the stream's error. The ports come in ascending order.
+[[nodiscard]] HRESULT read_server_parameters(abstract_folder& folder,
+                                             server_parameters& parameters);
 
 }  // namespace Tamrin::setman

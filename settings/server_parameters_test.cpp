@@ -64,7 +64,11 @@ class one_stream_folder final : public abstract_folder {
   unique_stream open_stream(const std::wstring&, DWORD) override { return unique_stream(stream_); }
   bool delete_folder() override { return false; }
   bool delete_value(const std::wstring&) override { return false; }
-  std::vector<std::wstring> value_names() override { return {}; }
+  std::vector<std::wstring> value_names() override {
+    if (stream_ == nullptr)
+      return {};
+    return {L"SharedPorts"};
+  }
   std::vector<std::wstring> subfolder_names() override { return {}; }
 
  private:
@@ -83,31 +87,60 @@ TEST(ServerParameters, ComeBackFromMemoryAndFromTheRegistry) {
   for (abstract_folder* folder : {static_cast<abstract_folder*>(memory.get()), &*registry}) {
     const server_parameters written{L"D:(A;;GA;;;WD)", false, {3, 5, 0x12345678}};
     EXPECT_EQ(write_server_parameters(*folder, written), S_OK);
-    numbers ports;
-    EXPECT_EQ(read_security_descriptor(*folder), written.security_descriptor);
-    EXPECT_FALSE(read_auto_discovery(*folder));
-    EXPECT_EQ(read_shared_ports(*folder, ports), S_OK);
-    EXPECT_EQ(ports, written.shared_ports);
+    server_parameters read;
+    EXPECT_EQ(read_server_parameters(*folder, read), S_OK);
+    EXPECT_EQ(read, written);
     EXPECT_EQ(test::read_stream(*folder, L"SharedPorts"),
               (test::bytes{3, 0, 0, 0, 3, 0, 0, 0, 5, 0, 0, 0, 0x78, 0x56, 0x34, 0x12}));
 
-    EXPECT_EQ(write_server_parameters(*folder, server_parameters()), S_OK);
-    EXPECT_EQ(read_security_descriptor(*folder), L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)");
-    EXPECT_TRUE(read_auto_discovery(*folder));
-    EXPECT_EQ(read_shared_ports(*folder, ports), S_OK);
-    EXPECT_EQ(ports, numbers());
+    const server_parameters defaults;
+    EXPECT_EQ(write_server_parameters(*folder, defaults), S_OK);
+    EXPECT_EQ(read_server_parameters(*folder, read), S_OK);
+    EXPECT_EQ(read, defaults);
     EXPECT_EQ(test::read_stream(*folder, L"SharedPorts"), test::bytes(4, 0));
   }
 }
 
 TEST(ServerParameters, MissingOnesHaveDefaults) {
   one_stream_folder folder(nullptr);
-  numbers ports = {1};
-  EXPECT_EQ(read_security_descriptor(folder), kDefaultSecurityDescriptor);
-  EXPECT_TRUE(read_auto_discovery(folder));
-  EXPECT_EQ(read_shared_ports(folder, ports), S_OK);
-  EXPECT_EQ(ports, numbers());
+  server_parameters read{L"D:", false, {1}};
+  EXPECT_EQ(read_server_parameters(folder, read), S_OK);
+  EXPECT_EQ(read, server_parameters());
+  EXPECT_EQ(read.security_descriptor, L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)");
   EXPECT_EQ(write_server_parameters(folder, server_parameters()), S_OK);
+}
+
+TEST(ServerParameters, ValuesOfAnotherTypeAreRefusedNotReplacedByDefaults) {
+  const std::uint32_t number = 5;
+  for (int row = 0; row < 6; ++row) {
+    const std::shared_ptr<file_storage> memory = test::memory_folder();
+    const test::registry_folder registry;
+    for (abstract_folder* folder : {static_cast<abstract_folder*>(memory.get()), &*registry}) {
+      switch (row) {
+        case 0:
+          folder->write_value(L"SecurityDescriptor", &number, sizeof number);
+          break;
+        case 1:
+          test::write_stream(*folder, L"SecurityDescriptor", {'D', 0, ':', 0});
+          break;
+        case 2:
+          folder->write_string(L"AutoDiscovery", L"0");
+          break;
+        case 3:
+          test::write_stream(*folder, L"AutoDiscovery", {0, 0, 0});
+          break;
+        case 4:
+          folder->write_string(L"sharedports", L"3,5");
+          break;
+        case 5:
+          folder->write_value(L"SharedPorts", &number, sizeof number);
+          break;
+      }
+      server_parameters read;
+      EXPECT_TRUE(FAILED(read_server_parameters(*folder, read))) << row;
+      EXPECT_EQ(read, server_parameters());
+    }
+  }
 }
 
 TEST(ServerParameters, DamagedPortListsAreRefused) {
@@ -116,7 +149,7 @@ TEST(ServerParameters, DamagedPortListsAreRefused) {
     HRESULT expected;
     numbers ports;
   } rows[] = {
-      {{}, S_OK, {}},
+      {{}, kEndOfFile, {}},
       {{0, 0, 0, 0}, S_OK, {}},
       {{2, 0, 0, 0, 9, 0, 0, 0, 7, 0, 0, 0}, S_OK, {7, 9}},
       {{1, 0}, kEndOfFile, {}},
@@ -130,9 +163,9 @@ TEST(ServerParameters, DamagedPortListsAreRefused) {
     const std::shared_ptr<file_storage> folder = test::memory_folder();
     test::write_stream(*folder, L"SharedPorts", row.stored);
     const numbers before = {42};
-    numbers ports = before;
-    EXPECT_EQ(read_shared_ports(*folder, ports), row.expected);
-    EXPECT_EQ(ports, row.expected == S_OK ? row.ports : before);
+    server_parameters read{L"", false, before};
+    EXPECT_EQ(read_server_parameters(*folder, read), row.expected);
+    EXPECT_EQ(read.shared_ports, row.expected == S_OK ? row.ports : before);
   }
 }
 
@@ -141,10 +174,10 @@ TEST(ServerParameters, ListsLongerThanOneReadComeBackWhole) {
   server_parameters parameters;
   for (std::uint32_t port = 1; port <= 1000; ++port)
     parameters.shared_ports.push_back(port);
-  numbers ports;
+  server_parameters read;
   EXPECT_EQ(write_server_parameters(*folder, parameters), S_OK);
-  EXPECT_EQ(read_shared_ports(*folder, ports), S_OK);
-  EXPECT_EQ(ports, parameters.shared_ports);
+  EXPECT_EQ(read_server_parameters(*folder, read), S_OK);
+  EXPECT_EQ(read, parameters);
 }
 
 TEST(ServerParameters, StreamErrorsAndShortWritesAreReported) {
@@ -161,8 +194,8 @@ TEST(ServerParameters, StreamErrorsAndShortWritesAreReported) {
   }
   limited_stream unreadable(0, STG_E_READFAULT);
   one_stream_folder folder(&unreadable);
-  numbers ports;
-  EXPECT_EQ(read_shared_ports(folder, ports), STG_E_READFAULT);
+  server_parameters read;
+  EXPECT_EQ(read_server_parameters(folder, read), STG_E_READFAULT);
 }
 
 }  // namespace

@@ -1,0 +1,191 @@
+#include "app/service_host.h"
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "app/service_registration.h"
+#include "app/version_info.h"
+#include "async/cancellation.h"
+#include "async/errors.h"
+#include "async/future.h"
+#include "async/timer.h"
+#include "log/log.h"
+#include "log/null_logger.h"
+#include "server/server.h"
+#include "settings/server_parameters.h"
+
+namespace tarnwheel {
+namespace {
+
+constexpr DWORD kWaitHint = 15000;  // milliseconds
+constexpr std::chrono::seconds kCheckpointInterval(1);
+
+// One start of the service. The control handler runs on the dispatcher's thread, everything after
+// the start on pool threads. Exists until the process ends or the service is started anew in it,
+// which the service control manager does only after it has stopped.
+//
+// Whatever ends the run of the server, a control or the global stop event, the supervision sees it,
+// ends the checkpoints, destroys the server and reports the stop, last of all: reports and calls of
+// the server go through lock_ and are dropped from then on.
+class service_context {
+ public:
+  void start();
+
+ private:
+  static DWORD WINAPI on_control(DWORD control, DWORD type, void* data, void* context);
+
+  void run_server();
+  void request_stop();
+  ostra::future<void> supervise(ostra::future<void> running);
+  ostra::future<void> report_checkpoints();
+  [[nodiscard]] ostra::future<void> end_checkpoints();
+  void report_stopped();
+
+  void report(DWORD state, DWORD checkpoint);
+  void report_locked(DWORD state, DWORD checkpoint) const noexcept;
+
+  // Constant after the start.
+  SERVICE_STATUS_HANDLE status_ = nullptr;
+  logging::null_logger logger_;
+  const logging::process_logger published_{logger_};
+
+  const ostra::cancellation_source checkpoints_ended_;
+
+  // Guarded by lock_.
+  ostra::srw_lock lock_;
+  std::unique_ptr<server> server_;
+  ostra::future<void> checkpoints_;
+  bool stopped_ = false;
+};
+
+// Never destroyed at the process's end, when pool threads may still be at work.
+service_context* current = nullptr;
+
+void service_context::start() {
+  status_ = ::RegisterServiceCtrlHandlerExW(kServiceName, &on_control, this);
+  report(SERVICE_START_PENDING, 0);
+  try {
+    run_server();
+  } catch (...) {
+    report_stopped();
+  }
+}
+
+void service_context::run_server() {
+  const auto version = read_product_version();
+  auto created =
+      create_server(Tamrin::setman::open_parameters_folder(version.major, version.minor));
+  auto running = created->run();
+  {
+    const std::lock_guard guard(lock_);
+    server_ = std::move(created);
+  }
+  report(SERVICE_RUNNING, 0);
+  static_cast<void>(supervise(std::move(running)));
+}
+
+DWORD WINAPI service_context::on_control(DWORD control, DWORD, void*, void* context) {
+  switch (control) {
+    case SERVICE_CONTROL_STOP:
+    case SERVICE_CONTROL_SHUTDOWN:
+      static_cast<service_context*>(context)->request_stop();
+      return NO_ERROR;
+    case SERVICE_CONTROL_INTERROGATE:
+      return NO_ERROR;
+    default:
+      return ERROR_CALL_NOT_IMPLEMENTED;
+  }
+}
+
+void service_context::request_stop() {
+  report(SERVICE_STOP_PENDING, 0);
+  const std::lock_guard guard(lock_);
+  if (!server_)
+    return;
+  try {
+    if (!checkpoints_.valid())
+      checkpoints_ = report_checkpoints();
+  } catch (...) {
+    // Without memory for them the stop goes on without checkpoints.
+  }
+  server_->stop();
+}
+
+ostra::future<void> service_context::supervise(ostra::future<void> running) {
+  try {
+    co_await running;
+  } catch (...) {
+    // However it ended, the server has stopped.
+  }
+  checkpoints_ended_.cancel();
+  auto checkpoints = end_checkpoints();
+  if (checkpoints.valid()) {
+    co_await checkpoints;
+  }
+  report_stopped();
+}
+
+ostra::future<void> service_context::report_checkpoints() {
+  try {
+    ostra::auto_cancel_timer timer(checkpoints_ended_.token());
+    for (DWORD checkpoint = 1;; ++checkpoint) {
+      auto interval = timer.wait(kCheckpointInterval);
+      co_await interval;
+      report(SERVICE_STOP_PENDING, checkpoint);
+    }
+  } catch (const ostra::hresult_error&) {
+    // The stop is complete.
+  }
+}
+
+// Takes the checkpoints out, and with them the server, so that no later control starts new ones.
+ostra::future<void> service_context::end_checkpoints() {
+  std::unique_ptr<server> ended;
+  const std::lock_guard guard(lock_);
+  ended = std::move(server_);
+  return std::exchange(checkpoints_, {});
+}
+
+void service_context::report_stopped() {
+  const std::lock_guard guard(lock_);
+  report_locked(SERVICE_STOPPED, 0);
+  stopped_ = true;
+}
+
+void service_context::report(DWORD state, DWORD checkpoint) {
+  const std::lock_guard guard(lock_);
+  if (!stopped_)
+    report_locked(state, checkpoint);
+}
+
+void service_context::report_locked(DWORD state, DWORD checkpoint) const noexcept {
+  SERVICE_STATUS status = {};
+  status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+  status.dwCurrentState = state;
+  status.dwCheckPoint = checkpoint;
+  if (state == SERVICE_RUNNING) {
+    status.dwControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN;
+  } else if (state != SERVICE_STOPPED) {
+    status.dwWaitHint = kWaitHint;
+  }
+  ::SetServiceStatus(status_, &status);
+}
+
+void WINAPI service_main(DWORD, wchar_t**) {
+  delete std::exchange(current, nullptr);
+  current = new service_context;
+  current->start();
+}
+
+}  // namespace
+
+DWORD run_service() {
+  std::wstring name = kServiceName;
+  const SERVICE_TABLE_ENTRYW table[] = {{name.data(), &service_main}, {nullptr, nullptr}};
+  return ::StartServiceCtrlDispatcherW(table) ? ERROR_SUCCESS : ::GetLastError();
+}
+
+}  // namespace tarnwheel

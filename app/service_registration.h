@@ -1,0 +1,31 @@
+// How the service control manager knows this program, and putting it there.
+#pragma once
+
+#include "platform/unique_resource.h"
+#include "platform/win32.h"
+
+// After win32.h.
+#include <winsvc.h>
+
+namespace tarnwheel {
+
+inline constexpr wchar_t kServiceName[] = L"qrvtwsrv";
+
+struct service_handle_traits {
+  using pointer = SC_HANDLE;
+  static pointer invalid() noexcept { return nullptr; }
+  static void close(pointer handle) noexcept { ::CloseServiceHandle(handle); }
+};
+using unique_service_handle = Tamrin::unique_resource<service_handle_traits>;
+
+// Both need an administrator's rights, say on the console what went wrong, and give the Win32 error
+// code, 0 when all went well: it is the process's exit code.
+
+// Registers this executable, where it lies now, as a service that starts with the system (delayed)
+// under the local service account. 183 when it is registered already. Does not start it.
+[[nodiscard]] DWORD install_service();
+
+// Stops the service, waiting for as long as it takes, and removes its registration.
+[[nodiscard]] DWORD uninstall_service();
+
+}  // namespace tarnwheel

@@ -1,0 +1,149 @@
+#include "server/server.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <mutex>
+#include <thread>
+
+#include "async/errors.h"
+#include "async/test_support.h"
+#include "log/log.h"
+#include "settings/directory.h"
+#include "settings/file_storage.h"
+#include "settings/server_parameters.h"
+
+namespace tarnwheel {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr wchar_t kPipe[] = LR"(\\.\pipe\kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01)";
+
+class Recorder final : public logging::ILogger {
+ public:
+  bool initialize(std::wstring_view, bool, std::int32_t) override { return true; }
+  void log(const std::wstring_view& message, std::int32_t) override { Add(std::wstring(message)); }
+  void log(std::wstring&& message, std::int32_t) override { Add(std::exchange(message, {})); }
+  void stop() override {}
+
+  std::ptrdiff_t Count(std::wstring_view part) {
+    const std::lock_guard guard(lock_);
+    return std::ranges::count_if(
+        lines_, [&](const auto& line) { return line.find(part) != std::wstring::npos; });
+  }
+
+ private:
+  void Add(std::wstring line) {
+    const std::lock_guard guard(lock_);
+    lines_.push_back(std::move(line));
+  }
+
+  std::mutex lock_;
+  std::vector<std::wstring> lines_;
+};
+
+using ostra::test::code_of;
+
+Tamrin::unique_file connect() {
+  return Tamrin::unique_file(
+      ::CreateFileW(kPipe, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
+class ServerRun : public ::testing::Test {
+ protected:
+  static std::unique_ptr<server> Create(std::wstring sddl = L"D:(A;;GA;;;WD)") {
+    auto folder = std::make_shared<Tamrin::setman::file_storage>(
+        std::make_shared<Tamrin::setman::directory>());
+    EXPECT_EQ(Tamrin::setman::write_server_parameters(*folder, {std::move(sddl), false, {}}), S_OK);
+    return create_server(folder);
+  }
+
+  bool Eventually(std::wstring_view line, std::ptrdiff_t count) {
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (log_.Count(line) != count) {
+      if (std::chrono::steady_clock::now() > deadline)
+        return false;
+      std::this_thread::yield();
+    }
+    return true;
+  }
+
+  Recorder log_;
+  logging::process_logger published_{log_};
+};
+
+TEST_F(ServerRun, BurstsOfClientsAreServedAndLeaveWithTheStop) {
+  const auto server = Create();
+  const auto running = server->run();
+  std::vector<Tamrin::unique_file> clients;
+  while (clients.size() < 60) {
+    // Up to four find an instance each without having to try again.
+    std::vector<std::thread> burst;
+    std::vector<Tamrin::unique_file> connected(4);
+    for (auto& client : connected)
+      burst.emplace_back([&client] { client = connect(); });
+    for (auto& thread : burst)
+      thread.join();
+    for (auto& client : connected) {
+      EXPECT_TRUE(client);
+      clients.push_back(std::move(client));
+    }
+    ASSERT_TRUE(Eventually(L"Client connected", static_cast<std::ptrdiff_t>(clients.size())));
+  }
+  server->stop();
+  server->stop();
+  running.get();
+  EXPECT_EQ(log_.Count(L"Client Unknown disconnected"), 60);
+  EXPECT_FALSE(connect());
+}
+
+TEST_F(ServerRun, ClientsThatComeAndGoDoNotEndTheListening) {
+  const auto server = Create();
+  const auto running = server->run();
+  for (int i = 0; i < 500; ++i)
+    connect();
+  Tamrin::unique_file last;
+  for (int i = 0; i < 1000 && !last; ++i) {
+    last = connect();
+    if (!last)
+      ::Sleep(1);
+  }
+  EXPECT_TRUE(last);
+  server->stop();
+  running.get();
+  EXPECT_EQ(log_.Count(L"Client connected"), log_.Count(L"disconnected"));
+  EXPECT_EQ(log_.Count(L"Error"), 0);
+}
+
+TEST_F(ServerRun, FailedStartIsThrownAndLeavesNothingBehind) {
+  EXPECT_EQ(code_of([] { static_cast<void>(Create(L"no descriptor")->run()); }),
+            ostra::details::to_hresult(ERROR_INVALID_PARAMETER));
+  {
+    const Tamrin::unique_file taken(
+        ::CreateNamedPipeW(kPipe, PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 512, 512, 0, nullptr));
+    EXPECT_EQ(code_of([] { static_cast<void>(Create()->run()); }),
+              ostra::details::to_hresult(ERROR_PIPE_BUSY));
+  }
+  const auto server = Create();
+  const auto running = server->run();
+  EXPECT_TRUE(connect());
+  server->stop();
+  running.get();
+}
+
+TEST_F(ServerRun, OnlyOneServerExistsAndAnybodyMayStopIt) {
+  const auto server = Create();
+  EXPECT_EQ(code_of([] { static_cast<void>(Create()); }),
+            ostra::details::to_hresult(ERROR_ALREADY_EXISTS));
+  const auto running = server->run();
+  constexpr wchar_t kStop[] = LR"(Global\kelvarine_{E7093B5D-2C4F-4A61-B8E2-9D05F3A7C614}_v1.01)";
+  const Tamrin::unique_handle stop(::OpenEventW(EVENT_MODIFY_STATE, FALSE, kStop));
+  ASSERT_TRUE(stop);
+  EXPECT_FALSE(running.is_complete());
+  ::SetEvent(stop.get());
+  running.get();
+}
+
+}  // namespace
+}  // namespace tarnwheel
