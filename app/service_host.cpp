@@ -24,6 +24,8 @@ namespace {
 constexpr DWORD kWaitHint = 15000;  // milliseconds
 constexpr std::chrono::seconds kCheckpointInterval(1);
 
+server_factory make_server = nullptr;  // set before the dispatcher can start anything
+
 // One start of the service. The control handler runs on the dispatcher's thread, everything after
 // the start on pool threads. Exists until the process ends or the service is started anew in it,
 // which the service control manager does only after it has stopped.
@@ -77,8 +79,7 @@ void service_context::start() {
 
 void service_context::run_server() {
   const auto version = read_product_version();
-  auto created =
-      create_server(Tamrin::setman::open_parameters_folder(version.major, version.minor));
+  auto created = make_server(Tamrin::setman::open_parameters_folder(version.major, version.minor));
   auto running = created->run();
   {
     const std::lock_guard guard(lock_);
@@ -181,9 +182,10 @@ void WINAPI service_main(DWORD, wchar_t**) {
   current->start();
 }
 
-// For Wine alone: there the dispatcher of a process that is no service takes the control pipe of the
-// service that was started last for its own, and waits for ever while that one runs. Wine starts
-// services on a desktop of their own, which tells them from programs that are run by hand.
+// For Wine alone: there the dispatcher of a process that is no service takes the control pipe of
+// the service that was started last for its own, and waits ten seconds for it while that one runs.
+// Wine starts services on a desktop of their own, which tells them from programs that are run by
+// hand.
 bool wine_ran_by_hand() noexcept {
   constexpr std::wstring_view kServiceDesktop = L"__wineservice_winstation";
   if (::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr)
@@ -196,9 +198,10 @@ bool wine_ran_by_hand() noexcept {
 
 }  // namespace
 
-DWORD run_service() {
+DWORD run_service(server_factory create) {
   if (wine_ran_by_hand())
     return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
+  make_server = create;
   std::wstring name = kServiceName;
   const SERVICE_TABLE_ENTRYW table[] = {{name.data(), &service_main}, {nullptr, nullptr}};
   return ::StartServiceCtrlDispatcherW(table) ? ERROR_SUCCESS : ::GetLastError();

@@ -36,29 +36,8 @@ Tamrin::unique_file CreateInheritable(const std::wstring& path) {
   return file;
 }
 
-struct KeyTraits {
-  using pointer = HKEY;
-  static pointer invalid() noexcept { return nullptr; }
-  static void close(pointer key) noexcept { ::RegCloseKey(key); }
-};
-
-// Asked by a program whether it is a service, Wine waits ten seconds for the channel of the service
-// that was started last, whose number it keeps here; Windows says no at once and has no such key. A
-// number that no service has spares each server that wait.
-void SpareTheWaitForServices() {
-  constexpr DWORD kNoService = 100'000;
-  HKEY key = nullptr;
-  ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, LR"(System\CurrentControlSet\Control\ServiceCurrent)", 0,
-                  KEY_SET_VALUE, &key);
-  const Tamrin::unique_resource<KeyTraits> owned(key);
-  if (owned)
-    ::RegSetValueExW(key, nullptr, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&kNoService),
-                     sizeof kNoService);
-}
-
 Tamrin::unique_handle Start(std::wstring command_line, const std::wstring& output,
                             const std::wstring& errors) {
-  SpareTheWaitForServices();
   const auto output_file = CreateInheritable(output);
   const auto error_file = CreateInheritable(errors);
   STARTUPINFOW startup = {};
