@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "app/service_registration.h"
@@ -180,9 +181,24 @@ void WINAPI service_main(DWORD, wchar_t**) {
   current->start();
 }
 
+// For Wine alone: there the dispatcher of a process that is no service takes the control pipe of the
+// service that was started last for its own, and waits for ever while that one runs. Wine starts
+// services on a desktop of their own, which tells them from programs that are run by hand.
+bool wine_ran_by_hand() noexcept {
+  constexpr std::wstring_view kServiceDesktop = L"__wineservice_winstation";
+  if (::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr)
+    return false;
+  STARTUPINFOW startup = {};
+  ::GetStartupInfoW(&startup);
+  const std::wstring_view desktop = startup.lpDesktop == nullptr ? L"" : startup.lpDesktop;
+  return !desktop.starts_with(kServiceDesktop);
+}
+
 }  // namespace
 
 DWORD run_service() {
+  if (wine_ran_by_hand())
+    return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
   std::wstring name = kServiceName;
   const SERVICE_TABLE_ENTRYW table[] = {{name.data(), &service_main}, {nullptr, nullptr}};
   return ::StartServiceCtrlDispatcherW(table) ? ERROR_SUCCESS : ::GetLastError();

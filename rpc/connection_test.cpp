@@ -61,6 +61,11 @@ class FakeServer final : public IServer_Remote {
     co_return S_OK;
   }
 
+  [[nodiscard]] bool IsReading() {
+    const std::lock_guard guard(lock_);
+    return reader_.has_value();
+  }
+
   ostra::future<bytes_result> Read(std::uint32_t size) override {
     if (size == 13)
       ostra::details::throw_win32(ERROR_BAD_COMMAND);
@@ -169,7 +174,7 @@ TEST_F(BothEnds, FailedMethodGetsNoReplyAndTheConnectionLives) {
 TEST_F(BothEnds, RequestHoldsTheImplementationUntilItEnds) {
   auto& remote = client_->Remote();
   const auto read = remote.Read(5);
-  while (server_->RequestsInProgress() == 0)
+  while (!implementation_->IsReading())
     std::this_thread::yield();
   FakeServer* const implementation = implementation_.get();
   implementation_.reset();

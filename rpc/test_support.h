@@ -7,22 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "async/errors.h"
+#include "async/test_support.h"
 #include "platform/unique_resource.h"
 #include "rpc/pipe_transport.h"
 
 namespace tether::test {
 
-// The code of the hresult_error that `action` throws; S_OK when it throws none.
-template <class Action>
-HRESULT code_of(Action action) {
-  try {
-    action();
-  } catch (const ostra::hresult_error& error) {
-    return error.code();
-  }
-  return S_OK;
-}
+using ostra::test::code_of;
 
 inline std::wstring unique_pipe_name() {
   static std::atomic<unsigned> serial = 0;

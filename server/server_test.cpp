@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "async/errors.h"
+#include "async/test_support.h"
 #include "log/log.h"
 #include "settings/directory.h"
 #include "settings/file_storage.h"
@@ -42,15 +43,7 @@ class Recorder final : public logging::ILogger {
   std::vector<std::wstring> lines_;
 };
 
-template <class Action>
-HRESULT code_of(Action action) {
-  try {
-    action();
-  } catch (const ostra::hresult_error& error) {
-    return error.code();
-  }
-  return S_OK;
-}
+using ostra::test::code_of;
 
 Tamrin::unique_file connect() {
   return Tamrin::unique_file(

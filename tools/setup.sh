@@ -21,18 +21,32 @@ install_packages() {
   ((EUID == 0)) || root=(sudo)
   "${root[@]}" apt-get update -qq
   DEBIAN_FRONTEND=noninteractive "${root[@]}" apt-get install -y -qq --no-install-recommends \
-    "${missing[@]}" >/dev/null
+    "${missing[@]}" >/dev/null </dev/null
+}
+
+# A script that ends the prefix's programs when it is done has the prefix for itself until it ends,
+# and starts without what a killed one may have left running. The lock is on descriptor 9, which
+# nothing that outlives the script may inherit.
+claim_prefix() {
+  mkdir -p "$(dirname "$WINEPREFIX")"
+  exec 9>"$WINEPREFIX.lock"
+  if ! flock --nonblock 9; then
+    echo "Another run.sh or test.sh is using $WINEPREFIX; end it first." >&2
+    exit 1
+  fi
+  stop_wine
 }
 
 # Starts Wine's services in the prefix and keeps them for ten idle minutes. Wine links the first
 # free COM port to this machine's own serial line; a test must never write there.
 start_wine() {
   mkdir -p "$WINEPREFIX"
-  /usr/lib/wine/wineserver64 -p600 || true  # fails when it runs already
+  # Fails when it runs already.
+  /usr/lib/wine/wineserver64 -p600 </dev/null >/dev/null 2>&1 9>&- || true
   if [[ -e $WINEPREFIX/system.reg ]]; then
-    "$project/tools/wine" wineboot >/dev/null 2>&1
+    "$project/tools/wine" wineboot </dev/null >/dev/null 2>&1
   else
-    "$project/tools/wine" wineboot -i >/dev/null 2>&1
+    "$project/tools/wine" wineboot -i </dev/null >/dev/null 2>&1
   fi
   find "$WINEPREFIX/dosdevices" -lname '/dev/tty*' -delete
 }
@@ -42,12 +56,13 @@ stop_wine() {
   /usr/lib/wine/wineserver64 -k >/dev/null 2>&1 || true
 }
 
-# make_loopback N: a serial port COMN that answers every byte with itself, until the process
-# $loopback_pid ends.
+# make_loopback N: a serial port COMN that answers every byte with itself, until stop_loopback or
+# the end of the script.
 make_loopback() {
   local device=$WINEPREFIX/loopback-com$1
   rm -f "$device"
-  socat "pty,raw,echo=0,link=$device" EXEC:cat &
+  setsid setpriv --pdeathsig TERM socat "pty,raw,echo=0,link=$device" EXEC:cat \
+    </dev/null >/dev/null 2>&1 9>&- &
   loopback_pid=$!
   for _ in {1..100}; do
     [[ -e $device ]] && break
@@ -56,11 +71,17 @@ make_loopback() {
   ln -sfn "$device" "$WINEPREFIX/dosdevices/com$1"
 }
 
-# build PRESET: configures once, then builds both programs and every test.
+stop_loopback() {
+  [[ -n ${loopback_pid-} ]] || return 0
+  kill "$loopback_pid" 2>/dev/null || true
+  wait "$loopback_pid" 2>/dev/null || true
+}
+
+# build PRESET TARGET...: configures once, then builds the targets.
 build() {
   cd "$project"
   [[ -e build/$1/build.ninja ]] || cmake --preset "$1" >/dev/null
-  cmake --build --preset "$1"
+  cmake --build --preset "$1" --target "${@:2}"
 }
 
 install_packages

@@ -1,0 +1,84 @@
+#include "client/connected_server.h"
+
+#include "client/client_error.h"
+#include "format/format.h"
+#include "rpc/pipe_transport.h"
+
+namespace tarnwheel::client {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr std::uint16_t kClientCode = 1;
+constexpr milliseconds kBusyLimit(2000);
+constexpr DWORD kBusyPause = 50;  // milliseconds
+
+constexpr known_cause kConnectCauses[] = {
+    {ERROR_FILE_NOT_FOUND, L"No server runs on {0}"},
+    {ERROR_TIMEOUT, L"No server runs on {0}"},
+    {ERROR_PATH_NOT_FOUND, L"There is no way to {0}"},
+    {ERROR_BAD_NETPATH, L"There is no way to {0}"},
+    {ERROR_BAD_NET_NAME, L"There is no way to {0}"},
+    {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account"},
+    {ERROR_PIPE_BUSY, L"The server on {0} is busy"},
+};
+
+std::wstring display_name_of(std::wstring_view name) {
+  return name == L"." ? L"this machine" : std::wstring(name);
+}
+
+// All instances being taken passes quickly: the server makes the next one as soon as a client has
+// taken the last.
+HRESULT connect_when_free(tether::ITransport& transport, std::wstring_view name,
+                          std::wstring_view pipe) {
+  const auto deadline = steady_clock::now() + kBusyLimit;
+  for (;;) {
+    const HRESULT outcome = transport.Connect(name, pipe, NMPWAIT_USE_DEFAULT_WAIT, 1);
+    const bool busy = outcome == ostra::details::to_hresult(ERROR_PIPE_BUSY);
+    if (!busy || steady_clock::now() >= deadline)
+      return outcome;
+    ::Sleep(kBusyPause);
+  }
+}
+
+std::shared_ptr<tether::ITransport> connect(std::wstring_view name, std::wstring_view pipe) {
+  auto transport = tether::PipeTransport::Create();
+  HRESULT outcome = S_OK;
+  try {
+    outcome = connect_when_free(*transport, name, pipe);
+  } catch (const ostra::hresult_error& error) {
+    outcome = error.code();  // the open pipe cannot be used
+  }
+  if (FAILED(outcome))
+    throw explain(outcome, display_name_of(name), kConnectCauses);
+  return transport;
+}
+
+}  // namespace
+
+connected_server::connected_server(std::wstring_view name, std::wstring_view pipe)
+    : display_name_(display_name_of(name)),
+      connection_(std::make_shared<connection>(connect(name, pipe), kClientCode,
+                                               std::weak_ptr<tether::IServer_Remote>())),
+      receiving_(connection_->Run()) {}
+
+connected_server::~connected_server() {
+  connection_->Cancel();
+  receiving_.wait();
+}
+
+void connected_server::fail(std::wstring_view subject, const call_limit& expiry, milliseconds limit,
+                            HRESULT code) const {
+  if (expiry.passed()) {
+    const auto count = static_cast<std::uint32_t>(limit.count());
+    throw client_error(tfmt::format(L"{0}: no answer within {1} ms", subject, count),
+                       ostra::details::to_hresult(ERROR_TIMEOUT));
+  }
+  if (code == ostra::operation_cancelled().code())
+    throw client_error(
+        tfmt::format(L"{0}: the server on {1} ended the connection", subject, display_name_), code);
+  throw explain(code, subject);
+}
+
+}  // namespace tarnwheel::client

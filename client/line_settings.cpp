@@ -1,0 +1,70 @@
+#include "client/line_settings.h"
+
+#include <algorithm>
+#include <limits>
+#include <span>
+
+#include "app/cmd_line_syntax_error.h"
+#include "client/values.h"
+
+namespace tarnwheel::client {
+namespace {
+
+constexpr wchar_t kBaud[] = L"baud";
+constexpr wchar_t kDataBits[] = L"data-bits";
+constexpr wchar_t kParity[] = L"parity";
+constexpr wchar_t kStopBits[] = L"stop-bits";
+
+struct keyword {
+  std::wstring_view text;
+  UCHAR code;
+};
+
+constexpr keyword kParities[] = {{L"none", NO_PARITY},
+                                 {L"odd", ODD_PARITY},
+                                 {L"even", EVEN_PARITY},
+                                 {L"mark", MARK_PARITY},
+                                 {L"space", SPACE_PARITY}};
+
+constexpr keyword kStopBitCounts[] = {
+    {L"1", STOP_BIT_1}, {L"1.5", STOP_BITS_1_5}, {L"2", STOP_BITS_2}};
+
+void add_option(Tamrin::command_line& line, const wchar_t* name, const wchar_t* value_name,
+                std::wstring_view default_value, const wchar_t* description) {
+  auto& option = line.add_valued(name);
+  option.value_name = value_name;
+  option.default_value = default_value;
+  option.description = description;
+}
+
+UCHAR parse_keyword(std::wstring_view text, const std::string& what,
+                    std::span<const keyword> keywords) {
+  const auto found = std::ranges::find(keywords, text, &keyword::text);
+  if (found == keywords.end())
+    throw Tamrin::cmd_line_syntax_error("Invalid " + what + " specified.");
+  return found->code;
+}
+
+}  // namespace
+
+void add_line_options(Tamrin::command_line& line) {
+  add_option(line, kBaud, L"N", L"115200", L"Bits per second. Default value is 115200.");
+  add_option(line, kDataBits, L"N", L"8", L"Data bits, 5 to 8. Default value is 8.");
+  add_option(line, kParity, L"PARITY", L"none",
+             L"none, odd, even, mark or space. Default value is none.");
+  add_option(line, kStopBits, L"N", L"1", L"Stop bits: 1, 1.5 or 2. Default value is 1.");
+}
+
+line_settings line_settings_of(const Tamrin::command_line& line) {
+  line_settings settings = {};
+  settings.baud_rate.BaudRate = parse_number(line.at(kBaud).text(), "baud rate", 1,
+                                             std::numeric_limits<std::uint32_t>::max());
+  settings.control.WordLength =
+      static_cast<UCHAR>(parse_number(line.at(kDataBits).text(), "number of data bits", 5, 8));
+  settings.control.Parity = parse_keyword(line.at(kParity).text(), "parity", kParities);
+  settings.control.StopBits =
+      parse_keyword(line.at(kStopBits).text(), "number of stop bits", kStopBitCounts);
+  return settings;
+}
+
+}  // namespace tarnwheel::client

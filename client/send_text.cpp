@@ -1,0 +1,42 @@
+#include <algorithm>
+
+#include "client/client_options.h"
+#include "client/line_settings.h"
+#include "client/remote_port.h"
+#include "client/utf8.h"
+#include "client/values.h"
+#include "client/verb.h"
+#include "format/format.h"
+#include "log/console.h"
+
+namespace tarnwheel::client {
+namespace {
+
+// A line that says nothing for so long is taken to have finished.
+constexpr std::chrono::milliseconds kQuiet(200);
+
+}  // namespace
+
+void send_text(const invocation& request) {
+  // The command line is judged as a whole before anything happens.
+  const std::uint32_t number = parse_port(request.arguments[1]);
+  const line_settings line = line_settings_of(request.options);
+  const auto limit = reading_limit_of(request.options);
+
+  connected_server server(request.arguments[0]);
+  remote_port port(server, number);
+  port.set_line(line);
+  port.set_read_slice(std::min(kQuiet, limit));
+  port.write(to_utf8(request.arguments[2]));
+
+  const std::wstring answer = from_utf8(port.read_until_quiet(limit));
+  if (answer.empty()) {
+    const auto count = static_cast<std::uint32_t>(limit.count());
+    logging::print(logging::standard_stream::error,
+                   tfmt::format(L"{0} sent nothing within {1} ms\n", port.name(), count));
+    return;
+  }
+  logging::print(logging::standard_stream::output, answer + L"\n");
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,34 @@
+// What the client can be asked to do.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "app/command_line.h"
+
+namespace tarnwheel::client {
+
+// The words behind the verb, as many as it takes, and all options.
+struct invocation {
+  std::span<const std::wstring_view> arguments;
+  const Tamrin::command_line& options;
+};
+
+struct verb {
+  std::wstring_view name;
+  std::vector<std::wstring_view> arguments;  // their names, for the help
+  std::wstring_view description;
+  void (*run)(const invocation&);  // throws client_error and cmd_line_syntax_error
+};
+
+[[nodiscard]] std::span<const verb> all_verbs();
+
+// Prints the ports of a server, one a line: COMn, a tab, the friendly name.
+void list_ports(const invocation& request);
+
+// Sends a text to a port and prints what comes back.
+void send_text(const invocation& request);
+
+}  // namespace tarnwheel::client

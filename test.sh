@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Builds everything with all checks and runs every test under Wine. Ends with ctest's summary and
+# its exit code.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+# shellcheck source=tools/setup.sh
+source tools/setup.sh
+
+clean_up() {
+  stop_loopback
+  stop_wine
+}
+
+claim_prefix
+trap clean_up EXIT
+build checked all all_verify_interface_header_sets
+start_wine
+make_loopback 5
+ctest --preset checked </dev/null

@@ -1,0 +1,73 @@
+// The client program against the real server.
+#include <gtest/gtest.h>
+
+#include "server/test_ports.h"
+#include "tests/raw_client.h"
+#include "tests/serial_ports.h"
+#include "tests/server_process.h"
+
+namespace system_test {
+namespace {
+
+using tarnwheel::test::test_port;
+
+constexpr wchar_t kClient[] = L"tarnwheel-client";
+
+void ExpectSuccess(std::wstring_view arguments, const std::wstring& output) {
+  const CompletedRun client(kClient, arguments);
+  EXPECT_EQ(client.exit_code, 0u);
+  EXPECT_EQ(client.output, output);
+  EXPECT_EQ(client.errors, L"");
+}
+
+void ExpectFailure(std::wstring_view arguments, const std::wstring& errors) {
+  const CompletedRun client(kClient, arguments);
+  EXPECT_EQ(client.exit_code, 1u);
+  EXPECT_EQ(client.output, L"");
+  EXPECT_EQ(client.errors, errors);
+}
+
+std::wstring SendTo(std::uint32_t port, const std::wstring& text) {
+  return L"send . COM" + std::to_wstring(port) + L" \"" + text + L"\"";
+}
+
+TEST(Client, TellsThatNoServerRuns) {
+  ExpectFailure(L"list .", L"No server runs on this machine (0x80070002)\n");
+  ExpectFailure(SendTo(LoopbackPort(), L"x"), L"No server runs on this machine (0x80070002)\n");
+}
+
+TEST(Client, ListsTheSharedPorts) {
+  const test_port second(L"COM203", L"Gerät ж");
+  const test_port hidden(L"COM202", L"Hidden");
+  const test_port first(L"COM201", L"First");
+  ServerProcess server(L"--share-ports 201,203");
+  ExpectSuccess(L"list .", L"COM201\tFirst\nCOM203\tGerät ж\n");
+}
+
+TEST(Client, SendsATextAndPrintsTheEcho) {
+  ServerProcess server;
+  for (const std::wstring text : {L"one line", L"Grüße, ж and 漢"})
+    ExpectSuccess(SendTo(LoopbackPort(), text), text + L"\n");
+}
+
+TEST(Client, TellsWhyAPortCannotBeOpened) {
+  ServerProcess server(L"--share-ports 6,77," + std::to_wstring(LoopbackPort()));
+  RawClient holder;
+  EXPECT_EQ(holder.OpenPort(kFilePort), 0u);
+  ExpectFailure(SendTo(kFilePort, L"x"),
+                L"COM6 is in use by another program or client (0x80070020)\n");
+  ExpectFailure(SendTo(kMissingPort, L"x"), L"COM77 does not exist (0x80070002)\n");
+  ExpectFailure(SendTo(200, L"x"),
+                L"COM200 is in use by another program or client, or is not "
+                L"shared (0x80070005)\n");
+}
+
+TEST(Client, ShowsTheHelpWithAnErrorOfTheCommandLine) {
+  const CompletedRun client(kClient, L"lst .");
+  EXPECT_EQ(client.exit_code, 1u);
+  EXPECT_EQ(client.output.rfind(L"Usage: tarnwheel-client VERB", 0), 0u);
+  EXPECT_EQ(client.errors, L"Error: Invalid verb specified.\n");
+}
+
+}  // namespace
+}  // namespace system_test

@@ -1,0 +1,182 @@
+#include "tests/program.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+
+namespace system_test {
+namespace {
+
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr std::size_t kHighestHandle = 0x4000;
+
+std::wstring TemporaryPath(std::wstring_view extension) {
+  static unsigned serial = 0;
+  std::array<wchar_t, MAX_PATH> folder = {};
+  ::GetTempPathW(MAX_PATH, folder.data());
+  return std::wstring(folder.data()) + L"system_test_" + std::to_wstring(::GetCurrentProcessId()) +
+         L"_" + std::to_wstring(++serial) + std::wstring(extension);
+}
+
+// Programs and tests are built side by side: ...\bin\NAME.exe and ...\tests\system_test.exe.
+std::wstring ProgramPath(std::wstring_view name) {
+  std::wstring path(32768, L'\0');
+  path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+  for (int level = 0; level < 2; ++level)
+    path.resize(path.rfind(L'\\'));
+  return path + LR"(\bin\)" + std::wstring(name) + L".exe";
+}
+
+Tamrin::unique_file CreateInheritable(const std::wstring& path) {
+  SECURITY_ATTRIBUTES inheritable = {sizeof inheritable, nullptr, TRUE};
+  Tamrin::unique_file file(::CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, &inheritable,
+                                         CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  Require(static_cast<bool>(file), "creating a file for a program's output");
+  return file;
+}
+
+struct KeyTraits {
+  using pointer = HKEY;
+  static pointer invalid() noexcept { return nullptr; }
+  static void close(pointer key) noexcept { ::RegCloseKey(key); }
+};
+
+// Asked by a program whether it is a service, Wine waits ten seconds for the channel of the service
+// that was started last, whose number it keeps here; Windows says no at once and has no such key. A
+// number that no service has spares each server that wait.
+void SpareTheWaitForServices() {
+  constexpr DWORD kNoService = 100'000;
+  HKEY key = nullptr;
+  ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, LR"(System\CurrentControlSet\Control\ServiceCurrent)", 0,
+                  KEY_SET_VALUE, &key);
+  const Tamrin::unique_resource<KeyTraits> owned(key);
+  if (owned)
+    ::RegSetValueExW(key, nullptr, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&kNoService),
+                     sizeof kNoService);
+}
+
+Tamrin::unique_handle Start(std::wstring command_line, const std::wstring& output,
+                            const std::wstring& errors) {
+  SpareTheWaitForServices();
+  const auto output_file = CreateInheritable(output);
+  const auto error_file = CreateInheritable(errors);
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = output_file.get();
+  startup.hStdError = error_file.get();
+  PROCESS_INFORMATION process = {};
+  Require(::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                           nullptr, nullptr, &startup, &process),
+          "CreateProcessW");
+  ::CloseHandle(process.hThread);
+  return Tamrin::unique_handle(process.hProcess);
+}
+
+std::wstring DecodeScreen(const std::string& bytes) {
+  if (bytes.empty())
+    return {};
+  const auto size = static_cast<int>(bytes.size());
+  std::wstring text(bytes.size(), L'\0');
+  const int length =
+      ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, bytes.data(), size, text.data(), size);
+  EXPECT_NE(length, 0) << "the screen's text is not UTF-8: " << bytes;
+  text.resize(static_cast<std::size_t>(length));
+  std::erase(text, L'\r');
+  return text;
+}
+
+}  // namespace
+
+TemporaryFile::TemporaryFile(std::wstring_view extension) : path_(TemporaryPath(extension)) {
+  ::DeleteFileW(path_.c_str());
+}
+
+TemporaryFile::~TemporaryFile() {
+  ::DeleteFileW(path_.c_str());
+}
+
+std::string TemporaryFile::Content() const {
+  const Tamrin::unique_file file(::CreateFileW(path_.c_str(), GENERIC_READ, kShareAll, nullptr,
+                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file)
+    return {};
+  std::string content(::GetFileSize(file.get(), nullptr), '\0');
+  DWORD size = 0;
+  Require(
+      ::ReadFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &size, nullptr),
+      "reading a program's output");
+  content.resize(size);
+  return content;
+}
+
+Program::Program(std::wstring_view name, std::wstring_view arguments)
+    : output_(L".out"),
+      errors_(L".err"),
+      process_(Start(L'"' + ProgramPath(name) + L"\" " + std::wstring(arguments), output_.path(),
+                     errors_.path())) {}
+
+Program::~Program() {
+  if (Runs() && ::TerminateProcess(process_.get(), 1))
+    ::WaitForSingleObject(process_.get(), kPatience);
+}
+
+std::wstring Program::Output() const {
+  return DecodeScreen(output_.Content());
+}
+
+std::wstring Program::Errors() const {
+  return DecodeScreen(errors_.Content());
+}
+
+bool Program::Runs() const {
+  return ::WaitForSingleObject(process_.get(), 0) == WAIT_TIMEOUT;
+}
+
+std::optional<DWORD> Program::ExitCode(DWORD milliseconds) {
+  DWORD code = 0;
+  if (::WaitForSingleObject(process_.get(), milliseconds) != WAIT_OBJECT_0 ||
+      !::GetExitCodeProcess(process_.get(), &code)) {
+    ADD_FAILURE() << "the program did not end in time";
+    return std::nullopt;
+  }
+  return code;
+}
+
+// Wine's GetProcessHandleCount always says 0, so each possible handle is tried.
+std::size_t Program::HandleCount() const {
+  std::size_t count = 0;
+  for (std::size_t value = 4; value < kHighestHandle; value += 4) {
+    HANDLE copy = nullptr;
+    // The value of a handle of another process is a number in the form of a pointer.
+    const auto handle = reinterpret_cast<HANDLE>(value);
+    if (::DuplicateHandle(process_.get(), handle, ::GetCurrentProcess(), &copy, 0, FALSE,
+                          DUPLICATE_SAME_ACCESS)) {
+      ::CloseHandle(copy);
+      ++count;
+    }
+  }
+  return count;
+}
+
+// The console hands its events to a process by a thread at this routine. GenerateConsoleCtrlEvent
+// would ask the console to do so, but Wine's knows Ctrl+C only, and reaches this process as well.
+void Program::SendConsoleEvent(DWORD event) const {
+  const FARPROC routine = ::GetProcAddress(::GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine");
+  Require(routine != nullptr, "finding CtrlRoutine");
+  const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
+  const Tamrin::unique_handle thread(
+      ::CreateRemoteThread(process_.get(), nullptr, 0, start,
+                           reinterpret_cast<void*>(static_cast<ULONG_PTR>(event)), 0, nullptr));
+  EXPECT_TRUE(thread || !Runs()) << "CreateRemoteThread failed with " << ::GetLastError();
+}
+
+CompletedRun::CompletedRun(std::wstring_view name, std::wstring_view arguments) {
+  Program program(name, arguments);
+  exit_code = program.ExitCode();
+  output = program.Output();
+  errors = program.Errors();
+}
+
+}  // namespace system_test

@@ -1,0 +1,69 @@
+// A program of this project, run as a process of its own.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/unique_resource.h"
+#include "tests/patience.h"
+
+namespace system_test {
+
+// The path of a new file of the test's own in the temporary folder; the file is deleted with this
+// object.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(std::wstring_view extension);
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile();
+
+  [[nodiscard]] const std::wstring& path() const noexcept { return path_; }
+
+  // What is in the file by now, also while a program writes to it; empty when there is no file.
+  [[nodiscard]] std::string Content() const;
+
+ private:
+  std::wstring path_;
+};
+
+// Runs from construction; ended by force with this object when it still runs then.
+class Program {
+ public:
+  // `name` is that of an executable of this build, such as L"tarnwheel-server".
+  Program(std::wstring_view name, std::wstring_view arguments);
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+  ~Program();
+
+  // What it has written so far, line ends as "\n". Text that is not UTF-8 fails the test.
+  [[nodiscard]] std::wstring Output() const;
+  [[nodiscard]] std::wstring Errors() const;
+
+  // The 32-bit exit code; none, and a failure of the test, when it does not end in time.
+  std::optional<DWORD> ExitCode(DWORD milliseconds = kPatience);
+  [[nodiscard]] bool Runs() const;
+
+  // The handles that the process holds.
+  [[nodiscard]] std::size_t HandleCount() const;
+
+  // Sends CTRL_C_EVENT or another event as the console does.
+  void SendConsoleEvent(DWORD event) const;
+
+ private:
+  TemporaryFile output_;
+  TemporaryFile errors_;
+  Tamrin::unique_handle process_;
+};
+
+// What a program that ends by itself leaves.
+struct CompletedRun {
+  CompletedRun(std::wstring_view name, std::wstring_view arguments);
+
+  std::optional<DWORD> exit_code;
+  std::wstring output;
+  std::wstring errors;
+};
+
+}  // namespace system_test
