@@ -12,8 +12,8 @@
 #include "async/errors.h"
 #include "async/timer.h"
 #include "log/log.h"
+#include "rpc/discovery_datagram.h"
 #include "rpc/mailslot.h"
-#include "server/discovery_datagram.h"
 #include "server/security_descriptor.h"
 
 namespace tarnwheel {
@@ -55,7 +55,7 @@ class responder {
   const ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_ = cancellation_.token();
   const std::shared_ptr<tether::Mailslot> queries_ = std::make_shared<tether::Mailslot>();
-  const bytes answer_ = make_datagram(computer_name());
+  const bytes answer_ = tether::make_datagram(computer_name());
 };
 
 responder::responder(ostra::cancellation_source cancellation)
@@ -64,7 +64,7 @@ responder::responder(ostra::cancellation_source cancellation)
   const auto security = security_descriptor::everyone(GENERIC_READ | GENERIC_WRITE);
   SECURITY_ATTRIBUTES attributes = security.attributes();
   queries_->LinkCancellation(cancellation_);
-  ostra::details::check_hresult(queries_->Create(kQueryMailslot, &attributes));
+  ostra::details::check_hresult(queries_->Create(tether::kQueryMailslot, &attributes));
 }
 
 ostra::future<void> responder::run() const {
@@ -113,11 +113,12 @@ ostra::future<std::optional<bytes>> responder::next_query() const {
 }
 
 ostra::future<void> responder::answer(bytes query) const {
-  const std::wstring requester = requester_of(query);
+  const std::wstring requester = tether::requester_of(query);
   const bool same_machine = requester == computer_name();
   const auto mailslot = std::make_shared<tether::Mailslot>();
   mailslot->LinkCancellation(cancellation_);
-  ostra::details::check_hresult(mailslot->Open(same_machine ? L"." : requester, kAnswerMailslot));
+  ostra::details::check_hresult(
+      mailslot->Open(same_machine ? L"." : requester, tether::kAnswerMailslot));
   auto written = mailslot->Write(answer_);
   co_await written;
 }

@@ -6,8 +6,8 @@
 
 #include "async/test_support.h"
 #include "log/log.h"
+#include "rpc/discovery_datagram.h"
 #include "rpc/mailslot.h"
-#include "server/discovery_datagram.h"
 #include "server/test_support.h"
 
 namespace tarnwheel {
@@ -46,13 +46,13 @@ class Discovery : public ::testing::Test {
 
   static HRESULT Query(const bytes& query) {
     const auto queries = std::make_shared<tether::Mailslot>();
-    const HRESULT result = queries->Open(L".", kQueryMailslot);
+    const HRESULT result = queries->Open(L".", tether::kQueryMailslot);
     if (SUCCEEDED(result))
       queries->Write(query).get();
     return result;
   }
 
-  const bytes good_query_ = make_datagram(computer_name());
+  const bytes good_query_ = tether::make_datagram(computer_name());
   const ostra::cancellation_source cancellation_;
   ostra::future<void> discovery_;
   test::Recorder log_;
@@ -67,11 +67,11 @@ TEST_F(Discovery, TurnedOffCreatesNothing) {
 }
 
 TEST_F(Discovery, AnswersWithTheNameOfThisComputer) {
-  const auto answers = make_mailslot(kAnswerMailslot);
+  const auto answers = make_mailslot(tether::kAnswerMailslot);
   Start();
   ASSERT_EQ(Query(good_query_), S_OK);
   EXPECT_EQ(answers->Read().get(), good_query_);  // the names are the same
-  ASSERT_EQ(Query(make_datagram(L".")), S_OK);
+  ASSERT_EQ(Query(tether::make_datagram(L".")), S_OK);
   EXPECT_EQ(answers->Read().get(), good_query_);
   Stop();
   EXPECT_EQ(log_.Lines(), (Lines{L"Starting auto-discovery", L"Auto-discovery has been started",
@@ -79,7 +79,7 @@ TEST_F(Discovery, AnswersWithTheNameOfThisComputer) {
 }
 
 TEST_F(Discovery, EveryQueryOfABurstIsAnswered) {
-  const auto answers = make_mailslot(kAnswerMailslot);
+  const auto answers = make_mailslot(tether::kAnswerMailslot);
   Start();
   std::thread client([this] {
     for (int i = 0; i < 1000; ++i)
@@ -95,7 +95,7 @@ TEST_F(Discovery, QueriesThatCannotBeAnsweredCostNothingElse) {
   Start();
   ASSERT_EQ(Query(good_query_), S_OK);  // nobody waits for the answer
   ASSERT_TRUE(log_.Eventually(L"not answered: 0x80070002", 1));
-  const auto answers = make_mailslot(kAnswerMailslot);
+  const auto answers = make_mailslot(tether::kAnswerMailslot);
   bytes lying = good_query_;
   lying[3] = std::byte{0x80};
   bytes other_case = good_query_;
@@ -106,7 +106,7 @@ TEST_F(Discovery, QueriesThatCannotBeAnsweredCostNothingElse) {
                                bytes(1024, std::byte{1}),
                                bytes(1025),
                                bytes(3000),
-                               make_datagram(LR"(.\mailslot)"),
+                               tether::make_datagram(LR"(.\mailslot)"),
                                other_case};
   for (const bytes& bad : bad_queries) {
     ASSERT_EQ(Query(bad), S_OK);
@@ -133,9 +133,9 @@ TEST_F(Discovery, EndsAtOnceWhenCancelled) {
 
 // Where a mailslot has little room, a client that does not read holds up its answer.
 TEST_F(Discovery, EndsWhileAnAnswerIsHeldUp) {
-  const auto answers = make_mailslot(kAnswerMailslot);
+  const auto answers = make_mailslot(tether::kAnswerMailslot);
   const auto others = std::make_shared<tether::Mailslot>();
-  ASSERT_EQ(others->Open(L".", kAnswerMailslot), S_OK);
+  ASSERT_EQ(others->Open(L".", tether::kAnswerMailslot), S_OK);
   bool has_room = true;
   for (int i = 0; i < 1000 && has_room; ++i)
     has_room = others->Write(good_query_).is_complete();
@@ -148,7 +148,7 @@ TEST_F(Discovery, EndsWhileAnAnswerIsHeldUp) {
 }
 
 TEST_F(Discovery, NameThatIsTakenFailsDiscoveryAndNotTheServer) {
-  const auto taken = make_mailslot(kQueryMailslot);
+  const auto taken = make_mailslot(tether::kQueryMailslot);
   EXPECT_EQ(code_of([&] { discover(true, cancellation_).get(); }), kTaken);
 
   const auto server = test::make_server(true);

@@ -1,4 +1,4 @@
-#include "server/discovery_datagram.h"
+#include "rpc/discovery_datagram.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include "async/errors.h"
 #include "rpc/marshalling.h"
 
-namespace tarnwheel {
+namespace tether {
 namespace {
 
 constexpr std::size_t kLongestName = 255;  // a full DNS name, in characters
@@ -37,10 +37,10 @@ std::vector<std::byte> make_datagram(std::wstring_view name) {
 }
 
 std::wstring requester_of(std::span<const std::byte> query) {
-  std::wstring name = tether::payload_reader(query).read_string();
+  std::wstring name = payload_reader(query).read_string();
   if (!names_a_computer(name))
-    throw ostra::hresult_error(tether::kMalformedPayload);
+    throw ostra::hresult_error(kMalformedPayload);
   return name;
 }
 
-}  // namespace tarnwheel
+}  // namespace tether

@@ -1,4 +1,4 @@
-#include "server/discovery_datagram.h"
+#include "rpc/discovery_datagram.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 
 #include "async/test_support.h"
 
-namespace tarnwheel {
+namespace tether {
 namespace {
 
 using ostra::test::code_of;
@@ -71,4 +71,4 @@ TEST(DiscoveryDatagram, NamesThatLeaveTheirPlaceInThePathAreRefused) {
 }
 
 }  // namespace
-}  // namespace tarnwheel
+}  // namespace tether

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tarnwheel {
+namespace tether {
 
 // Made by every server, read by it.
 inline constexpr wchar_t kQueryMailslot[] =
@@ -35,4 +35,4 @@ inline constexpr wchar_t kAnswerMailslot[] =
 // name does. What follows the name is ignored.
 [[nodiscard]] std::wstring requester_of(std::span<const std::byte> query);
 
-}  // namespace tarnwheel
+}  // namespace tether
