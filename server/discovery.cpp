@@ -1,6 +1,7 @@
 #include "server/discovery.h"
 
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <new>
 #include <optional>
@@ -24,6 +25,7 @@ using bytes = std::vector<std::byte>;
 constexpr HRESULT kTooLong = static_cast<HRESULT>(0x8007007A);  // ERROR_INSUFFICIENT_BUFFER
 
 constexpr std::chrono::milliseconds kPause(250);  // before reading again after a failure
+constexpr std::chrono::seconds kAnswerLimit(1);   // for writing one answer
 
 // The host part of this computer's DNS name, which may change while the server runs.
 std::wstring computer_name() {
@@ -37,6 +39,18 @@ std::wstring computer_name() {
   }
   name.resize(size);
   return name;
+}
+
+// Gives up an answer whose receiver's mailslot has no room, unless `limit` is cancelled first.
+ostra::future<void> cancel_after(ostra::async_timer& limit,
+                                 std::shared_ptr<tether::Mailslot> mailslot) {
+  try {
+    auto expiring = limit.wait(kAnswerLimit);
+    co_await expiring;
+  } catch (const ostra::timer_cancelled&) {
+    co_return;
+  }
+  mailslot->Cancel();
 }
 
 // Lives in the frame of discover() and shares nothing with other coroutines.
@@ -120,7 +134,18 @@ ostra::future<void> responder::answer(bytes query) const {
   ostra::details::check_hresult(
       mailslot->Open(same_machine ? L"." : requester, tether::kAnswerMailslot));
   auto written = mailslot->Write(answer_);
-  co_await written;
+  ostra::async_timer limit;
+  auto expiry = cancel_after(limit, mailslot);
+  std::exception_ptr failure;
+  try {
+    co_await written;
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  limit.cancel();
+  co_await expiry;
+  if (failure)
+    std::rethrow_exception(failure);
 }
 
 }  // namespace

@@ -125,25 +125,27 @@ TEST_F(Discovery, EndsAtOnceWhenCancelled) {
     const auto start = std::chrono::steady_clock::now();
     cancellation.cancel();
     running.get();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 100ms);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
     EXPECT_EQ(Query(good_query_), kMissing);
   }
   EXPECT_EQ(log_.Count(L"Auto-discovery has been stopped"), 20);
 }
 
-// Where a mailslot has little room, a client that does not read holds up its answer.
-TEST_F(Discovery, EndsWhileAnAnswerIsHeldUp) {
+// Where a mailslot has little room, a client that does not read holds up its answer, for a second.
+TEST_F(Discovery, AnswerThatNobodyReadsIsGivenUp) {
   const auto answers = make_mailslot(tether::kAnswerMailslot);
   const auto others = std::make_shared<tether::Mailslot>();
   ASSERT_EQ(others->Open(L".", tether::kAnswerMailslot), S_OK);
   bool has_room = true;
   for (int i = 0; i < 1000 && has_room; ++i)
     has_room = others->Write(good_query_).is_complete();
+  ASSERT_FALSE(has_room);
   Start();
-  ASSERT_EQ(Query({}), S_OK);
   ASSERT_EQ(Query(good_query_), S_OK);
-  ASSERT_TRUE(log_.Eventually(L"not answered", 1));
-  Stop();
+  EXPECT_TRUE(log_.Eventually(L"not answered: 0x800703e3", 1));
+  ASSERT_EQ(Query(good_query_), S_OK);
+  ASSERT_EQ(Query({}), S_OK);
+  Stop();  // with an answer held up
   others->Cancel();
 }
 
