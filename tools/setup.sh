@@ -43,11 +43,9 @@ start_wine() {
   mkdir -p "$WINEPREFIX"
   # Fails when it runs already.
   /usr/lib/wine/wineserver64 -p600 </dev/null >/dev/null 2>&1 9>&- || true
-  if [[ -e $WINEPREFIX/system.reg ]]; then
-    "$project/tools/wine" wineboot </dev/null >/dev/null 2>&1
-  else
-    "$project/tools/wine" wineboot -i </dev/null >/dev/null 2>&1
-  fi
+  # The first program makes the prefix. It must not be wineboot: Wine runs that by itself, and twice
+  # at once there would be two service managers, each with services of its own.
+  "$project/tools/wine" cmd /c rem </dev/null >/dev/null 2>&1
   find "$WINEPREFIX/dosdevices" -lname '/dev/tty*' -delete
 }
 
