@@ -37,17 +37,15 @@ claim_prefix() {
   stop_wine
 }
 
-# Starts Wine's services in the prefix and keeps them for ten idle minutes. Wine links the first
-# free COM port to this machine's own serial line; a test must never write there.
+# Starts Wine's services in the prefix, which is made when it is not there, and keeps them for ten
+# idle minutes. Only the first program of a prefix may do that: "wineboot -i" would start a second
+# service manager beside its own, and a service that one of them knows is unknown to the other. Wine
+# links the first free COM port to this machine's own serial line; a test must never write there.
 start_wine() {
   mkdir -p "$WINEPREFIX"
   # Fails when it runs already.
   /usr/lib/wine/wineserver64 -p600 </dev/null >/dev/null 2>&1 9>&- || true
-  if [[ -e $WINEPREFIX/system.reg ]]; then
-    "$project/tools/wine" wineboot </dev/null >/dev/null 2>&1
-  else
-    "$project/tools/wine" wineboot -i </dev/null >/dev/null 2>&1
-  fi
+  "$project/tools/wine" wineboot </dev/null >/dev/null 2>&1
   find "$WINEPREFIX/dosdevices" -lname '/dev/tty*' -delete
 }
 
