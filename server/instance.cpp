@@ -32,9 +32,9 @@ std::wstring account_of_client(tether::ITransport& transport) {
   }
 }
 
-// Moves on to another thread what would block the one that it came on: the acceptor's, for a session
-// that begins, or the receive loop's, for a request that lists or opens ports. When the pool takes no
-// more work, it goes on where it is.
+// Moves on to another thread what would block the one that it came on: the acceptor's, for a
+// session that begins, or the receive loop's, for a request that lists or opens ports. When the
+// pool takes no more work, it goes on where it is.
 ostra::future<void> off_this_thread() {
   try {
     ostra::resume_background hop;

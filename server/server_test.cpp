@@ -2,48 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <mutex>
 #include <thread>
 
 #include "async/errors.h"
 #include "async/test_support.h"
 #include "log/log.h"
-#include "settings/directory.h"
-#include "settings/file_storage.h"
-#include "settings/server_parameters.h"
+#include "platform/unique_resource.h"
+#include "server/test_support.h"
 
 namespace tarnwheel {
 namespace {
 
-using namespace std::chrono_literals;
+using ostra::test::code_of;
 
 constexpr wchar_t kPipe[] = LR"(\\.\pipe\kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01)";
-
-class Recorder final : public logging::ILogger {
- public:
-  bool initialize(std::wstring_view, bool, std::int32_t) override { return true; }
-  void log(const std::wstring_view& message, std::int32_t) override { Add(std::wstring(message)); }
-  void log(std::wstring&& message, std::int32_t) override { Add(std::exchange(message, {})); }
-  void stop() override {}
-
-  std::ptrdiff_t Count(std::wstring_view part) {
-    const std::lock_guard guard(lock_);
-    return std::ranges::count_if(
-        lines_, [&](const auto& line) { return line.find(part) != std::wstring::npos; });
-  }
-
- private:
-  void Add(std::wstring line) {
-    const std::lock_guard guard(lock_);
-    lines_.push_back(std::move(line));
-  }
-
-  std::mutex lock_;
-  std::vector<std::wstring> lines_;
-};
-
-using ostra::test::code_of;
 
 Tamrin::unique_file connect() {
   return Tamrin::unique_file(
@@ -53,23 +25,10 @@ Tamrin::unique_file connect() {
 class ServerRun : public ::testing::Test {
  protected:
   static std::unique_ptr<server> Create(std::wstring sddl = L"D:(A;;GA;;;WD)") {
-    auto folder = std::make_shared<Tamrin::setman::file_storage>(
-        std::make_shared<Tamrin::setman::directory>());
-    EXPECT_EQ(Tamrin::setman::write_server_parameters(*folder, {std::move(sddl), false, {}}), S_OK);
-    return create_server(folder);
+    return test::make_server(false, std::move(sddl));
   }
 
-  bool Eventually(std::wstring_view line, std::ptrdiff_t count) {
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (log_.Count(line) != count) {
-      if (std::chrono::steady_clock::now() > deadline)
-        return false;
-      std::this_thread::yield();
-    }
-    return true;
-  }
-
-  Recorder log_;
+  test::Recorder log_;
   logging::process_logger published_{log_};
 };
 
@@ -89,7 +48,7 @@ TEST_F(ServerRun, BurstsOfClientsAreServedAndLeaveWithTheStop) {
       EXPECT_TRUE(client);
       clients.push_back(std::move(client));
     }
-    ASSERT_TRUE(Eventually(L"Client connected", static_cast<std::ptrdiff_t>(clients.size())));
+    ASSERT_TRUE(log_.Eventually(L"Client connected", static_cast<std::ptrdiff_t>(clients.size())));
   }
   server->stop();
   server->stop();

@@ -148,7 +148,8 @@ void Program::SendConsoleEvent(DWORD event) const {
   const Tamrin::unique_handle thread(
       ::CreateRemoteThread(process_.get(), nullptr, 0, start,
                            reinterpret_cast<void*>(static_cast<ULONG_PTR>(event)), 0, nullptr));
-  EXPECT_TRUE(thread || !Runs()) << "CreateRemoteThread failed with " << ::GetLastError();
+  // A process that is about to end takes no thread any more.
+  EXPECT_TRUE(thread || Eventually([&] { return !Runs(); })) << "CreateRemoteThread failed with " << ::GetLastError();
 }
 
 CompletedRun::CompletedRun(std::wstring_view name, std::wstring_view arguments) {

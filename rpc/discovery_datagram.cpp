@@ -1,0 +1,46 @@
+#include "rpc/discovery_datagram.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "async/errors.h"
+#include "rpc/marshalling.h"
+
+namespace tether {
+namespace {
+
+constexpr std::size_t kLongestName = 255;  // a full DNS name, in characters
+
+bool is_name_character(wchar_t c) noexcept {
+  constexpr wchar_t kFirstBeyondAscii = 0xA0;  // without the control characters before it
+  return (c >= L'0' && c <= L'9') || (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z') ||
+         c == L'-' || c == L'_' || c == L'.' || c >= kFirstBeyondAscii;
+}
+
+bool names_a_computer(std::wstring_view name) noexcept {
+  if (name == L".")
+    return true;
+  return !name.empty() && name.size() <= kLongestName && name.front() != L'.' &&
+         std::ranges::all_of(name, is_name_character);
+}
+
+}  // namespace
+
+std::vector<std::byte> make_datagram(std::wstring_view name) {
+  const auto count = static_cast<std::uint32_t>(name.size());
+  const std::size_t name_size = name.size() * sizeof(wchar_t);
+  std::vector<std::byte> datagram(sizeof count + name_size);
+  std::memcpy(datagram.data(), &count, sizeof count);
+  std::memcpy(datagram.data() + sizeof count, name.data(), name_size);
+  return datagram;
+}
+
+std::wstring requester_of(std::span<const std::byte> query) {
+  std::wstring name = payload_reader(query).read_string();
+  if (!names_a_computer(name))
+    throw ostra::hresult_error(kMalformedPayload);
+  return name;
+}
+
+}  // namespace tether

@@ -1,0 +1,38 @@
+// What clients that look for servers and servers that answer them write into each other's
+// mailslots.
+//
+// A query and an answer are alike: the 32-bit count of a name's UTF-16 units, then the units, all
+// little-endian. A query holds the name of the computer that the answer goes to, an answer the name
+// of the server's.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tether {
+
+// Made by every server, read by it.
+inline constexpr wchar_t kQueryMailslot[] =
+    L"kelvarine_{B4D27F19-6E3A-4C85-A1D0-7F92E6C3B548}_v1.01";
+// Made by a client, on its own machine.
+inline constexpr wchar_t kAnswerMailslot[] =
+    L"kelvarine_{1E8A6C42-D97B-4F30-8C5E-43B1A0F7D926}_v1.01";
+
+[[nodiscard]] std::vector<std::byte> make_datagram(std::wstring_view name);
+
+// The name that a query holds. Anybody on the network may have sent it, and the name becomes a part
+// of the path "\\<name>\mailslot\..." that the server opens, so it is accepted only if it can do
+// nothing there but name a computer: up to 255 letters, digits, hyphens, underscores, periods and
+// characters beyond ASCII. That leaves out whatever would open something else (separators, "..",
+// "?"), address every computer ("*") or choose another protocol ("@"). The one name with a meaning
+// of its own that remains is ".", this computer, which its true name stands for just as well. That
+// a name is a domain's, whose computers would all be sent the answer, cannot be seen from the name.
+//
+// Throws hresult_error, ERROR_INVALID_DATA, for such a name and for a query that ends before the
+// name does. What follows the name is ignored.
+[[nodiscard]] std::wstring requester_of(std::span<const std::byte> query);
+
+}  // namespace tether

@@ -1,0 +1,166 @@
+#include "server/discovery.h"
+
+#include <chrono>
+#include <exception>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "async/background.h"
+#include "async/errors.h"
+#include "async/timer.h"
+#include "log/log.h"
+#include "rpc/discovery_datagram.h"
+#include "rpc/mailslot.h"
+#include "server/security_descriptor.h"
+
+namespace tarnwheel {
+namespace {
+
+using bytes = std::vector<std::byte>;
+
+constexpr HRESULT kTooLong = static_cast<HRESULT>(0x8007007A);  // ERROR_INSUFFICIENT_BUFFER
+
+constexpr std::chrono::milliseconds kPause(250);  // before reading again after a failure
+constexpr std::chrono::seconds kAnswerLimit(1);   // for writing one answer
+
+// The host part of this computer's DNS name, which may change while the server runs.
+std::wstring computer_name() {
+  std::wstring name(260, L'\0');
+  auto size = static_cast<DWORD>(name.size());
+  while (!::GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size)) {
+    const DWORD error = ::GetLastError();
+    if (error != ERROR_MORE_DATA)
+      ostra::details::throw_win32(error);
+    name.resize(size);
+  }
+  name.resize(size);
+  return name;
+}
+
+// Gives up an answer whose receiver's mailslot has no room, unless `limit` is cancelled first.
+ostra::future<void> cancel_after(ostra::async_timer& limit,
+                                 std::shared_ptr<tether::Mailslot> mailslot) {
+  try {
+    auto expiring = limit.wait(kAnswerLimit);
+    co_await expiring;
+  } catch (const ostra::timer_cancelled&) {
+    co_return;
+  }
+  mailslot->Cancel();
+}
+
+// Lives in the frame of discover() and shares nothing with other coroutines.
+class responder {
+ public:
+  explicit responder(ostra::cancellation_source cancellation);
+
+  // Completes when it has been cancelled.
+  ostra::future<void> run() const;
+
+ private:
+  ostra::future<std::optional<bytes>> next_query() const;
+  ostra::future<void> answer(bytes query) const;
+
+  // Constant after construction.
+  const ostra::cancellation_source cancellation_;
+  const ostra::cancellation_token token_ = cancellation_.token();
+  const std::shared_ptr<tether::Mailslot> queries_ = std::make_shared<tether::Mailslot>();
+  const bytes answer_ = tether::make_datagram(computer_name());
+};
+
+responder::responder(ostra::cancellation_source cancellation)
+    : cancellation_(std::move(cancellation)) {
+  // Every client may write to it.
+  const auto security = security_descriptor::everyone(GENERIC_READ | GENERIC_WRITE);
+  SECURITY_ATTRIBUTES attributes = security.attributes();
+  queries_->LinkCancellation(cancellation_);
+  ostra::details::check_hresult(queries_->Create(tether::kQueryMailslot, &attributes));
+}
+
+ostra::future<void> responder::run() const {
+  // Queries that have come already must not hold up whoever starts the server.
+  ostra::resume_background background;
+  co_await background;
+  while (!token_.is_cancelled()) {
+    HRESULT outcome = S_OK;
+    try {
+      auto reading = next_query();
+      auto query = co_await reading;
+      if (!query)
+        continue;
+      auto answering = answer(*std::move(query));
+      co_await answering;
+    } catch (const ostra::hresult_error& error) {
+      outcome = error.code();
+    } catch (const std::bad_alloc&) {
+      outcome = E_OUTOFMEMORY;
+    }
+    if (FAILED(outcome) && !token_.is_cancelled())
+      logging::write(logging::debug, L"Auto-discovery query is not answered: {0ub016xp}", outcome);
+  }
+}
+
+// Nothing when the read failed. A failure that may last is followed by a pause; a message that was
+// too long is not, or its sender could keep the other queries waiting.
+ostra::future<std::optional<bytes>> responder::next_query() const {
+  HRESULT failure = S_OK;
+  try {
+    auto reading = queries_->Read();
+    auto query = co_await reading;
+    co_return query;
+  } catch (const ostra::hresult_error& error) {
+    failure = error.code();
+  } catch (const std::bad_alloc&) {
+    failure = E_OUTOFMEMORY;
+  }
+  if (failure == kTooLong || token_.is_cancelled())
+    co_return std::nullopt;
+  logging::write(logging::debug, L"Error reading auto-discovery queries: {0ub016xp}", failure);
+  ostra::auto_cancel_timer timer(token_);
+  auto pause = timer.wait(kPause);
+  co_await pause;
+  co_return std::nullopt;
+}
+
+ostra::future<void> responder::answer(bytes query) const {
+  const std::wstring requester = tether::requester_of(query);
+  const bool same_machine = requester == computer_name();
+  const auto mailslot = std::make_shared<tether::Mailslot>();
+  mailslot->LinkCancellation(cancellation_);
+  ostra::details::check_hresult(
+      mailslot->Open(same_machine ? L"." : requester, tether::kAnswerMailslot));
+  auto written = mailslot->Write(answer_);
+  ostra::async_timer limit;
+  auto expiry = cancel_after(limit, mailslot);
+  std::exception_ptr failure;
+  try {
+    co_await written;
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  limit.cancel();
+  co_await expiry;
+  if (failure)
+    std::rethrow_exception(failure);
+}
+
+}  // namespace
+
+ostra::future<void> discover(bool enabled, ostra::cancellation_source cancellation) {
+  if (!enabled) {
+    logging::write(logging::info, L"Auto-discovery is turned off");
+    co_return;
+  }
+  logging::write(logging::info, L"Starting auto-discovery");
+  const responder responder(std::move(cancellation));
+  logging::write(logging::info, L"Auto-discovery has been started");
+  auto answering = responder.run();
+  co_await answering;
+  logging::write(logging::info, L"Auto-discovery has been stopped");
+}
+
+}  // namespace tarnwheel

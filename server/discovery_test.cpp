@@ -1,0 +1,175 @@
+#include "server/discovery.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "async/test_support.h"
+#include "log/log.h"
+#include "rpc/discovery_datagram.h"
+#include "rpc/mailslot.h"
+#include "server/test_support.h"
+
+namespace tarnwheel {
+namespace {
+
+using namespace std::chrono_literals;
+using ostra::test::code_of;
+using bytes = std::vector<std::byte>;
+using Lines = std::vector<std::wstring>;
+
+constexpr auto kTaken = static_cast<HRESULT>(0x800700B7);
+constexpr auto kMissing = static_cast<HRESULT>(0x80070002);
+
+std::wstring computer_name() {
+  wchar_t name[MAX_PATH];
+  DWORD size = MAX_PATH;
+  EXPECT_TRUE(::GetComputerNameExW(ComputerNameDnsHostname, name, &size));
+  return {name, size};
+}
+
+std::shared_ptr<tether::Mailslot> make_mailslot(const wchar_t* name) {
+  auto mailslot = std::make_shared<tether::Mailslot>();
+  EXPECT_EQ(mailslot->Create(name, nullptr), S_OK);
+  return mailslot;
+}
+
+// A client on this machine.
+class Discovery : public ::testing::Test {
+ protected:
+  void Start() { discovery_ = discover(true, cancellation_); }
+
+  void Stop() {
+    cancellation_.cancel();
+    discovery_.get();
+  }
+
+  static HRESULT Query(const bytes& query) {
+    const auto queries = std::make_shared<tether::Mailslot>();
+    const HRESULT result = queries->Open(L".", tether::kQueryMailslot);
+    if (SUCCEEDED(result))
+      queries->Write(query).get();
+    return result;
+  }
+
+  const bytes good_query_ = tether::make_datagram(computer_name());
+  const ostra::cancellation_source cancellation_;
+  ostra::future<void> discovery_;
+  test::Recorder log_;
+  const logging::process_logger published_{log_};
+};
+
+TEST_F(Discovery, TurnedOffCreatesNothing) {
+  const auto off = discover(false, cancellation_);
+  EXPECT_TRUE(off.is_complete());
+  EXPECT_EQ(Query(good_query_), kMissing);
+  EXPECT_EQ(log_.Lines(), Lines{L"Auto-discovery is turned off"});
+}
+
+TEST_F(Discovery, AnswersWithTheNameOfThisComputer) {
+  const auto answers = make_mailslot(tether::kAnswerMailslot);
+  Start();
+  ASSERT_EQ(Query(good_query_), S_OK);
+  EXPECT_EQ(answers->Read().get(), good_query_);  // the names are the same
+  ASSERT_EQ(Query(tether::make_datagram(L".")), S_OK);
+  EXPECT_EQ(answers->Read().get(), good_query_);
+  Stop();
+  EXPECT_EQ(log_.Lines(), (Lines{L"Starting auto-discovery", L"Auto-discovery has been started",
+                                 L"Auto-discovery has been stopped"}));
+}
+
+TEST_F(Discovery, EveryQueryOfABurstIsAnswered) {
+  const auto answers = make_mailslot(tether::kAnswerMailslot);
+  Start();
+  std::thread client([this] {
+    for (int i = 0; i < 1000; ++i)
+      EXPECT_EQ(Query(good_query_), S_OK);
+  });
+  for (int i = 0; i < 1000; ++i)
+    ASSERT_EQ(answers->Read().get(), good_query_);
+  client.join();
+  Stop();
+}
+
+TEST_F(Discovery, QueriesThatCannotBeAnsweredCostNothingElse) {
+  Start();
+  ASSERT_EQ(Query(good_query_), S_OK);  // nobody waits for the answer
+  ASSERT_TRUE(log_.Eventually(L"not answered: 0x80070002", 1));
+  const auto answers = make_mailslot(tether::kAnswerMailslot);
+  bytes lying = good_query_;
+  lying[3] = std::byte{0x80};
+  bytes other_case = good_query_;
+  other_case[4] ^= std::byte{0x20};  // goes by the network, which has no such computer
+  const bytes bad_queries[] = {{},
+                               bytes(3),
+                               lying,
+                               bytes(1024, std::byte{1}),
+                               bytes(1025),
+                               bytes(3000),
+                               tether::make_datagram(LR"(.\mailslot)"),
+                               other_case};
+  for (const bytes& bad : bad_queries) {
+    ASSERT_EQ(Query(bad), S_OK);
+    ASSERT_EQ(Query(good_query_), S_OK);
+    EXPECT_EQ(answers->Read().get(), good_query_);
+  }
+  EXPECT_EQ(log_.Count(L"not answered"), 1 + std::ssize(bad_queries));
+  Stop();
+}
+
+TEST_F(Discovery, EndsAtOnceWhenCancelled) {
+  for (int round = 0; round < 20; ++round) {
+    const ostra::cancellation_source cancellation;
+    const auto running = discover(true, cancellation);
+    EXPECT_FALSE(running.is_complete());
+    const auto start = std::chrono::steady_clock::now();
+    cancellation.cancel();
+    running.get();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+    EXPECT_EQ(Query(good_query_), kMissing);
+  }
+  EXPECT_EQ(log_.Count(L"Auto-discovery has been stopped"), 20);
+}
+
+// Where a mailslot has little room, a client that does not read holds up its answer, for a second.
+TEST_F(Discovery, AnswerThatNobodyReadsIsGivenUp) {
+  const auto answers = make_mailslot(tether::kAnswerMailslot);
+  const auto others = std::make_shared<tether::Mailslot>();
+  ASSERT_EQ(others->Open(L".", tether::kAnswerMailslot), S_OK);
+  bool has_room = true;
+  for (int i = 0; i < 1000 && has_room; ++i)
+    has_room = others->Write(good_query_).is_complete();
+  ASSERT_FALSE(has_room);
+  Start();
+  ASSERT_EQ(Query(good_query_), S_OK);
+  EXPECT_TRUE(log_.Eventually(L"not answered: 0x800703e3", 1));
+  ASSERT_EQ(Query(good_query_), S_OK);
+  ASSERT_EQ(Query({}), S_OK);
+  Stop();  // with an answer held up
+  others->Cancel();
+}
+
+TEST_F(Discovery, NameThatIsTakenFailsDiscoveryAndNotTheServer) {
+  const auto taken = make_mailslot(tether::kQueryMailslot);
+  EXPECT_EQ(code_of([&] { discover(true, cancellation_).get(); }), kTaken);
+
+  const auto server = test::make_server(true);
+  const auto running = server->run();
+  EXPECT_EQ(log_.Count(L"Error starting auto-discovery 0x800700b7"), 1);
+  EXPECT_FALSE(running.is_complete());
+  server->stop();
+  running.get();
+}
+
+TEST_F(Discovery, RunsFromTheStartOfTheServerToItsStop) {
+  const auto server = test::make_server(true);
+  const auto running = server->run();
+  EXPECT_EQ(Query(good_query_), S_OK);
+  server->stop();
+  running.get();
+  EXPECT_EQ(log_.Count(L"Auto-discovery has been stopped"), 1);
+  EXPECT_EQ(Query(good_query_), kMissing);
+}
+
+}  // namespace
+}  // namespace tarnwheel
