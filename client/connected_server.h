@@ -14,8 +14,6 @@
 
 namespace tarnwheel::client {
 
-inline constexpr wchar_t kServerPipe[] = L"kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01";
-
 // For a server's own part in a call, on top of the time that the device may take.
 inline constexpr std::chrono::milliseconds kCallLimit(5000);
 
@@ -25,7 +23,7 @@ class connected_server {
  public:
   // `name` is a computer's name, or "." for this machine. A server whose pipe instances are all
   // taken is asked again for about two seconds.
-  explicit connected_server(std::wstring_view name, std::wstring_view pipe = kServerPipe);
+  explicit connected_server(std::wstring_view name, std::wstring_view pipe = tether::kServerPipe);
   connected_server(const connected_server&) = delete;
   connected_server& operator=(const connected_server&) = delete;
   ~connected_server();

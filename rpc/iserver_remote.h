@@ -11,6 +11,10 @@
 
 namespace tether {
 
+// The pipe that a server offers the interface through. The name ends in the protocol's version, so
+// a client of another one does not find it.
+inline constexpr wchar_t kServerPipe[] = L"kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01";
+
 struct port_record {
   std::wstring friendly_name;
   std::uint32_t number = 0;  // the n of COMn

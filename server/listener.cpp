@@ -13,8 +13,6 @@
 namespace tarnwheel {
 namespace {
 
-constexpr wchar_t kPipe[] = L"kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01";
-
 // The client came and went before it was accepted.
 constexpr HRESULT kClientLeft = static_cast<HRESULT>(0x800700E8);  // ERROR_NO_DATA
 
@@ -38,7 +36,7 @@ listener::pipe_instance listener::make_instance() const {
   auto transport = tether::PipeTransport::Create();
   transport->LinkCancellation(cancellation_);
   ostra::details::check_hresult(
-      transport->Listen(kPipe, security_.attributes().lpSecurityDescriptor));
+      transport->Listen(tether::kServerPipe, security_.attributes().lpSecurityDescriptor));
   return transport;
 }
 
