@@ -28,12 +28,11 @@ void add_client_options(Tamrin::command_line& line) {
   auto& timeout = line.add_valued(kTimeout);
   timeout.value_name = L"MS";
   timeout.default_value = std::wstring_view(L"2000");
-  timeout.group_header = L"=== The line of \"send\" ===";
-  timeout.description = L"Longest time to read what comes back. Default value is 2000.";
+  timeout.description = L"Longest time to wait for what comes back. Default value is 2000.";
   add_line_options(line);
 }
 
-std::chrono::milliseconds reading_limit_of(const Tamrin::command_line& line) {
+std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {
   return std::chrono::milliseconds(
       parse_number(line.at(kTimeout).text(), "time-out", 1, kGreatestTimeout));
 }

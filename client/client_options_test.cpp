@@ -59,7 +59,7 @@ struct ClientOptions : testing::Test {
   std::string Error(const std::wstring& arguments) {
     try {
       static_cast<void>(Line(arguments));
-      static_cast<void>(reading_limit_of(line));
+      static_cast<void>(waiting_limit_of(line));
       static_cast<void>(verb_of(line));
       return "";
     } catch (const Tamrin::cmd_line_syntax_error& error) {
@@ -88,9 +88,12 @@ TEST_F(ClientOptions, Verbs) {
   Parse(L"send . COM5 \"two words\" --timeout 50");
   EXPECT_EQ(verb_of(line).run, &send_text);
   EXPECT_EQ(line.positional().back(), L"two words");
-  EXPECT_EQ(reading_limit_of(line), std::chrono::milliseconds(50));
+  EXPECT_EQ(waiting_limit_of(line), std::chrono::milliseconds(50));
   Parse(L"list server");
   EXPECT_EQ(verb_of(line).run, &list_ports);
+  Parse(L"discover");
+  EXPECT_EQ(verb_of(line).run, &discover_servers);
+  EXPECT_EQ(waiting_limit_of(line), std::chrono::milliseconds(2000));
 }
 
 TEST_F(ClientOptions, Errors) {
@@ -102,6 +105,7 @@ TEST_F(ClientOptions, Errors) {
       {L"List .", "Invalid verb specified."},
       {L"list", "Invalid number of arguments specified."},
       {L"list . COM5", "Invalid number of arguments specified."},
+      {L"discover .", "Invalid number of arguments specified."},
       {L"send . COM5 two words", "Invalid number of arguments specified."},
       {L"list . --baud 0", "Invalid baud rate specified."},
       {L"list . --data-bits 9", "Invalid number of data bits specified."},

@@ -68,7 +68,7 @@ connected_server::~connected_server() {
   receiving_.wait();
 }
 
-void connected_server::fail(std::wstring_view subject, const call_limit& expiry, milliseconds limit,
+void connected_server::fail(std::wstring_view subject, const time_limit& expiry, milliseconds limit,
                             HRESULT code) const {
   if (expiry.passed()) {
     const auto count = static_cast<std::uint32_t>(limit.count());

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "async/errors.h"
-#include "client/call_limit.h"
+#include "client/time_limit.h"
 #include "rpc/client_iclient.h"
 #include "rpc/connection.h"
 #include "rpc/server_iserver.h"
@@ -35,11 +35,12 @@ class connected_server {
   [[nodiscard]] tether::Client_IClient& remote() noexcept { return connection_->Remote(); }
 
   // Blocks until the call has ended, and gives its result. Messages name `subject` as what it was
-  // about. Nothing can be called any more after the limit has passed.
+  // about. A device error leaves a call without a reply, and such a call ends with its connection
+  // only: when the limit has passed, nothing can be called any more.
   template <class T>
   T wait(const ostra::future<T>& call, std::wstring_view subject,
          std::chrono::milliseconds limit = kCallLimit) {
-    const call_limit expiry(*connection_, limit);
+    const time_limit expiry([this] { connection_->Cancel(); }, limit);
     try {
       return call.get();
     } catch (const ostra::hresult_error& error) {
@@ -51,7 +52,7 @@ class connected_server {
   // Its requests, of which a server makes none, are without an implementation here.
   using connection = tether::Connection<tether::Client_IClient, tether::Server_IServer>;
 
-  [[noreturn]] void fail(std::wstring_view subject, const call_limit& expiry,
+  [[noreturn]] void fail(std::wstring_view subject, const time_limit& expiry,
                          std::chrono::milliseconds limit, HRESULT code) const;
 
   // Constant after construction.

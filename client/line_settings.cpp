@@ -29,12 +29,14 @@ constexpr keyword kParities[] = {{L"none", NO_PARITY},
 constexpr keyword kStopBitCounts[] = {
     {L"1", STOP_BIT_1}, {L"1.5", STOP_BITS_1_5}, {L"2", STOP_BITS_2}};
 
-void add_option(Tamrin::command_line& line, const wchar_t* name, const wchar_t* value_name,
-                std::wstring_view default_value, const wchar_t* description) {
+Tamrin::command_line_option& add_option(Tamrin::command_line& line, const wchar_t* name,
+                                        const wchar_t* value_name, std::wstring_view default_value,
+                                        const wchar_t* description) {
   auto& option = line.add_valued(name);
   option.value_name = value_name;
   option.default_value = default_value;
   option.description = description;
+  return option;
 }
 
 UCHAR parse_keyword(std::wstring_view text, const std::string& what,
@@ -48,7 +50,9 @@ UCHAR parse_keyword(std::wstring_view text, const std::string& what,
 }  // namespace
 
 void add_line_options(Tamrin::command_line& line) {
-  add_option(line, kBaud, L"N", L"115200", L"Bits per second. Default value is 115200.");
+  auto& first =
+      add_option(line, kBaud, L"N", L"115200", L"Bits per second. Default value is 115200.");
+  first.group_header = L"=== The line of \"send\" ===";
   add_option(line, kDataBits, L"N", L"8", L"Data bits, 5 to 8. Default value is 8.");
   add_option(line, kParity, L"PARITY", L"none",
              L"none, odd, even, mark or space. Default value is none.");

@@ -21,7 +21,7 @@ void send_text(const invocation& request) {
   // The command line is judged as a whole before anything happens.
   const std::uint32_t number = parse_port(request.arguments[1]);
   const line_settings line = line_settings_of(request.options);
-  const auto limit = reading_limit_of(request.options);
+  const auto limit = waiting_limit_of(request.options);
 
   connected_server server(request.arguments[0]);
   remote_port port(server, number);

@@ -28,6 +28,9 @@ struct verb {
 // Prints the ports of a server, one a line: COMn, a tab, the friendly name.
 void list_ports(const invocation& request);
 
+// Prints the names of the servers on this machine and in its domain or workgroup, one a line.
+void discover_servers(const invocation& request);
+
 // Sends a text to a port and prints what comes back.
 void send_text(const invocation& request);
 

@@ -27,6 +27,19 @@ bool names_a_computer(std::wstring_view name) noexcept {
 
 }  // namespace
 
+std::wstring computer_name() {
+  std::wstring name(260, L'\0');
+  auto size = static_cast<DWORD>(name.size());
+  while (!::GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size)) {
+    const DWORD error = ::GetLastError();
+    if (error != ERROR_MORE_DATA)
+      ostra::details::throw_win32(error);
+    name.resize(size);
+  }
+  name.resize(size);
+  return name;
+}
+
 std::vector<std::byte> make_datagram(std::wstring_view name) {
   const auto count = static_cast<std::uint32_t>(name.size());
   const std::size_t name_size = name.size() * sizeof(wchar_t);
@@ -36,8 +49,8 @@ std::vector<std::byte> make_datagram(std::wstring_view name) {
   return datagram;
 }
 
-std::wstring requester_of(std::span<const std::byte> query) {
-  std::wstring name = payload_reader(query).read_string();
+std::wstring name_in(std::span<const std::byte> datagram) {
+  std::wstring name = payload_reader(datagram).read_string();
   if (!names_a_computer(name))
     throw ostra::hresult_error(kMalformedPayload);
   return name;

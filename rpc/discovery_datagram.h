@@ -21,18 +21,23 @@ inline constexpr wchar_t kQueryMailslot[] =
 inline constexpr wchar_t kAnswerMailslot[] =
     L"kelvarine_{1E8A6C42-D97B-4F30-8C5E-43B1A0F7D926}_v1.01";
 
+// The host part of this computer's DNS name, by which both kinds of datagram know it; it may change
+// while a program runs. Throws hresult_error.
+[[nodiscard]] std::wstring computer_name();
+
 [[nodiscard]] std::vector<std::byte> make_datagram(std::wstring_view name);
 
-// The name that a query holds. Anybody on the network may have sent it, and the name becomes a part
-// of the path "\\<name>\mailslot\..." that the server opens, so it is accepted only if it can do
-// nothing there but name a computer: up to 255 letters, digits, hyphens, underscores, periods and
-// characters beyond ASCII. That leaves out whatever would open something else (separators, "..",
+// The name that a datagram holds. Anybody on the network may have sent it, and a query's becomes a
+// part of the path "\\<name>\mailslot\..." that the server opens, so it is accepted only if it can
+// do nothing there but name a computer: up to 255 letters, digits, hyphens, underscores, periods
+// and characters beyond ASCII. That leaves out whatever would open something else (separators,
+// "..",
 // "?"), address every computer ("*") or choose another protocol ("@"). The one name with a meaning
 // of its own that remains is ".", this computer, which its true name stands for just as well. That
 // a name is a domain's, whose computers would all be sent the answer, cannot be seen from the name.
 //
-// Throws hresult_error, ERROR_INVALID_DATA, for such a name and for a query that ends before the
-// name does. What follows the name is ignored.
-[[nodiscard]] std::wstring requester_of(std::span<const std::byte> query);
+// Throws hresult_error, ERROR_INVALID_DATA, for such a name and for a datagram that ends before
+// the name does. What follows the name is ignored.
+[[nodiscard]] std::wstring name_in(std::span<const std::byte> datagram);
 
 }  // namespace tether

@@ -36,21 +36,21 @@ TEST(DiscoveryDatagram, NamesOfComputersAreTakenAsTheyAre) {
   for (const std::wstring& name :
        {std::wstring(L"HOST"), std::wstring(L"host-1_a.example"), std::wstring(L"B\xFC\x4E2D"),
         std::wstring(L"192.168.0.1"), std::wstring(L"."), longest}) {
-    EXPECT_EQ(requester_of(make_datagram(name)), name);
+    EXPECT_EQ(name_in(make_datagram(name)), name);
   }
-  EXPECT_EQ(requester_of(query(2, L"HOST")), L"HO");  // what follows the name is ignored
+  EXPECT_EQ(name_in(query(2, L"HOST")), L"HO");  // what follows the name is ignored
 }
 
 TEST(DiscoveryDatagram, IncompleteQueriesAreRefused) {
   const auto whole = make_datagram(L"HOST");
   for (std::size_t size = 0; size < whole.size(); ++size) {
     const auto cut = std::span(whole).first(size);
-    EXPECT_EQ(code_of([&] { static_cast<void>(requester_of(cut)); }), kMalformed) << size;
+    EXPECT_EQ(code_of([&] { static_cast<void>(name_in(cut)); }), kMalformed) << size;
   }
   // Twice these counts has a small value in 32 bits.
   for (const std::uint32_t count : {5u, 0x7FFFFFFFu, 0x80000000u, 0x80000004u, 0xFFFFFFFFu}) {
     const auto lying = query(count, L"HOST");
-    EXPECT_EQ(code_of([&] { static_cast<void>(requester_of(lying)); }), kMalformed) << count;
+    EXPECT_EQ(code_of([&] { static_cast<void>(name_in(lying)); }), kMalformed) << count;
   }
 }
 
@@ -65,8 +65,7 @@ TEST(DiscoveryDatagram, NamesThatLeaveTheirPlaceInThePathAreRefused) {
                                        L"a\n"sv,     L"a\x85"sv, L"\"a\""sv,
                                        L"a|b"sv,     L"<"sv,     std::wstring_view(too_long)}) {
     const auto datagram = make_datagram(name);
-    EXPECT_EQ(code_of([&] { static_cast<void>(requester_of(datagram)); }), kMalformed)
-        << name.size();
+    EXPECT_EQ(code_of([&] { static_cast<void>(name_in(datagram)); }), kMalformed) << name.size();
   }
 }
 

@@ -15,7 +15,7 @@
 #include "log/log.h"
 #include "rpc/discovery_datagram.h"
 #include "rpc/mailslot.h"
-#include "server/security_descriptor.h"
+#include "rpc/security_descriptor.h"
 
 namespace tarnwheel {
 namespace {
@@ -26,20 +26,6 @@ constexpr HRESULT kTooLong = static_cast<HRESULT>(0x8007007A);  // ERROR_INSUFFI
 
 constexpr std::chrono::milliseconds kPause(250);  // before reading again after a failure
 constexpr std::chrono::seconds kAnswerLimit(1);   // for writing one answer
-
-// The host part of this computer's DNS name, which may change while the server runs.
-std::wstring computer_name() {
-  std::wstring name(260, L'\0');
-  auto size = static_cast<DWORD>(name.size());
-  while (!::GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size)) {
-    const DWORD error = ::GetLastError();
-    if (error != ERROR_MORE_DATA)
-      ostra::details::throw_win32(error);
-    name.resize(size);
-  }
-  name.resize(size);
-  return name;
-}
 
 // Gives up an answer whose receiver's mailslot has no room, unless `limit` is cancelled first.
 ostra::future<void> cancel_after(ostra::async_timer& limit,
@@ -69,13 +55,13 @@ class responder {
   const ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_ = cancellation_.token();
   const std::shared_ptr<tether::Mailslot> queries_ = std::make_shared<tether::Mailslot>();
-  const bytes answer_ = tether::make_datagram(computer_name());
+  const bytes answer_ = tether::make_datagram(tether::computer_name());
 };
 
 responder::responder(ostra::cancellation_source cancellation)
     : cancellation_(std::move(cancellation)) {
   // Every client may write to it.
-  const auto security = security_descriptor::everyone(GENERIC_READ | GENERIC_WRITE);
+  const auto security = tether::security_descriptor::everyone(GENERIC_READ | GENERIC_WRITE);
   SECURITY_ATTRIBUTES attributes = security.attributes();
   queries_->LinkCancellation(cancellation_);
   ostra::details::check_hresult(queries_->Create(tether::kQueryMailslot, &attributes));
@@ -127,8 +113,8 @@ ostra::future<std::optional<bytes>> responder::next_query() const {
 }
 
 ostra::future<void> responder::answer(bytes query) const {
-  const std::wstring requester = tether::requester_of(query);
-  const bool same_machine = requester == computer_name();
+  const std::wstring requester = tether::name_in(query);
+  const bool same_machine = requester == tether::computer_name();
   const auto mailslot = std::make_shared<tether::Mailslot>();
   mailslot->LinkCancellation(cancellation_);
   ostra::details::check_hresult(

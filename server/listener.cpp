@@ -24,7 +24,7 @@ constexpr std::chrono::milliseconds kPause(250);  // before trying again after a
 
 }  // namespace
 
-listener::listener(security_descriptor security, std::vector<std::uint32_t> shared_ports,
+listener::listener(tether::security_descriptor security, std::vector<std::uint32_t> shared_ports,
                    ostra::cancellation_source cancellation, std::shared_ptr<session_group> sessions)
     : security_(std::move(security)),
       shared_ports_(std::move(shared_ports)),

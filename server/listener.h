@@ -7,7 +7,7 @@
 #include "async/cancellation.h"
 #include "async/future.h"
 #include "rpc/pipe_transport.h"
-#include "server/security_descriptor.h"
+#include "rpc/security_descriptor.h"
 #include "server/session_group.h"
 
 namespace tarnwheel {
@@ -24,7 +24,7 @@ namespace tarnwheel {
 // Constant after construction; the acceptors hold it.
 class listener : public std::enable_shared_from_this<listener> {
  public:
-  listener(security_descriptor security, std::vector<std::uint32_t> shared_ports,
+  listener(tether::security_descriptor security, std::vector<std::uint32_t> shared_ports,
            ostra::cancellation_source cancellation, std::shared_ptr<session_group> sessions);
 
   // Makes the pipe and starts the acceptors. Throws hresult_error when the pipe cannot be made. The
@@ -42,7 +42,7 @@ class listener : public std::enable_shared_from_this<listener> {
   // instance there before it starts the client's session. `listening` is the acceptor's.
   ostra::future<void> accept_one(pipe_instance& listening, bool after_failure) const;
 
-  const security_descriptor security_;
+  const tether::security_descriptor security_;
   const std::vector<std::uint32_t> shared_ports_;
   const ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_;

@@ -55,7 +55,7 @@ Tamrin::setman::server_parameters server_impl::read_parameters() const {
 std::shared_ptr<listener> server_impl::make_listener(const server_parameters& parameters) const {
   logging::write(logging::info, L"Starting server with security descriptor \"{0}\"...",
                  parameters.security_descriptor);
-  auto security = security_descriptor::from_sddl(parameters.security_descriptor);
+  auto security = tether::security_descriptor::from_sddl(parameters.security_descriptor);
   return std::make_shared<listener>(std::move(security), parameters.shared_ports, cancellation_,
                                     sessions_);
 }

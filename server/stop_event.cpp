@@ -1,7 +1,7 @@
 #include "server/stop_event.h"
 
 #include "async/errors.h"
-#include "server/security_descriptor.h"
+#include "rpc/security_descriptor.h"
 
 namespace tarnwheel {
 namespace {
@@ -19,7 +19,7 @@ bool exists() noexcept {
 }  // namespace
 
 Tamrin::unique_handle create_stop_event() {
-  const auto security = security_descriptor::everyone(EVENT_MODIFY_STATE);
+  const auto security = tether::security_descriptor::everyone(EVENT_MODIFY_STATE);
   SECURITY_ATTRIBUTES attributes = security.attributes();
   Tamrin::unique_handle event(::CreateEventW(&attributes, TRUE, FALSE, kStopEvent));
   const DWORD error = ::GetLastError();

@@ -12,6 +12,8 @@ namespace {
 using tarnwheel::test::test_port;
 
 constexpr wchar_t kClient[] = L"tarnwheel-client";
+constexpr wchar_t kAnswerMailslot[] =
+    LR"(\\.\mailslot\kelvarine_{1E8A6C42-D97B-4F30-8C5E-43B1A0F7D926}_v1.01)";
 
 void ExpectSuccess(std::wstring_view arguments, const std::wstring& output) {
   const CompletedRun client(kClient, arguments);
@@ -29,6 +31,14 @@ void ExpectFailure(std::wstring_view arguments, const std::wstring& errors) {
 
 std::wstring SendTo(std::uint32_t port, const std::wstring& text) {
   return L"send . COM" + std::to_wstring(port) + L" \"" + text + L"\"";
+}
+
+std::wstring HostName() {
+  std::wstring name(256, L'\0');
+  DWORD size = 256;
+  Require(::GetComputerNameExW(ComputerNameDnsHostname, name.data(), &size), "GetComputerNameExW");
+  name.resize(size);
+  return name;
 }
 
 TEST(Client, TellsThatNoServerRuns) {
@@ -60,6 +70,37 @@ TEST(Client, TellsWhyAPortCannotBeOpened) {
   ExpectFailure(SendTo(200, L"x"),
                 L"COM200 is in use by another program or client, or is not "
                 L"shared (0x80070005)\n");
+}
+
+// What becomes of the query to the other machines, and the note about it, depends on the network;
+// an answer arrives more than once where that includes this machine.
+TEST(Client, FindsTheServerOfThisMachineOnce) {
+  ServerProcess server(L"--no-discovery-");
+  ASSERT_TRUE(server.Logs(L"INFO", L"Auto-discovery has been started"));
+  const CompletedRun client(kClient, L"discover --timeout 700");
+  EXPECT_EQ(client.exit_code, 0u);
+  const std::wstring lines = L"\n" + client.output;
+  const std::wstring own_line = L"\n" + HostName() + L"\n";
+  const auto found = lines.find(own_line);
+  ASSERT_NE(found, std::wstring::npos);
+  EXPECT_EQ(lines.find(own_line, found + 1), std::wstring::npos);
+}
+
+TEST(Client, TellsThatNobodyAnswersWithinTheLimit) {
+  ServerProcess server;
+  const ULONGLONG start = ::GetTickCount64();
+  const CompletedRun client(kClient, L"discover --timeout 700");
+  EXPECT_GE(::GetTickCount64() - start, 690u);
+  EXPECT_EQ(client.exit_code, 1u);
+  EXPECT_EQ(client.output, L"");
+  EXPECT_TRUE(client.errors.ends_with(L"No server answered within 700 ms (0x800705b4)\n"));
+}
+
+TEST(Client, LooksForServersOneAtATime) {
+  const Tamrin::unique_file taken(
+      ::CreateMailslotW(kAnswerMailslot, 0, MAILSLOT_WAIT_FOREVER, nullptr));
+  ASSERT_TRUE(taken);
+  ExpectFailure(L"discover", L"Another discover runs on this machine (0x800700b7)\n");
 }
 
 TEST(Client, ShowsTheHelpWithAnErrorOfTheCommandLine) {

@@ -1,4 +1,4 @@
-// The security descriptors that guard what the server opens to others.
+// The security descriptors that guard what is opened to others.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 #include "platform/win32.h"
 
-namespace tarnwheel {
+namespace tether {
 
 // Owns a descriptor, which never changes: any number of objects may be created with it, by any
 // thread.
@@ -28,4 +28,4 @@ class security_descriptor {
   std::vector<std::byte> self_relative_;
 };
 
-}  // namespace tarnwheel
+}  // namespace tether

@@ -1,4 +1,4 @@
-#include "server/security_descriptor.h"
+#include "rpc/security_descriptor.h"
 
 #include <utility>
 
@@ -8,7 +8,7 @@
 // After win32.h.
 #include <sddl.h>
 
-namespace tarnwheel {
+namespace tether {
 namespace {
 
 using ostra::details::check_bool;
@@ -55,4 +55,4 @@ SECURITY_ATTRIBUTES security_descriptor::attributes() const noexcept {
 security_descriptor::security_descriptor(std::vector<std::byte> self_relative) noexcept
     : self_relative_(std::move(self_relative)) {}
 
-}  // namespace tarnwheel
+}  // namespace tether

@@ -1,4 +1,4 @@
-#include "server/security_descriptor.h"
+#include "rpc/security_descriptor.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <aclapi.h>
 #include <sddl.h>
 
-namespace tarnwheel {
+namespace tether {
 namespace {
 
 constexpr SECURITY_INFORMATION kAllParts =
@@ -91,4 +91,4 @@ TEST(SecurityDescriptor, GuardsObjectsMadeWithItEvenAfterAMove) {
 }
 
 }  // namespace
-}  // namespace tarnwheel
+}  // namespace tether
