@@ -33,6 +33,11 @@ class condition_variable {
     ::SleepConditionVariableSRW(&variable_, &lock.lock_, INFINITE, 0);
   }
 
+  // As wait(), for at most so many milliseconds.
+  void wait_for(srw_lock& lock, DWORD milliseconds) noexcept {
+    ::SleepConditionVariableSRW(&variable_, &lock.lock_, milliseconds, 0);
+  }
+
   // Call it with the lock held whenever the waiter may destroy this object once it has seen its
   // condition: after the lock is released the object may be gone.
   void notify_one() noexcept { ::WakeConditionVariable(&variable_); }

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <thread>
 
+#include "log/screen_copy.h"
 #include "platform/unique_resource.h"
 
 namespace logging {
@@ -39,6 +41,15 @@ class RedirectedOutput {
     return bytes;
   }
 
+  // Reads the first `size` bytes, and nothing more ever.
+  std::string ReadAndClose(DWORD size) {
+    std::string bytes(size, '\0');
+    EXPECT_TRUE(::ReadFile(read_.get(), bytes.data(), size, &size, nullptr));
+    bytes.resize(size);
+    read_.reset();
+    return bytes;
+  }
+
  private:
   const HANDLE former_;
   Tamrin::unique_handle read_;
@@ -63,6 +74,19 @@ TEST(Console, LongTextArrivesWhole) {
   RedirectedOutput output;
   const std::string bytes = output.Print(std::wstring(300'000, L'\x20AC'));
   EXPECT_EQ(bytes.size(), 900'000u);
+}
+
+TEST(ScreenCopy, StandingScreenHoldsUpNobody) {
+  RedirectedOutput output;
+  const auto screen = std::make_shared<screen_copy>();
+  // More than the pipe takes, and than may wait.
+  for (std::size_t i = 0; i < 2 * screen_copy::kMostLines; ++i)
+    screen->write(L"line " + std::to_wstring(i) + L"\n");
+  EXPECT_FALSE(screen->finish(50));
+  EXPECT_EQ(output.ReadAndClose(16), "line 0\r\nline 1\r\n");
+  EXPECT_TRUE(screen->finish(10'000));
+  screen->write(L"to nobody\n");
+  EXPECT_TRUE(screen->finish(10'000));
 }
 
 TEST(Console, ClosedReaderIsNoError) {

@@ -8,7 +8,6 @@
 
 #include "async/errors.h"
 #include "async/handle_wait.h"
-#include "log/console.h"
 
 namespace logging {
 namespace {
@@ -23,6 +22,8 @@ static_assert(sizeof(wchar_t) == 2, "lines go to the file as UTF-16");
 
 constexpr std::array kLevelNames = {L"CRITICAL"sv, L"ERROR"sv, L"WARNING"sv, L"INFO"sv, L"DEBUG"sv};
 
+constexpr DWORD kScreenPatience = 2000;  // milliseconds
+
 std::int64_t now() {
   const auto since_epoch = std::chrono::system_clock::now().time_since_epoch();
   return std::chrono::duration_cast<ostra::ticks>(since_epoch).count();
@@ -32,7 +33,7 @@ std::int64_t now() {
 
 bool Logger::initialize(std::wstring_view path, bool screen, std::int32_t level) {
   stop();
-  screen_ = screen;
+  screen_ = screen ? std::make_shared<screen_copy>() : nullptr;
   level_ = level;
   if (!path.empty() && !open(path))
     return false;
@@ -79,7 +80,11 @@ void Logger::stop() {
   if (!writer_.valid())
     return;
   append({});
-  std::exchange(writer_, {}).get();
+  const auto writer = std::exchange(writer_, {});
+  writer.wait();
+  if (screen_)
+    screen_->finish(kScreenPatience);
+  writer.get();
 }
 
 Logger::~Logger() {
@@ -150,7 +155,7 @@ ostra::future<void> Logger::write_lines() {
       co_return;
     const std::wstring text = line(pattern, current);
     if (screen_)
-      print(standard_stream::output, text);
+      screen_->write(text);
     if (file_) {
       auto written = write_file(text);
       co_await written;

@@ -4,6 +4,7 @@
 #include <coroutine>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,7 @@
 #include "async/srw_lock.h"
 #include "format/format.h"
 #include "log/ilogger.h"
+#include "log/screen_copy.h"
 #include "platform/unique_resource.h"
 
 namespace logging {
@@ -25,6 +27,8 @@ namespace logging {
 // A new file begins with the byte order mark FF FE; lines are appended to an existing one. When the
 // file cannot be written any more (disk full), the writer ends, what is queued and what is logged
 // later is dropped, and stop() throws that error: a full disk costs the log, never the server.
+//
+// A screen that stands still costs lines on the screen only; stop() gives it two seconds.
 //
 // The writer's coroutine uses this object until it ends; stop() and the destructor wait for that.
 class Logger final : public ILogger {
@@ -82,7 +86,7 @@ class Logger final : public ILogger {
   // Constant while the writer runs.
   Tamrin::unique_file file_;
   ostra::io_binding binding_;
-  bool screen_ = false;
+  std::shared_ptr<screen_copy> screen_;  // null: no copy
   std::int32_t level_ = info;
 
   ostra::future<void> writer_;      // used by the owning thread only
