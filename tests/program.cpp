@@ -6,6 +6,8 @@
 #include <array>
 #include <vector>
 
+#include <psapi.h>  // needs <windows.h> before it
+
 namespace system_test {
 namespace {
 
@@ -150,6 +152,13 @@ std::size_t Program::HandleCount() const {
     }
   }
   return count;
+}
+
+std::size_t Program::MemoryInUse() const {
+  PROCESS_MEMORY_COUNTERS counters = {};
+  Require(::K32GetProcessMemoryInfo(process_.get(), &counters, sizeof counters),
+          "GetProcessMemoryInfo");
+  return counters.PagefileUsage;
 }
 
 // The console hands its events to a process by a thread at this routine. GenerateConsoleCtrlEvent

@@ -48,6 +48,9 @@ class Program {
   std::optional<DWORD> ExitCode(DWORD milliseconds = kPatience);
   [[nodiscard]] bool Runs() const;
 
+  // Bytes of memory that the process has for itself.
+  [[nodiscard]] std::size_t MemoryInUse() const;
+
   // The handles that the process holds.
   [[nodiscard]] std::size_t HandleCount() const;
 
