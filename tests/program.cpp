@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <vector>
+
+#include <psapi.h>  // needs <windows.h> before it
 
 namespace system_test {
 namespace {
@@ -46,9 +49,15 @@ Tamrin::unique_handle Start(std::wstring command_line, const std::wstring& outpu
   startup.hStdOutput = output_file.get();
   startup.hStdError = error_file.get();
   PROCESS_INFORMATION process = {};
-  Require(::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
-                           nullptr, nullptr, &startup, &process),
-          "CreateProcessW");
+  const auto create = [&] {
+    return ::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                            nullptr, nullptr, &startup, &process);
+  };
+  // On a busy machine Wine loses a new process now and then, before it has run at all.
+  BOOL created = create();
+  for (int again = 0; again < 3 && !created && ::GetLastError() == ERROR_INTERNAL_ERROR; ++again)
+    created = create();
+  Require(created, "CreateProcessW");
   ::CloseHandle(process.hThread);
   return Tamrin::unique_handle(process.hProcess);
 }
@@ -109,6 +118,12 @@ std::wstring Program::Errors() const {
   return DecodeScreen(errors_.Content());
 }
 
+bool Program::Prints(std::wstring_view text) const {
+  const auto printed = [&] { return Output().find(text) != std::wstring::npos; };
+  Eventually([&] { return printed() || !Runs(); });
+  return printed();
+}
+
 bool Program::Runs() const {
   return ::WaitForSingleObject(process_.get(), 0) == WAIT_TIMEOUT;
 }
@@ -139,17 +154,29 @@ std::size_t Program::HandleCount() const {
   return count;
 }
 
+std::size_t Program::MemoryInUse() const {
+  PROCESS_MEMORY_COUNTERS counters = {};
+  Require(::K32GetProcessMemoryInfo(process_.get(), &counters, sizeof counters),
+          "GetProcessMemoryInfo");
+  return counters.PagefileUsage;
+}
+
 // The console hands its events to a process by a thread at this routine. GenerateConsoleCtrlEvent
 // would ask the console to do so, but Wine's knows Ctrl+C only, and reaches this process as well.
-void Program::SendConsoleEvent(DWORD event) const {
+// All threads are made before the first one runs: a process that ends takes none.
+void Program::SendConsoleEvent(DWORD event, int times) const {
   const FARPROC routine = ::GetProcAddress(::GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine");
   Require(routine != nullptr, "finding CtrlRoutine");
   const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
-  const Tamrin::unique_handle thread(
-      ::CreateRemoteThread(process_.get(), nullptr, 0, start,
-                           reinterpret_cast<void*>(static_cast<ULONG_PTR>(event)), 0, nullptr));
-  // A process that is about to end takes no thread any more.
-  EXPECT_TRUE(thread || Eventually([&] { return !Runs(); })) << "CreateRemoteThread failed with " << ::GetLastError();
+  void* const argument = reinterpret_cast<void*>(static_cast<ULONG_PTR>(event));
+  std::vector<Tamrin::unique_handle> threads;
+  for (; times != 0; --times) {
+    threads.emplace_back(::CreateRemoteThread(process_.get(), nullptr, 0, start, argument,
+                                              CREATE_SUSPENDED, nullptr));
+    Require(static_cast<bool>(threads.back()), "CreateRemoteThread");
+  }
+  for (const auto& thread : threads)
+    ::ResumeThread(thread.get());
 }
 
 CompletedRun::CompletedRun(std::wstring_view name, std::wstring_view arguments) {

@@ -41,15 +41,21 @@ class Program {
   [[nodiscard]] std::wstring Output() const;
   [[nodiscard]] std::wstring Errors() const;
 
+  // True when the output comes to have `text` before the deadline or the end of the program.
+  [[nodiscard]] bool Prints(std::wstring_view text) const;
+
   // The 32-bit exit code; none, and a failure of the test, when it does not end in time.
   std::optional<DWORD> ExitCode(DWORD milliseconds = kPatience);
   [[nodiscard]] bool Runs() const;
 
+  // Bytes of memory that the process has for itself.
+  [[nodiscard]] std::size_t MemoryInUse() const;
+
   // The handles that the process holds.
   [[nodiscard]] std::size_t HandleCount() const;
 
-  // Sends CTRL_C_EVENT or another event as the console does.
-  void SendConsoleEvent(DWORD event) const;
+  // Sends CTRL_C_EVENT or another event as the console does, `times` times without a pause.
+  void SendConsoleEvent(DWORD event, int times = 1) const;
 
  private:
   TemporaryFile output_;

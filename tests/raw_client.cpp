@@ -14,11 +14,12 @@ constexpr DWORD kPiece = 0x10000;
 Tamrin::unique_file OpenPipe() {
   Tamrin::unique_file pipe;
   // Besides a pipe that is not there yet, every instance may just be taken.
-  Eventually([&pipe] {
+  const auto open = [&pipe] {
     pipe.reset(::CreateFileW(kPipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                              FILE_FLAG_OVERLAPPED, nullptr));
     return static_cast<bool>(pipe);
-  });
+  };
+  Eventually(open);
   Require(static_cast<bool>(pipe), "connecting to the server's pipe");
   return pipe;
 }

@@ -48,10 +48,11 @@ std::vector<LogLine> ParseLog(const std::string& content) {
 ServerProcess::ServerProcess(std::wstring_view arguments)
     : program_(kServer, L"--nologo --no-discovery --log-level debug --log-path \"" + log_.path() +
                             L"\" " + std::wstring(arguments)) {
-  const bool started = Eventually([this] {
+  const auto ready = [this] {
     return DecodeLog(log_.Content()).find(kStarted) != std::wstring::npos ||
            program_.Output().find(kStarted) != std::wstring::npos || !program_.Runs();
-  });
+  };
+  const bool started = Eventually(ready);
   EXPECT_TRUE(started && program_.Runs()) << "the server does not start";
 }
 

@@ -45,6 +45,12 @@ TEST_F(SilentReader, HoldsUpNoOtherClient) {
   EXPECT_EQ(RawClient().Read(1).code, kNotConnected);
 }
 
+// An idle server would have read and answered all that was asked for well within this time.
+TEST_F(SilentReader, DoesNotFillTheMemory) {
+  constexpr std::size_t kEnough = 40u << 20;  // of the 64 MiB that the client asked for
+  EXPECT_FALSE(Eventually([&] { return server_.program().MemoryInUse() > kEnough; }, 500));
+}
+
 TEST_F(SilentReader, GetsEveryReplyOnceItReads) {
   for (int replies = 0; replies < 64 && !HasFailure(); ++replies)
     EXPECT_EQ(silent_.Receive().payload.size(), 8u + kFilePortSize);

@@ -60,7 +60,7 @@ TEST(CommandLine, ErrorIsShownWithTheHelp) {
 
 TEST(Start, LogoComesBeforeTheLog) {
   Program server(kServer, L"--no-discovery");
-  EXPECT_TRUE(Eventually([&] { return Contains(server.Output(), kStarted); }));
+  EXPECT_TRUE(server.Prints(kStarted));
   EXPECT_EQ(server.Output().rfind(kLogo, 0), 0u);
   EXPECT_EQ(server.Errors(), L"");
   EXPECT_TRUE(SignalStopEvent());

@@ -55,8 +55,7 @@ TEST_P(ConsoleEvent, StopsTheServer) {
 }
 
 TEST_P(ConsoleEvent, IsHarmlessWhileStopping) {
-  for (int i = 0; i < 5; ++i)
-    server_.program().SendConsoleEvent(GetParam());
+  server_.program().SendConsoleEvent(GetParam(), 5);
   EXPECT_EQ(server_.program().ExitCode(), 0u);
   EXPECT_GE(server_.Count(L"DEBUG", kStopRequested), 1u);
   ExpectOrderlyEnd(server_);
