@@ -4,6 +4,7 @@
 #include <chrono>
 #include <ctime>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "async/errors.h"
@@ -153,13 +154,21 @@ ostra::future<void> Logger::write_lines() {
     const entry current = co_await next;
     if (current.message.empty())
       co_return;
-    const std::wstring text = line(pattern, current);
-    if (screen_)
-      screen_->write(text);
-    if (file_) {
-      auto written = write_file(text);
+    try {
+      auto written = write_line(line(pattern, current));
       co_await written;
+    } catch (const std::bad_alloc&) {
+      // This line is lost; the next one may find memory again.
     }
+  }
+}
+
+ostra::future<void> Logger::write_line(std::wstring text) {
+  if (screen_)
+    screen_->write(text);
+  if (file_) {
+    auto written = write_file(text);
+    co_await written;
   }
 }
 

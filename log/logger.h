@@ -28,6 +28,8 @@ namespace logging {
 // file cannot be written any more (disk full), the writer ends, what is queued and what is logged
 // later is dropped, and stop() throws that error: a full disk costs the log, never the server.
 //
+// A line for which there is no memory is lost, and only that one.
+//
 // A screen that stands still costs lines on the screen only; stop() gives it two seconds.
 //
 // The writer's coroutine uses this object until it ends; stop() and the destructor wait for that.
@@ -80,6 +82,7 @@ class Logger final : public ILogger {
   void end_queue() noexcept;
   ostra::future<void> write_entries();
   ostra::future<void> write_lines();
+  ostra::future<void> write_line(std::wstring text);
   ostra::future<void> write_file(std::wstring_view text);
   static std::wstring line(const tfmt::parsed_pattern& pattern, const entry& entry);
 
