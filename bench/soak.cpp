@@ -22,9 +22,9 @@ namespace {
 
 constexpr int kVisitorsOfAKind = 3;
 constexpr int kSamplesALine = 6;
-constexpr double kHandleSlack = 20;               // threads of the pool come and go
-constexpr double kByteSlack = 4.0 * 1024 * 1024;  // as do heaps
-constexpr DWORD kPatience = 30'000;               // milliseconds, for the visitors to finish
+constexpr double kHandleSlack = 50;                // threads of the pool come and go
+constexpr double kByteSlack = 16.0 * 1024 * 1024;  // as do heaps
+constexpr DWORD kPatience = 30'000;                // milliseconds, for the visitors to finish
 
 class Soak {
  public:
