@@ -38,12 +38,16 @@ std::ostream& operator<<(std::ostream& out, const DriverRequest& request) {
 }
 
 VirtualPort::VirtualPort(std::uint32_t number) : orders_(OpenOrders(number)) {
-  Give(orders_, ORDER_RESET, {});
+  Reset();
 }
 
 VirtualPort::~VirtualPort() {
   DWORD size = 0;
   ::DeviceIoControl(orders_.get(), ORDER_RESET, nullptr, 0, nullptr, 0, &size, nullptr);
+}
+
+void VirtualPort::Reset() {
+  Give(orders_, ORDER_RESET, {});
 }
 
 void VirtualPort::LoopBack() {

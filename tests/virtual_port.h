@@ -14,11 +14,6 @@ namespace system_test {
 constexpr std::uint32_t kVirtualPort = TARNWHEEL_VIRTUAL_PORT;
 constexpr std::uint32_t kOtherVirtualPort = kVirtualPort + 1;
 
-// NTSTATUS values of devices.
-constexpr std::uint32_t kStatusInvalidParameter = 0xC000000D;
-constexpr std::uint32_t kStatusIoDeviceError = 0xC0000185;
-constexpr std::uint32_t kStatusNotSupported = 0xC00000BB;
-
 // A request that has reached the driver.
 struct DriverRequest {
   std::uint32_t kind;  // request_kind or a control code
@@ -45,6 +40,8 @@ class VirtualPort {
   VirtualPort(const VirtualPort&) = delete;
   VirtualPort& operator=(const VirtualPort&) = delete;
   ~VirtualPort();
+
+  void Reset();
 
   // The line.
   void LoopBack();  // bytes, DTR to DSR and DCD, RTS to CTS
