@@ -288,6 +288,28 @@ TEST_F(Line, EveryRequestInFlightHasItsOwnAnswer) {
   EXPECT_EQ(port_.TakeSent(), ToBytes("soonlate"));
 }
 
+TEST_F(Line, LoopFeedsModemLinesAndBytesBack) {
+  port_.LoopBack();
+  SetWaitMask(SERIAL_EV_DSR | SERIAL_EV_RLSD | SERIAL_EV_CTS | SERIAL_EV_BREAK);
+  const struct {
+    std::uint32_t control;
+    std::uint32_t events;
+    std::uint32_t inputs;
+  } steps[] = {
+      {IOCTL_SERIAL_SET_DTR, SERIAL_EV_DSR | SERIAL_EV_RLSD, INPUT_DSR | INPUT_DCD},
+      {IOCTL_SERIAL_SET_RTS, SERIAL_EV_CTS, INPUT_DSR | INPUT_DCD | INPUT_CTS},
+      {IOCTL_SERIAL_SET_BREAK_ON, SERIAL_EV_BREAK, INPUT_DSR | INPUT_DCD | INPUT_CTS},
+      {IOCTL_SERIAL_CLR_DTR, SERIAL_EV_DSR | SERIAL_EV_RLSD, INPUT_CTS},
+  };
+  for (const auto& [control, events, inputs] : steps) {
+    Control(control);
+    EXPECT_EQ(client_.IoControl(IOCTL_SERIAL_WAIT_ON_MASK, 4, {}), (PortResult{0, U32(events)}));
+    EXPECT_EQ(client_.IoControl(IOCTL_SERIAL_GET_MODEMSTATUS, 4, {}), (PortResult{0, U32(inputs)}));
+  }
+  EXPECT_EQ(client_.Write(ToBytes("echo")), 0u);
+  EXPECT_EQ(client_.Read(4), (PortResult{0, ToBytes("echo")}));
+}
+
 TEST_F(Line, TwoClientsOnTwoPortsDoNotMix) {
   VirtualPort other_port(kOtherVirtualPort);
   RawClient other;

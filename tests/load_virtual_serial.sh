@@ -10,11 +10,16 @@ control() {
   timeout 30 "$wine" sc "$@" </dev/null >/dev/null
 }
 
-# Both fail when there is nothing to replace.
-control stop $service || true
-control delete $service || true
-control create $service type= kernel "binPath=" "${driver%$'\r'}"
-if ! control start $service; then
+load() {
+  # Both fail when there is nothing to replace.
+  control stop $service || true
+  control delete $service || true
+  control create $service type= kernel "binPath=" "${driver%$'\r'}"
+  control start $service
+}
+
+# When the drivers' process has crashed, the service manager notices by the first command that fails.
+load || load || {
   echo "$driver does not start in this Wine prefix." >&2
   exit 1
-fi
+}

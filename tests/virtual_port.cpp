@@ -14,7 +14,8 @@ Tamrin::unique_file OpenOrders(std::uint32_t number) {
   const std::wstring path = LR"(\\.\)" VIRTUAL_SERIAL_NAME + std::to_wstring(number);
   Tamrin::unique_file orders(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                            OPEN_EXISTING, 0, nullptr));
-  Require(static_cast<bool>(orders), "opening the virtual serial driver");
+  Require(static_cast<bool>(orders),
+          "opening the virtual serial driver, which load_virtual_serial.sh loads,");
   return orders;
 }
 

@@ -168,10 +168,15 @@ static NTSTATUS send_at_once(struct request* request) {
   return status;
 }
 
-static NTSTATUS change_outputs(struct port* port, ULONG on, ULONG off) {
-  set_outputs(port, (port->outputs | on) & ~off);
-  return STATUS_SUCCESS;
-}
+static const struct {
+  ULONG code;
+  ULONG on;
+  ULONG off;
+} output_controls[] = {
+    {IOCTL_SERIAL_SET_DTR, OUTPUT_DTR, 0},        {IOCTL_SERIAL_CLR_DTR, 0, OUTPUT_DTR},
+    {IOCTL_SERIAL_SET_RTS, OUTPUT_RTS, 0},        {IOCTL_SERIAL_CLR_RTS, 0, OUTPUT_RTS},
+    {IOCTL_SERIAL_SET_BREAK_ON, OUTPUT_BREAK, 0}, {IOCTL_SERIAL_SET_BREAK_OFF, 0, OUTPUT_BREAK},
+};
 
 static NTSTATUS set_xoff(struct port* port, BOOLEAN stopped) {
   port->stopped_by_xoff = stopped;
@@ -187,6 +192,12 @@ NTSTATUS advance_control(struct request* request) {
     if (request->kind == setting->get)
       return give_output(request, (UCHAR*)&port->settings + setting->offset, setting->size);
   }
+  for (ULONG i = 0; i < RTL_NUMBER_OF(output_controls); ++i) {
+    if (request->kind != output_controls[i].code)
+      continue;
+    set_outputs(port, (port->outputs | output_controls[i].on) & ~output_controls[i].off);
+    return STATUS_SUCCESS;
+  }
   switch (request->kind) {
     case IOCTL_SERIAL_SET_WAIT_MASK:
       return set_wait_mask(request);
@@ -194,18 +205,6 @@ NTSTATUS advance_control(struct request* request) {
       return give_number(request, port->wait_mask);
     case IOCTL_SERIAL_WAIT_ON_MASK:
       return wait_on_mask(request);
-    case IOCTL_SERIAL_SET_DTR:
-      return change_outputs(port, OUTPUT_DTR, 0);
-    case IOCTL_SERIAL_CLR_DTR:
-      return change_outputs(port, 0, OUTPUT_DTR);
-    case IOCTL_SERIAL_SET_RTS:
-      return change_outputs(port, OUTPUT_RTS, 0);
-    case IOCTL_SERIAL_CLR_RTS:
-      return change_outputs(port, 0, OUTPUT_RTS);
-    case IOCTL_SERIAL_SET_BREAK_ON:
-      return change_outputs(port, OUTPUT_BREAK, 0);
-    case IOCTL_SERIAL_SET_BREAK_OFF:
-      return change_outputs(port, 0, OUTPUT_BREAK);
     case IOCTL_SERIAL_GET_DTRRTS:
       return give_number(request, port->outputs & (OUTPUT_DTR | OUTPUT_RTS));
     case IOCTL_SERIAL_GET_MODEMSTATUS:

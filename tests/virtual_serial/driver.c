@@ -53,9 +53,12 @@ static NTSTATUS NTAPI dispatch_open(DEVICE_OBJECT* object, IRP* irp) {
   if (!device->takes_orders) {
     enter();
     record(port, opens ? REQUEST_OPEN : REQUEST_CLOSE, 0, NULL, 0);
-    if (opens)
+    if (opens) {
+      ++port->open_handles;
       open_line(port);
-    port->open_handles += opens ? 1u : MAXULONG;
+    } else {
+      --port->open_handles;
+    }
     leave();
   }
   return complete(irp, STATUS_SUCCESS, 0);

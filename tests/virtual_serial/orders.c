@@ -1,6 +1,75 @@
 // What tests order of a port.
 #include "tests/virtual_serial/port.h"
 
+struct order {
+  void* buffer;
+  ULONG input_size;
+  ULONG capacity;  // of the buffer, for output
+  ULONG output_size;
+};
+
+static ULONG value_of(const struct order* order) {
+  return *(const ULONG*)order->buffer;
+}
+
+static NTSTATUS reset(struct port* port, struct order* order) {
+  UNREFERENCED_PARAMETER(order);
+  port->connected = TRUE;
+  finish_all(port, 0, STATUS_CANCELLED, TRUE);
+  reset_line(port);
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS connect(struct port* port, struct order* order) {
+  port->connected = value_of(order) != 0;
+  if (!port->connected)
+    finish_all(port, 0, STATUS_DEVICE_NOT_CONNECTED, FALSE);
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS loop_back(struct port* port, struct order* order) {
+  port->loops_back = value_of(order) != 0;
+  update_inputs(port);
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS set_modem_inputs(struct port* port, struct order* order) {
+  port->inputs_by_order = value_of(order);
+  update_inputs(port);
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS happen(struct port* port, struct order* order) {
+  const struct virtual_serial_incident* const incident = order->buffer;
+  port->errors |= incident->errors;
+  raise_events(port, incident->events);
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS receive_bytes(struct port* port, struct order* order) {
+  receive(port, order->buffer, order->input_size);
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS take_sent(struct port* port, struct order* order) {
+  order->output_size = byte_queue_take(&port->sent, order->buffer, order->capacity);
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS add_fault(struct port* port, struct order* order) {
+  const struct virtual_serial_fault* const fault = order->buffer;
+  if (port->fault_count == RTL_NUMBER_OF(port->faults))
+    return STATUS_INSUFFICIENT_RESOURCES;
+  port->faults[port->fault_count++] = *fault;
+  return STATUS_SUCCESS;
+}
+
+static NTSTATUS release(struct port* port, struct order* order) {
+  UNREFERENCED_PARAMETER(order);
+  release_held(port);
+  return STATUS_SUCCESS;
+}
+
 static ULONG count_pending(const struct port* port, ULONG kind) {
   ULONG count = 0;
   for (const LIST_ENTRY* link = port->pending.Flink; link != &port->pending; link = link->Flink)
@@ -15,110 +84,65 @@ static ULONG count_all_pending(const struct port* port) {
   return count;
 }
 
-static NTSTATUS reset(struct port* port) {
-  finish_all(port, 0, STATUS_CANCELLED, TRUE);
-  reset_line(port);
-  return STATUS_SUCCESS;
-}
-
-static NTSTATUS add_fault(struct port* port, const struct virtual_serial_fault* fault) {
-  if (port->fault_count == RTL_NUMBER_OF(port->faults))
-    return STATUS_INSUFFICIENT_RESOURCES;
-  port->faults[port->fault_count++] = *fault;
-  return STATUS_SUCCESS;
-}
-
-static NTSTATUS set_connected(struct port* port, BOOLEAN connected) {
-  port->connected = connected;
-  if (!connected)
-    finish_all(port, 0, STATUS_DEVICE_NOT_CONNECTED, FALSE);
-  return STATUS_SUCCESS;
-}
-
-static NTSTATUS happen(struct port* port, const struct virtual_serial_incident* incident) {
-  port->errors |= incident->errors;
-  raise_events(port, incident->events);
-  return STATUS_SUCCESS;
-}
-
-static NTSTATUS give_state(const struct port* port, struct virtual_serial_state* state) {
+static NTSTATUS give_state(struct port* port, struct order* order) {
+  struct virtual_serial_state* const state = order->buffer;
   state->open_handles = port->open_handles;
   state->pending_reads = count_pending(port, REQUEST_READ);
   state->pending_writes = count_pending(port, REQUEST_WRITE);
   state->pending_controls = count_all_pending(port) - state->pending_reads - state->pending_writes;
-  state->wait_mask = port->wait_mask;
   state->outputs = port->outputs;
+  order->output_size = sizeof(*state);
   return STATUS_SUCCESS;
 }
 
-static ULONG take_journal(struct port* port, void* buffer, ULONG capacity) {
-  const ULONG size = min(port->entry_count * (ULONG)sizeof(port->journal[0]), capacity);
-  RtlCopyMemory(buffer, port->journal, size);
+static NTSTATUS take_journal(struct port* port, struct order* order) {
+  order->output_size = min(port->entry_count * (ULONG)sizeof(port->journal[0]), order->capacity);
+  RtlCopyMemory(order->buffer, port->journal, order->output_size);
   port->entry_count = 0;
-  return size;
-}
-
-static NTSTATUS carry_out_locked(struct port* port, ULONG order, void* buffer, ULONG* size,
-                                 ULONG capacity) {
-  const ULONG input_size = *size;
-  *size = 0;
-  switch (order) {
-    case ORDER_RESET:
-      port->connected = TRUE;
-      return reset(port);
-    case ORDER_RECEIVE:
-      receive(port, buffer, input_size);
-      return STATUS_SUCCESS;
-    case ORDER_RELEASE:
-      release_held(port);
-      return STATUS_SUCCESS;
-    case ORDER_TAKE_SENT:
-      *size = byte_queue_take(&port->sent, buffer, capacity);
-      return STATUS_SUCCESS;
-    case ORDER_TAKE_JOURNAL:
-      *size = take_journal(port, buffer, capacity);
-      return STATUS_SUCCESS;
-    case ORDER_FAULT:
-      return input_size < sizeof(struct virtual_serial_fault) ? STATUS_BUFFER_TOO_SMALL
-                                                              : add_fault(port, buffer);
-    case ORDER_INCIDENT:
-      return input_size < sizeof(struct virtual_serial_incident) ? STATUS_BUFFER_TOO_SMALL
-                                                                 : happen(port, buffer);
-    case ORDER_GET_STATE:
-      if (capacity < sizeof(struct virtual_serial_state))
-        return STATUS_BUFFER_TOO_SMALL;
-      *size = sizeof(struct virtual_serial_state);
-      return give_state(port, buffer);
-    default:
-      break;
-  }
-
-  if (input_size < sizeof(ULONG))
-    return STATUS_BUFFER_TOO_SMALL;
-  const ULONG value = *(const ULONG*)buffer;
-  switch (order) {
-    case ORDER_CONNECT:
-      return set_connected(port, value != 0);
-    case ORDER_LOOP_BACK:
-      port->loops_back = value != 0;
-      break;
-    case ORDER_MODEM_INPUTS:
-      port->inputs_by_order = value;
-      break;
-    default:
-      return STATUS_INVALID_DEVICE_REQUEST;
-  }
-  update_inputs(port);
   return STATUS_SUCCESS;
 }
 
-NTSTATUS carry_out(struct port* port, ULONG order, void* buffer, ULONG* size, ULONG capacity) {
+static const struct {
+  ULONG code;
+  ULONG least_input;
+  ULONG least_capacity;
+  NTSTATUS (*carry_out)(struct port* port, struct order* order);
+} orders[] = {
+    {ORDER_RESET, 0, 0, reset},
+    {ORDER_CONNECT, sizeof(ULONG), 0, connect},
+    {ORDER_LOOP_BACK, sizeof(ULONG), 0, loop_back},
+    {ORDER_MODEM_INPUTS, sizeof(ULONG), 0, set_modem_inputs},
+    {ORDER_INCIDENT, sizeof(struct virtual_serial_incident), 0, happen},
+    {ORDER_RECEIVE, 0, 0, receive_bytes},
+    {ORDER_TAKE_SENT, 0, 0, take_sent},
+    {ORDER_FAULT, sizeof(struct virtual_serial_fault), 0, add_fault},
+    {ORDER_RELEASE, 0, 0, release},
+    {ORDER_GET_STATE, 0, sizeof(struct virtual_serial_state), give_state},
+    {ORDER_TAKE_JOURNAL, 0, 0, take_journal},
+};
+
+static NTSTATUS carry_out_locked(struct port* port, ULONG code, struct order* order) {
+  for (ULONG i = 0; i < RTL_NUMBER_OF(orders); ++i) {
+    if (orders[i].code != code)
+      continue;
+    if (order->input_size < orders[i].least_input || order->capacity < orders[i].least_capacity)
+      return STATUS_BUFFER_TOO_SMALL;
+    const NTSTATUS status = orders[i].carry_out(port, order);
+    settle(port);
+    return status;
+  }
+  return STATUS_INVALID_DEVICE_REQUEST;
+}
+
+NTSTATUS carry_out(struct port* port, ULONG code, void* buffer, ULONG* size, ULONG capacity) {
+  struct order order = {buffer, *size, capacity, 0};
   enter();
-  NTSTATUS status = carry_out_locked(port, order, buffer, size, capacity);
-  settle(port);
+  const NTSTATUS status = carry_out_locked(port, code, &order);
   const BOOLEAN connected = port->connected;
   leave();
-  if (status == STATUS_SUCCESS && (order == ORDER_CONNECT || order == ORDER_RESET))
-    status = set_name(port, connected);
+  *size = order.output_size;
+  // Names are not changed under the lock.
+  if (status == STATUS_SUCCESS && (code == ORDER_CONNECT || code == ORDER_RESET))
+    return set_name(port, connected);
   return status;
 }

@@ -72,7 +72,6 @@ struct virtual_serial_state {
   uint32_t pending_reads;
   uint32_t pending_writes;
   uint32_t pending_controls;
-  uint32_t wait_mask;
   uint32_t outputs;
 };
 

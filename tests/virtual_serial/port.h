@@ -99,7 +99,7 @@ NTSTATUS advance_control(struct request* request);
 
 // orders.c: carries out one order at a time, outside of enter() and leave(). `size` is that of the
 // input in `buffer`, and becomes that of the output.
-NTSTATUS carry_out(struct port* port, ULONG order, void* buffer, ULONG* size, ULONG capacity);
+NTSTATUS carry_out(struct port* port, ULONG code, void* buffer, ULONG* size, ULONG capacity);
 
 // driver.c: the port's name, by which it can be opened.
 NTSTATUS set_name(struct port* port, BOOLEAN present);
