@@ -4,6 +4,12 @@
 
 #include "tests/virtual_serial/port.h"
 
+// Each name is followed by the port's number.
+#define PORT_DEVICE L"\\Device\\VirtualSerialPort"
+#define PORT_LINK L"\\DosDevices\\COM"
+#define ORDERS_DEVICE L"\\Device\\VirtualSerialOrders"
+#define ORDERS_LINK L"\\DosDevices\\" VIRTUAL_SERIAL_NAME
+
 DRIVER_INITIALIZE DriverEntry;
 
 struct port ports[PORT_COUNT];
@@ -33,8 +39,8 @@ ULONGLONG milliseconds(void) {
 NTSTATUS set_name(struct port* port, BOOLEAN present) {
   struct device_name link;
   struct device_name device;
-  make_name(&link, L"\\DosDevices\\COM", port->number);
-  make_name(&device, L"\\Device\\VirtualSerialPort", port->number);
+  make_name(&link, PORT_LINK, port->number);
+  make_name(&device, PORT_DEVICE, port->number);
   IoDeleteSymbolicLink(&link.string);
   return present ? IoCreateSymbolicLink(&link.string, &device.string) : STATUS_SUCCESS;
 }
@@ -123,15 +129,15 @@ static NTSTATUS create_device(DRIVER_OBJECT* driver, struct port* port, const WC
 static NTSTATUS create_port(DRIVER_OBJECT* driver, struct port* port) {
   struct device_name link;
   struct device_name orders;
-  make_name(&link, L"\\DosDevices\\" VIRTUAL_SERIAL_NAME, port->number);
-  make_name(&orders, L"\\Device\\" VIRTUAL_SERIAL_NAME L"Orders", port->number);
+  make_name(&link, ORDERS_LINK, port->number);
+  make_name(&orders, ORDERS_DEVICE, port->number);
   NTSTATUS status = byte_queue_create(&port->received);
   if (NT_SUCCESS(status))
     status = byte_queue_create(&port->sent);
   if (NT_SUCCESS(status))
-    status = create_device(driver, port, L"\\Device\\VirtualSerialPort", FALSE);
+    status = create_device(driver, port, PORT_DEVICE, FALSE);
   if (NT_SUCCESS(status))
-    status = create_device(driver, port, L"\\Device\\" VIRTUAL_SERIAL_NAME L"Orders", TRUE);
+    status = create_device(driver, port, ORDERS_DEVICE, TRUE);
   if (NT_SUCCESS(status))
     status = IoCreateSymbolicLink(&link.string, &orders.string);
   if (NT_SUCCESS(status))
@@ -142,7 +148,7 @@ static NTSTATUS create_port(DRIVER_OBJECT* driver, struct port* port) {
 static void delete_ports(DRIVER_OBJECT* driver) {
   for (ULONG i = 0; i < PORT_COUNT; ++i) {
     struct device_name link;
-    make_name(&link, L"\\DosDevices\\" VIRTUAL_SERIAL_NAME, ports[i].number);
+    make_name(&link, ORDERS_LINK, ports[i].number);
     IoDeleteSymbolicLink(&link.string);
     set_name(&ports[i], FALSE);
     byte_queue_destroy(&ports[i].received);
