@@ -9,6 +9,13 @@
 
 namespace tether {
 
+namespace {
+
+// Most messages are short: one allocation does for them.
+constexpr std::size_t kUsualSize = 64;
+
+}  // namespace
+
 static_assert(sizeof(Message) == sizeof(message_header) &&
                   std::is_trivially_destructible_v<Message>,
               "the payload follows the header, and the block is freed as it is");
@@ -20,7 +27,9 @@ std::shared_ptr<Message> Message::allocate(const message_header& header) {
   return {new (block) Message(header), [](Message* message) { std::free(message); }};
 }
 
-message_t::message_t(message_header header) : bytes_(sizeof header) {
+message_t::message_t(message_header header) {
+  bytes_.reserve(kUsualSize);
+  bytes_.resize(sizeof header);
   header.length = 0;
   std::memcpy(bytes_.data(), &header, sizeof header);
 }
