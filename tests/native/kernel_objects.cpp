@@ -111,12 +111,14 @@ void SetThreadpoolWait(PTP_WAIT wait, HANDLE handle, const FILETIME* timeout) {
       wait->callback(instance, wait->context, wait, result);
   };
   auto& pool = thread_pool::instance();
+  // Once the time runs, the callback may close the wait.
+  const std::weak_ptr<stand_in::pool_object> alive = wait->weak_from_this();
+  const auto signals = object_of<event>(handle);
   if (timeout != nullptr) {
     pool.submit_at(stand_in::time_of(*timeout), *wait,
                    [=](PTP_CALLBACK_INSTANCE instance) { report(WAIT_TIMEOUT, instance); });
   }
-  const std::weak_ptr<stand_in::pool_object> alive = wait->self;
-  object_of<event>(handle)->subscribe([=, &pool] {
+  signals->subscribe([=, &pool] {
     const auto object = alive.lock();
     if (!object)
       return;

@@ -209,13 +209,7 @@ inline constexpr const wchar_t* LOCALE_NAME_USER_DEFAULT = nullptr;
 inline constexpr DWORD LOCALE_STHOUSAND = 15;
 int GetLocaleInfoEx(const wchar_t* locale, DWORD type, wchar_t* text, int size);
 
-// The device list.
-struct GUID {
-  std::uint32_t Data1;
-  std::uint16_t Data2;
-  std::uint16_t Data3;
-  BYTE Data4[8];
-};
+// Types of registry values.
 inline constexpr DWORD REG_SZ = 1;
 inline constexpr DWORD REG_EXPAND_SZ = 2;
 inline constexpr DWORD REG_BINARY = 3;
