@@ -167,8 +167,7 @@ BOOL ReadFile(HANDLE handle, void* buffer, DWORD size, DWORD* moved, OVERLAPPED*
 
 BOOL WriteFile(HANDLE handle, const void* data, DWORD size, DWORD* moved, OVERLAPPED* overlapped) {
   const auto file = object_of<file_object>(handle);
-  return file &&
-         file->start(&file_object::write, const_cast<void*>(data), size, moved, overlapped);
+  return file && file->start(&file_object::write, const_cast<void*>(data), size, moved, overlapped);
 }
 
 BOOL ConnectNamedPipe(HANDLE handle, OVERLAPPED* overlapped) {

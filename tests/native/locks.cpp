@@ -46,7 +46,8 @@ void ReleaseSRWLockShared(SRWLOCK* lock) noexcept {
   ::pthread_rwlock_unlock(&lock->lock);
 }
 
-// The variable's own mutex is taken before the lock is given up, so a wake that follows is not lost.
+// The variable's own mutex is taken before the lock is given up, so a wake that follows is not
+// lost.
 BOOL SleepConditionVariableSRW(CONDITION_VARIABLE* variable, SRWLOCK* lock, DWORD milliseconds,
                                ULONG) noexcept {
   ::pthread_mutex_lock(&variable->mutex);

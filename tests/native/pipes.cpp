@@ -74,8 +74,8 @@ class channel {
   }
 
   static bool fail_from(requests& queue, const OVERLAPPED* overlapped) {
-    const auto found = std::ranges::find(
-        queue, overlapped, [](const request_ptr& call) { return call->overlapped; });
+    const auto found = std::ranges::find(queue, overlapped,
+                                         [](const request_ptr& call) { return call->overlapped; });
     if (found == queue.end())
       return false;
     const auto call = *found;
@@ -150,7 +150,8 @@ struct connection {
 
 class client_end final : public file_object {
  public:
-  explicit client_end(std::shared_ptr<connection> connection, std::shared_ptr<std::atomic<bool>> gone)
+  explicit client_end(std::shared_ptr<connection> connection,
+                      std::shared_ptr<std::atomic<bool>> gone)
       : connection_(std::move(connection)), gone_(std::move(gone)) {}
 
   void read(request_ptr call) override { connection_->to_client.read(std::move(call)); }

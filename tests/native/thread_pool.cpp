@@ -111,7 +111,8 @@ void thread_pool::submit_at(clock::time_point time, pool_object& object, pool_ca
 void thread_pool::withdraw(pool_object& object) {
   const unseen scope;
   const std::lock_guard guard(lock_);
-  std::erase_if(scheduled_, [&](const auto& entry) { return entry.second->object.get() == &object; });
+  std::erase_if(scheduled_,
+                [&](const auto& entry) { return entry.second->object.get() == &object; });
 }
 
 void thread_pool::watch_time() {
@@ -182,10 +183,10 @@ PTP_TIMER CreateThreadpoolTimer(timer_callback* callback, void* context, void*) 
 void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* due, DWORD, DWORD) {
   if (due == nullptr)
     return thread_pool::instance().withdraw(*timer);
-  thread_pool::instance().submit_at(
-      stand_in::time_of(*due), *timer, [timer](PTP_CALLBACK_INSTANCE instance) {
-        timer->callback(instance, timer->context, timer);
-      });
+  thread_pool::instance().submit_at(stand_in::time_of(*due), *timer,
+                                    [timer](PTP_CALLBACK_INSTANCE instance) {
+                                      timer->callback(instance, timer->context, timer);
+                                    });
 }
 
 void WaitForThreadpoolTimerCallbacks(PTP_TIMER timer, BOOL cancel_pending) {

@@ -1,8 +1,8 @@
 // What the thread sanitizer sees of the stand-in. Every lock orders the threads that take it one
-// after another, and the sanitizer believes in that order: a lock that all threads of the pool share
-// would hide most races of the code above it. So the pool works unseen, and says which order Windows
-// promises: what was done before a call was submitted happens before the call, and the call before
-// the end of a wait for it.
+// after another, and the sanitizer believes in that order: a lock that all threads of the pool
+// share would hide most races of the code above it. So the pool works unseen, and says which order
+// Windows promises: what was done before a call was submitted happens before the call, and the call
+// before the end of a wait for it.
 #pragma once
 
 #if defined(__has_feature)

@@ -1,6 +1,6 @@
 // A stand-in for the part of Windows that the portable core uses, so that the core can be built on
-// Linux, where the sanitizers are. Only what the core names is here, with the meaning that Microsoft
-// documents. Found as <windows.h> by platform/win32.h.
+// Linux, where the sanitizers are. Only what the core names is here, with the meaning that
+// Microsoft documents. Found as <windows.h> by platform/win32.h.
 #pragma once
 
 #include <pthread.h>
