@@ -112,6 +112,35 @@ TEST(Stress, TimersAgainstCancellationAndDestruction) {
   });
 }
 
+// The number of waits that ended too early with anything but timer_cancelled.
+future<int> wait_twice(async_timer& timer, ticks first) {
+  int early = 0;
+  for (const ticks duration : {first, ticks(1h)}) {
+    try {
+      auto firing = timer.wait(duration);
+      co_await firing;
+      early += duration == 1h ? 1 : 0;
+    } catch (const timer_cancelled&) {
+    }
+  }
+  co_return early;
+}
+
+TEST(Stress, TimerIsUsedAgainWhileOthersCancelIt) {
+  repeat([&](auto& random) {
+    async_timer timer;
+    const auto waits = wait_twice(timer, ticks(random() % 2000));
+    const auto cancel_until_done = [&] {
+      while (!waits.is_complete())
+        timer.cancel();
+    };
+    std::thread other(cancel_until_done);
+    cancel_until_done();
+    other.join();
+    EXPECT_EQ(waits.get(), 0);
+  });
+}
+
 TEST(Stress, SubscriptionsComeAndGoDuringCancellation) {
   repeat([&](auto& random) {
     const cancellation_source source;
