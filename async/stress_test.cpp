@@ -8,7 +8,9 @@
 #include <thread>
 #include <vector>
 
+#include "async/background.h"
 #include "async/future.h"
+#include "async/handle_wait.h"
 #include "async/overlapped.h"
 #include "async/test_support.h"
 #include "async/timer.h"
@@ -55,7 +57,8 @@ TEST(Stress, ReadsAgainstCancellationAndCompletion) {
   repeat([&](auto& random) {
     const test::pipe_pair pipe;
     io_binding binding;
-    binding.bind(pipe.server.get(), immediate_success::continues_inline);
+    binding.bind(pipe.server.get(), random() % 2 == 0 ? immediate_success::continues_inline
+                                                      : immediate_success::queues_completion);
     char byte = 0;
     const cancellation_source source;
     const auto write_delay = random() % 4000;
@@ -141,6 +144,24 @@ TEST(Stress, TimerIsUsedAgainWhileOthersCancelIt) {
   });
 }
 
+future<bool> wait_for_event(HANDLE event, ticks timeout, counted) {
+  handle_wait wait(event, timeout);
+  const bool signalled = co_await wait;
+  co_return signalled;
+}
+
+TEST(Stress, SignalAgainstTimeout) {
+  std::atomic<int> living = 0;
+  repeat([&](auto& random) {
+    const Tamrin::unique_handle event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const auto wait = wait_for_event(event.get(), ticks(1 + random() % 20'000), counted(living));
+    spin(static_cast<unsigned>(random() % 200'000));
+    ::SetEvent(event.get());
+    wait.get();
+    EXPECT_EQ(living, 0);
+  });
+}
+
 TEST(Stress, SubscriptionsComeAndGoDuringCancellation) {
   repeat([&](auto& random) {
     const cancellation_source source;
@@ -185,6 +206,24 @@ TEST(Stress, CompletionAgainstAwaitAndAbandonment) {
     EXPECT_EQ(living, 0);
   });
   EXPECT_EQ(sum, rounds);
+}
+
+future<int> hop(int hops, counted) {
+  for (int i = 0; i < hops; ++i)
+    co_await resume_background();
+  co_return hops;
+}
+
+// The blocked thread leaves its frame the moment it is woken.
+TEST(Stress, BlockingWaitAgainstCompletion) {
+  std::atomic<int> living = 0;
+  repeat([&](auto& random) {
+    const auto hops = static_cast<int>(random() % 4);
+    const auto hopping = hop(hops, counted(living));
+    spin(static_cast<unsigned>(random() % 4000));
+    EXPECT_EQ(hopping.get(), hops);
+    EXPECT_EQ(living, 0);
+  });
 }
 
 }  // namespace
