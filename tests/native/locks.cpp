@@ -68,6 +68,7 @@ BOOL SleepConditionVariableSRW(CONDITION_VARIABLE* variable, SRWLOCK* lock, DWOR
 
 void WakeConditionVariable(CONDITION_VARIABLE* variable) noexcept {
   ::pthread_mutex_lock(&variable->mutex);
+  ++variable->wakes;
   ::pthread_cond_signal(&variable->condition);
   ::pthread_mutex_unlock(&variable->mutex);
 }

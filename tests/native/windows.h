@@ -76,9 +76,10 @@ void ReleaseSRWLockShared(SRWLOCK* lock) noexcept;
 struct CONDITION_VARIABLE {
   pthread_mutex_t mutex;
   pthread_cond_t condition;
+  unsigned wakes;  // written by each wake, which shows the sanitizers one that comes too late
 };
 inline constexpr CONDITION_VARIABLE CONDITION_VARIABLE_INIT = {PTHREAD_MUTEX_INITIALIZER,
-                                                               PTHREAD_COND_INITIALIZER};
+                                                               PTHREAD_COND_INITIALIZER, 0};
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 BOOL SleepConditionVariableSRW(CONDITION_VARIABLE* variable, SRWLOCK* lock, DWORD milliseconds,
                                ULONG flags) noexcept;
