@@ -16,7 +16,12 @@ export UBSAN_OPTIONS=print_stacktrace=1:$ASAN_OPTIONS
 cd build/native-asan
 for name in "${names[@]}"; do
   mkdir -p "corpus/$name"
-  echo "== $name"
-  "tests/$name" -max_total_time="$seconds" -max_len=1000 -verbosity=0 -print_final_stats=1 \
-    -artifact_prefix="tests/${name}_" "corpus/$name" "$project/tests/native/corpus/$name"
+  log=tests/$name.log
+  if ! "tests/$name" -max_total_time="$seconds" -max_len=1000 -print_final_stats=1 \
+    -artifact_prefix="tests/${name}_" "corpus/$name" "$project/tests/native/corpus/$name" 2>"$log"; then
+    tail -60 "$log"
+    exit 1
+  fi
+  echo "$name: $(grep -o 'cov: .* corp: [0-9]*' "$log" | tail -1)," \
+    "$(grep -o 'executed_units: .*' "$log"), $(grep -o 'average_exec_per_sec: .*' "$log")"
 done
