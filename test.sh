@@ -21,6 +21,7 @@ ctest --preset native-asan </dev/null || native=$?
 ctest --preset native-tsan </dev/null || native=$?
 start_wine
 make_loopback 5
+make_loopback 9
 ctest --preset checked </dev/null
 if ((native)); then
   echo "The native tests failed, see above." >&2

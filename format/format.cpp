@@ -1,18 +1,45 @@
 #include "format/format.h"
 
+#include <cstddef>
+
 #include "format/parser.h"
 #include "format/renderer.h"
 
 namespace tfmt {
+namespace {
 
-parsed_pattern::parsed_pattern(std::wstring_view text) : table_(details::parse(text)) {}
+// An empty string with room for what a pattern of `length` usually gives: the placeholders in it
+// are about as long as the integers that replace them, texts come on top.
+std::wstring make_output(std::size_t length, std::span<const details::argument> arguments) {
+  for (const auto& argument : arguments) {
+    if (const auto* text = std::get_if<std::wstring_view>(&argument))
+      length += text->size();
+  }
+  std::wstring output;
+  output.reserve(length);
+  return output;
+}
+
+}  // namespace
+
+parsed_pattern::parsed_pattern(std::wstring_view text)
+    : length_(text.size()), table_(details::parse(text)) {}
 
 std::wstring parsed_pattern::render(std::span<const details::argument> arguments) const {
-  return details::render(table_, arguments);
+  std::wstring output = make_output(length_, arguments);
+  details::renderer renderer(output, arguments);
+  for (const auto& part : table_)
+    renderer.add(part);
+  return output;
 }
 
 std::wstring details::format(std::wstring_view pattern, std::span<const argument> arguments) {
-  return render(parse(pattern), arguments);
+  std::wstring output = make_output(pattern.size(), arguments);
+  renderer renderer(output, arguments);
+  segment part;
+  for (parser parts(pattern); parts.next(part);)
+    renderer.add(part);
+  return output;
 }
 
 }  // namespace tfmt

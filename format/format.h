@@ -22,6 +22,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
@@ -49,6 +50,7 @@ class parsed_pattern {
  private:
   [[nodiscard]] std::wstring render(std::span<const details::argument> arguments) const;
 
+  std::size_t length_;  // of the pattern, in code units
   details::segment_table table_;
 };
 

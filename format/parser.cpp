@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "format/cursor.h"
 #include "format/placeholder.h"
 
 namespace tfmt::details {
@@ -25,20 +24,25 @@ segment take_literal(cursor& at) {
 
 }  // namespace
 
+bool parser::next(segment& result) {
+  if (at_.at_end())
+    return false;
+  result = take_literal(at_);
+  if (!result.text.empty())
+    return true;
+  at_.take();  // the "{" that the literal ended at
+  result = take_placeholder(at_, next_index_);
+  next_index_ = static_cast<std::uint16_t>(result.index + 1);
+  return true;
+}
+
 segment_table parse(std::wstring_view pattern) {
   segment_table table;
   const auto braces = static_cast<std::size_t>(std::ranges::count(pattern, L'{'));
   table.reserve(2 * braces + 1);
-
-  std::uint16_t next_index = 0;
-  for (cursor at(pattern); !at.at_end();) {
-    if (const segment literal = take_literal(at); !literal.text.empty())
-      table.push_back(literal);
-    if (!at.take_if(L'{'))
-      break;
-    table.push_back(take_placeholder(at, next_index));
-    next_index = static_cast<std::uint16_t>(table.back().index + 1);
-  }
+  segment part;
+  for (parser parts(pattern); parts.next(part);)
+    table.push_back(part);
   return table;
 }
 

@@ -1,10 +1,8 @@
 #include "format/renderer.h"
 
-#include <cstddef>
 #include <string_view>
 #include <variant>
 
-#include "format/condition_stack.h"
 #include "format/exceptions.h"
 #include "format/fitting.h"
 #include "format/integers.h"
@@ -50,44 +48,22 @@ void apply_condition(condition_stack& conditions, const segment& placeholder,
   conditions.push(*condition);
 }
 
-// What the result needs when no integer is long and nothing is padded: a guess that usually makes
-// one allocation do.
-std::size_t estimate_length(std::span<const segment> table, std::span<const argument> arguments) {
-  constexpr std::size_t kTypicalInteger = 10;
-  std::size_t length = 0;
-  for (const segment& part : table) {
-    if (part.has(kLiteral)) {
-      length += part.text.size();
-    } else if (!part.has(kConditional) && part.index < arguments.size()) {
-      const auto* text = std::get_if<std::wstring_view>(&arguments[part.index]);
-      length += text != nullptr ? text->size() : kTypicalInteger;
-    }
-  }
-  return length;
-}
-
 }  // namespace
 
-std::wstring render(std::span<const segment> table, std::span<const argument> arguments) {
-  std::wstring output;
-  output.reserve(estimate_length(table, arguments));
-  condition_stack conditions;
-  for (const segment& part : table) {
-    if (part.has(kLiteral)) {
-      if (!conditions.suppressed())
-        append_literal(output, part);
-      continue;
-    }
-    if (part.index >= arguments.size())
-      throw bad_extended_format_string();
-    const argument& value = arguments[part.index];
-    if (part.has(kConditional)) {
-      apply_condition(conditions, part, value);
-    } else if (!conditions.suppressed()) {
-      std::visit(argument_writer{output, part}, value);
-    }
+void renderer::add(const segment& part) {
+  if (part.has(kLiteral)) {
+    if (!conditions_.suppressed())
+      append_literal(output_, part);
+    return;
   }
-  return output;
+  if (part.index >= arguments_.size())
+    throw bad_extended_format_string();
+  const argument& value = arguments_[part.index];
+  if (part.has(kConditional)) {
+    apply_condition(conditions_, part, value);
+  } else if (!conditions_.suppressed()) {
+    std::visit(argument_writer{output_, part}, value);
+  }
 }
 
 }  // namespace tfmt::details

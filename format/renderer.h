@@ -1,18 +1,30 @@
-// Walks a segment table and writes its text.
+// Writes the text of a pattern's segments.
 #pragma once
 
 #include <span>
 #include <string>
 
 #include "format/argument.h"
+#include "format/condition_stack.h"
 #include "format/segment.h"
 
 namespace tfmt::details {
 
-// Throws bad_extended_format_string when a placeholder, suppressed or not, selects an argument that
-// is not there, when a condition is not a bool, or when a section is closed or inverted that was
-// never opened. A section left open ends with the pattern.
-[[nodiscard]] std::wstring render(std::span<const segment> table,
-                                  std::span<const argument> arguments);
+// Appends one segment after another. The arguments and the output must outlive it.
+class renderer {
+ public:
+  renderer(std::wstring& output, std::span<const argument> arguments) noexcept
+      : output_(output), arguments_(arguments) {}
+
+  // Throws bad_extended_format_string when a placeholder, suppressed or not, selects an argument
+  // that is not there, when a condition is not a bool, or when a section is closed or inverted that
+  // was never opened. A section left open ends with the pattern.
+  void add(const segment& part);
+
+ private:
+  std::wstring& output_;
+  const std::span<const argument> arguments_;
+  condition_stack conditions_;
+};
 
 }  // namespace tfmt::details

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <ctime>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "async/errors.h"
@@ -21,6 +22,9 @@ constexpr std::wstring_view kByteOrderMark = L"\xFEFF";
 static_assert(sizeof(wchar_t) == 2, "lines go to the file as UTF-16");
 
 constexpr std::array kLevelNames = {L"CRITICAL"sv, L"ERROR"sv, L"WARNING"sv, L"INFO"sv, L"DEBUG"sv};
+
+// Lines that are there together are written together; in code units.
+constexpr std::size_t kMostAtOnce = 32 * 1024;
 
 constexpr DWORD kScreenPatience = 2000;  // milliseconds
 
@@ -113,7 +117,7 @@ void Logger::append(entry next) {
   resumption_.post();
 }
 
-bool Logger::next_entry::await_suspend(std::coroutine_handle<> writer) const noexcept {
+bool Logger::entries_come::await_suspend(std::coroutine_handle<> writer) const noexcept {
   const std::lock_guard guard(logger_.lock_);
   if (!logger_.entries_.empty())
     return false;
@@ -122,11 +126,13 @@ bool Logger::next_entry::await_suspend(std::coroutine_handle<> writer) const noe
   return true;
 }
 
-Logger::entry Logger::next_entry::await_resume() const {
-  const std::lock_guard guard(logger_.lock_);
-  entry next = std::move(logger_.entries_.front());
-  logger_.entries_.pop_front();
-  return next;
+bool Logger::take(entry& next) noexcept {
+  const std::lock_guard guard(lock_);
+  if (entries_.empty())
+    return false;
+  next = std::move(entries_.front());
+  entries_.pop_front();
+  return true;
 }
 
 void Logger::end_queue() noexcept {
@@ -148,19 +154,37 @@ ostra::future<void> Logger::write_entries() {
 
 ostra::future<void> Logger::write_lines() {
   const tfmt::parsed_pattern pattern(kLine);
-  for (;;) {
-    next_entry next(*this);
-    const entry current = co_await next;
-    if (current.message.empty())
-      co_return;
-    const std::wstring text = line(pattern, current);
-    if (screen_)
-      screen_->write(text);
-    if (file_) {
+  for (bool more = true; more;) {
+    entries_come coming(*this);
+    co_await coming;
+    std::wstring text;
+    more = take_lines(pattern, text);
+    if (!file_ || text.empty())
+      continue;
+    try {
       auto written = write_file(text);
       co_await written;
+    } catch (const std::bad_alloc&) {
+      // These lines are lost; the next ones may find memory again.
     }
   }
+}
+
+// A line for which there is no memory is left out.
+bool Logger::take_lines(const tfmt::parsed_pattern& pattern, std::wstring& text) {
+  for (entry current; text.size() < kMostAtOnce && take(current);) {
+    if (current.message.empty())
+      return false;
+    try {
+      const std::wstring next = line(pattern, current);
+      text += next;
+      if (screen_)
+        screen_->write(next);
+    } catch (const std::bad_alloc&) {
+      continue;
+    }
+  }
+  return true;
 }
 
 ostra::future<void> Logger::write_file(std::wstring_view text) {

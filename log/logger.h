@@ -20,13 +20,16 @@
 namespace logging {
 
 // A log call only appends to a queue; it never waits for the disk or the screen. One writer
-// coroutine takes the entries in their order and writes each as one line:
+// coroutine takes the entries in their order and writes each as one line, as many at once as there
+// are:
 //
 //   dd.mm.yyyy hh:mm:ss <tab> LEVEL <tab> message <CR LF>        (local time of the log call)
 //
 // A new file begins with the byte order mark FF FE; lines are appended to an existing one. When the
 // file cannot be written any more (disk full), the writer ends, what is queued and what is logged
 // later is dropped, and stop() throws that error: a full disk costs the log, never the server.
+//
+// Lines for which there is no memory when their turn comes are lost, and no others.
 //
 // A screen that stands still costs lines on the screen only; stop() gives it two seconds.
 //
@@ -63,13 +66,13 @@ class Logger final : public ILogger {
     void run() noexcept override { writer.resume(); }
   };
 
-  // Gives the next entry; suspends the writer while there is none.
-  class next_entry {
+  // Suspends the writer while the queue is empty.
+  class entries_come {
    public:
-    explicit next_entry(Logger& logger) noexcept : logger_(logger) {}
+    explicit entries_come(Logger& logger) noexcept : logger_(logger) {}
     [[nodiscard]] bool await_ready() const noexcept { return false; }
     [[nodiscard]] bool await_suspend(std::coroutine_handle<> writer) const noexcept;
-    [[nodiscard]] entry await_resume() const;
+    void await_resume() const noexcept {}
 
    private:
     Logger& logger_;
@@ -77,6 +80,9 @@ class Logger final : public ILogger {
 
   bool open(std::wstring_view path);
   void append(entry next);
+  [[nodiscard]] bool take(entry& next) noexcept;
+  // Takes lines off the queue and appends them to `text`; false at the entry that ends the writer.
+  bool take_lines(const tfmt::parsed_pattern& pattern, std::wstring& text);
   void end_queue() noexcept;
   ostra::future<void> write_entries();
   ostra::future<void> write_lines();

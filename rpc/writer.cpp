@@ -40,13 +40,12 @@ ostra::future<void> Writer::room() {
 }
 
 void Writer::Close() noexcept {
-  std::deque<std::shared_ptr<message_t>> dropped;
   std::shared_ptr<ITransport> transport;
   std::optional<ostra::promise<void>> waiter;
   {
     const std::lock_guard guard(lock_);
     transport_.swap(transport);
-    queue_.swap(dropped);
+    queue_.clear();  // a new deque to swap with would take memory
     waiter = std::exchange(waiter_, std::nullopt);
   }
   if (waiter)

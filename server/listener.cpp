@@ -78,7 +78,7 @@ ostra::future<void> listener::accept(pipe_instance listening) const {
 }
 
 ostra::future<void> listener::accept_one(pipe_instance& listening, bool after_failure) const {
-  if (after_failure) {
+  if (after_failure && !listening) {
     ostra::auto_cancel_timer timer(token_);
     auto pause = timer.wait(kPause);
     co_await pause;

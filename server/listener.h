@@ -39,7 +39,9 @@ class listener : public std::enable_shared_from_this<listener> {
   ostra::future<void> accept(pipe_instance listening) const;
 
   // Waits for a client on `listening`, or on a new instance when that is null, and puts the next
-  // instance there before it starts the client's session. `listening` is the acceptor's.
+  // instance there before it starts the client's session. `listening` is the acceptor's. After a
+  // failure that has left none it pauses first; one that listens is never left unattended, since
+  // clients can connect to it.
   ostra::future<void> accept_one(pipe_instance& listening, bool after_failure) const;
 
   const tether::security_descriptor security_;

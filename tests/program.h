@@ -48,6 +48,8 @@ class Program {
   std::optional<DWORD> ExitCode(DWORD milliseconds = kPatience);
   [[nodiscard]] bool Runs() const;
 
+  [[nodiscard]] DWORD ProcessId() const { return ::GetProcessId(process_.get()); }
+
   // Bytes of memory that the process has for itself.
   [[nodiscard]] std::size_t MemoryInUse() const;
 

@@ -53,12 +53,12 @@ RawClient::RawClient() : pipe_(OpenPipe()), event_(::CreateEventW(nullptr, TRUE,
 RawClient::~RawClient() = default;
 
 template <class Start>
-RawClient::Transfer RawClient::Perform(Start start, DWORD& size) {
+RawClient::Transfer RawClient::Perform(Start start, DWORD& size, DWORD milliseconds) {
   OVERLAPPED overlapped = {};
   overlapped.hEvent = event_.get();
   if (!start(&overlapped) && ::GetLastError() != ERROR_IO_PENDING)
     return Transfer::kBroken;
-  const bool late = ::WaitForSingleObject(event_.get(), kPatience) != WAIT_OBJECT_0;
+  const bool late = ::WaitForSingleObject(event_.get(), milliseconds) != WAIT_OBJECT_0;
   if (late)
     ::CancelIoEx(pipe_.get(), &overlapped);
   if (::GetOverlappedResult(pipe_.get(), &overlapped, &size, TRUE))
@@ -85,13 +85,13 @@ bool RawClient::Request(std::uint32_t call, std::uint16_t method, const Bytes& p
   return Send(Encode({call, code, method, payload}));
 }
 
-RawClient::Transfer RawClient::FillInbox() {
+RawClient::Transfer RawClient::FillInbox(DWORD milliseconds) {
   Bytes piece(kPiece);
   const auto read = [&](OVERLAPPED* overlapped) {
     return ::ReadFile(pipe_.get(), piece.data(), kPiece, nullptr, overlapped);
   };
   DWORD arrived = 0;
-  const Transfer outcome = Perform(read, arrived);
+  const Transfer outcome = Perform(read, arrived, milliseconds);
   if (outcome == Transfer::kDone)
     inbox_.insert(inbox_.end(), piece.begin(), piece.begin() + arrived);
   return outcome;
@@ -104,11 +104,18 @@ Bytes RawClient::Take(std::size_t size) {
   return taken;
 }
 
+bool RawClient::HasMessage() const {
+  return inbox_.size() >= kHeaderSize && inbox_.size() - kHeaderSize >= U32At(inbox_, 8);
+}
+
+Message RawClient::TakeMessage() {
+  const Bytes header = Take(kHeaderSize);
+  Bytes payload = Take(U32At(header, 8));
+  return {U32At(header, 0), U16At(header, 4), U16At(header, 6), std::move(payload)};
+}
+
 Message RawClient::Receive() {
-  const auto whole = [this] {
-    return inbox_.size() >= kHeaderSize && inbox_.size() - kHeaderSize >= U32At(inbox_, 8);
-  };
-  while (!whole()) {
+  while (!HasMessage()) {
     const Transfer outcome = FillInbox();
     if (outcome == Transfer::kDone)
       continue;
@@ -116,9 +123,15 @@ Message RawClient::Receive() {
                   << ", with " << inbox_.size() << " bytes of a message there";
     return {};
   }
-  const Bytes header = Take(kHeaderSize);
-  Bytes payload = Take(U32At(header, 8));
-  return {U32At(header, 0), U16At(header, 4), U16At(header, 6), std::move(payload)};
+  return TakeMessage();
+}
+
+std::optional<Message> RawClient::TryReceive(DWORD milliseconds) {
+  while (!HasMessage()) {
+    if (FillInbox(milliseconds) != Transfer::kDone)
+      return std::nullopt;
+  }
+  return TakeMessage();
 }
 
 bool RawClient::ServerHangsUp() {

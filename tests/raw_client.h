@@ -41,6 +41,8 @@ class RawClient {
 
   // The next whole message.
   Message Receive();
+  // The same where none may come: nothing then, and no failure of the test.
+  std::optional<Message> TryReceive(DWORD milliseconds);
 
   // True when the server ends the connection within the deadline.
   bool ServerHangsUp();
@@ -64,8 +66,10 @@ class RawClient {
  private:
   enum class Transfer { kDone, kTimedOut, kBroken };
   template <class Start>
-  Transfer Perform(Start start, DWORD& size);
-  Transfer FillInbox();
+  Transfer Perform(Start start, DWORD& size, DWORD milliseconds = kPatience);
+  Transfer FillInbox(DWORD milliseconds = kPatience);
+  [[nodiscard]] bool HasMessage() const;
+  Message TakeMessage();
   Bytes Take(std::size_t size);
 
   Tamrin::unique_file pipe_;

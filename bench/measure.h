@@ -1,0 +1,48 @@
+// Measuring two ways of doing one thing in turn, and printing what came out.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+// Seconds since some moment in the past.
+[[nodiscard]] double Now();
+
+// The seconds that `action` takes.
+[[nodiscard]] double Seconds(const std::function<void()>& action);
+
+struct Spread {
+  double least;
+  double median;
+  double most;
+};
+[[nodiscard]] Spread SpreadOf(std::vector<double> samples);
+
+// What a figure should be; printed beside it as met or missed.
+struct Goal {
+  enum Direction { kAtMost, kAtLeast } direction;
+  double limit;
+};
+
+// One row of the report: the median and, in brackets, the least and the most.
+void PrintRow(const std::string& name, const std::string& unit, const std::vector<double>& samples,
+              std::optional<Goal> goal = std::nullopt);
+void PrintHeading(const std::string& text);
+
+// Takes samples of both sides in turn, after one of each that does not count, and prints three
+// rows: ours, the yardstick, and the ratio of each pair. The machine's speed drifts; the ratio
+// hardly does.
+struct Comparison {
+  std::string name;
+  std::string unit;
+  std::string yardstick;
+  std::optional<Goal> goal = std::nullopt;  // of the ratio ours / yardstick
+  int rounds = 15;
+
+  void Run(const std::function<double()>& ours, const std::function<double()>& theirs) const;
+};
+
+}  // namespace bench

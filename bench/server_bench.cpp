@@ -1,0 +1,218 @@
+// What the server costs: each figure beside that of a bare server of the same protocol, or of the
+// device used directly, taken in turn within one run.
+//
+// server_bench [FILE_PORT LOOPBACK_PORT]: a COM port whose device is a file of at least 64 KiB, so
+// that the device costs next to nothing, and one whose device sends back what is written to it.
+#include <algorithm>
+#include <barrier>
+#include <cstdio>
+#include <cstdlib>
+#include <list>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "async/errors.h"
+#include "bench/bare_pipe.h"
+#include "bench/blocking_client.h"
+#include "bench/local_port.h"
+#include "bench/measure.h"
+#include "bench/process.h"
+
+namespace bench {
+namespace {
+
+constexpr wchar_t kServerArguments[] = L"--nologo --no-discovery --no-screen-log";
+constexpr std::size_t kSmall = 64;
+constexpr std::size_t kLarge = 64 * 1024;
+
+const std::wstring kOurs = tether::kServerPipe;
+const std::wstring kBare = kBarePipe;
+
+const Bytes kOneByte = Integer(1);
+
+// Microseconds a call.
+double CallTime(const std::wstring& pipe, int calls, std::uint32_t port, tether::method method,
+                const Bytes& arguments) {
+  BlockingClient client(pipe);
+  if (port != 0)
+    client.OpenPort(port);
+  client.Call(method, arguments);
+  return 1e6 / calls * Seconds([&] {
+           for (int call = 0; call < calls; ++call)
+             client.Call(method, arguments);
+         });
+}
+
+void CompareCalls(const std::string& name, int calls, std::uint32_t port, tether::method method,
+                  const Bytes& arguments, std::optional<Goal> goal) {
+  const auto time = [&](const std::wstring& pipe) {
+    return CallTime(pipe, calls, port, method, arguments);
+  };
+  Comparison{name, "us", "bare server", goal}.Run([&] { return time(kOurs); },
+                                                  [&] { return time(kBare); });
+}
+
+// Megabytes a second in calls of 64 KiB.
+void CompareThroughput(const std::string& name, std::uint32_t port, tether::method method,
+                       const Bytes& arguments) {
+  const auto rate = [&](const std::wstring& pipe) {
+    return static_cast<double>(kLarge) / CallTime(pipe, 500, port, method, arguments);
+  };
+  Comparison{name, "MB/s", "bare server", Goal{Goal::kAtLeast, 0.9}}.Run(
+      [&] { return rate(kOurs); }, [&] { return rate(kBare); });
+}
+
+void MeasureCalls(std::uint32_t file_port) {
+  PrintHeading("One client, one call after another; the device is a file");
+  const Bytes small(kSmall), large(kLarge);
+  CompareCalls("null call", 2000, 0, tether::method::Read, kOneByte, Goal{Goal::kAtMost, 1.15});
+  CompareCalls("write of 64 bytes", 1000, file_port, tether::method::Write, Vector(small), {});
+  CompareCalls("read of 64 bytes", 1000, file_port, tether::method::Read, Integer(kSmall), {});
+  CompareThroughput("write of 64 KiB", file_port, tether::method::Write, Vector(large));
+  CompareThroughput("read of 64 KiB", file_port, tether::method::Read, Integer(kLarge));
+}
+
+// Calls a second of that many clients together.
+double CallRate(const std::wstring& pipe, int clients) {
+  constexpr int kCalls = 16'000;
+  std::barrier start(clients + 1);
+  std::list<std::jthread> threads;
+  for (int i = 0; i < clients; ++i) {
+    threads.emplace_back([&] {
+      BlockingClient client(pipe);
+      client.NullCall();
+      start.arrive_and_wait();
+      for (int call = 0; call < kCalls / clients; ++call)
+        client.NullCall();
+    });
+  }
+  start.arrive_and_wait();
+  return kCalls / Seconds([&] { threads.clear(); });
+}
+
+void MeasureManyClients() {
+  PrintHeading("Clients at once, null calls");
+  for (const int clients : {1, 4, 16, 64}) {
+    Comparison{std::to_string(clients) + " clients", "calls/s", "bare server", {}, 7}.Run(
+        [&] { return CallRate(kOurs, clients); }, [&] { return CallRate(kBare, clients); });
+  }
+  Comparison{"64 clients", "calls/s", "4 clients", Goal{Goal::kAtLeast, 1.0}, 9}.Run(
+      [] { return CallRate(kOurs, 64); }, [] { return CallRate(kOurs, 4); });
+}
+
+// Microseconds to connect, open the port and disconnect.
+double VisitTime(const std::wstring& pipe, std::uint32_t port) {
+  constexpr int kVisits = 100;
+  return 1e6 / kVisits * Seconds([&] {
+           for (int visit = 0; visit < kVisits; ++visit)
+             BlockingClient(pipe).OpenPort(port);
+         });
+}
+
+void MeasureVisits(std::uint32_t port) {
+  PrintHeading("Connect, open the port, disconnect");
+  Comparison{"visit", "us", "bare server"}.Run([&] { return VisitTime(kOurs, port); },
+                                               [&] { return VisitTime(kBare, port); });
+}
+
+// Microseconds until so many bytes have gone through the loopback and come back.
+double RemoteEcho(std::uint32_t port, std::size_t size, int times) {
+  BlockingClient client(kOurs);
+  client.OpenPort(port);
+  const Bytes write = Vector(Bytes(size)), read = Integer(static_cast<std::uint32_t>(size));
+  client.Call(tether::method::IoControl, LocalPort::WaitForAllOfARead());
+  return 1e6 / times * Seconds([&] {
+           for (int i = 0; i < times; ++i) {
+             client.Send(tether::method::Read, read);
+             client.Send(tether::method::Write, write);
+             client.Receive();
+             client.Receive();
+           }
+         });
+}
+
+double LocalEcho(std::uint32_t port, std::size_t size, int times) {
+  LocalPort local(port);
+  return 1e6 / times * Seconds([&] {
+           for (int i = 0; i < times; ++i)
+             local.Echo(size);
+         });
+}
+
+void MeasureLoopback(std::uint32_t port) {
+  PrintHeading("There and back through a loopback device; the yardstick opens the device itself");
+  Comparison{"64 bytes", "us", "local program"}.Run([&] { return RemoteEcho(port, kSmall, 200); },
+                                                    [&] { return LocalEcho(port, kSmall, 200); });
+  Comparison{"64 KiB", "us", "local program"}.Run([&] { return RemoteEcho(port, kLarge, 10); },
+                                                  [&] { return LocalEcho(port, kLarge, 10); });
+}
+
+// KiB that each of many connected clients adds to the server.
+double MemoryOfAClient(const Process& server, const std::wstring& pipe) {
+  constexpr std::size_t kClients = 200;
+  std::list<BlockingClient> clients;
+  const auto connect = [&](std::size_t count) {
+    for (; clients.size() < count;)
+      clients.emplace_back(pipe).NullCall();
+  };
+  connect(20);  // the pool has its threads, the heap its first blocks
+  const std::size_t before = server.PrivateBytes();
+  connect(kClients);
+  const std::size_t after = server.PrivateBytes();
+  return static_cast<double>(after - std::min(before, after)) / 1024.0 / double(kClients - 20);
+}
+
+void MeasureMemory() {
+  PrintHeading("Private memory of the server a connected client");
+  std::vector<double> ours, bare;
+  for (int round = 0; round < 5; ++round) {
+    const Process server(L"tarnwheel-server", kServerArguments);
+    ours.push_back(MemoryOfAClient(server, kOurs));
+    const Process bare_server(L"bare-server", L"");
+    bare.push_back(MemoryOfAClient(bare_server, kBare));
+  }
+  PrintRow("session", "KiB", ours, Goal{Goal::kAtMost, 40});
+  PrintRow("  bare server", "KiB", bare);
+}
+
+void MeasureStart() {
+  PrintHeading("Start");
+  std::vector<double> difference;
+  Comparison{"start to the first answer", "ms", "empty program, start to end", {}, 11}.Run(
+      [] {
+        return 1e3 * Seconds([] {
+                 const Process server(L"tarnwheel-server", kServerArguments);
+                 BlockingClient(kOurs).NullCall();
+               });
+      },
+      [] { return 1e3 * Seconds([] { Process(L"empty-program", L"").WaitForEnd(); }); });
+}
+
+int Main(std::uint32_t file_port, std::uint32_t loopback_port) {
+  MeasureStart();
+  MeasureMemory();
+  const Process server(L"tarnwheel-server", kServerArguments);
+  const Process bare_server(L"bare-server", L"");
+  MeasureCalls(file_port);
+  MeasureManyClients();
+  MeasureVisits(file_port);
+  MeasureLoopback(loopback_port);
+  return 0;
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv) {
+  const auto port = [&](int index, unsigned fallback) {
+    return argc > index ? static_cast<std::uint32_t>(std::strtoul(argv[index], nullptr, 10))
+                        : fallback;
+  };
+  try {
+    return bench::Main(port(1, 6), port(2, 5));
+  } catch (const ostra::hresult_error& error) {
+    std::fprintf(stderr, "server_bench: error 0x%08lX\n", static_cast<unsigned long>(error.code()));
+    return 1;
+  }
+}

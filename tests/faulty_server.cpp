@@ -1,0 +1,40 @@
+#include "tests/faulty_server.h"
+
+namespace system_test {
+
+FaultyServer::FaultyServer()
+    : program_(L"faulty-server", L"--nologo --no-discovery --no-screen-log") {
+  const auto name = FaultBoardName(program_.ProcessId());
+  const auto open = [&] {
+    section_.reset(::OpenFileMappingW(FILE_MAP_ALL_ACCESS, FALSE, name.c_str()));
+    return static_cast<bool>(section_);
+  };
+  Require(Eventually(open), "opening the board of a faulty server");
+  board_ = static_cast<FaultBoard*>(::MapViewOfFile(section_.get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
+  Require(board_ != nullptr, "MapViewOfFile");
+  Require(Eventually([&] { return board_->points != 0; }), "the start of a faulty server");
+}
+
+FaultyServer::~FaultyServer() {
+  ::UnmapViewOfFile(board_);
+}
+
+std::vector<std::string> FaultyServer::FaultPoints() const {
+  std::vector<std::string> names;
+  for (std::size_t point = 0; point < board_->points; ++point)
+    names.emplace_back(board_->names.at(point).data());
+  return names;
+}
+
+void FaultyServer::Fail(std::size_t point, int occurrence) {
+  board_->failures = 0;
+  board_->countdown = occurrence;
+  board_->point = static_cast<std::int32_t>(point);
+}
+
+bool FaultyServer::Relent() {
+  board_->point = kNoFault;
+  return board_->failures != 0;
+}
+
+}  // namespace system_test
