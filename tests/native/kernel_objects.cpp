@@ -57,18 +57,13 @@ using stand_in::request;
 using stand_in::request_ptr;
 using stand_in::thread_pool;
 
-struct TP_WAIT : stand_in::pool_object {
-  TP_WAIT(wait_callback* callback_, void* context_) : callback(callback_), context(context_) {}
-
-  wait_callback* const callback;
-  void* const context;
+struct TP_WAIT : stand_in::pool_target<wait_callback> {
+  using pool_target::pool_target;
 };
 
-struct TP_IO : stand_in::pool_object {
-  TP_IO(io_callback* callback_, void* context_) : callback(callback_), context(context_) {}
+struct TP_IO : stand_in::pool_target<io_callback> {
+  using pool_target::pool_target;
 
-  io_callback* const callback;
-  void* const context;
   std::atomic<int> started = 0;  // calls whose completion is still to come
 
   void ended() {

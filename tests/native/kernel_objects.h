@@ -78,6 +78,9 @@ struct handle_block {
   std::shared_ptr<kernel_object> object;
 };
 
+// A file without a name, which goes with its last handle.
+std::shared_ptr<file_object> make_temporary_file();
+
 template <class Object>
 std::shared_ptr<Object> object_of(HANDLE handle) {
   std::shared_ptr<Object> object;

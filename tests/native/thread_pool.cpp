@@ -132,21 +132,8 @@ void thread_pool::watch_time() {
 }  // namespace stand_in
 
 using stand_in::hand_out;
-using stand_in::pool_object;
+using stand_in::pool_target;
 using stand_in::thread_pool;
-
-namespace {
-
-// The callback of an object with its context.
-template <class Callback>
-struct pool_target : pool_object {
-  pool_target(Callback* callback_, void* context_) : callback(callback_), context(context_) {}
-
-  Callback* const callback;
-  void* const context;
-};
-
-}  // namespace
 
 struct TP_WORK : pool_target<work_callback> {
   using pool_target::pool_target;

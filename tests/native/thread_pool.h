@@ -22,6 +22,15 @@ struct pool_object : std::enable_shared_from_this<pool_object> {
   int outstanding = 0;  // calls that wait for a thread or run; guarded by the pool's lock
 };
 
+// An object whose calls go to one function, with the context it was created with.
+template <class Callback>
+struct pool_target : pool_object {
+  pool_target(Callback* callback_, void* context_) : callback(callback_), context(context_) {}
+
+  Callback* const callback;
+  void* const context;
+};
+
 // Hands out a new object.
 template <class Object>
 Object* hand_out(std::shared_ptr<Object> object) {
