@@ -89,7 +89,7 @@ void subscriber::subscribe() {
 }
 
 void subscriber::unsubscribe() noexcept {
-  if (!token_ || !cancellation_subscription_base::is_linked())
+  if (!token_)
     return;
   token_->unsubscribe(*this);
   // Unlinked, so invoked_ does not change any more.

@@ -91,8 +91,11 @@ class subscriber : public cancellation_subscription_base, private background_cal
   // To be called when the derived object is complete; throws operation_cancelled.
   void subscribe();
 
-  // To be called first in the derived destructor. Afterwards the callback does not run and never
-  // will: it is unlinked, and withdrawn if it waits for a thread, and waited for if it has begun.
+  // To be called first in the derived destructor, which exists only after a subscribe() that did
+  // not throw: so a subscriber with a token is linked, and need not ask its hook, which its
+  // neighbours in the list change under the token's lock. Afterwards the callback does not run and
+  // never will: it is unlinked, and withdrawn if it waits for a thread, and waited for if it has
+  // begun.
   void unsubscribe() noexcept;
 
  private:

@@ -8,7 +8,9 @@
 #include <thread>
 #include <vector>
 
+#include "async/background.h"
 #include "async/future.h"
+#include "async/handle_wait.h"
 #include "async/overlapped.h"
 #include "async/test_support.h"
 #include "async/timer.h"
@@ -55,7 +57,8 @@ TEST(Stress, ReadsAgainstCancellationAndCompletion) {
   repeat([&](auto& random) {
     const test::pipe_pair pipe;
     io_binding binding;
-    binding.bind(pipe.server.get(), immediate_success::continues_inline);
+    binding.bind(pipe.server.get(), random() % 2 == 0 ? immediate_success::continues_inline
+                                                      : immediate_success::queues_completion);
     char byte = 0;
     const cancellation_source source;
     const auto write_delay = random() % 4000;
@@ -112,6 +115,53 @@ TEST(Stress, TimersAgainstCancellationAndDestruction) {
   });
 }
 
+// The number of waits that ended too early with anything but timer_cancelled.
+future<int> wait_twice(async_timer& timer, ticks first) {
+  int early = 0;
+  for (const ticks duration : {first, ticks(1h)}) {
+    try {
+      auto firing = timer.wait(duration);
+      co_await firing;
+      early += duration == 1h ? 1 : 0;
+    } catch (const timer_cancelled&) {
+    }
+  }
+  co_return early;
+}
+
+TEST(Stress, TimerIsUsedAgainWhileOthersCancelIt) {
+  repeat([&](auto& random) {
+    async_timer timer;
+    const auto waits = wait_twice(timer, ticks(random() % 2000));
+    const auto cancel_until_done = [&] {
+      while (!waits.is_complete())
+        timer.cancel();
+    };
+    std::thread other(cancel_until_done);
+    cancel_until_done();
+    other.join();
+    EXPECT_EQ(waits.get(), 0);
+  });
+}
+
+future<bool> wait_for_event(HANDLE event, ticks timeout, counted) {
+  handle_wait wait(event, timeout);
+  const bool signalled = co_await wait;
+  co_return signalled;
+}
+
+TEST(Stress, SignalAgainstTimeout) {
+  std::atomic<int> living = 0;
+  repeat([&](auto& random) {
+    const Tamrin::unique_handle event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const auto wait = wait_for_event(event.get(), ticks(1 + random() % 20'000), counted(living));
+    spin(static_cast<unsigned>(random() % 200'000));
+    ::SetEvent(event.get());
+    wait.get();
+    EXPECT_EQ(living, 0);
+  });
+}
+
 TEST(Stress, SubscriptionsComeAndGoDuringCancellation) {
   repeat([&](auto& random) {
     const cancellation_source source;
@@ -156,6 +206,24 @@ TEST(Stress, CompletionAgainstAwaitAndAbandonment) {
     EXPECT_EQ(living, 0);
   });
   EXPECT_EQ(sum, rounds);
+}
+
+future<int> hop(int hops, counted) {
+  for (int i = 0; i < hops; ++i)
+    co_await resume_background();
+  co_return hops;
+}
+
+// The blocked thread leaves its frame the moment it is woken.
+TEST(Stress, BlockingWaitAgainstCompletion) {
+  std::atomic<int> living = 0;
+  repeat([&](auto& random) {
+    const auto hops = static_cast<int>(random() % 4);
+    const auto hopping = hop(hops, counted(living));
+    spin(static_cast<unsigned>(random() % 4000));
+    EXPECT_EQ(hopping.get(), hops);
+    EXPECT_EQ(living, 0);
+  });
 }
 
 }  // namespace

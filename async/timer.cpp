@@ -41,19 +41,18 @@ void CALLBACK async_timer::on_fired(PTP_CALLBACK_INSTANCE instance, void* contex
 }
 
 void async_timer::cancel() noexcept {
-  bool was_waiting = false;
+  std::coroutine_handle<> waiter;
   {
     const std::lock_guard guard(lock_);
     cancelled_ = true;
+    waiter = std::exchange(waiter_, nullptr);
+    if (!waiter)
+      return;
     ::SetThreadpoolTimer(timer_.get(), nullptr, 0, 0);
-    was_waiting = static_cast<bool>(waiter_);
   }
-  if (!was_waiting)
-    return;
-  // Afterwards no callback can take the waiter any more: either one has, or it is still here.
+  // A firing that was on its way finds no waiter, and after this there is none on its way.
   ::WaitForThreadpoolTimerCallbacks(timer_.get(), TRUE);
-  if (const auto waiter = take_waiter())
-    resumption_.resume(waiter);
+  resumption_.resume(waiter);
 }
 
 }  // namespace ostra

@@ -23,6 +23,10 @@ using unique_threadpool_timer = Tamrin::unique_resource<threadpool_timer_traits>
 // the timer afterwards, since the waiter may destroy it; a firing gives up its claim on the timer
 // before it resumes, so that a cancel that waits for it never waits for what the waiter does next.
 //
+// A cancel takes the waiter out first, and waits for firings before it resumes it: until then the
+// waiter cannot wait again, so neither does a late firing end a later wait, nor does the cancel
+// drop the firing of one or take its waiter, which would go on as if its time had passed.
+//
 // The timer outlives every wait and every call of cancel(). One waiter at a time.
 class async_timer {
  public:

@@ -3,7 +3,9 @@
 add_library(tarnwheel_options INTERFACE)
 target_compile_options(tarnwheel_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
 target_compile_definitions(tarnwheel_options INTERFACE UNICODE _UNICODE)
-target_link_options(tarnwheel_options INTERFACE -static)
+if(WIN32)
+  target_link_options(tarnwheel_options INTERFACE -static)
+endif()
 
 # A library sees the headers of another only by linking it: each folder is published through an
 # include directory of its own, which holds nothing but a link to that folder.

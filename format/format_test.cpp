@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "format/thousands_separator.h"
+#include "platform/win32.h"
 
 namespace tfmt {
 namespace {
@@ -18,7 +19,7 @@ constexpr bool accepted = requires(const T& value) {
   format(L"{0}", value);
 };
 
-static_assert(accepted<long> && accepted<unsigned long> && accepted<wchar_t[4]>);
+static_assert(accepted<HRESULT> && accepted<DWORD> && accepted<wchar_t[4]>);
 static_assert(!accepted<long long> && !accepted<short> && !accepted<wchar_t> && !accepted<double>);
 static_assert(!accepted<int*> && !accepted<std::string> && !accepted<char[4]>);
 
@@ -32,7 +33,7 @@ TEST(Format, LiteralTextAndBraces) {
 
 TEST(Format, EachTypeOfArgument) {
   const std::wstring_view cut = std::wstring_view(L"viewed").substr(0, 4);
-  EXPECT_EQ(format(L"{}|{}|{}|{}|{}|{}|{}", -5, 5u, 6L, 7ul, wstring(L"s"), cut, L"lit"),
+  EXPECT_EQ(format(L"{}|{}|{}|{}|{}|{}|{}", -5, 5u, HRESULT{6}, DWORD{7}, wstring(L"s"), cut, L"lit"),
             L"-5|5|6|7|s|view|lit");
   EXPECT_EQ(format(L"[{0}][{0w2f*}]", true), L"[][**]");
   EXPECT_EQ(format(L"{0}", wstring(L"a\0b", 3)), wstring(L"a\0b", 3));
@@ -45,7 +46,6 @@ TEST(Format, IndexContinuesFromThePlaceholderBefore) {
 }
 
 constexpr int kLeast = std::numeric_limits<int>::min();
-constexpr int kGreatest = std::numeric_limits<int>::max();
 
 TEST(Format, Integers) {
   const struct {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <thread>
 
+#include "async/background.h"
 #include "rpc/client_iclient.h"
 #include "rpc/marshalling.h"
 #include "rpc/server_iserver.h"
@@ -24,7 +25,8 @@ using test_connection = Connection<Client_IClient, Server_IServer>;
 
 constexpr std::uint16_t kClientCode = 1;
 
-// Stands in for a session. Reads wait for the next Write; a read of size 13 fails.
+// Stands in for a session. Opening ends on another thread than it began; reads wait for the next
+// Write; a read of size 13 fails.
 class FakeServer final : public IServer_Remote {
  public:
   explicit FakeServer(std::atomic<int>& living) : living_(living) { ++living_; }
@@ -38,6 +40,7 @@ class FakeServer final : public IServer_Remote {
   }
 
   ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
+    co_await ostra::resume_background();
     co_return static_cast<HRESULT>(number);
   }
 
@@ -195,6 +198,7 @@ TEST_F(BothEnds, ManyThreadsCallAtOnce) {
         const auto control = client_->Remote().IoControl(thread * 1000 + i, i, {}).get();
         ASSERT_EQ(control.code, static_cast<HRESULT>(thread * 1000 + i));
         ASSERT_EQ(control.bytes.size(), i);
+        ASSERT_EQ(client_->Remote().OpenPort(i).get(), static_cast<HRESULT>(i));
       }
     });
   }

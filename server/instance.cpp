@@ -11,6 +11,7 @@
 #include "log/log.h"
 #include "platform/serial.h"
 #include "server/port_list.h"
+#include "server/present_ports.h"
 
 namespace tarnwheel {
 namespace {

@@ -1,4 +1,4 @@
-// The serial ports of this machine, and which of them are shared.
+// What a serial port is called, and which of the present ones are shared.
 #pragma once
 
 #include <cstddef>
@@ -10,10 +10,6 @@
 #include "platform/win32.h"
 
 namespace tarnwheel {
-
-// The device interface class of COM ports, GUID_DEVINTERFACE_COMPORT.
-inline constexpr GUID kComPortInterface = {
-    0x86E0D1E0, 0x8089, 0x11D0, {0x9C, 0xE4, 0x08, 0x00, 0x3E, 0x30, 0x1F, 0x73}};
 
 struct port_entry {
   std::uint32_t number = 0;  // the n of COMn, never 0
@@ -29,11 +25,6 @@ struct port_entry {
 // digits that follow the first three characters, whatever these are. 0 when there are none, when
 // the number does not fit, or when the value is not a string.
 [[nodiscard]] std::uint32_t port_number(DWORD type, std::span<const std::byte> value);
-
-// Asks the system for the ports whose devices are present, ascending by number; two devices that
-// claim one number are both listed. A device that cannot be read is left out, so at worst the list
-// is empty.
-[[nodiscard]] std::vector<port_entry> present_ports();
 
 // Both lists are ascending. An empty `shared` shares everything.
 [[nodiscard]] std::vector<port_entry> shared_present_ports(

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "async/errors.h"
-#include "server/port_list.h"
+#include "server/present_ports.h"
 
 namespace tarnwheel::test {
 namespace {

@@ -9,10 +9,12 @@ export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
 
 packages=(cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 wine
   googletest libboost-dev libfmt-dev socat)
+# For the native presets only; clang 14, Debian's default, lacks the standard's coroutines.
+native_packages=(clang-19 libclang-rt-19-dev)
 
 install_packages() {
   local missing=()
-  for package in "${packages[@]}"; do
+  for package in "$@"; do
     dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
   done
   ((${#missing[@]})) || return 0
@@ -80,8 +82,9 @@ stop_loopback() {
 # build PRESET TARGET...: configures once, then builds the targets.
 build() {
   cd "$project"
+  [[ $1 != native-* ]] || install_packages "${native_packages[@]}"
   [[ -e build/$1/build.ninja ]] || cmake --preset "$1" >/dev/null
   cmake --build --preset "$1" --target "${@:2}"
 }
 
-install_packages
+install_packages "${packages[@]}"

@@ -1,0 +1,29 @@
+// Shared by the fuzzers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+#include <string>
+
+namespace fuzz {
+
+using input = std::span<const std::uint8_t>;
+
+// Ends the program, which the fuzzer reports with the input, when something does not hold.
+inline void require(bool holds) {
+  if (!holds)
+    std::abort();
+}
+
+// One code unit a byte, so that the fuzzer's changes stay small and its inputs can be read; the
+// upper half stands for characters beyond ASCII.
+inline std::wstring wide(input bytes) {
+  std::wstring text;
+  for (const unsigned byte : bytes)
+    text.push_back(static_cast<wchar_t>(byte < 0x80 ? byte : 0x2000 + byte));
+  return text;
+}
+
+}  // namespace fuzz
