@@ -1,14 +1,15 @@
 // What the server costs: each figure beside that of a bare server of the same protocol, or of the
 // device used directly, taken in turn within one run.
 //
-// server_bench [FILE_PORT LOOPBACK_PORT]: a COM port whose device is a file of at least 64 KiB, so
-// that the device costs next to nothing, and one whose device sends back what is written to it.
+// server-bench [PART ...]: all parts, or those that are named, of start, memory, calls, transfers,
+// clients, visits and loopback.
 #include <algorithm>
 #include <barrier>
 #include <cstdio>
-#include <cstdlib>
 #include <list>
+#include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -23,6 +24,11 @@ namespace bench {
 namespace {
 
 constexpr wchar_t kServerArguments[] = L"--nologo --no-discovery --no-screen-log";
+// A port whose device is a file of at least 64 KiB, so that it costs next to nothing, and one whose
+// device sends back what is written to it.
+constexpr std::uint32_t kFilePort = 6;
+constexpr std::uint32_t kLoopbackPort = 5;
+
 constexpr std::size_t kSmall = 64;
 constexpr std::size_t kLarge = 64 * 1024;
 
@@ -54,23 +60,26 @@ void CompareCalls(const std::string& name, int calls, std::uint32_t port, tether
 }
 
 // Megabytes a second in calls of 64 KiB.
-void CompareThroughput(const std::string& name, std::uint32_t port, tether::method method,
-                       const Bytes& arguments) {
+void CompareThroughput(const std::string& name, tether::method method, const Bytes& arguments) {
   const auto rate = [&](const std::wstring& pipe) {
-    return static_cast<double>(kLarge) / CallTime(pipe, 500, port, method, arguments);
+    return static_cast<double>(kLarge) / CallTime(pipe, 500, kFilePort, method, arguments);
   };
   Comparison{name, "MB/s", "bare server", Goal{Goal::kAtLeast, 0.9}}.Run(
       [&] { return rate(kOurs); }, [&] { return rate(kBare); });
 }
 
-void MeasureCalls(std::uint32_t file_port) {
+void MeasureCalls() {
   PrintHeading("One client, one call after another; the device is a file");
-  const Bytes small(kSmall), large(kLarge);
   CompareCalls("null call", 2000, 0, tether::method::Read, kOneByte, Goal{Goal::kAtMost, 1.15});
-  CompareCalls("write of 64 bytes", 1000, file_port, tether::method::Write, Vector(small), {});
-  CompareCalls("read of 64 bytes", 1000, file_port, tether::method::Read, Integer(kSmall), {});
-  CompareThroughput("write of 64 KiB", file_port, tether::method::Write, Vector(large));
-  CompareThroughput("read of 64 KiB", file_port, tether::method::Read, Integer(kLarge));
+  CompareCalls("write of 64 bytes", 1000, kFilePort, tether::method::Write, Vector(Bytes(kSmall)),
+               {});
+  CompareCalls("read of 64 bytes", 1000, kFilePort, tether::method::Read, Integer(kSmall), {});
+}
+
+void MeasureTransfers() {
+  PrintHeading("One client, 64 KiB a call; the device is a file");
+  CompareThroughput("write of 64 KiB", tether::method::Write, Vector(Bytes(kLarge)));
+  CompareThroughput("read of 64 KiB", tether::method::Read, Integer(kLarge));
 }
 
 // Calls a second of that many clients together.
@@ -102,24 +111,24 @@ void MeasureManyClients() {
 }
 
 // Microseconds to connect, open the port and disconnect.
-double VisitTime(const std::wstring& pipe, std::uint32_t port) {
+double VisitTime(const std::wstring& pipe) {
   constexpr int kVisits = 100;
   return 1e6 / kVisits * Seconds([&] {
            for (int visit = 0; visit < kVisits; ++visit)
-             BlockingClient(pipe).OpenPort(port);
+             BlockingClient(pipe).OpenPort(kFilePort);
          });
 }
 
-void MeasureVisits(std::uint32_t port) {
+void MeasureVisits() {
   PrintHeading("Connect, open the port, disconnect");
-  Comparison{"visit", "us", "bare server"}.Run([&] { return VisitTime(kOurs, port); },
-                                               [&] { return VisitTime(kBare, port); });
+  Comparison{"visit", "us", "bare server"}.Run([&] { return VisitTime(kOurs); },
+                                               [&] { return VisitTime(kBare); });
 }
 
 // Microseconds until so many bytes have gone through the loopback and come back.
-double RemoteEcho(std::uint32_t port, std::size_t size, int times) {
+double RemoteEcho(std::size_t size, int times) {
   BlockingClient client(kOurs);
-  client.OpenPort(port);
+  client.OpenPort(kLoopbackPort);
   const Bytes write = Vector(Bytes(size)), read = Integer(static_cast<std::uint32_t>(size));
   client.Call(tether::method::IoControl, LocalPort::WaitForAllOfARead());
   return 1e6 / times * Seconds([&] {
@@ -132,20 +141,20 @@ double RemoteEcho(std::uint32_t port, std::size_t size, int times) {
          });
 }
 
-double LocalEcho(std::uint32_t port, std::size_t size, int times) {
-  LocalPort local(port);
+double LocalEcho(std::size_t size, int times) {
+  LocalPort local(kLoopbackPort);
   return 1e6 / times * Seconds([&] {
            for (int i = 0; i < times; ++i)
              local.Echo(size);
          });
 }
 
-void MeasureLoopback(std::uint32_t port) {
+void MeasureLoopback() {
   PrintHeading("There and back through a loopback device; the yardstick opens the device itself");
-  Comparison{"64 bytes", "us", "local program"}.Run([&] { return RemoteEcho(port, kSmall, 200); },
-                                                    [&] { return LocalEcho(port, kSmall, 200); });
-  Comparison{"64 KiB", "us", "local program"}.Run([&] { return RemoteEcho(port, kLarge, 10); },
-                                                  [&] { return LocalEcho(port, kLarge, 10); });
+  Comparison{"64 bytes", "us", "local program"}.Run([&] { return RemoteEcho(kSmall, 200); },
+                                                    [&] { return LocalEcho(kSmall, 200); });
+  Comparison{"64 KiB", "us", "local program"}.Run([&] { return RemoteEcho(kLarge, 10); },
+                                                  [&] { return LocalEcho(kLarge, 10); });
 }
 
 // KiB that each of many connected clients adds to the server.
@@ -177,14 +186,14 @@ void MeasureMemory() {
 }
 
 double StartTime() {
-  return 1e3 * Seconds([] {
-           const Process server(L"tarnwheel-server", kServerArguments);
-           BlockingClient(kOurs).NullCall();
-         });
+  const double start = Now();
+  const Process server(L"tarnwheel-server", kServerArguments);
+  BlockingClient(kOurs).NullCall();
+  return 1e3 * (Now() - start);
 }
 
 void MeasureStart() {
-  PrintHeading("From the start of the process to its first answer, and its end by force");
+  PrintHeading("From the start of the process to its first answer");
   std::vector<double> ours, empty, more;
   for (int round = 0; round < 15; ++round) {
     ours.push_back(StartTime());
@@ -196,30 +205,41 @@ void MeasureStart() {
   PrintRow("  difference", "ms", more, Goal{Goal::kAtMost, 50});
 }
 
-int Main(std::uint32_t file_port, std::uint32_t loopback_port) {
-  MeasureStart();
-  MeasureMemory();
+struct Part {
+  std::string_view name;
+  void (*measure)();
+};
+
+constexpr Part kStarting[] = {{"start", &MeasureStart}, {"memory", &MeasureMemory}};
+constexpr Part kServing[] = {{"calls", &MeasureCalls},
+                             {"transfers", &MeasureTransfers},
+                             {"clients", &MeasureManyClients},
+                             {"visits", &MeasureVisits},
+                             {"loopback", &MeasureLoopback}};
+
+void Run(std::span<const Part> parts, const std::vector<std::string_view>& wanted) {
+  for (const Part& part : parts) {
+    if (wanted.empty() || std::ranges::find(wanted, part.name) != wanted.end())
+      part.measure();
+  }
+}
+
+void Main(const std::vector<std::string_view>& wanted) {
+  Run(kStarting, wanted);  // these run servers of their own
   const Process server(L"tarnwheel-server", kServerArguments);
   const Process bare_server(L"bare-server", L"");
-  MeasureCalls(file_port);
-  MeasureManyClients();
-  MeasureVisits(file_port);
-  MeasureLoopback(loopback_port);
-  return 0;
+  Run(kServing, wanted);
 }
 
 }  // namespace
 }  // namespace bench
 
 int main(int argc, char** argv) {
-  const auto port = [&](int index, unsigned fallback) {
-    return argc > index ? static_cast<std::uint32_t>(std::strtoul(argv[index], nullptr, 10))
-                        : fallback;
-  };
   try {
-    return bench::Main(port(1, 6), port(2, 5));
+    bench::Main({argv + 1, argv + argc});
+    return 0;
   } catch (const ostra::hresult_error& error) {
-    std::fprintf(stderr, "server_bench: error 0x%08lX\n", static_cast<unsigned long>(error.code()));
+    std::fprintf(stderr, "server-bench: error 0x%08lX\n", static_cast<unsigned long>(error.code()));
     return 1;
   }
 }
