@@ -18,6 +18,7 @@ namespace tether {
 namespace {
 
 using namespace std::chrono_literals;
+using ostra::test::eventually;
 using test::code_of;
 using test::make_message;
 
@@ -102,6 +103,8 @@ class ServerEnd : public ::testing::Test {
     if (server_) {
       server_->Cancel();
       server_running_.wait();
+      // A request holds the implementation a little longer than its reply takes.
+      EXPECT_TRUE(eventually([this] { return server_->RequestsInProgress() == 0; }));
       server_.reset();
     }
     implementation_.reset();
