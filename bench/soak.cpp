@@ -1,12 +1,13 @@
 // Has clients of every kind visit a server for a long time, and watches what the server holds.
 //
-// soak SECONDS [FILE_PORT LOOPBACK_PORT SILENT_PORT]: prints a line a minute (at least ten in all).
-// Exit code 0: the server lives, every echo was right, and neither its handles nor its memory kept
-// rising.
+// soak SECONDS [KIND ...]: prints a line a minute (at least ten in all); with all kinds of clients,
+// or those that are named. Exit code 0: the server lives, every echo was right, and neither its
+// handles nor its memory kept rising.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -20,6 +21,7 @@
 namespace bench {
 namespace {
 
+constexpr Ports kPorts = {.file = 6, .loopback = 5, .silent = 9};
 constexpr int kVisitorsOfAKind = 3;
 constexpr int kSamplesALine = 6;
 constexpr double kHandleSlack = 50;                // threads of the pool come and go
@@ -28,10 +30,14 @@ constexpr DWORD kPatience = 30'000;                // milliseconds, for the visi
 
 class Soak {
  public:
-  explicit Soak(const Ports& ports) : ports_(ports) {
+  explicit Soak(const std::vector<std::string_view>& wanted) {
     BlockingClient(tether::kServerPipe).NullCall();
-    for (unsigned i = 0; i < kKinds * kVisitorsOfAKind; ++i)
-      visitors_.emplace_back([this, i] { KeepVisiting(kAllKinds[i % kKinds], i); });
+    for (const Kind& kind : kAllKinds) {
+      if (!wanted.empty() && std::ranges::find(wanted, kind.name) == wanted.end())
+        continue;
+      for (int visitor = 0; visitor < kVisitorsOfAKind; ++visitor)
+        visitors_.emplace_back([this, &kind] { KeepVisiting(kind); });
+    }
   }
 
   void Run(double seconds) {
@@ -60,12 +66,12 @@ class Soak {
   }
 
  private:
-  void KeepVisiting(const Kind& kind, unsigned seed) {
-    unsigned random = seed + 1;
+  void KeepVisiting(const Kind& kind) {
+    unsigned random = ++seeds_;
     while (!ending_) {
       random = random * 1103515245u + 12345u;
       try {
-        kind.visit(tally_, ports_, random >> 8);
+        kind.visit(tally_, kPorts, random >> 8);
       } catch (const ostra::hresult_error& error) {
         tally_.Error(error.code());
         ::Sleep(10);
@@ -100,18 +106,18 @@ class Soak {
     return failure;
   }
 
-  const Ports ports_;
   const Process server_{L"tarnwheel-server", L"--nologo --no-discovery --no-screen-log"};
   Tally tally_;
   std::vector<double> handles_;
   std::vector<double> bytes_;
+  std::atomic<unsigned> seeds_ = 0;
   std::atomic<bool> ending_ = false;
   std::atomic<std::size_t> ended_ = 0;
   std::vector<std::jthread> visitors_;  // last: they use the others
 };
 
-int Main(double seconds, const Ports& ports) {
-  Soak soak(ports);
+int Main(double seconds, const std::vector<std::string_view>& wanted) {
+  Soak soak(wanted);
   soak.Run(seconds);
   const bool passed = soak.Judge();
   std::printf("%s\n", passed ? "passed" : "FAILED");
@@ -123,16 +129,12 @@ int Main(double seconds, const Ports& ports) {
 
 int main(int argc, char** argv) {
   const double seconds = argc > 1 ? std::strtod(argv[1], nullptr) : 0;
-  const auto port = [&](int index, unsigned fallback) {
-    return argc > index ? static_cast<std::uint32_t>(std::strtoul(argv[index], nullptr, 10))
-                        : fallback;
-  };
   if (seconds <= 0) {
-    std::fprintf(stderr, "Usage: soak SECONDS [FILE_PORT LOOPBACK_PORT SILENT_PORT]\n");
+    std::fprintf(stderr, "Usage: soak SECONDS [KIND ...]\n");
     return 2;
   }
   try {
-    return bench::Main(seconds, {port(2, 6), port(3, 5), port(4, 9)});
+    return bench::Main(seconds, {argv + 2, argv + argc});
   } catch (const ostra::hresult_error& error) {
     std::fprintf(stderr, "soak: error 0x%08lX\n", static_cast<unsigned long>(error.code()));
     return 1;

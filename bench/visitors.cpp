@@ -116,12 +116,9 @@ void Babble(Tally&, const Ports&, unsigned random) {
 
 }  // namespace
 
-const Kind kAllKinds[kKinds] = {{"talk", &Talk},
-                                {"echo", &Echo},
-                                {"visit", &Visit},
-                                {"vanish", &Vanish},
-                                {"keep silent", &KeepSilent},
-                                {"leave things pending", &LeaveThingsPending},
+const Kind kAllKinds[kKinds] = {{"talk", &Talk},         {"echo", &Echo},
+                                {"visit", &Visit},       {"vanish", &Vanish},
+                                {"silent", &KeepSilent}, {"pending", &LeaveThingsPending},
                                 {"babble", &Babble}};
 
 void Tally::Error(HRESULT code) {

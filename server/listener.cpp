@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "async/errors.h"
-#include "async/timer.h"
 #include "log/log.h"
 #include "server/instance.h"
 
@@ -20,7 +19,9 @@ constexpr HRESULT kClientLeft = static_cast<HRESULT>(0x800700E8);  // ERROR_NO_D
 // takes to make another.
 constexpr std::size_t kAcceptors = 4;
 
-constexpr std::chrono::milliseconds kPause(250);  // before trying again after a failure
+// Before trying again after a failure; a client can connect to an instance that listens.
+constexpr std::chrono::milliseconds kPause(250);
+constexpr std::chrono::milliseconds kShortPause(20);
 
 }  // namespace
 
@@ -41,28 +42,36 @@ listener::pipe_instance listener::make_instance() const {
 }
 
 ostra::future<void> listener::start() {
+  std::vector<std::unique_ptr<ostra::auto_cancel_timer>> pauses;
+  while (pauses.size() < kAcceptors)
+    pauses.push_back(std::make_unique<ostra::auto_cancel_timer>(token_));
   auto first = make_instance();
   logging::write(logging::debug, L"Network endpoint created successfully");
-  return run(std::move(first));
+  return run(std::move(first), std::move(pauses));
 }
 
-ostra::future<void> listener::run(pipe_instance first) const {
+ostra::future<void> listener::run(
+    pipe_instance first, std::vector<std::unique_ptr<ostra::auto_cancel_timer>> pauses) const {
   const auto self = shared_from_this();
   std::vector<ostra::future<void>> acceptors;
-  acceptors.push_back(accept(std::move(first)));
-  while (acceptors.size() < kAcceptors)
-    acceptors.push_back(accept(nullptr));
+  for (const auto& pause : pauses)
+    acceptors.push_back(accept(std::exchange(first, nullptr), *pause));
   for (auto& acceptor : acceptors) {
     co_await acceptor;
   }
 }
 
-ostra::future<void> listener::accept(pipe_instance listening) const {
+ostra::future<void> listener::accept(pipe_instance listening,
+                                     ostra::auto_cancel_timer& pause) const {
   bool after_failure = false;
   while (!token_.is_cancelled()) {
     HRESULT outcome = S_OK;
     try {
-      auto step = accept_one(listening, after_failure);
+      if (after_failure) {
+        auto waited = pause.wait(listening ? kShortPause : kPause);
+        co_await waited;
+      }
+      auto step = accept_one(listening);
       co_await step;
     } catch (const ostra::hresult_error& error) {
       outcome = error.code();
@@ -77,12 +86,7 @@ ostra::future<void> listener::accept(pipe_instance listening) const {
   }
 }
 
-ostra::future<void> listener::accept_one(pipe_instance& listening, bool after_failure) const {
-  if (after_failure && !listening) {
-    ostra::auto_cancel_timer timer(token_);
-    auto pause = timer.wait(kPause);
-    co_await pause;
-  }
+ostra::future<void> listener::accept_one(pipe_instance& listening) const {
   auto client = listening ? std::exchange(listening, nullptr) : make_instance();
   auto connected = client->WaitClient(false, nullptr);
   co_await connected;

@@ -6,6 +6,7 @@
 
 #include "async/cancellation.h"
 #include "async/future.h"
+#include "async/timer.h"
 #include "rpc/pipe_transport.h"
 #include "rpc/security_descriptor.h"
 #include "server/session_group.h"
@@ -35,14 +36,16 @@ class listener : public std::enable_shared_from_this<listener> {
   using pipe_instance = std::shared_ptr<tether::PipeTransport>;
 
   [[nodiscard]] pipe_instance make_instance() const;
-  ostra::future<void> run(pipe_instance first) const;
-  ostra::future<void> accept(pipe_instance listening) const;
+  ostra::future<void> run(pipe_instance first,
+                          std::vector<std::unique_ptr<ostra::auto_cancel_timer>> pauses) const;
+
+  // Pauses after a failure. The timer for that is made at the start: when the system runs out of
+  // resources a new one might be just what it cannot give.
+  ostra::future<void> accept(pipe_instance listening, ostra::auto_cancel_timer& pause) const;
 
   // Waits for a client on `listening`, or on a new instance when that is null, and puts the next
-  // instance there before it starts the client's session. `listening` is the acceptor's. After a
-  // failure that has left none it pauses first; one that listens is never left unattended, since
-  // clients can connect to it.
-  ostra::future<void> accept_one(pipe_instance& listening, bool after_failure) const;
+  // instance there before it starts the client's session. `listening` is the acceptor's.
+  ostra::future<void> accept_one(pipe_instance& listening) const;
 
   const tether::security_descriptor security_;
   const std::vector<std::uint32_t> shared_ports_;

@@ -139,7 +139,6 @@ void InterceptEverything() {
   TARNWHEEL_INTERCEPT(DeviceIoControl, FALSE);
   TARNWHEEL_INTERCEPT(CancelIoEx, FALSE);
   TARNWHEEL_INTERCEPT(CreateThreadpoolIo, static_cast<PTP_IO>(nullptr));
-  TARNWHEEL_INTERCEPT(CreateThreadpoolTimer, static_cast<PTP_TIMER>(nullptr));
   TARNWHEEL_INTERCEPT(TrySubmitThreadpoolCallback, FALSE);
   TARNWHEEL_INTERCEPT(ImpersonateNamedPipeClient, FALSE);
   TARNWHEEL_INTERCEPT(OpenThreadToken, FALSE);
