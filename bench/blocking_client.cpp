@@ -1,5 +1,6 @@
 #include "bench/blocking_client.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "async/errors.h"
@@ -60,7 +61,7 @@ void BlockingClient::Send(tether::method method, const Bytes& arguments) {
                                          static_cast<std::uint32_t>(arguments.size())};
   request_.resize(sizeof header + arguments.size());
   std::memcpy(request_.data(), &header, sizeof header);
-  std::memcpy(request_.data() + sizeof header, arguments.data(), arguments.size());
+  std::ranges::copy(arguments, request_.begin() + sizeof header);
   SendBytes(request_);
 }
 

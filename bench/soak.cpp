@@ -41,7 +41,8 @@ class Soak {
   }
 
   void Run(double seconds) {
-    std::printf("%8s %10s %8s %10s %8s  errors\n", "seconds", "calls", "handles", "KiB", "threads");
+    std::printf("%8s %10s %10s %8s %10s %8s  errors\n", "seconds", "visits", "calls", "handles",
+                "KiB", "threads");
     const double line = std::min(60.0, seconds / 10);
     const double start = Now();
     while (Now() - start < seconds && server_.Runs()) {
@@ -70,6 +71,7 @@ class Soak {
     unsigned random = ++seeds_;
     while (!ending_) {
       random = random * 1103515245u + 12345u;
+      tally_.Visit();
       try {
         kind.visit(tally_, kPorts, random >> 8);
       } catch (const ostra::hresult_error& error) {
@@ -94,7 +96,8 @@ class Soak {
   }
 
   void PrintLine(double seconds) {
-    std::printf("%8.0f %10llu %8.0f %10.0f %8zu  %s\n", seconds,
+    std::printf("%8.0f %10llu %10llu %8.0f %10.0f %8zu  %s\n", seconds,
+                static_cast<unsigned long long>(tally_.visits()),
                 static_cast<unsigned long long>(tally_.calls()), handles_.back(),
                 bytes_.back() / 1024, server_.Threads(), tally_.TakeErrors().c_str());
     std::fflush(stdout);

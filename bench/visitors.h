@@ -15,10 +15,12 @@ namespace bench {
 // What the visitors have seen; any thread.
 class Tally {
  public:
+  void Visit() noexcept { ++visits_; }
   void Call() noexcept { ++calls_; }
   void WrongBytes() noexcept { ++wrong_bytes_; }
   void Error(HRESULT code);
 
+  [[nodiscard]] std::uint64_t visits() const noexcept { return visits_; }
   [[nodiscard]] std::uint64_t calls() const noexcept { return calls_; }
   [[nodiscard]] std::uint64_t wrong_bytes() const noexcept { return wrong_bytes_; }
 
@@ -26,6 +28,7 @@ class Tally {
   [[nodiscard]] std::string TakeErrors();
 
  private:
+  std::atomic<std::uint64_t> visits_ = 0;
   std::atomic<std::uint64_t> calls_ = 0;
   std::atomic<std::uint64_t> wrong_bytes_ = 0;
 
