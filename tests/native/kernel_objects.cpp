@@ -195,8 +195,9 @@ BOOL file_object::start(void (file_object::*operation)(request_ptr), void* data,
                     : run_blocking(operation, std::move(started), moved);
 }
 
-// The operation may complete on another thread before it returns here; then the OVERLAPPED may be
-// gone. What happens first, the completion or the return, is settled by `stage`.
+// A completion on this thread, before the operation returns, is the call's own result, and goes to
+// the pool only if the handle wants that. One on another thread may come at any time and leave the
+// OVERLAPPED gone: nothing looks at it after the operation has been started.
 BOOL file_object::start_overlapped(void (file_object::*operation)(request_ptr),
                                    request_ptr started) {
   struct progress {
