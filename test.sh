@@ -16,4 +16,5 @@ trap clean_up EXIT
 build checked all all_verify_interface_header_sets
 start_wine
 make_loopback 5
+make_loopback 9
 ctest --preset checked </dev/null

@@ -61,9 +61,13 @@ void BlockingClient::Send(tether::method method, const Bytes& arguments) {
   request_.resize(sizeof header + arguments.size());
   std::memcpy(request_.data(), &header, sizeof header);
   std::memcpy(request_.data() + sizeof header, arguments.data(), arguments.size());
+  SendBytes(request_);
+}
+
+void BlockingClient::SendBytes(std::span<const std::byte> bytes) {
   DWORD written = 0;
-  check_bool(::WriteFile(pipe_.get(), request_.data(), static_cast<DWORD>(request_.size()),
-                         &written, nullptr));
+  check_bool(
+      ::WriteFile(pipe_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
 }
 
 std::span<const std::byte> BlockingClient::Receive() {

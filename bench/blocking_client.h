@@ -31,6 +31,7 @@ class BlockingClient {
   std::span<const std::byte> Call(tether::method method, const Bytes& arguments);
 
   void Send(tether::method method, const Bytes& arguments);
+  void SendBytes(std::span<const std::byte> bytes);
   std::span<const std::byte> Receive();
 
   // Asks again until another client has let go of the port; throws what else stands in the way.

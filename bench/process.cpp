@@ -11,7 +11,8 @@ namespace {
 using ostra::details::check_bool;
 using ostra::details::check_file;
 
-constexpr std::size_t kHighestHandle = 0x8000;
+// The system gives out the lowest values that are free.
+constexpr std::size_t kLongestGap = 300;
 
 }  // namespace
 
@@ -53,14 +54,15 @@ std::size_t Process::PrivateBytes() const {
 }
 
 std::size_t Process::Handles() const {
-  std::size_t count = 0;
-  for (std::size_t value = 4; value < kHighestHandle; value += 4) {
+  std::size_t count = 0, missed = 0;
+  for (std::size_t value = 4; missed < kLongestGap; value += 4, ++missed) {
     HANDLE copy = nullptr;
     // The value of a handle of another process is a number in the form of a pointer.
     if (::DuplicateHandle(process_.get(), reinterpret_cast<HANDLE>(value), ::GetCurrentProcess(),
                           &copy, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
       ::CloseHandle(copy);
       ++count;
+      missed = 0;
     }
   }
   return count;

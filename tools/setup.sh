@@ -8,7 +8,7 @@ export WINEPREFIX=${TARNWHEEL_PREFIX:-$project/build/wine}
 export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
 
 packages=(cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 wine
-  googletest libboost-dev socat)
+  googletest libboost-dev libfmt-dev socat)
 
 install_packages() {
   local missing=()
@@ -54,14 +54,16 @@ stop_wine() {
   /usr/lib/wine/wineserver64 -k >/dev/null 2>&1 || true
 }
 
+loopback_pids=()
+
 # make_loopback N: a serial port COMN that answers every byte with itself, until stop_loopback or
-# the end of the script.
+# the end of the script. There may be several.
 make_loopback() {
   local device=$WINEPREFIX/loopback-com$1
   rm -f "$device"
   setsid setpriv --pdeathsig TERM socat "pty,raw,echo=0,link=$device" EXEC:cat \
     </dev/null >/dev/null 2>&1 9>&- &
-  loopback_pid=$!
+  loopback_pids+=($!)
   for _ in {1..100}; do
     [[ -e $device ]] && break
     sleep 0.05
@@ -70,9 +72,9 @@ make_loopback() {
 }
 
 stop_loopback() {
-  [[ -n ${loopback_pid-} ]] || return 0
-  kill "$loopback_pid" 2>/dev/null || true
-  wait "$loopback_pid" 2>/dev/null || true
+  ((${#loopback_pids[@]})) || return 0
+  kill "${loopback_pids[@]}" 2>/dev/null || true
+  wait "${loopback_pids[@]}" 2>/dev/null || true
 }
 
 # build PRESET TARGET...: configures once, then builds the targets.

@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# bench/run.sh: runs every benchmark, optimised, under Wine. Nothing else should run meanwhile.
+# bench/run.sh NAME [ARG ...]: one of format-bench, log-bench, server-bench and soak SECONDS.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=tools/setup.sh
+source tools/setup.sh
+
+clean_up() {
+  stop_loopback
+  stop_wine
+}
+
+run() {
+  tools/wine "build/release/bin/$1.exe" "${@:2}" </dev/null | sed -u 's/\r$//'
+}
+
+claim_prefix
+trap clean_up EXIT
+build release benchmarks soak
+start_wine
+make_loopback 5
+make_loopback 9
+tests/make_file_port.sh 6
+if (($#)); then
+  run "$@"
+else
+  run format-bench
+  run log-bench
+  run server-bench
+fi
