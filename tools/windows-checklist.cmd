@@ -1,0 +1,118 @@
+@echo off
+rem windows-checklist.cmd [PORT]: the steps of windows-checklist.md that need nobody's hand. PORT,
+rem such as COM5, is one with a loop plug. Needs an administrator's rights. Changes the registered
+rem service and its parameters. The folder results gets the table and what each step has printed;
+rem the exit code is the number of steps that failed.
+setlocal
+cd /d "%~dp0"
+if not exist results\. mkdir results
+if exist results\table.txt del results\table.txt
+set failed=0
+set key=HKLM\Software\Quorvane\Tarnwheel Server 1.01
+set client=bin\tarnwheel-client.exe
+set server=bin\tarnwheel-server.exe
+%server% --uninstall-service >results\remove-old.txt 2>&1
+reg delete "%key%" /f >nul 2>&1
+if "%1"=="" goto programs
+set digits=%1
+set TARNWHEEL_LOOPBACK=%digits:~3%
+
+:programs
+for %%f in (tests\*_test.exe) do call :program %%~nf
+if not exist tests\system_test.exe goto service
+call :system "BadMessages.*:*UnansweredMessage*:CommandLine.*:Help.*:LogFile.*:StopEvent.*:*ConsoleEvent*" "system"
+call :system "ManyClients.*-ManyClients.ThatOpen*" "many clients"
+if not "%1"=="" call :system "PortIo.*-PortIo.Large*" "port"
+
+:service
+%server% --install-service >results\install.txt 2>&1
+call :expect install %errorlevel% 0
+%server% --install-service >results\install-again.txt 2>&1
+call :expect install-again %errorlevel% 183 "Service already installed"
+reg query HKLM\System\CurrentControlSet\Services\qrvtwsrv >results\registration.txt 2>&1
+call :expect registration %errorlevel% 0 "LocalService"
+net start qrvtwsrv >results\start.txt 2>&1
+call :expect start %errorlevel% 0
+%client% list . >results\list.txt 2>&1
+call :expect list %errorlevel% 0
+%client% discover >results\discover.txt 2>&1
+call :expect discover %errorlevel% 0
+%server% --nologo >results\second-server.txt 2>&1
+call :expect second-server %errorlevel% -2147024713 "0x800700b7"
+if not "%1"=="" call :line %1
+
+reg add "%key%" /v SharedPorts /t REG_BINARY /d 01000000FFFF0000 /f >nul
+call :restart
+%client% send . COM1 x >results\not-shared.txt 2>&1
+call :expect not-shared "" "" "(0x80070005)"
+reg add "%key%" /v SharedPorts /t REG_BINARY /d 00000000 /f >nul
+reg add "%key%" /v AutoDiscovery /t REG_DWORD /d 0 /f >nul
+call :restart
+%client% list . >results\list-again.txt 2>&1
+call :expect list-again %errorlevel% 0
+%client% discover --timeout 1000 >results\no-discovery.txt 2>&1
+call :expect no-discovery "" "" "No server answered within 1000 ms"
+reg add "%key%" /v SecurityDescriptor /t REG_SZ /d "D:" /f >nul
+call :restart
+%client% list . >results\nobody-allowed.txt 2>&1
+call :expect nobody-allowed "" "" "(0x80070005)"
+reg add "%key%" /v SecurityDescriptor /t REG_SZ /d "nonsense" /f >nul
+call :restart
+%client% list . >results\bad-descriptor.txt 2>&1
+call :expect bad-descriptor "" "" "No server runs on this machine"
+
+reg delete "%key%" /f >nul
+call :restart
+%server% --uninstall-service >results\uninstall.txt 2>&1
+call :expect uninstall %errorlevel% 0
+%client% list . >results\uninstalled.txt 2>&1
+call :expect uninstalled "" "" "No server runs on this machine"
+echo %failed% failed
+>>results\table.txt echo %failed% failed
+exit /b %failed%
+
+rem program NAME: a test program, which is to end with 0.
+:program
+if "%1"=="system_test" goto :eof
+tests\%1.exe >results\%1.txt 2>&1
+call :expect %1 %errorlevel% 0
+goto :eof
+
+rem system FILTER NAME: those tests of the whole server that Windows can run.
+:system
+tests\system_test.exe "--gtest_filter=%~1" >"results\%~2.txt" 2>&1
+call :expect "%~2" %errorlevel% 0
+goto :eof
+
+rem line PORT: the checks of a line with a loop plug.
+:line
+bin\tarnwheel-line-check.exe . %1 >results\line.txt 2>&1
+call :expect line %errorlevel% 0
+goto :eof
+
+:restart
+net stop qrvtwsrv >nul 2>&1
+net start qrvtwsrv >nul 2>&1
+goto :eof
+
+rem expect NAME CODE EXPECTED [TEXT]: the exit code and what results\NAME.txt has to contain.
+:expect
+if not "%~2"=="%~3" goto wrong_code
+if "%~4"=="" goto passed
+find "%~4" "results\%~1.txt" >nul
+if errorlevel 1 goto wrong_text
+:passed
+echo PASS  %~1
+>>results\table.txt echo PASS  %~1
+goto :eof
+:wrong_code
+set row=FAIL  %~1: exit code %~2 instead of %~3
+goto failure
+:wrong_text
+set row=FAIL  %~1: does not print %~4
+:failure
+set /a failed=failed+1
+echo %row%
+>>results\table.txt echo %row%
+type "results\%~1.txt"
+goto :eof
