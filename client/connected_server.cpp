@@ -1,6 +1,5 @@
 #include "client/connected_server.h"
 
-#include "client/client_error.h"
 #include "format/format.h"
 #include "rpc/pipe_transport.h"
 
@@ -22,6 +21,12 @@ constexpr known_cause kConnectCauses[] = {
     {ERROR_BAD_NET_NAME, L"There is no way to {0}"},
     {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account"},
     {ERROR_PIPE_BUSY, L"The server on {0} is busy"},
+};
+
+constexpr known_cause kOpenCauses[] = {
+    {ERROR_ACCESS_DENIED, L"{0} is in use by another program or client, or is not shared"},
+    {ERROR_SHARING_VIOLATION, L"{0} is in use by another program or client"},
+    {ERROR_FILE_NOT_FOUND, L"{0} does not exist"},
 };
 
 std::wstring display_name_of(std::wstring_view name) {
@@ -61,24 +66,42 @@ connected_server::connected_server(std::wstring_view name, std::wstring_view pip
     : display_name_(display_name_of(name)),
       connection_(std::make_shared<connection>(connect(name, pipe), kClientCode,
                                                std::weak_ptr<tether::IServer_Remote>())),
-      receiving_(connection_->Run()) {}
+      receiving_(run(connection_, std::move(end_))) {}
 
 connected_server::~connected_server() {
   connection_->Cancel();
   receiving_.wait();
 }
 
-void connected_server::fail(std::wstring_view subject, const time_limit& expiry, milliseconds limit,
-                            HRESULT code) const {
-  if (expiry.passed()) {
+ostra::future<void> connected_server::run(std::shared_ptr<connection> connection,
+                                          ostra::promise<void> ended) {
+  auto receiving = connection->Run();
+  co_await receiving;
+  ended.set_value();
+}
+
+std::wstring connected_server::open_port(std::uint32_t number) {
+  std::wstring name = tfmt::format(L"COM{0}", number);
+  const HRESULT outcome = wait(remote().OpenPort(number), name);
+  if (FAILED(outcome))
+    throw explain(outcome, name, kOpenCauses);
+  return name;
+}
+
+client_error connected_server::end_of_connection(std::wstring_view subject) const {
+  return failure(display_name_, subject, milliseconds::zero(), ostra::operation_cancelled().code());
+}
+
+client_error connected_server::failure(std::wstring_view server, std::wstring_view subject,
+                                       milliseconds limit, HRESULT code) {
+  if (code == ostra::details::to_hresult(ERROR_TIMEOUT)) {
     const auto count = static_cast<std::uint32_t>(limit.count());
-    throw client_error(tfmt::format(L"{0}: no answer within {1} ms", subject, count),
-                       ostra::details::to_hresult(ERROR_TIMEOUT));
+    return client_error(tfmt::format(L"{0}: no answer within {1} ms", subject, count), code);
   }
   if (code == ostra::operation_cancelled().code())
-    throw client_error(
-        tfmt::format(L"{0}: the server on {1} ended the connection", subject, display_name_), code);
-  throw explain(code, subject);
+    return client_error(
+        tfmt::format(L"{0}: the server on {1} ended the connection", subject, server), code);
+  return explain(code, subject);
 }
 
 }  // namespace tarnwheel::client

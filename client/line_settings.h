@@ -6,10 +6,14 @@
 
 namespace tarnwheel::client {
 
-// In the form in which a serial driver takes it.
+// What stops a sender whose receiver is full.
+enum class flow_control { none, rts_cts, xon_xoff };
+
+// In the form in which a serial driver takes it, but for the flow control.
 struct line_settings {
   SERIAL_BAUD_RATE baud_rate;
   SERIAL_LINE_CONTROL control;
+  flow_control flow = flow_control::none;
 };
 
 void add_line_options(Tamrin::command_line& line);
