@@ -1,7 +1,6 @@
 #include "client/line_controls.h"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <mutex>
 
@@ -50,7 +49,8 @@ ULONG purge_mask(purged what) {
 template <class Result>
 Result result_of(const std::vector<std::byte>& bytes) {
   Result result = {};
-  std::memcpy(&result, bytes.data(), std::min(bytes.size(), sizeof result));
+  const auto known = std::span(bytes).first(std::min(bytes.size(), sizeof result));
+  std::ranges::copy(known, std::as_writable_bytes(std::span(&result, 1)).begin());
   return result;
 }
 
