@@ -14,19 +14,20 @@ constexpr milliseconds kBusyLimit(2000);
 constexpr DWORD kBusyPause = 50;  // milliseconds
 
 constexpr known_cause kConnectCauses[] = {
-    {ERROR_FILE_NOT_FOUND, L"No server runs on {0}"},
-    {ERROR_TIMEOUT, L"No server runs on {0}"},
-    {ERROR_PATH_NOT_FOUND, L"There is no way to {0}"},
-    {ERROR_BAD_NETPATH, L"There is no way to {0}"},
-    {ERROR_BAD_NET_NAME, L"There is no way to {0}"},
-    {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account"},
-    {ERROR_PIPE_BUSY, L"The server on {0} is busy"},
+    {ERROR_FILE_NOT_FOUND, L"No server runs on {0}", failure::connection},
+    {ERROR_TIMEOUT, L"No server runs on {0}", failure::connection},
+    {ERROR_PATH_NOT_FOUND, L"There is no way to {0}", failure::connection},
+    {ERROR_BAD_NETPATH, L"There is no way to {0}", failure::connection},
+    {ERROR_BAD_NET_NAME, L"There is no way to {0}", failure::connection},
+    {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account", failure::refused},
+    {ERROR_PIPE_BUSY, L"The server on {0} is busy", failure::connection},
 };
 
 constexpr known_cause kOpenCauses[] = {
-    {ERROR_ACCESS_DENIED, L"{0} is in use by another program or client, or is not shared"},
-    {ERROR_SHARING_VIOLATION, L"{0} is in use by another program or client"},
-    {ERROR_FILE_NOT_FOUND, L"{0} does not exist"},
+    {ERROR_ACCESS_DENIED, L"{0} is in use by another program or client, or is not shared",
+     failure::refused},
+    {ERROR_SHARING_VIOLATION, L"{0} is in use by another program or client", failure::refused},
+    {ERROR_FILE_NOT_FOUND, L"{0} does not exist", failure::refused},
 };
 
 std::wstring display_name_of(std::wstring_view name) {
@@ -56,7 +57,7 @@ std::shared_ptr<tether::ITransport> connect(std::wstring_view name, std::wstring
     outcome = error.code();  // the open pipe cannot be used
   }
   if (FAILED(outcome))
-    throw explain(outcome, display_name_of(name), kConnectCauses);
+    throw explain(outcome, display_name_of(name), kConnectCauses, failure::connection);
   return transport;
 }
 
@@ -84,7 +85,7 @@ std::wstring connected_server::open_port(std::uint32_t number) {
   std::wstring name = tfmt::format(L"COM{0}", number);
   const HRESULT outcome = wait(remote().OpenPort(number), name);
   if (FAILED(outcome))
-    throw explain(outcome, name, kOpenCauses);
+    throw explain(outcome, name, kOpenCauses, failure::refused);
   return name;
 }
 
@@ -100,7 +101,8 @@ client_error connected_server::failure(std::wstring_view server, std::wstring_vi
   }
   if (code == ostra::operation_cancelled().code())
     return client_error(
-        tfmt::format(L"{0}: the server on {1} ended the connection", subject, server), code);
+        tfmt::format(L"{0}: the server on {1} ended the connection", subject, server), code,
+        failure::connection);
   return explain(code, subject);
 }
 

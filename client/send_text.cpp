@@ -16,6 +16,11 @@ constexpr std::chrono::milliseconds kQuiet(200);
 
 }  // namespace
 
+void add_send_options(Tamrin::command_line& line) {
+  add_timeout_option(line);
+  add_line_options(line);
+}
+
 void send_text(const invocation& request) {
   // The command line is judged as a whole before anything happens.
   const std::uint32_t number = parse_port(request.arguments[1]);

@@ -4,9 +4,24 @@ namespace tarnwheel::client {
 
 std::span<const verb> all_verbs() {
   static const verb verbs[] = {
-      {L"list", {L"SERVER"}, L"Print the ports that SERVER shares.", &list_ports},
-      {L"discover", {}, L"Print the names of the servers that can be found.", &discover_servers},
-      {L"send", {L"SERVER", L"PORT", L"TEXT"}, L"Send TEXT and print what comes back.", &send_text},
+      {L"list",
+       {L"SERVER"},
+       L"Print the ports that SERVER shares.",
+       L"workshop-pc --json",
+       &add_list_options,
+       &list_ports},
+      {L"discover",
+       {},
+       L"Print the names of the servers that can be found.",
+       L"--timeout 5000",
+       &add_discover_options,
+       &discover_servers},
+      {L"send",
+       {L"SERVER", L"PORT", L"TEXT"},
+       L"Send TEXT and print what comes back.",
+       L"workshop-pc COM5 \"*IDN?\" --baud 9600",
+       &add_send_options,
+       &send_text},
   };
   return verbs;
 }
