@@ -1,5 +1,7 @@
 #include "client/connected_server.h"
 
+#include <algorithm>
+
 #include "format/format.h"
 #include "rpc/pipe_transport.h"
 
@@ -21,6 +23,10 @@ constexpr known_cause kConnectCauses[] = {
     {ERROR_BAD_NET_NAME, L"There is no way to {0}", failure::connection},
     {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account", failure::refused},
     {ERROR_PIPE_BUSY, L"The server on {0} is busy", failure::connection},
+};
+
+constexpr known_cause kInUseCauses[] = {
+    {ERROR_ACCESS_DENIED, L"{0} is in use by another program or client", failure::refused},
 };
 
 constexpr known_cause kOpenCauses[] = {
@@ -84,9 +90,17 @@ ostra::future<void> connected_server::run(std::shared_ptr<connection> connection
 std::wstring connected_server::open_port(std::uint32_t number) {
   std::wstring name = tfmt::format(L"COM{0}", number);
   const HRESULT outcome = wait(remote().OpenPort(number), name);
+  // One code says two things, of which a port that is shared leaves one.
+  if (outcome == E_ACCESSDENIED && lists(number))
+    throw explain(outcome, name, kInUseCauses);
   if (FAILED(outcome))
     throw explain(outcome, name, kOpenCauses, failure::refused);
   return name;
+}
+
+bool connected_server::lists(std::uint32_t number) {
+  const auto ports = wait(remote().EnumeratePorts(), display_name_);
+  return std::ranges::find(ports, number, &tether::port_record::number) != ports.end();
 }
 
 client_error connected_server::end_of_connection(std::wstring_view subject) const {

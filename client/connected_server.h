@@ -72,6 +72,8 @@ class connected_server {
   static ostra::future<void> run(std::shared_ptr<connection> connection,
                                  ostra::promise<void> ended);
 
+  [[nodiscard]] bool lists(std::uint32_t number);
+
   // Static, since a call that nobody waits for may end later than everything else.
   template <class T>
   static ostra::future<T> explained(ostra::future<T> call, std::wstring server,

@@ -90,6 +90,10 @@ TEST_F(ConnectedServer, RefusedOpenIsExplained) {
   EXPECT_EQ(OpenFailure(E_ACCESSDENIED),
             L"COM5 is in use by another program or client, or is not shared (0x80070005)");
   server.accept();
+  server.device->ports = {{L"Listed", 5}};
+  EXPECT_EQ(OpenFailure(E_ACCESSDENIED),
+            L"COM5 is in use by another program or client (0x80070005)");
+  server.accept();
   EXPECT_EQ(OpenFailure(static_cast<HRESULT>(0x80070020)),
             L"COM5 is in use by another program or client (0x80070020)");
   server.accept();

@@ -21,6 +21,11 @@ class interrupt {
   // Signalled from the first event on.
   [[nodiscard]] HANDLE event() const noexcept;
 
+  // From now on Ctrl+C is a key like others: it only signals ctrl_c(), once for each time that it
+  // is struck or more. For a console whose input is raw, which still may hand it over as an event.
+  void make_ctrl_c_a_key(bool is_key) noexcept;
+  [[nodiscard]] HANDLE ctrl_c() const noexcept;
+
   // Blocks for `time`, or until the first event; true when it has come.
   [[nodiscard]] bool wait(std::chrono::milliseconds time) const noexcept;
 };

@@ -36,8 +36,7 @@ remote_line::remote_line(std::wstring_view server, std::uint32_t number, std::ws
 }
 
 remote_line::~remote_line() {
-  ended_ = true;
-  stop();
+  hang_up();
   for (const auto& coroutine : running_)
     coroutine.wait();
 }
@@ -52,6 +51,11 @@ void remote_line::start(line_receiver& receiver, std::uint32_t events) {
     running_.push_back(wait_for_events(events));
 }
 
+void remote_line::hang_up() {
+  ended_ = true;
+  stop();
+}
+
 void remote_line::stop() {
   server_.hang_up();
   output_->close();
@@ -62,8 +66,8 @@ void remote_line::stop() {
 void remote_line::end(const client_error& reason) {
   if (ended_.exchange(true))
     return;
+  receiver_->ended(reason);  // before anything else looks as if it had gone well
   stop();
-  receiver_->ended(reason);
 }
 
 // A driver completes a read of one byte as soon as that byte comes. Of a longer one some complete

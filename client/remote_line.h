@@ -39,9 +39,9 @@ class line_receiver {
 
 // One connection with one port; reads, writes, a wait for events and controls pend side by side on
 // it. The constructor and the destructor block and belong to the owner's thread, everything else to
-// any. Ends by itself (line_receiver::ended) or with the destructor, after which nothing of the
-// receiver is called any more. The destructor waits for a call of the receiver that is under way,
-// so before it the owner brings futures that received() has given to completion.
+// any. Ends by itself (line_receiver::ended), with hang_up() or with the destructor, after which
+// nothing of the receiver is called any more. The destructor waits for a call of the receiver that
+// is under way, so before it the owner brings futures that received() has given to completion.
 class remote_line {
  public:
   // Connects and opens COM`number`; throws client_error.
@@ -57,6 +57,9 @@ class remote_line {
   // Begins to read, and to wait for `events` (SERIAL_EV_*; 0 for none) if the device knows them. To
   // be called once. `receiver` must outlive this.
   void start(line_receiver& receiver, std::uint32_t events);
+
+  // Ends the line: everything that waits for it completes soon, and ended() is not called any more.
+  void hang_up();
 
   // Fail with client_error. To be completed before the destructor runs.
   ostra::future<void> set_line(line_settings settings);

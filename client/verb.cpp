@@ -22,6 +22,18 @@ std::span<const verb> all_verbs() {
        L"workshop-pc COM5 \"*IDN?\" --baud 9600",
        &add_send_options,
        &send_text},
+      {L"term",
+       {L"SERVER", L"PORT"},
+       L"Work at PORT in a terminal; Ctrl+] ? shows its keys.",
+       L"workshop-pc COM5 --baud 9600 --log session.log",
+       &add_terminal_options,
+       &open_terminal},
+      {L"pipe",
+       {L"SERVER", L"PORT"},
+       L"Copy standard input to PORT and what comes to standard output.",
+       L"workshop-pc COM5 --quiet 1000 <commands.txt >answers.txt",
+       &add_pipe_options,
+       &pipe_port},
   };
   return verbs;
 }

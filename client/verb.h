@@ -39,4 +39,12 @@ void discover_servers(const invocation& request);
 void add_send_options(Tamrin::command_line& line);
 void send_text(const invocation& request);
 
+// Standard input to a port, and what the port says to standard output.
+void add_pipe_options(Tamrin::command_line& line);
+void pipe_port(const invocation& request);
+
+// A port at the keyboard and on the screen.
+void add_terminal_options(Tamrin::command_line& line);
+void open_terminal(const invocation& request);
+
 }  // namespace tarnwheel::client
