@@ -20,16 +20,6 @@ std::wstring_view take_token(std::wstring_view& text) {
   return token;
 }
 
-std::vector<std::wstring> split(std::wstring_view text) {
-  std::vector<std::wstring> tokens;
-  for (;;) {
-    text.remove_prefix(std::min(text.find_first_not_of(kSpace), text.size()));
-    if (text.empty())
-      return tokens;
-    tokens.emplace_back(take_token(text));
-  }
-}
-
 // Removes a final "+" or "-" from an option's name and returns what it means for a flag.
 bool take_flag_value(std::wstring_view& name) {
   const bool negative = name.ends_with(L'-');
@@ -50,6 +40,16 @@ void store_text(command_line_option& option, std::wstring_view text) {
 }
 
 }  // namespace
+
+std::vector<std::wstring> split(std::wstring_view text) {
+  std::vector<std::wstring> tokens;
+  for (;;) {
+    text.remove_prefix(std::min(text.find_first_not_of(kSpace), text.size()));
+    if (text.empty())
+      return tokens;
+    tokens.emplace_back(take_token(text));
+  }
+}
 
 command_line_option& command_line::add_flag(std::wstring long_name, std::wstring short_name) {
   return add(option_kind::flag, std::move(long_name), std::move(short_name));

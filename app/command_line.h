@@ -58,6 +58,9 @@ struct command_line_option {
   }
 };
 
+// The tokens of a command line, without what their quotes say; the program's path is the first.
+[[nodiscard]] std::vector<std::wstring> split(std::wstring_view text);
+
 // Owns its options and tokens; references to both are valid as long as it lives (tokens: until the
 // next parse). Not synchronised.
 class command_line {

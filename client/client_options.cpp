@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "app/command_line_help.h"
-#include "client/line_settings.h"
 #include "client/values.h"
 #include "format/format.h"
 
@@ -14,22 +13,55 @@ constexpr wchar_t kTimeout[] = L"timeout";
 constexpr std::uint32_t kGreatestTimeout = 24 * 60 * 60 * 1000;  // milliseconds
 constexpr std::size_t kHelpWidth = 80;
 
-std::wstring usage_of(const verb& verb) {
+constexpr std::wstring_view kArgumentsHelp =
+    L"SERVER is the name of a computer, or . for this machine; PORT is COM5, say, or 5.\n";
+
+constexpr std::wstring_view kExitCodes =
+    L"Exit codes: 0 success, 1 mistake in the command line, 2 no connection to the server,\n"
+    L"3 port or account refused, 4 failure of the device or no answer in time.\n";
+
+std::wstring words_of(const verb& verb) {
   std::wstring words(verb.name);
   for (const auto argument : verb.arguments)
     words += tfmt::format(L" {0}", argument);
-  return tfmt::format(L"    {0w28}{1}\n", words, verb.description);
+  return words;
 }
 
 }  // namespace
 
-void add_client_options(Tamrin::command_line& line) {
-  line.add_flag(kHelpOption, L"?").description = L"Display verbs and options.";
+bool asks_for_help(std::wstring_view word) noexcept {
+  return word == L"--help" || word == L"-?";
+}
+
+const verb& verb_named(std::wstring_view word) {
+  if (word.empty() || word.starts_with(L'-'))
+    throw Tamrin::cmd_line_syntax_error("No verb specified.");
+  const auto found = std::ranges::find(all_verbs(), word, &verb::name);
+  if (found == all_verbs().end())
+    throw Tamrin::cmd_line_syntax_error("Invalid verb specified.");
+  return *found;
+}
+
+void add_options_of(const verb& verb, Tamrin::command_line& line) {
+  verb.add_options(line);
+  auto& help = line.add_flag(kHelpOption, L"?");
+  help.description = L"Display this help.";
+  help.group_header = L"=== Help ===";
+}
+
+std::span<const std::wstring_view> arguments_of(const verb& verb,
+                                                const Tamrin::command_line& line) {
+  const auto words = std::span(line.positional()).subspan(1);
+  if (words.size() != verb.arguments.size())
+    throw Tamrin::cmd_line_syntax_error("Invalid number of arguments specified.");
+  return words;
+}
+
+void add_timeout_option(Tamrin::command_line& line) {
   auto& timeout = line.add_valued(kTimeout);
   timeout.value_name = L"MS";
   timeout.default_value = std::wstring_view(L"2000");
   timeout.description = L"Longest time to wait for what comes back. Default value is 2000.";
-  add_line_options(line);
 }
 
 std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {
@@ -37,25 +69,26 @@ std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {
       parse_number(line.at(kTimeout).text(), "time-out", 1, kGreatestTimeout));
 }
 
-const verb& verb_of(const Tamrin::command_line& line) {
-  const auto& words = line.positional();
-  if (words.empty())
-    throw Tamrin::cmd_line_syntax_error("No verb specified.");
-  const auto found = std::ranges::find(all_verbs(), words.front(), &verb::name);
-  if (found == all_verbs().end())
-    throw Tamrin::cmd_line_syntax_error("Invalid verb specified.");
-  if (words.size() - 1 != found->arguments.size())
-    throw Tamrin::cmd_line_syntax_error("Invalid number of arguments specified.");
-  return *found;
+void add_json_option(Tamrin::command_line& line) {
+  line.add_flag(kJsonOption).description = L"Print one JSON array, for scripts.";
 }
 
-std::wstring usage(const Tamrin::command_line& line) {
+std::wstring usage() {
   std::wstring text = L"Usage: tarnwheel-client VERB ARGUMENTS [OPTIONS]\n\n";
   for (const verb& verb : all_verbs())
-    text += usage_of(verb);
-  text +=
-      L"\nSERVER is the name of a computer, or . for this machine; PORT is COM5, say, or 5.\n\n";
-  return text + Tamrin::format_help(line, kHelpWidth);
+    text += tfmt::format(L"    {0w28}{1}\n", words_of(verb), verb.description);
+  text += L"\n\"tarnwheel-client VERB --help\" shows the options of a verb.\n";
+  return text.append(kArgumentsHelp).append(kExitCodes);
+}
+
+std::wstring usage_of(const verb& verb, const Tamrin::command_line& line) {
+  std::wstring text = tfmt::format(L"Usage: tarnwheel-client {0} [OPTIONS]\n\n{1}\n",
+                                   words_of(verb), verb.description);
+  if (!verb.arguments.empty())
+    text += kArgumentsHelp;
+  text += L"\n" + Tamrin::format_help(line, kHelpWidth);
+  return text +
+         tfmt::format(L"\nExample:\n    tarnwheel-client {0} {1}\n", verb.name, verb.example);
 }
 
 }  // namespace tarnwheel::client

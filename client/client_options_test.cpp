@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "app/cmd_line_syntax_error.h"
+#include "client/json.h"
 #include "client/line_settings.h"
 #include "client/utf8.h"
 #include "client/values.h"
@@ -45,29 +48,39 @@ TEST(Values, Ports) {
   }
 }
 
+// Reads a whole command line as the program does, without running anything.
 struct ClientOptions : testing::Test {
-  ClientOptions() { add_client_options(line); }
-
-  void Parse(const std::wstring& arguments) { line.parse(L"client " + arguments); }
-
-  line_settings Line(const std::wstring& arguments) {
-    Parse(arguments);
-    return line_settings_of(line);
+  void Parse(const std::wstring& arguments) {
+    const auto words = Tamrin::split(L"client " + arguments);
+    chosen = &verb_named(words.size() > 1 ? words[1] : L"");
+    line.emplace();
+    add_options_of(*chosen, *line);
+    line->parse(L"client " + arguments);
+    words_behind = arguments_of(*chosen, *line);
   }
 
-  // The message of the error that comes of finding the verb and reading all options.
+  line_settings Line(const std::wstring& arguments) {
+    Parse(L"send . COM5 x " + arguments);
+    return line_settings_of(*line);
+  }
+
+  // The message of the error that comes of reading it.
   std::string Error(const std::wstring& arguments) {
     try {
-      static_cast<void>(Line(arguments));
-      static_cast<void>(waiting_limit_of(line));
-      static_cast<void>(verb_of(line));
+      Parse(arguments);
+      if (chosen->run == &send_text) {
+        static_cast<void>(line_settings_of(*line));
+        static_cast<void>(waiting_limit_of(*line));
+      }
       return "";
     } catch (const Tamrin::cmd_line_syntax_error& error) {
       return error.what();
     }
   }
 
-  Tamrin::command_line line;
+  const verb* chosen = nullptr;
+  std::optional<Tamrin::command_line> line;
+  std::span<const std::wstring_view> words_behind;
 };
 
 TEST_F(ClientOptions, Line) {
@@ -76,24 +89,28 @@ TEST_F(ClientOptions, Line) {
   EXPECT_EQ(by_default.control.WordLength, 8);
   EXPECT_EQ(by_default.control.Parity, NO_PARITY);
   EXPECT_EQ(by_default.control.StopBits, STOP_BIT_1);
+  EXPECT_EQ(by_default.flow, flow_control::none);
 
-  const auto asked = Line(L"--baud 300 --data-bits 5 --parity mark --stop-bits 1.5");
+  const auto asked = Line(L"--baud 300 --data 5 --parity mark --stop 1.5 --flow xonxoff");
   EXPECT_EQ(asked.baud_rate.BaudRate, 300u);
   EXPECT_EQ(asked.control.WordLength, 5);
   EXPECT_EQ(asked.control.Parity, MARK_PARITY);
   EXPECT_EQ(asked.control.StopBits, STOP_BITS_1_5);
+  EXPECT_EQ(asked.flow, flow_control::xon_xoff);
 }
 
 TEST_F(ClientOptions, Verbs) {
   Parse(L"send . COM5 \"two words\" --timeout 50");
-  EXPECT_EQ(verb_of(line).run, &send_text);
-  EXPECT_EQ(line.positional().back(), L"two words");
-  EXPECT_EQ(waiting_limit_of(line), std::chrono::milliseconds(50));
-  Parse(L"list server");
-  EXPECT_EQ(verb_of(line).run, &list_ports);
+  EXPECT_EQ(chosen->run, &send_text);
+  EXPECT_EQ(words_behind.back(), L"two words");
+  EXPECT_EQ(waiting_limit_of(*line), std::chrono::milliseconds(50));
+  Parse(L"list --json server");
+  EXPECT_EQ(chosen->run, &list_ports);
+  EXPECT_EQ(words_behind.front(), L"server");
+  EXPECT_TRUE(line->at(kJsonOption).flag());
   Parse(L"discover");
-  EXPECT_EQ(verb_of(line).run, &discover_servers);
-  EXPECT_EQ(waiting_limit_of(line), std::chrono::milliseconds(2000));
+  EXPECT_EQ(chosen->run, &discover_servers);
+  EXPECT_EQ(waiting_limit_of(*line), std::chrono::milliseconds(2000));
 }
 
 TEST_F(ClientOptions, Errors) {
@@ -102,30 +119,52 @@ TEST_F(ClientOptions, Errors) {
     const char* message;
   } rows[] = {
       {L"", "No verb specified."},
+      {L"--timeout 5 discover", "No verb specified."},
       {L"List .", "Invalid verb specified."},
       {L"list", "Invalid number of arguments specified."},
       {L"list . COM5", "Invalid number of arguments specified."},
       {L"discover .", "Invalid number of arguments specified."},
       {L"send . COM5 two words", "Invalid number of arguments specified."},
-      {L"list . --baud 0", "Invalid baud rate specified."},
-      {L"list . --data-bits 9", "Invalid number of data bits specified."},
-      {L"list . --data-bits 4", "Invalid number of data bits specified."},
-      {L"list . --parity Odd", "Invalid parity specified."},
-      {L"list . --stop-bits 3", "Invalid number of stop bits specified."},
-      {L"list . --timeout 0", "Invalid time-out specified."},
-      {L"list . --timeout 86400001", "Invalid time-out specified."},
+      {L"list . --baud 9600", "Invalid command line argument specified"},  // not an option of list
+      {L"send . 5 x --baud 0", "Invalid baud rate specified."},
+      {L"send . 5 x --data 9", "Invalid number of data bits specified."},
+      {L"send . 5 x --data 4", "Invalid number of data bits specified."},
+      {L"send . 5 x --parity Odd", "Invalid parity specified."},
+      {L"send . 5 x --stop 3", "Invalid number of stop bits specified."},
+      {L"send . 5 x --flow hardware", "Invalid flow control specified."},
+      {L"send . 5 x --timeout 0", "Invalid time-out specified."},
+      {L"send . 5 x --timeout 86400001", "Invalid time-out specified."},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(Error(row.arguments), row.message) << row.arguments;
   }
 }
 
-TEST_F(ClientOptions, UsageNamesEveryVerbAndOption) {
-  const std::wstring text = usage(line);
-  for (const verb& verb : all_verbs())
-    EXPECT_NE(text.find(verb.description), std::wstring::npos) << std::wstring(verb.name);
-  for (const auto& option : line.options())
-    EXPECT_NE(text.find(L"--" + option.long_name), std::wstring::npos) << option.long_name;
+// An example that no longer fits its verb, or a help that does not name what the verb takes.
+TEST_F(ClientOptions, HelpFitsTheVerbs) {
+  const std::wstring all = usage();
+  for (const verb& verb : all_verbs()) {
+    SCOPED_TRACE(testing::Message() << "verb " << std::wstring(verb.name));
+    EXPECT_NE(all.find(verb.description), std::wstring::npos);
+    EXPECT_EQ(Error(std::wstring(verb.name) + L" " + std::wstring(verb.example)), "");
+    const std::wstring own = usage_of(verb, *line);
+    for (const auto& option : line->options())
+      EXPECT_NE(own.find(L"--" + option.long_name), std::wstring::npos) << option.long_name;
+    EXPECT_NE(own.find(verb.example), std::wstring::npos);
+  }
+}
+
+TEST(Json, AnyTextIsAValue) {
+  json_array array;
+  EXPECT_EQ(array.text(), L"[]\n");
+  array.add({{L"port", L"COM5"}, {L"name", L"a \"b\" c:\\d\x1\n\x1f \xE4\x6F22/"}});
+  array.add({{L"port", L""}});
+  EXPECT_EQ(array.text(),
+            L"[\n"
+            L"  {\"port\": \"COM5\", \"name\": \"a \\\"b\\\" c:\\\\d\\u0001\\u000a\\u001f "
+            L"\xE4\x6F22/\"},\n"
+            L"  {\"port\": \"\"}\n"
+            L"]\n");
 }
 
 TEST(Utf8, TextSurvivesTheWayThereAndBack) {

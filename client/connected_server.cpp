@@ -1,6 +1,7 @@
 #include "client/connected_server.h"
 
-#include "client/client_error.h"
+#include <algorithm>
+
 #include "format/format.h"
 #include "rpc/pipe_transport.h"
 
@@ -15,13 +16,24 @@ constexpr milliseconds kBusyLimit(2000);
 constexpr DWORD kBusyPause = 50;  // milliseconds
 
 constexpr known_cause kConnectCauses[] = {
-    {ERROR_FILE_NOT_FOUND, L"No server runs on {0}"},
-    {ERROR_TIMEOUT, L"No server runs on {0}"},
-    {ERROR_PATH_NOT_FOUND, L"There is no way to {0}"},
-    {ERROR_BAD_NETPATH, L"There is no way to {0}"},
-    {ERROR_BAD_NET_NAME, L"There is no way to {0}"},
-    {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account"},
-    {ERROR_PIPE_BUSY, L"The server on {0} is busy"},
+    {ERROR_FILE_NOT_FOUND, L"No server runs on {0}", failure::connection},
+    {ERROR_TIMEOUT, L"No server runs on {0}", failure::connection},
+    {ERROR_PATH_NOT_FOUND, L"There is no way to {0}", failure::connection},
+    {ERROR_BAD_NETPATH, L"There is no way to {0}", failure::connection},
+    {ERROR_BAD_NET_NAME, L"There is no way to {0}", failure::connection},
+    {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account", failure::refused},
+    {ERROR_PIPE_BUSY, L"The server on {0} is busy", failure::connection},
+};
+
+constexpr known_cause kInUseCauses[] = {
+    {ERROR_ACCESS_DENIED, L"{0} is in use by another program or client", failure::refused},
+};
+
+constexpr known_cause kOpenCauses[] = {
+    {ERROR_ACCESS_DENIED, L"{0} is in use by another program or client, or is not shared",
+     failure::refused},
+    {ERROR_SHARING_VIOLATION, L"{0} is in use by another program or client", failure::refused},
+    {ERROR_FILE_NOT_FOUND, L"{0} does not exist", failure::refused},
 };
 
 std::wstring display_name_of(std::wstring_view name) {
@@ -51,7 +63,7 @@ std::shared_ptr<tether::ITransport> connect(std::wstring_view name, std::wstring
     outcome = error.code();  // the open pipe cannot be used
   }
   if (FAILED(outcome))
-    throw explain(outcome, display_name_of(name), kConnectCauses);
+    throw explain(outcome, display_name_of(name), kConnectCauses, failure::connection);
   return transport;
 }
 
@@ -61,24 +73,51 @@ connected_server::connected_server(std::wstring_view name, std::wstring_view pip
     : display_name_(display_name_of(name)),
       connection_(std::make_shared<connection>(connect(name, pipe), kClientCode,
                                                std::weak_ptr<tether::IServer_Remote>())),
-      receiving_(connection_->Run()) {}
+      receiving_(run(connection_, std::move(end_))) {}
 
 connected_server::~connected_server() {
   connection_->Cancel();
   receiving_.wait();
 }
 
-void connected_server::fail(std::wstring_view subject, const time_limit& expiry, milliseconds limit,
-                            HRESULT code) const {
-  if (expiry.passed()) {
+ostra::future<void> connected_server::run(std::shared_ptr<connection> connection,
+                                          ostra::promise<void> ended) {
+  auto receiving = connection->Run();
+  co_await receiving;
+  ended.set_value();
+}
+
+std::wstring connected_server::open_port(std::uint32_t number) {
+  std::wstring name = tfmt::format(L"COM{0}", number);
+  const HRESULT outcome = wait(remote().OpenPort(number), name);
+  // One code says two things, of which a port that is shared leaves one.
+  if (outcome == E_ACCESSDENIED && lists(number))
+    throw explain(outcome, name, kInUseCauses);
+  if (FAILED(outcome))
+    throw explain(outcome, name, kOpenCauses, failure::refused);
+  return name;
+}
+
+bool connected_server::lists(std::uint32_t number) {
+  const auto ports = wait(remote().EnumeratePorts(), display_name_);
+  return std::ranges::find(ports, number, &tether::port_record::number) != ports.end();
+}
+
+client_error connected_server::end_of_connection(std::wstring_view subject) const {
+  return failure(display_name_, subject, milliseconds::zero(), ostra::operation_cancelled().code());
+}
+
+client_error connected_server::failure(std::wstring_view server, std::wstring_view subject,
+                                       milliseconds limit, HRESULT code) {
+  if (code == ostra::details::to_hresult(ERROR_TIMEOUT)) {
     const auto count = static_cast<std::uint32_t>(limit.count());
-    throw client_error(tfmt::format(L"{0}: no answer within {1} ms", subject, count),
-                       ostra::details::to_hresult(ERROR_TIMEOUT));
+    return client_error(tfmt::format(L"{0}: no answer within {1} ms", subject, count), code);
   }
   if (code == ostra::operation_cancelled().code())
-    throw client_error(
-        tfmt::format(L"{0}: the server on {1} ended the connection", subject, display_name_), code);
-  throw explain(code, subject);
+    return client_error(
+        tfmt::format(L"{0}: the server on {1} ended the connection", subject, server), code,
+        failure::connection);
+  return explain(code, subject);
 }
 
 }  // namespace tarnwheel::client

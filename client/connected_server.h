@@ -7,7 +7,8 @@
 #include <string_view>
 
 #include "async/errors.h"
-#include "client/time_limit.h"
+#include "client/client_error.h"
+#include "client/within.h"
 #include "rpc/client_iclient.h"
 #include "rpc/connection.h"
 #include "rpc/server_iserver.h"
@@ -17,8 +18,9 @@ namespace tarnwheel::client {
 // For a server's own part in a call, on top of the time that the device may take.
 inline constexpr std::chrono::milliseconds kCallLimit(5000);
 
-// Used by one thread, which blocks in its calls; everything throws client_error. The server closes
-// the client's port when this ends.
+// Everything throws client_error. Any thread may make calls. Whoever destroys this does so when
+// nobody uses it any more, and not from within a call's completion; the server closes the client's
+// port then.
 class connected_server {
  public:
   // `name` is a computer's name, or "." for this machine. A server whose pipe instances are all
@@ -31,33 +33,70 @@ class connected_server {
   // How messages call the server.
   [[nodiscard]] const std::wstring& display_name() const noexcept { return display_name_; }
 
-  // Makes calls, each of which is to be waited for by wait().
+  // Makes calls, each of which is to be waited for by wait() or answer().
   [[nodiscard]] tether::Client_IClient& remote() noexcept { return connection_->Remote(); }
 
-  // Blocks until the call has ended, and gives its result. Messages name `subject` as what it was
-  // about. A device error leaves a call without a reply, and such a call ends with its connection
-  // only: when the limit has passed, nothing can be called any more.
+  // Completes with the call's result, or fails with client_error, in which messages name `subject`
+  // as what the call was about. A device error leaves a call without a reply: such a call is given
+  // up when its limit has passed, and the connection goes on. A limit of zero is no limit.
   template <class T>
-  T wait(const ostra::future<T>& call, std::wstring_view subject,
-         std::chrono::milliseconds limit = kCallLimit) {
-    const time_limit expiry([this] { connection_->Cancel(); }, limit);
-    try {
-      return call.get();
-    } catch (const ostra::hresult_error& error) {
-      fail(subject, expiry, limit, error.code());
-    }
+  [[nodiscard]] ostra::future<T> answer(ostra::future<T> call, std::wstring_view subject,
+                                        std::chrono::milliseconds limit = kCallLimit) const {
+    return explained(std::move(call), display_name_, std::wstring(subject), limit);
   }
+
+  // Blocks until then.
+  template <class T>
+  T wait(ostra::future<T> call, std::wstring_view subject,
+         std::chrono::milliseconds limit = kCallLimit) const {
+    return answer(std::move(call), subject, limit).get();
+  }
+
+  // Opens COM`number` for this client; blocks. A server has no call that closes a port: it closes
+  // with the connection, so one connection opens one port. Gives the port's name, such as "COM5".
+  std::wstring open_port(std::uint32_t number);
+
+  // Ends the connection: all calls end soon.
+  void hang_up() const noexcept { connection_->Cancel(); }
+
+  // Completes when the connection has ended. Has one waiter.
+  [[nodiscard]] const ostra::future<void>& ended() const noexcept { return ended_; }
+
+  // That the connection has ended, in words.
+  [[nodiscard]] client_error end_of_connection(std::wstring_view subject) const;
 
  private:
   // Its requests, of which a server makes none, are without an implementation here.
   using connection = tether::Connection<tether::Client_IClient, tether::Server_IServer>;
 
-  [[noreturn]] void fail(std::wstring_view subject, const time_limit& expiry,
-                         std::chrono::milliseconds limit, HRESULT code) const;
+  static ostra::future<void> run(std::shared_ptr<connection> connection,
+                                 ostra::promise<void> ended);
+
+  [[nodiscard]] bool lists(std::uint32_t number);
+
+  // Static, since a call that nobody waits for may end later than everything else.
+  template <class T>
+  static ostra::future<T> explained(ostra::future<T> call, std::wstring server,
+                                    std::wstring subject, std::chrono::milliseconds limit) {
+    auto limited = within(std::move(call), limit);
+    HRESULT code = S_OK;
+    try {
+      T result = co_await limited;
+      co_return result;
+    } catch (const ostra::hresult_error& error) {
+      code = error.code();
+    }
+    throw failure(server, subject, limit, code);
+  }
+
+  static client_error failure(std::wstring_view server, std::wstring_view subject,
+                              std::chrono::milliseconds limit, HRESULT code);
 
   // Constant after construction.
   const std::wstring display_name_;
   const std::shared_ptr<connection> connection_;
+  ostra::promise<void> end_;
+  const ostra::future<void> ended_ = end_.get_future();
   const ostra::future<void> receiving_;
 };
 

@@ -2,14 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <future>
 
-#include "client/client_error.h"
 #include "client/fake_server.h"
-#include "client/line_settings.h"
-#include "client/remote_port.h"
-#include "client/utf8.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -34,7 +29,7 @@ struct ConnectedServer : testing::Test {
   std::wstring OpenFailure(HRESULT outcome) {
     server.device->open_outcome = outcome;
     auto client = Connect();
-    return Failure([&] { remote_port(client, 5); });
+    return Failure([&] { client.open_port(5); });
   }
 
   test::fake_server server;
@@ -95,73 +90,16 @@ TEST_F(ConnectedServer, RefusedOpenIsExplained) {
   EXPECT_EQ(OpenFailure(E_ACCESSDENIED),
             L"COM5 is in use by another program or client, or is not shared (0x80070005)");
   server.accept();
+  server.device->ports = {{L"Listed", 5}};
+  EXPECT_EQ(OpenFailure(E_ACCESSDENIED),
+            L"COM5 is in use by another program or client (0x80070005)");
+  server.accept();
   EXPECT_EQ(OpenFailure(static_cast<HRESULT>(0x80070020)),
             L"COM5 is in use by another program or client (0x80070020)");
   server.accept();
   // Of other errors the system's own words are shown, in its language.
   const std::wstring other = OpenFailure(static_cast<HRESULT>(0x8007045D));  // ERROR_IO_DEVICE
   EXPECT_TRUE(other.starts_with(L"COM5: ") && other.ends_with(L" (0x8007045d)"));
-}
-
-struct RemotePort : ConnectedServer {
-  std::string ReadUntilQuiet(milliseconds limit) {
-    const auto bytes = port.read_until_quiet(limit);
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-  }
-
-  // What the driver got with `code`, as T.
-  template <class T>
-  T Controlled(std::uint32_t code) const {
-    T settings = {};
-    for (const auto& call : server.device->controls) {
-      if (call.code == code && call.input.size() == sizeof settings)
-        std::memcpy(&settings, call.input.data(), sizeof settings);
-    }
-    return settings;
-  }
-
-  test::fake_device& device = *server.device;
-  connected_server client = Connect();
-  remote_port port{client, 5};
-};
-
-TEST_F(RemotePort, LineIsSetAsAsked) {
-  port.set_line({{9600}, {STOP_BITS_2, EVEN_PARITY, 7}});
-  EXPECT_EQ(Controlled<SERIAL_BAUD_RATE>(IOCTL_SERIAL_SET_BAUD_RATE).BaudRate, 9600u);
-  const auto line = Controlled<SERIAL_LINE_CONTROL>(IOCTL_SERIAL_SET_LINE_CONTROL);
-  EXPECT_EQ(line.StopBits, STOP_BITS_2);
-  EXPECT_EQ(line.Parity, EVEN_PARITY);
-  EXPECT_EQ(line.WordLength, 7);
-}
-
-TEST_F(RemotePort, OnlyTheTotalReadTimeoutIsSet) {
-  port.set_read_slice(milliseconds(150));
-  const auto timeouts = Controlled<SERIAL_TIMEOUTS>(IOCTL_SERIAL_SET_TIMEOUTS);
-  EXPECT_EQ(timeouts.ReadTotalTimeoutConstant, 150u);
-  EXPECT_EQ(timeouts.ReadIntervalTimeout + timeouts.ReadTotalTimeoutMultiplier +
-                timeouts.WriteTotalTimeoutMultiplier + timeouts.WriteTotalTimeoutConstant,
-            0u);
-}
-
-TEST_F(RemotePort, ReadsUntilTheLineIsQuiet) {
-  device.coming = {{}, {}, to_utf8(L"one "), to_utf8(L"answer"), {}, to_utf8(L"another")};
-  EXPECT_EQ(ReadUntilQuiet(milliseconds(4000)), "one answer");
-}
-
-TEST_F(RemotePort, ReadingEndsAtItsLimit) {
-  EXPECT_EQ(ReadUntilQuiet(milliseconds(100)), "");
-  device.always_more = true;
-  EXPECT_NE(ReadUntilQuiet(milliseconds(100)), "");
-}
-
-TEST_F(RemotePort, FailedCallsAreReported) {
-  device.outcome = static_cast<HRESULT>(0x800708CA);
-  const auto is_reported = [](const std::wstring& message) {
-    return message.starts_with(L"COM5: ") && message.ends_with(L" (0x800708ca)");
-  };
-  EXPECT_TRUE(is_reported(Failure([&] { port.set_line({}); })));
-  EXPECT_TRUE(is_reported(Failure([&] { port.write({}); })));
-  EXPECT_TRUE(is_reported(Failure([&] { ReadUntilQuiet(milliseconds(100)); })));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "async/errors.h"
 #include "client/client_options.h"
+#include "client/json.h"
 #include "client/time_limit.h"
 #include "client/verb.h"
 #include "format/format.h"
@@ -24,7 +25,7 @@ using std::chrono::milliseconds;
 constexpr DWORD kRemoteMailslotsOff = 3025;  // current Windows, unless somebody turns them on
 
 constexpr known_cause kMailslotCauses[] = {
-    {ERROR_ALREADY_EXISTS, L"Another discover runs on this machine"},
+    {ERROR_ALREADY_EXISTS, L"Another discover runs on this machine", failure::connection},
 };
 
 constexpr known_cause kQueryCauses[] = {
@@ -44,7 +45,7 @@ std::shared_ptr<tether::Mailslot> make_answer_mailslot() {
   auto mailslot = std::make_shared<tether::Mailslot>();
   const HRESULT outcome = mailslot->Create(tether::kAnswerMailslot, &attributes);
   if (FAILED(outcome))
-    throw explain(outcome, L"The mailslot for the answers", kMailslotCauses);
+    throw explain(outcome, L"The mailslot for the answers", kMailslotCauses, failure::connection);
   return mailslot;
 }
 
@@ -113,6 +114,13 @@ std::wstring answering_servers::lines() const {
   return lines;
 }
 
+std::wstring answering_servers::json() const {
+  json_array array;
+  for (const auto& name : names_)
+    array.add({{L"server", name}});
+  return array.text();
+}
+
 bool answering_servers::ignoring_case::operator()(std::wstring_view left,
                                                   std::wstring_view right) const noexcept {
   return ::CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(),
@@ -128,21 +136,27 @@ std::optional<client_error> query_failure(std::wstring_view target, HRESULT outc
                  kQueryCauses);
 }
 
+void add_discover_options(Tamrin::command_line& line) {
+  add_timeout_option(line);
+  add_json_option(line);
+}
+
 void discover_servers(const invocation& request) {
   const auto limit = waiting_limit_of(request.options);
   try {
     const auto mailslot = make_answer_mailslot();
     send_queries(limit);
     const answering_servers servers = collect_answers(*mailslot, limit);
-    print(standard_stream::output, servers.lines());
+    const bool json = request.options.at(kJsonOption).flag();
+    print(standard_stream::output, json ? servers.json() : servers.lines());
     if (!servers.empty())
       return;
   } catch (const ostra::hresult_error& error) {
-    throw explain(error.code(), L"Looking for servers");
+    throw explain(error.code(), L"Looking for servers", {}, failure::connection);
   }
   const auto count = static_cast<std::uint32_t>(limit.count());
   throw client_error(tfmt::format(L"No server answered within {0} ms", count),
-                     to_hresult(ERROR_TIMEOUT));
+                     to_hresult(ERROR_TIMEOUT), failure::connection);
 }
 
 }  // namespace tarnwheel::client

@@ -28,6 +28,9 @@ class answering_servers {
   // The names, sorted, one a line.
   [[nodiscard]] std::wstring lines() const;
 
+  // The same as an array of objects with the field "server".
+  [[nodiscard]] std::wstring json() const;
+
  private:
   struct ignoring_case {
     bool operator()(std::wstring_view left, std::wstring_view right) const noexcept;

@@ -2,9 +2,11 @@
 // has told it to.
 #pragma once
 
-#include <deque>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,18 +24,28 @@ struct control_call {
   std::vector<std::byte> input;
 };
 
-// Set up before the client calls, looked at when its calls have returned.
+// A serial device whose other end is the test. The public members are set up before the client
+// calls; everything else may be used at any time from any thread.
 class fake_device final : public tether::IServer_Remote {
  public:
   std::vector<tether::port_record> ports;
   HRESULT open_outcome = S_OK;
-  HRESULT outcome = S_OK;                     // of everything else
-  std::deque<std::vector<std::byte>> coming;  // one element a read; then nothing comes
-  bool always_more = false;                   // a byte comes with every read
-  bool write_fails = false;                   // which leaves it without a reply
+  HRESULT outcome = S_OK;              // of everything else
+  std::set<std::uint32_t> unanswered;  // control codes that the device does not know
+  bool write_fails = false;            // which leaves it without a reply
+  bool has_events = true;              // otherwise every wait for them ends at once
+  std::map<std::uint32_t, std::vector<std::byte>> outputs;  // of control codes
 
-  std::vector<control_call> controls;
-  std::vector<std::byte> written;
+  // Bytes come; events happen; writes wait from now on, until they are let go or purged.
+  void send(std::span<const std::byte> bytes);
+  void raise(std::uint32_t events);
+  void hold_writes();
+  void release_writes();
+
+  [[nodiscard]] std::vector<control_call> controls() const;
+  [[nodiscard]] std::size_t count(std::uint32_t code) const;
+  [[nodiscard]] std::size_t reads() const;
+  [[nodiscard]] std::vector<std::byte> written() const;
 
   ostra::future<std::vector<tether::port_record>> EnumeratePorts() override;
   ostra::future<HRESULT> OpenPort(std::uint32_t number) override;
@@ -41,6 +53,26 @@ class fake_device final : public tether::IServer_Remote {
                                                 std::vector<std::byte> input) override;
   ostra::future<HRESULT> Write(std::vector<std::byte> data) override;
   ostra::future<tether::bytes_result> Read(std::uint32_t size) override;
+
+ private:
+  using signal = std::optional<ostra::promise<void>>;
+
+  [[nodiscard]] std::vector<std::byte> output_of(std::uint32_t code);
+  ostra::future<void> next_byte();
+  ostra::future<void> next_event();
+  ostra::future<void> release();
+
+  // Guarded by lock_.
+  mutable ostra::srw_lock lock_;
+  std::vector<std::byte> coming_;
+  std::uint32_t events_ = 0;
+  bool holds_writes_ = false;
+  std::size_t reads_ = 0;
+  std::vector<control_call> controls_;
+  std::vector<std::byte> written_;
+  signal byte_came_;
+  signal event_came_;
+  signal released_;
 };
 
 // Listens from construction to destruction on a pipe of its own, for one client after another.

@@ -1,8 +1,8 @@
 #include "client/line_settings.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
-#include <span>
 
 #include "app/cmd_line_syntax_error.h"
 #include "client/values.h"
@@ -11,23 +11,29 @@ namespace tarnwheel::client {
 namespace {
 
 constexpr wchar_t kBaud[] = L"baud";
-constexpr wchar_t kDataBits[] = L"data-bits";
+constexpr wchar_t kDataBits[] = L"data";
 constexpr wchar_t kParity[] = L"parity";
-constexpr wchar_t kStopBits[] = L"stop-bits";
+constexpr wchar_t kStopBits[] = L"stop";
+constexpr wchar_t kFlow[] = L"flow";
 
+template <class Code>
 struct keyword {
   std::wstring_view text;
-  UCHAR code;
+  Code code;
 };
 
-constexpr keyword kParities[] = {{L"none", NO_PARITY},
-                                 {L"odd", ODD_PARITY},
-                                 {L"even", EVEN_PARITY},
-                                 {L"mark", MARK_PARITY},
-                                 {L"space", SPACE_PARITY}};
+constexpr keyword<UCHAR> kParities[] = {{L"none", NO_PARITY},
+                                        {L"odd", ODD_PARITY},
+                                        {L"even", EVEN_PARITY},
+                                        {L"mark", MARK_PARITY},
+                                        {L"space", SPACE_PARITY}};
 
-constexpr keyword kStopBitCounts[] = {
+constexpr keyword<UCHAR> kStopBitCounts[] = {
     {L"1", STOP_BIT_1}, {L"1.5", STOP_BITS_1_5}, {L"2", STOP_BITS_2}};
+
+constexpr keyword<flow_control> kFlowControls[] = {{L"none", flow_control::none},
+                                                   {L"rtscts", flow_control::rts_cts},
+                                                   {L"xonxoff", flow_control::xon_xoff}};
 
 Tamrin::command_line_option& add_option(Tamrin::command_line& line, const wchar_t* name,
                                         const wchar_t* value_name, std::wstring_view default_value,
@@ -39,10 +45,11 @@ Tamrin::command_line_option& add_option(Tamrin::command_line& line, const wchar_
   return option;
 }
 
-UCHAR parse_keyword(std::wstring_view text, const std::string& what,
-                    std::span<const keyword> keywords) {
-  const auto found = std::ranges::find(keywords, text, &keyword::text);
-  if (found == keywords.end())
+template <class Code, std::size_t Size>
+Code parse_keyword(std::wstring_view text, const std::string& what,
+                   const keyword<Code> (&keywords)[Size]) {
+  const auto* const found = std::ranges::find(keywords, text, &keyword<Code>::text);
+  if (found == std::end(keywords))
     throw Tamrin::cmd_line_syntax_error("Invalid " + what + " specified.");
   return found->code;
 }
@@ -52,11 +59,13 @@ UCHAR parse_keyword(std::wstring_view text, const std::string& what,
 void add_line_options(Tamrin::command_line& line) {
   auto& first =
       add_option(line, kBaud, L"N", L"115200", L"Bits per second. Default value is 115200.");
-  first.group_header = L"=== The line of \"send\" ===";
+  first.group_header = L"=== The line ===";
   add_option(line, kDataBits, L"N", L"8", L"Data bits, 5 to 8. Default value is 8.");
   add_option(line, kParity, L"PARITY", L"none",
              L"none, odd, even, mark or space. Default value is none.");
   add_option(line, kStopBits, L"N", L"1", L"Stop bits: 1, 1.5 or 2. Default value is 1.");
+  add_option(line, kFlow, L"FLOW", L"none",
+             L"Flow control: none, rtscts or xonxoff. Default value is none.");
 }
 
 line_settings line_settings_of(const Tamrin::command_line& line) {
@@ -68,6 +77,7 @@ line_settings line_settings_of(const Tamrin::command_line& line) {
   settings.control.Parity = parse_keyword(line.at(kParity).text(), "parity", kParities);
   settings.control.StopBits =
       parse_keyword(line.at(kStopBits).text(), "number of stop bits", kStopBitCounts);
+  settings.flow = parse_keyword(line.at(kFlow).text(), "flow control", kFlowControls);
   return settings;
 }
 

@@ -1,18 +1,44 @@
+#include "client/client_options.h"
 #include "client/connected_server.h"
+#include "client/json.h"
 #include "client/verb.h"
 #include "format/format.h"
 #include "log/console.h"
 
 namespace tarnwheel::client {
+namespace {
+
+using port_list = std::vector<tether::port_record>;
+
+std::wstring name_of(const tether::port_record& port) {
+  return tfmt::format(L"COM{0}", port.number);
+}
+
+std::wstring lines(const port_list& ports) {
+  std::wstring lines;
+  for (const tether::port_record& port : ports)
+    lines += tfmt::format(L"{0}\t{1}\n", name_of(port), port.friendly_name);
+  return lines;
+}
+
+std::wstring json(const port_list& ports) {
+  json_array array;
+  for (const tether::port_record& port : ports)
+    array.add({{L"port", name_of(port)}, {L"name", port.friendly_name}});
+  return array.text();
+}
+
+}  // namespace
+
+void add_list_options(Tamrin::command_line& line) {
+  add_json_option(line);
+}
 
 void list_ports(const invocation& request) {
   connected_server server(request.arguments[0]);
   const auto ports = server.wait(server.remote().EnumeratePorts(), server.display_name());
-  std::wstring lines;
-  for (const tether::port_record& port : ports) {
-    lines += tfmt::format(L"COM{0}\t{1}\n", port.number, port.friendly_name);
-  }
-  logging::print(logging::standard_stream::output, lines);
+  const bool as_json = request.options.at(kJsonOption).flag();
+  logging::print(logging::standard_stream::output, as_json ? json(ports) : lines(ports));
 }
 
 }  // namespace tarnwheel::client

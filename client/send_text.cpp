@@ -1,8 +1,7 @@
-#include <algorithm>
-
 #include "client/client_options.h"
+#include "client/line_collector.h"
 #include "client/line_settings.h"
-#include "client/remote_port.h"
+#include "client/remote_line.h"
 #include "client/utf8.h"
 #include "client/values.h"
 #include "client/verb.h"
@@ -17,19 +16,25 @@ constexpr std::chrono::milliseconds kQuiet(200);
 
 }  // namespace
 
+void add_send_options(Tamrin::command_line& line) {
+  add_timeout_option(line);
+  add_line_options(line);
+}
+
 void send_text(const invocation& request) {
   // The command line is judged as a whole before anything happens.
   const std::uint32_t number = parse_port(request.arguments[1]);
   const line_settings line = line_settings_of(request.options);
   const auto limit = waiting_limit_of(request.options);
 
-  connected_server server(request.arguments[0]);
-  remote_port port(server, number);
-  port.set_line(line);
-  port.set_read_slice(std::min(kQuiet, limit));
-  port.write(to_utf8(request.arguments[2]));
+  line_collector collector;
+  remote_line port(request.arguments[0], number);
+  port.set_line(line).get();
+  port.start(collector, 0);
+  port.write(to_utf8(request.arguments[2])).get();
+  port.drained().get();
 
-  const std::wstring answer = from_utf8(port.read_until_quiet(limit));
+  const std::wstring answer = from_utf8(collector.take_when_quiet(kQuiet, limit));
   if (answer.empty()) {
     const auto count = static_cast<std::uint32_t>(limit.count());
     logging::print(logging::standard_stream::error,

@@ -14,4 +14,13 @@ namespace tarnwheel::client {
 // What is not UTF-8 becomes U+FFFD.
 [[nodiscard]] std::wstring from_utf8(std::span<const std::byte> bytes);
 
+// The same for text that comes in pieces, which may end within a character.
+class utf8_stream {
+ public:
+  [[nodiscard]] std::wstring decode(std::span<const std::byte> bytes);
+
+ private:
+  std::vector<std::byte> begun_;  // the bytes of a character whose end has not come
+};
+
 }  // namespace tarnwheel::client

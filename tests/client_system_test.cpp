@@ -22,9 +22,14 @@ void ExpectSuccess(std::wstring_view arguments, const std::wstring& output) {
   EXPECT_EQ(client.errors, L"");
 }
 
-void ExpectFailure(std::wstring_view arguments, const std::wstring& errors) {
+// The kinds of failure, as exit codes.
+constexpr DWORD kUsage = 1;
+constexpr DWORD kConnection = 2;
+constexpr DWORD kRefused = 3;
+
+void ExpectFailure(DWORD exit_code, std::wstring_view arguments, const std::wstring& errors) {
   const CompletedRun client(kClient, arguments);
-  EXPECT_EQ(client.exit_code, 1u);
+  EXPECT_EQ(client.exit_code, exit_code);
   EXPECT_EQ(client.output, L"");
   EXPECT_EQ(client.errors, errors);
 }
@@ -42,8 +47,9 @@ std::wstring HostName() {
 }
 
 TEST(Client, TellsThatNoServerRuns) {
-  ExpectFailure(L"list .", L"No server runs on this machine (0x80070002)\n");
-  ExpectFailure(SendTo(LoopbackPort(), L"x"), L"No server runs on this machine (0x80070002)\n");
+  ExpectFailure(kConnection, L"list .", L"No server runs on this machine (0x80070002)\n");
+  ExpectFailure(kConnection, SendTo(LoopbackPort(), L"x"),
+                L"No server runs on this machine (0x80070002)\n");
 }
 
 TEST(Client, ListsTheSharedPorts) {
@@ -52,6 +58,9 @@ TEST(Client, ListsTheSharedPorts) {
   const test_port first(L"COM201", L"First");
   ServerProcess server(L"--share-ports 201,203");
   ExpectSuccess(L"list .", L"COM201\tFirst\nCOM203\tGerät ж\n");
+  ExpectSuccess(L"list . --json",
+                L"[\n  {\"port\": \"COM201\", \"name\": \"First\"},\n"
+                L"  {\"port\": \"COM203\", \"name\": \"Gerät ж\"}\n]\n");
 }
 
 TEST(Client, SendsATextAndPrintsTheEcho) {
@@ -64,10 +73,10 @@ TEST(Client, TellsWhyAPortCannotBeOpened) {
   ServerProcess server(L"--share-ports 6,77," + std::to_wstring(LoopbackPort()));
   RawClient holder;
   EXPECT_EQ(holder.OpenPort(kFilePort), 0u);
-  ExpectFailure(SendTo(kFilePort, L"x"),
+  ExpectFailure(kRefused, SendTo(kFilePort, L"x"),
                 L"COM6 is in use by another program or client (0x80070020)\n");
-  ExpectFailure(SendTo(kMissingPort, L"x"), L"COM77 does not exist (0x80070002)\n");
-  ExpectFailure(SendTo(200, L"x"),
+  ExpectFailure(kRefused, SendTo(kMissingPort, L"x"), L"COM77 does not exist (0x80070002)\n");
+  ExpectFailure(kRefused, SendTo(200, L"x"),
                 L"COM200 is in use by another program or client, or is not "
                 L"shared (0x80070005)\n");
 }
@@ -91,7 +100,7 @@ TEST(Client, TellsThatNobodyAnswersWithinTheLimit) {
   const ULONGLONG start = ::GetTickCount64();
   const CompletedRun client(kClient, L"discover --timeout 700");
   EXPECT_GE(::GetTickCount64() - start, 690u);
-  EXPECT_EQ(client.exit_code, 1u);
+  EXPECT_EQ(client.exit_code, kConnection);
   EXPECT_EQ(client.output, L"");
   EXPECT_TRUE(client.errors.ends_with(L"No server answered within 700 ms (0x800705b4)\n"));
 }
@@ -100,14 +109,25 @@ TEST(Client, LooksForServersOneAtATime) {
   const Tamrin::unique_file taken(
       ::CreateMailslotW(kAnswerMailslot, 0, MAILSLOT_WAIT_FOREVER, nullptr));
   ASSERT_TRUE(taken);
-  ExpectFailure(L"discover", L"Another discover runs on this machine (0x800700b7)\n");
+  ExpectFailure(kConnection, L"discover", L"Another discover runs on this machine (0x800700b7)\n");
 }
 
-TEST(Client, ShowsTheHelpWithAnErrorOfTheCommandLine) {
-  const CompletedRun client(kClient, L"lst .");
-  EXPECT_EQ(client.exit_code, 1u);
-  EXPECT_EQ(client.output.rfind(L"Usage: tarnwheel-client VERB", 0), 0u);
-  EXPECT_EQ(client.errors, L"Error: Invalid verb specified.\n");
+TEST(Client, PointsToTheHelpAfterAnErrorOfTheCommandLine) {
+  ExpectFailure(kUsage, L"lst .",
+                L"Error: Invalid verb specified.\n"
+                L"\"tarnwheel-client --help\" shows what can be asked for.\n");
+  ExpectFailure(kUsage, L"list . --baud 9600",
+                L"Error: Invalid command line argument specified\n"
+                L"\"tarnwheel-client list --help\" shows what can be asked for.\n");
+}
+
+TEST(Client, HelpIsNoFailure) {
+  for (const std::wstring arguments : {L"--help", L"-?", L"list --help", L"send -?"}) {
+    const CompletedRun client(kClient, arguments);
+    EXPECT_EQ(client.exit_code, 0u);
+    EXPECT_EQ(client.output.rfind(L"Usage: tarnwheel-client ", 0), 0u);
+    EXPECT_EQ(client.errors, L"");
+  }
 }
 
 }  // namespace

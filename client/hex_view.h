@@ -1,0 +1,29 @@
+// Bytes in hexadecimal columns.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace tarnwheel::client {
+
+// Writes rows of sixteen bytes with their offset and their ASCII characters, 78 columns wide. A row
+// that is not complete is shown at once, and written again over itself with the bytes that come
+// next: so the text begins with a carriage return.
+class hex_view {
+ public:
+  static constexpr std::size_t kBytesInRow = 16;
+
+  // What the screen is to be given for these bytes, which follow those of the last call.
+  [[nodiscard]] std::wstring add(std::span<const std::byte> bytes);
+
+ private:
+  [[nodiscard]] std::wstring row() const;
+
+  std::uint32_t offset_ = 0;  // of the row; starts again after 4 GiB
+  std::vector<std::byte> row_;
+};
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,42 @@
+// Standard output, for those who must not wait for its reader.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+#include "async/future.h"
+#include "client/job_queue.h"
+#include "platform/win32.h"
+
+namespace tarnwheel::client {
+
+// Writes bytes as they are to a file, a pipe or a console, whose writes block, on threads of the
+// pool. A write that nobody reads outlives this, and ends with the process.
+class output_stream {
+ public:
+  // `output` stays open until the process ends.
+  explicit output_stream(HANDLE output);
+
+  // Completes when the bytes are written, or the stream has been closed or has failed.
+  ostra::future<void> write(std::vector<std::byte> bytes);
+
+  // The Win32 error of the first write that has failed, after which nothing more is written.
+  [[nodiscard]] DWORD error() const noexcept { return state_->error; }
+
+  void close() { writes_.close(); }
+
+ private:
+  struct state {
+    void write(const std::vector<std::byte>& bytes);
+
+    const HANDLE output;
+    std::atomic<DWORD> error = ERROR_SUCCESS;
+  };
+
+  const std::shared_ptr<state> state_;
+  job_queue writes_;
+};
+
+}  // namespace tarnwheel::client

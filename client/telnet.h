@@ -1,0 +1,103 @@
+// One end of a Telnet connection that carries a serial line: RFC 854, 855 and 856.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace tarnwheel::client {
+
+namespace telnet_option {
+inline constexpr std::uint8_t kBinary = 0;
+inline constexpr std::uint8_t kSuppressGoAhead = 3;
+inline constexpr std::uint8_t kComPort = 44;  // RFC 2217
+}  // namespace telnet_option
+
+// A piece of what the peer has sent, or of what is to be sent to it because of that.
+struct telnet_item {
+  enum class kind {
+    data,
+    com_port,  // a subnegotiation of the option kComPort, without the option's number
+    reply,     // goes to the peer as it is
+  };
+
+  kind what;
+  std::vector<std::byte> bytes;
+};
+
+// Turns the peer's bytes into items, and what is for the peer into bytes. Both ends may use the
+// three options above; every other one is refused. Any input is legal: what cannot be understood is
+// skipped, and no input makes this keep more than kLongestSubnegotiation bytes.
+//
+// An option is answered only when its state changes, so two ends that agree say nothing more. Not
+// synchronised: receive() and offer() belong to one thread at a time, encode() to another.
+class telnet {
+ public:
+  static constexpr std::size_t kLongestSubnegotiation = 512;
+
+  // What is said first: the options that this end wants.
+  [[nodiscard]] std::vector<std::byte> offer();
+
+  // In the order of the input; commands may be cut anywhere between two calls.
+  [[nodiscard]] std::vector<telnet_item> receive(std::span<const std::byte> input);
+
+  // True when the peer has agreed to control the port.
+  [[nodiscard]] bool controls_port() const noexcept;
+
+  // Data as it goes to the peer. A carriage return is padded, with the byte that comes after it, as
+  // long as the peer has not agreed to binary data.
+  [[nodiscard]] std::vector<std::byte> encode(std::span<const std::byte> data);
+
+  // A subnegotiation of the option kComPort.
+  [[nodiscard]] static std::vector<std::byte> encode_com_port(std::span<const std::byte> payload);
+
+ private:
+  enum class state {
+    data,
+    data_after_cr,
+    command,      // behind IAC
+    negotiation,  // behind IAC and one of WILL, WONT, DO, DONT
+    option,       // behind IAC SB
+    subnegotiation,
+    subnegotiation_command,  // behind IAC in a subnegotiation
+  };
+
+  // Of one option at one end.
+  struct option_state {
+    std::uint8_t number;
+    bool on;
+    bool asked;  // by this end, and not answered yet
+  };
+  using option_states = std::array<option_state, 3>;
+
+  class output;  // collects items
+
+  void take(std::uint8_t byte, output& out);
+  void take_data(std::uint8_t byte, output& out);
+  void take_command(std::uint8_t byte, output& out);
+  void take_in_subnegotiation(std::uint8_t byte);
+  void keep(std::uint8_t byte);
+  void end_subnegotiation(output& out);
+  void negotiate(std::uint8_t verb, std::uint8_t option, output& out);
+
+  state state_ = state::data;
+  std::uint8_t verb_ = 0;
+  std::uint8_t option_ = 0;
+  std::vector<std::byte> subnegotiation_;
+  bool too_long_ = false;
+
+  std::atomic<bool> sends_binary_ = false;
+  bool sent_cr_ = false;  // encode()'s last byte, where lines are padded
+
+  static constexpr std::size_t kBinaryIndex = 0;
+  static constexpr option_states kAll = {{{telnet_option::kBinary, false, false},
+                                          {telnet_option::kSuppressGoAhead, false, false},
+                                          {telnet_option::kComPort, false, false}}};
+  option_states ours_ = kAll;    // WILL and WONT of this end
+  option_states theirs_ = kAll;  // DO and DONT of this end
+};
+
+}  // namespace tarnwheel::client
