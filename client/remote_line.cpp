@@ -36,8 +36,7 @@ remote_line::remote_line(std::wstring_view server, std::uint32_t number, std::ws
 }
 
 remote_line::~remote_line() {
-  ended_ = true;
-  stop();
+  close();
   for (const auto& coroutine : running_)
     coroutine.wait();
 }
@@ -50,6 +49,11 @@ void remote_line::start(line_receiver& receiver, std::uint32_t events) {
   running_.push_back(read());
   if (events != 0)
     running_.push_back(wait_for_events(events));
+}
+
+void remote_line::close() {
+  ended_ = true;
+  stop();
 }
 
 void remote_line::stop() {

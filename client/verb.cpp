@@ -22,6 +22,12 @@ std::span<const verb> all_verbs() {
        L"workshop-pc COM5 \"*IDN?\" --baud 9600",
        &add_send_options,
        &send_text},
+      {L"bridge",
+       {L"SERVER", L"PORT"},
+       L"Offer PORT to other programs, by TCP or a pipe.",
+       L"workshop-pc COM5 --listen 4000",
+       &add_bridge_options,
+       &bridge_port},
   };
   return verbs;
 }

@@ -39,4 +39,8 @@ void discover_servers(const invocation& request);
 void add_send_options(Tamrin::command_line& line);
 void send_text(const invocation& request);
 
+// Offers a port to programs of this machine until Ctrl+C.
+void add_bridge_options(Tamrin::command_line& line);
+void bridge_port(const invocation& request);
+
 }  // namespace tarnwheel::client
