@@ -34,6 +34,12 @@ std::span<const verb> all_verbs() {
        L"workshop-pc COM5 --quiet 1000 <commands.txt >answers.txt",
        &add_pipe_options,
        &pipe_port},
+      {L"bridge",
+       {L"SERVER", L"PORT"},
+       L"Offer PORT to other programs, by TCP or a pipe.",
+       L"workshop-pc COM5 --listen 4000",
+       &add_bridge_options,
+       &bridge_port},
   };
   return verbs;
 }

@@ -47,4 +47,8 @@ void pipe_port(const invocation& request);
 void add_terminal_options(Tamrin::command_line& line);
 void open_terminal(const invocation& request);
 
+// Offers a port to programs of this machine until Ctrl+C.
+void add_bridge_options(Tamrin::command_line& line);
+void bridge_port(const invocation& request);
+
 }  // namespace tarnwheel::client

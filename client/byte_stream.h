@@ -1,0 +1,51 @@
+// A connection with a program that uses a remote port as bytes, and what such connections come
+// from.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "async/future.h"
+
+namespace tarnwheel::client {
+
+// One read and one write may be under way side by side; each keeps the stream. Futures fail with
+// hresult_error. cancel() may come from any thread and ends both, and what is begun later.
+class byte_stream {
+ public:
+  // Gives the number of bytes, 0 when the other end writes no more. The buffer stays until then.
+  virtual ostra::future<std::size_t> read(std::span<std::byte> buffer) = 0;
+
+  // Completes when all is written. The bytes stay until then.
+  virtual ostra::future<void> write(std::span<const std::byte> bytes) = 0;
+
+  // Tells the other end that nothing more will be written.
+  virtual void finish() noexcept = 0;
+
+  virtual void cancel() noexcept = 0;
+
+  // Who is at the other end, for messages.
+  [[nodiscard]] virtual std::wstring peer() const = 0;
+
+  virtual ~byte_stream() = default;
+};
+
+// Listens from its construction on. cancel() may come from any thread and ends accept(), which then
+// fails with operation_cancelled; accept() fails with hresult_error when a program went while it
+// came, say, and may be called again.
+class stream_listener {
+ public:
+  // Completes with the next program. One call at a time, which ends before the listener does.
+  virtual ostra::future<std::shared_ptr<byte_stream>> accept() = 0;
+
+  virtual void cancel() noexcept = 0;
+
+  // What programs are to connect to.
+  [[nodiscard]] virtual std::wstring address() const = 0;
+
+  virtual ~stream_listener() = default;
+};
+
+}  // namespace tarnwheel::client
