@@ -86,9 +86,6 @@ class remote_line {
   // Drops what is queued here and in the driver.
   ostra::future<void> purge(purged what);
 
-  // Ends the line, so that nothing pends any more soon. The receiver is not told.
-  void close();
-
  private:
   ostra::future<void> read();
   ostra::future<std::vector<std::byte>> read_some(std::uint32_t size);
