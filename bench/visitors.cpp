@@ -48,6 +48,7 @@ void Echo(Tally& tally, const Ports& ports, unsigned random) {
   const std::lock_guard guard(one_at_a_time);
   BlockingClient client = Connect();
   client.OpenPort(ports.loopback);
+  tally.Line();
   client.Call(method::IoControl, LocalPort::WaitForAllOfARead());
   for (unsigned round = 0; round < 20; ++round) {
     const Bytes sent = Noise(1 + (random + 977 * round) % 5000, random + round);
@@ -97,6 +98,7 @@ void KeepSilent(Tally&, const Ports& ports, unsigned random) {
 void LeaveThingsPending(Tally& tally, const Ports& ports, unsigned) {
   BlockingClient client = Connect();
   client.OpenPort(ports.silent);
+  tally.Line();
   tally.Call();
   client.Call(method::IoControl, LocalPort::WaitForAllOfARead());
   for (int request = 0; request < 5; ++request)

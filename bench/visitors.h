@@ -16,11 +16,14 @@ namespace bench {
 class Tally {
  public:
   void Visit() noexcept { ++visits_; }
+  void Line() noexcept { ++lines_; }
   void Call() noexcept { ++calls_; }
   void WrongBytes() noexcept { ++wrong_bytes_; }
   void Error(HRESULT code);
 
   [[nodiscard]] std::uint64_t visits() const noexcept { return visits_; }
+  // Ports opened whose device makes requests wait.
+  [[nodiscard]] std::uint64_t lines() const noexcept { return lines_; }
   [[nodiscard]] std::uint64_t calls() const noexcept { return calls_; }
   [[nodiscard]] std::uint64_t wrong_bytes() const noexcept { return wrong_bytes_; }
 
@@ -29,6 +32,7 @@ class Tally {
 
  private:
   std::atomic<std::uint64_t> visits_ = 0;
+  std::atomic<std::uint64_t> lines_ = 0;
   std::atomic<std::uint64_t> calls_ = 0;
   std::atomic<std::uint64_t> wrong_bytes_ = 0;
 
