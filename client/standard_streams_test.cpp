@@ -82,6 +82,17 @@ TEST(OutputStream, TellsThatItsReaderHasGone) {
   EXPECT_NE(output.error(), DWORD(ERROR_SUCCESS));
 }
 
+// A thread of the pool may be quicker than the poster, which is seen once in a few rounds.
+TEST(JobQueue, NeverBlocksItsPoster) {
+  const DWORD poster = ::GetCurrentThreadId();
+  for (int round = 0; round < 1000; ++round) {
+    job_queue jobs;
+    DWORD worker = poster;
+    jobs.post([&worker] { worker = ::GetCurrentThreadId(); }).wait();
+    ASSERT_NE(worker, poster) << "round " << round;
+  }
+}
+
 TEST(JobQueue, DoesJobsOneAfterAnother) {
   job_queue jobs;
   std::atomic<int> at_once = 0;
