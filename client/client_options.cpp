@@ -14,11 +14,11 @@ constexpr std::uint32_t kGreatestTimeout = 24 * 60 * 60 * 1000;  // milliseconds
 constexpr std::size_t kHelpWidth = 80;
 
 constexpr std::wstring_view kArgumentsHelp =
-    L"SERVER is the name of a computer, or . for this machine; PORT is COM5, say, or 5.\n";
+    L"SERVER is a computer's name, or . for this machine; PORT is COM5, say, or 5.\n";
 
 constexpr std::wstring_view kExitCodes =
-    L"Exit codes: 0 success, 1 mistake in the command line, 2 no connection to the server,\n"
-    L"3 port or account refused, 4 failure of the device or no answer in time.\n";
+    L"Exit codes: 0 success, 1 mistake in the command line, 2 no connection to the\n"
+    L"server, 3 port or account refused, 4 failure of the device or no answer in time.\n";
 
 std::wstring words_of(const verb& verb) {
   std::wstring words(verb.name);
@@ -76,7 +76,7 @@ void add_json_option(Tamrin::command_line& line) {
 std::wstring usage() {
   std::wstring text = L"Usage: tarnwheel-client VERB ARGUMENTS [OPTIONS]\n\n";
   for (const verb& verb : all_verbs())
-    text += tfmt::format(L"    {0w28}{1}\n", words_of(verb), verb.description);
+    text += tfmt::format(L"    {0w23}{1}\n", words_of(verb), verb.description);
   text += L"\n\"tarnwheel-client VERB --help\" shows the options of a verb.\n";
   return text.append(kArgumentsHelp).append(kExitCodes);
 }

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
+#include <sstream>
 
 #include "app/cmd_line_syntax_error.h"
 #include "client/json.h"
@@ -140,17 +142,29 @@ TEST_F(ClientOptions, Errors) {
   }
 }
 
-// An example that no longer fits its verb, or a help that does not name what the verb takes.
+std::size_t LongestLine(const std::wstring& text) {
+  std::wistringstream in(text);
+  std::size_t longest = 0;
+  for (std::wstring line; std::getline(in, line);)
+    longest = std::max(longest, line.size());
+  return longest;
+}
+
+// An example that no longer fits its verb, a help that does not name what the verb takes, or one
+// that a usual console would break.
 TEST_F(ClientOptions, HelpFitsTheVerbs) {
   const std::wstring all = usage();
+  EXPECT_LE(LongestLine(all), 80u);
   for (const verb& verb : all_verbs()) {
     SCOPED_TRACE(testing::Message() << "verb " << std::wstring(verb.name));
     EXPECT_NE(all.find(verb.description), std::wstring::npos);
-    EXPECT_EQ(Error(std::wstring(verb.name) + L" " + std::wstring(verb.example)), "");
+    const auto example = verb.example.substr(0, verb.example.find(L" <"));  // the rest is cmd's
+    EXPECT_EQ(Error(std::wstring(verb.name) + L" " + std::wstring(example)), "");
     const std::wstring own = usage_of(verb, *line);
     for (const auto& option : line->options())
       EXPECT_NE(own.find(L"--" + option.long_name), std::wstring::npos) << option.long_name;
     EXPECT_NE(own.find(verb.example), std::wstring::npos);
+    EXPECT_LE(LongestLine(own), 80u);
   }
 }
 

@@ -9,20 +9,6 @@
 #include "async/srw_lock.h"
 
 namespace tarnwheel::client {
-namespace {
-
-// On a thread of the pool, or on the caller's own when there is none to be had.
-ostra::future<void> leave_thread() {
-  try {
-    ostra::resume_background elsewhere;
-    co_await elsewhere;
-  } catch (const ostra::hresult_error&) {
-    // It goes on here.
-  }
-}
-
-}  // namespace
-
 struct job_queue::state {
   std::optional<job> next() {
     const std::lock_guard guard(lock);
@@ -76,8 +62,14 @@ ostra::future<void> job_queue::post(job action) {
 }
 
 ostra::future<void> job_queue::work(std::shared_ptr<state> jobs) {
-  auto moved = leave_thread();
-  co_await moved;
+  // Not in a coroutine of its own, which might be done, on its new thread, before it is awaited
+  // here: the jobs would block whoever has posted them.
+  try {
+    ostra::resume_background elsewhere;
+    co_await elsewhere;
+  } catch (const ostra::hresult_error&) {
+    // There is no thread to be had, so it goes on here.
+  }
   while (const auto action = jobs->next()) {
     (*action)();
     jobs->done();

@@ -107,8 +107,11 @@ bool terminal_session::serve(HANDLE keys, const interrupt& stop) {
     case WAIT_OBJECT_0 + 1:
       send_typed();
       return !reason();
-    case WAIT_OBJECT_0 + 2:
-      return strike(kCtrlC);
+    case WAIT_OBJECT_0 + 2: {
+      const bool stays = strike(kCtrlC);
+      send_typed();
+      return stays;
+    }
     default:
       return read_keys(keys);
   }

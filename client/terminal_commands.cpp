@@ -73,14 +73,15 @@ ostra::future<void> terminal_commands::send_break() {
 }
 
 ostra::future<void> terminal_commands::toggle(output_line& toggled) {
-  toggled.on = !toggled.on;
-  const std::wstring state = toggled.state();
+  const bool on = !toggled.on;
+  toggled.on = on;
   try {
-    auto set = (line_.controls().*toggled.set)(toggled.on);
+    auto set = (line_.controls().*toggled.set)(on);
     co_await set;
-    screen_.note(state);
+    screen_.note(on_or_off(toggled.name, on));
   } catch (const client_error& error) {
-    screen_.note(error.message());
+    toggled.on = !on;
+    screen_.note(tfmt::format(L"{0} is as it was; {1}", toggled.name, error.message()));
   }
 }
 

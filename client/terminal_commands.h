@@ -1,6 +1,7 @@
 // The commands of a terminal that ask something of the line.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,7 +31,7 @@ class terminal_commands {
   struct output_line {
     std::wstring_view name;
     ostra::future<void> (line_controls::*set)(bool);
-    bool on;
+    std::atomic<bool> on;
 
     [[nodiscard]] std::wstring state() const;
   };

@@ -119,8 +119,8 @@ std::wstring_view command_keys::help() noexcept {
          L"  b       sends a break\r\n"
          L"  d, r    turn DTR, RTS on and off\r\n"
          L"  s       shows the state of the line\r\n"
-         L"  ?       shows these keys\r\n"
-         L"  Ctrl+]  sends Ctrl+] itself";
+         L"  Ctrl+]  sends Ctrl+] itself\r\n"
+         L"  ?       shows these keys";
 }
 
 }  // namespace tarnwheel::client

@@ -39,13 +39,14 @@ Tamrin::unique_file CreateInheritable(const std::wstring& path) {
   return file;
 }
 
-Tamrin::unique_handle Start(std::wstring command_line, const std::wstring& output,
-                            const std::wstring& errors) {
+Tamrin::unique_handle Start(std::wstring command_line, const Tamrin::unique_file& input,
+                            const std::wstring& output, const std::wstring& errors) {
   const auto output_file = CreateInheritable(output);
   const auto error_file = CreateInheritable(errors);
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = input ? input.get() : nullptr;
   startup.hStdOutput = output_file.get();
   startup.hStdError = error_file.get();
   PROCESS_INFORMATION process = {};
@@ -99,10 +100,32 @@ std::string TemporaryFile::Content() const {
   return content;
 }
 
-Program::Program(std::wstring_view name, std::wstring_view arguments)
+ProgramInput::ProgramInput() {
+  HANDLE reader = nullptr;
+  HANDLE writer = nullptr;
+  Require(::CreatePipe(&reader, &writer, nullptr, 0), "CreatePipe");
+  reader_.reset(reader);
+  writer_.reset(writer);
+  // The program must not hold the other end, or its input would never end.
+  Require(::SetHandleInformation(reader, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT),
+          "SetHandleInformation");
+}
+
+void ProgramInput::Write(std::string_view bytes) const {
+  while (!bytes.empty()) {
+    DWORD written = 0;
+    Require(::WriteFile(writer_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
+                        nullptr),
+            "writing to a program's standard input");
+    bytes.remove_prefix(written);
+  }
+}
+
+Program::Program(std::wstring_view name, std::wstring_view arguments, ProgramInput* input)
     : output_(L".out"),
       errors_(L".err"),
-      process_(Start(L'"' + ProgramPath(name) + L"\" " + std::wstring(arguments), output_.path(),
+      process_(Start(L'"' + ProgramPath(name) + L"\" " + std::wstring(arguments),
+                     input != nullptr ? input->TakeReader() : Tamrin::unique_file(), output_.path(),
                      errors_.path())) {}
 
 Program::~Program() {
@@ -122,6 +145,12 @@ bool Program::Prints(std::wstring_view text) const {
   const auto printed = [&] { return Output().find(text) != std::wstring::npos; };
   Eventually([&] { return printed() || !Runs(); });
   return printed();
+}
+
+bool Program::Complains(std::wstring_view text) const {
+  const auto complained = [&] { return Errors().find(text) != std::wstring::npos; };
+  Eventually([&] { return complained() || !Runs(); });
+  return complained();
 }
 
 bool Program::Runs() const {

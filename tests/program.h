@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/unique_resource.h"
 #include "tests/patience.h"
@@ -28,11 +29,29 @@ class TemporaryFile {
   std::wstring path_;
 };
 
+// The test's end of a program's standard input.
+class ProgramInput {
+ public:
+  ProgramInput();
+
+  // Blocks until the program, or the pipe's buffer, has taken all of it.
+  void Write(std::string_view bytes) const;
+  void End() { writer_.reset(); }
+
+  // The program's end, which goes to the one program that is started with it.
+  [[nodiscard]] Tamrin::unique_file TakeReader() { return std::move(reader_); }
+
+ private:
+  Tamrin::unique_file reader_;
+  Tamrin::unique_file writer_;
+};
+
 // Runs from construction; ended by force with this object when it still runs then.
 class Program {
  public:
-  // `name` is that of an executable of this build, such as L"tarnwheel-server".
-  Program(std::wstring_view name, std::wstring_view arguments);
+  // `name` is that of an executable of this build, such as L"tarnwheel-server". Without `input` it
+  // has no standard input.
+  Program(std::wstring_view name, std::wstring_view arguments, ProgramInput* input = nullptr);
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
   ~Program();
@@ -41,8 +60,13 @@ class Program {
   [[nodiscard]] std::wstring Output() const;
   [[nodiscard]] std::wstring Errors() const;
 
-  // True when the output comes to have `text` before the deadline or the end of the program.
+  // The same as it was written.
+  [[nodiscard]] std::string OutputBytes() const { return output_.Content(); }
+
+  // True when the output, or what it writes to standard error, comes to have `text` before the
+  // deadline or the end of the program.
   [[nodiscard]] bool Prints(std::wstring_view text) const;
+  [[nodiscard]] bool Complains(std::wstring_view text) const;
 
   // The 32-bit exit code; none, and a failure of the test, when it does not end in time.
   std::optional<DWORD> ExitCode(DWORD milliseconds = kPatience);
