@@ -19,14 +19,13 @@ ostra::future<bool> accepted(ostra::future<void> request) {
   }
 }
 
-// A port without this signal, one of a virtual machine say, answers neither code ever. Programs
-// that set the signal all the same are to work with such a port too.
+// A port that lacks this signal, one of a virtual machine say, leaves every request for it without
+// an answer. Programs that set the signal all the same are to work with such a port too.
 ostra::future<bool> accepted_signal(line_controls& controls, ostra::future<void> request,
-                                    std::uint32_t on_code, std::uint32_t off_code) {
+                                    std::uint32_t code) {
   auto done = accepted(std::move(request));
   const bool accepted_by_device = co_await done;
-  co_return accepted_by_device ||
-      !(controls.has_answered(on_code) || controls.has_answered(off_code));
+  co_return accepted_by_device || !controls.has_answered(code);
 }
 
 }  // namespace
@@ -160,20 +159,17 @@ ostra::future<bool> telnet_session::set_flow_control(flow_control kind) {
 
 ostra::future<bool> telnet_session::set_break(bool on) {
   auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_break(on), IOCTL_SERIAL_SET_BREAK_ON,
-                         IOCTL_SERIAL_SET_BREAK_OFF);
+  return accepted_signal(controls, controls.set_break(on), IOCTL_SERIAL_SET_BREAK_ON);
 }
 
 ostra::future<bool> telnet_session::set_dtr(bool on) {
   auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_dtr(on), IOCTL_SERIAL_SET_DTR,
-                         IOCTL_SERIAL_CLR_DTR);
+  return accepted_signal(controls, controls.set_dtr(on), IOCTL_SERIAL_SET_DTR);
 }
 
 ostra::future<bool> telnet_session::set_rts(bool on) {
   auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_rts(on), IOCTL_SERIAL_SET_RTS,
-                         IOCTL_SERIAL_CLR_RTS);
+  return accepted_signal(controls, controls.set_rts(on), IOCTL_SERIAL_SET_RTS);
 }
 
 ostra::future<bool> telnet_session::purge(purged what) {
