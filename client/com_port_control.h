@@ -53,12 +53,14 @@ class com_port_control {
 
   // Does what the client asks, and gives the answer: the state that is in effect then, whether or
   // not it is the one that was asked for. Empty when there is nothing to answer, as for what makes
-  // no sense.
+  // no sense. The port is not bothered with a size or rate that it has already: clients send all of
+  // them to change one, and each that a device refuses takes the time that it has for its answer.
   ostra::future<std::vector<std::byte>> execute(std::vector<std::byte> command);
 
   // What the client is to be told of the modem lines' state (MS_CTS_ON and so on) or of errors
-  // (SERIAL_ERROR_*); empty when its mask leaves nothing of it. A first notice tells all lines.
-  [[nodiscard]] std::vector<std::byte> modem_notice(std::uint32_t status);
+  // (SERIAL_ERROR_*); empty when its mask leaves nothing of it. A first notice tells all lines. A
+  // ring is told by its end, when the line is as it was before.
+  [[nodiscard]] std::vector<std::byte> modem_notice(std::uint32_t status, bool rang = false);
   [[nodiscard]] std::vector<std::byte> line_notice(std::uint32_t errors);
 
  private:

@@ -79,8 +79,11 @@ const Command kCommands[] = {
      Bytes({101, 0, 0, 0x25, 0x80})},
     {"BaudRateQuery", Bytes({1, 0, 0, 0, 0}), "", Bytes({101, 0, 0, 0x25, 0x80}),
      Bytes({101, 0, 0, 0x25, 0x80})},
+    {"BaudRateAsItIs", Bytes({1, 0, 0, 0x25, 0x80}), "", Bytes({101, 0, 0, 0x25, 0x80}),
+     Bytes({101, 0, 0, 0x25, 0x80})},
     {"BaudRateCut", Bytes({1, 0, 1}), "", {}, {}},
     {"DataSize", Bytes({2, 7}), "line 7/0/0", Bytes({102, 7}), Bytes({102, 8})},
+    {"DataSizeAsItIs", Bytes({2, 8}), "", Bytes({102, 8}), Bytes({102, 8})},
     {"DataSizeQuery", Bytes({2, 0}), "", Bytes({102, 8}), Bytes({102, 8})},
     {"DataSizeOfNoLine", Bytes({2, 9}), "", Bytes({102, 8}), Bytes({102, 8})},
     {"ParityOdd", Bytes({3, 2}), "line 8/1/0", Bytes({103, 2}), Bytes({103, 1})},
@@ -155,6 +158,7 @@ TEST_F(ComPortControl, ModemLinesAreToldWithTheirChanges) {
             Bytes({107, 0x72}));
   EXPECT_EQ(control.modem_notice(DWORD{MS_RLSD_ON}), Bytes({107, 0x8F}));
   EXPECT_EQ(control.modem_notice(0), Bytes({107, 0x08}));
+  EXPECT_EQ(control.modem_notice(0, true), Bytes({107, 0x04}));  // it has rung meanwhile
 }
 
 TEST_F(ComPortControl, MaskedChangesAreNotTold) {

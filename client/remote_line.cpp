@@ -185,14 +185,15 @@ ostra::future<void> remote_line::watch_output() {
   }
 }
 
-// A device that has vanished leaves the pending read without an answer, as a quiet line does.
+// A device that has vanished leaves the pending read without an answer, as a quiet line does. One
+// that has answered at the start is known to be able to.
 ostra::future<void> remote_line::watch_device() {
   try {
     while (!ended_) {
-      auto pause = heartbeat_.wait(kHeartbeat);
-      co_await pause;
       auto beat = controls_.baud_rate(kHeartbeatLimit);
       co_await beat;
+      auto pause = heartbeat_.wait(kHeartbeat);
+      co_await pause;
     }
   } catch (const ostra::timer_cancelled&) {
     // The line has ended.

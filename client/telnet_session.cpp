@@ -75,7 +75,7 @@ ostra::future<void> telnet_session::take(std::vector<std::byte> bytes) {
   }
   // A program that has come to control the port learns its state.
   if (telnet_.controls_port() && !controls_port_.exchange(true))
-    changed(kModemEvents);
+    changed(SERIAL_EV_CTS);
 }
 
 ostra::future<void> telnet_session::execute(std::vector<std::byte> command) {
@@ -123,7 +123,7 @@ ostra::future<void> telnet_session::notify_of(std::uint32_t events) {
   if ((events & kModemEvents) != 0) {
     auto asked = modem_status();
     const std::uint32_t status = co_await asked;
-    auto sent = send_notice(control_.modem_notice(status));
+    auto sent = send_notice(control_.modem_notice(status, (events & SERIAL_EV_RING) != 0));
     co_await sent;
   }
   if ((events & ~kModemEvents) != 0) {
