@@ -58,6 +58,7 @@ void telnet_session::close() noexcept {
 }
 
 ostra::future<void> telnet_session::take(std::vector<std::byte> bytes) {
+  bool controls = false;
   for (telnet_item& item : telnet_.receive(bytes)) {
     ostra::future<void> done;
     switch (item.what) {
@@ -68,13 +69,15 @@ ostra::future<void> telnet_session::take(std::vector<std::byte> bytes) {
         done = to_program().send(std::move(item.bytes));
         break;
       case telnet_item::kind::com_port:
+        controls = true;
         done = execute(std::move(item.bytes));
         break;
     }
     co_await done;
   }
-  // A program that has come to control the port learns its state.
-  if (telnet_.controls_port() && !controls_port_.exchange(true))
+  // A program that has come to control the port learns its state. Some take what this end offers
+  // for an answer and never agree, but go on with the commands.
+  if ((controls || telnet_.controls_port()) && !controls_port_.exchange(true))
     changed(SERIAL_EV_CTS);
 }
 

@@ -137,6 +137,15 @@ TEST_F(BridgeTest, ModemLinesAreToldWhenTheyChange) {
   client.ExpectNotice({kModemNotice, 0x04});
 }
 
+TEST_F(BridgeTest, ProgramThatCommandsWithoutAgreementIsToldToo) {
+  Bridge bridge(L"--listen 0");
+  TcpClient client(bridge.TcpPort());
+  EXPECT_EQ(client.Receive(18).size(), 18u);
+  EXPECT_TRUE(client.Send(ComPort({kSetLineMask, 0})));
+  const Bytes expected = ComPort({kSetLineMask + kToClient, 0}) + ComPort({kModemNotice, 0});
+  EXPECT_EQ(client.Receive(expected.size()), expected);
+}
+
 TEST_F(BridgeTest, ErrorsAndBreaksAreTold) {
   Bridge bridge(L"--listen 0");
   TelnetClient client(bridge.TcpPort());

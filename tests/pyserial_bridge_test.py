@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -Wignore::DeprecationWarning
 """pyserial_bridge_test.py BUILD PORT: works two ports of a live server through bridges with pyserial,
 an independent client of RFC 2217: COM5, which sends every byte back and has neither signals nor 7
 data bits, and PORT of the virtual serial driver, which has it all. The interpreter is the one that
