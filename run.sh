@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
 # Builds both programs, starts the server under Wine with a serial port COM5 that answers every
 # byte with itself, has the client list the ports and send a line through COM5, and serves until
-# Ctrl+C. With --once it ends after the conversation. Exit code 0: the line came back exactly, and
-# the server stopped as it should.
+# Ctrl+C. With --once it ends after the conversation; with --bridge the client offers COM5 over TCP
+# meanwhile. Exit code 0: the line came back exactly, and all programs stopped as they should.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
-if (($# > 1)) || [[ ${1---once} != --once ]]; then
-  echo "Usage: ./run.sh [--once]" >&2
+if (($# > 1)) || [[ ! ${1---once} =~ ^--(once|bridge)$ ]]; then
+  echo "Usage: ./run.sh [--once | --bridge]" >&2
   exit 2
 fi
-once=${1-}
+mode=${1-}
 
 # shellcheck source=tools/setup.sh
 source tools/setup.sh
@@ -41,27 +41,32 @@ stop_device() {
   wait "$device_pid" || true
 }
 
-# What the server prints comes out marked. Ctrl+C is for this script, which passes it on once:
-# setsid keeps the terminal's own signal from the server.
-start_server() {
-  exec {log}> >(trap '' INT && exec sed -u 's/\r$//; s/^/server | /' 9>&-)
-  log_pid=$!
-  setsid tools/wine "$programs/tarnwheel-server.exe" </dev/null >&"$log" 2>&1 &
-  server=$!
+# start NAME PROGRAM [ARG...]: runs it in the background as process $started. What it prints comes
+# out marked with the name. Ctrl+C is for this script, which passes it on once: setsid keeps the
+# terminal's own signal from the program.
+start() {
+  local log
+  exec {log}> >(trap '' INT && exec sed -u "s/\r\$//; s/^/$1 | /" 9>&-)
+  log_pids+=($!)
+  setsid tools/wine "$programs/$2" "${@:3}" </dev/null >&"$log" 2>&1 &
+  started=$!
   exec {log}>&-
 }
 
-server_runs() {
-  [[ -n ${server-} ]] && kill -0 "$server" 2>/dev/null
+runs() {
+  [[ -n ${1-} ]] && kill -0 "$1" 2>/dev/null
 }
 
-# Gives the server's exit code. A signal that this script handles ends one wait, but not the loop.
-wait_for_server() {
-  while server_runs; do
-    wait "$server" || true
+# Gives the program's exit code. A signal that this script handles ends one wait, but not the loop.
+wait_for() {
+  while runs "$1"; do
+    wait "$1" || true
   done
-  wait "$log_pid" || true
-  wait "$server"
+  wait "$1"
+}
+
+interrupt() {
+  ! runs "${1-}" || kill -INT "$1"
 }
 
 client() {
@@ -72,7 +77,7 @@ client() {
 wait_until_ready() {
   local deadline=$((SECONDS + start_limit)) answer
   until answer=$(client list .) && grep -q "^$port"$'\t' <<<"$answer"; do
-    server_runs || fail "the server ended early"
+    runs "$server" || fail "the server ended early"
     ((SECONDS < deadline)) || fail "the server is not ready: $answer"
     sleep 0.1
   done
@@ -95,15 +100,22 @@ converse() {
   [[ $answer == "$line" ]] || fail "what came back is not what was sent"
 }
 
-stop_server() {
-  ! server_runs || kill -INT "$server"
+# Offers the port until Ctrl+C.
+run_bridge() {
+  start bridge tarnwheel-client.exe bridge . "$port" --listen 0
+  bridge=$started
+  trap 'interrupt "$bridge"' INT TERM
+  echo "$port is offered over TCP until Ctrl+C, at the address that the bridge prints. For example:"
+  echo "  python3 -m serial.tools.miniterm rfc2217://ADDRESS"
+  wait_for "$bridge"
 }
 
 clean_up() {
   trap '' INT TERM
   local deadline=$((SECONDS + stop_limit))
-  stop_server
-  while server_runs && ((SECONDS < deadline)); do
+  interrupt "${bridge-}"
+  interrupt "${server-}"
+  while runs "${server-}" && ((SECONDS < deadline)); do
     sleep 0.1
   done
   stop_device
@@ -117,13 +129,20 @@ build release tarnwheel-server tarnwheel-client tarnwheel-test-port
 start_wine
 make_loopback "${port#COM}"
 start_device
-start_server
+start server tarnwheel-server.exe
+server=$started
 wait_until_ready
 converse
-if [[ $once ]]; then
-  stop_server
-else
-  trap stop_server INT TERM
-  echo "Serving $port until Ctrl+C. From another terminal: tools/wine $programs/tarnwheel-client.exe list ."
-fi
-wait_for_server
+case $mode in
+  --once) interrupt "$server" ;;
+  --bridge)
+    run_bridge
+    interrupt "$server"
+    ;;
+  *)
+    trap 'interrupt "$server"' INT TERM
+    echo "Serving $port until Ctrl+C. From another terminal: tools/wine $programs/tarnwheel-client.exe list ."
+    ;;
+esac
+wait_for "$server"
+wait "${log_pids[@]}" || true

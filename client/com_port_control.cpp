@@ -133,7 +133,7 @@ payload com_port_control::own_signature() const {
 }
 
 ostra::future<payload> com_port_control::set_baud_rate(std::uint32_t rate) {
-  if (rate != kQuery) {
+  if (rate != kQuery && rate != settings_.line.baud_rate.BaudRate) {
     auto set = port_.set_baud_rate(rate);
     const bool accepted = co_await set;
     if (accepted)
@@ -149,7 +149,7 @@ ostra::future<payload> com_port_control::set_baud_rate(std::uint32_t rate) {
 ostra::future<payload> com_port_control::set_size(std::uint8_t command, std::uint8_t value) {
   const size_row& row = size_row_of(command);
   const auto wanted = std::ranges::find(row.codes, value, &code_pair::option);
-  if (wanted != row.codes.end()) {
+  if (wanted != row.codes.end() && wanted->driver != settings_.line.control.*row.member) {
     SERIAL_LINE_CONTROL line = settings_.line.control;
     line.*row.member = wanted->driver;
     auto set = port_.set_line_control(as_driver_takes_it(line));
@@ -252,11 +252,11 @@ ostra::future<payload> com_port_control::tell_modem_state() {
   co_return answer(kNotifyModemState, next_modem_state(status));
 }
 
-payload com_port_control::modem_notice(std::uint32_t status) {
+payload com_port_control::modem_notice(std::uint32_t status, bool rang) {
   const std::lock_guard guard(lock_);
   const bool first = !told_;
   const auto changed = static_cast<std::uint8_t>(lines_ ^ (status & kLines));
-  const std::uint8_t state = next_modem_state(status);
+  const unsigned state = next_modem_state(status) | (rang ? kRing >> 4 : 0u);
   if (!first && ((changed | (state & ~kLines)) & modem_mask_) == 0)
     return {};
   return answer(kNotifyModemState, static_cast<std::uint8_t>(state & modem_mask_));

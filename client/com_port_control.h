@@ -25,7 +25,7 @@ class com_port {
   virtual ostra::future<bool> set_rts(bool on) = 0;
   virtual ostra::future<bool> purge(purged what) = 0;
 
-  // SERIAL_MSR_*; 0 from a port that has no such lines.
+  // MS_CTS_ON and so on; 0 from a port that has no such lines.
   virtual ostra::future<std::uint32_t> modem_status() = 0;
 
   // Whether data and notifications are to be held back from the client.
@@ -53,12 +53,14 @@ class com_port_control {
 
   // Does what the client asks, and gives the answer: the state that is in effect then, whether or
   // not it is the one that was asked for. Empty when there is nothing to answer, as for what makes
-  // no sense.
+  // no sense. The port is not bothered with a size or rate that it has already: clients send all of
+  // them to change one, and each that a device refuses takes the time that it has for its answer.
   ostra::future<std::vector<std::byte>> execute(std::vector<std::byte> command);
 
-  // What the client is to be told of the modem lines' state (SERIAL_MSR_*) or of errors
-  // (SERIAL_ERROR_*); empty when its mask leaves nothing of it. A first notice tells all lines.
-  [[nodiscard]] std::vector<std::byte> modem_notice(std::uint32_t status);
+  // What the client is to be told of the modem lines' state (MS_CTS_ON and so on) or of errors
+  // (SERIAL_ERROR_*); empty when its mask leaves nothing of it. A first notice tells all lines. A
+  // ring is told by its end, when the line is as it was before.
+  [[nodiscard]] std::vector<std::byte> modem_notice(std::uint32_t status, bool rang = false);
   [[nodiscard]] std::vector<std::byte> line_notice(std::uint32_t errors);
 
  private:

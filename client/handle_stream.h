@@ -1,4 +1,4 @@
-// A stream over a handle of the kinds that ReadFile and WriteFile take.
+// A stream over a handle that takes overlapped calls.
 #pragma once
 
 #include <algorithm>
@@ -12,10 +12,11 @@
 
 namespace tarnwheel::client {
 
-// Owner is a unique_resource; Owner::get() converts to HANDLE by a cast.
-template <class Owner>
+// Owner is a unique_resource; Owner::get() converts to HANDLE by a cast. Read and Write start the
+// calls.
+template <class Owner, class Read = ostra::read_file, class Write = ostra::write_file>
 class handle_stream : public byte_stream,
-                      public std::enable_shared_from_this<handle_stream<Owner>> {
+                      public std::enable_shared_from_this<handle_stream<Owner, Read, Write>> {
  public:
   explicit handle_stream(Owner handle) : handle_(std::move(handle)) {
     binding_.bind(to_handle(handle_), ostra::immediate_success::continues_inline);
@@ -24,7 +25,7 @@ class handle_stream : public byte_stream,
   ostra::future<std::size_t> read(std::span<std::byte> buffer) override {
     const auto self = this->shared_from_this();
     const auto size = static_cast<DWORD>(std::min(buffer.size(), kGreatestCall));
-    ostra::io_call call(binding_, ostra::read_file{buffer.data(), size}, token_);
+    ostra::io_call call(binding_, Read{buffer.data(), size}, token_);
     std::size_t arrived = 0;
     try {
       arrived = co_await call;
@@ -39,7 +40,7 @@ class handle_stream : public byte_stream,
     const auto self = this->shared_from_this();
     while (!bytes.empty()) {
       const auto size = static_cast<DWORD>(std::min(bytes.size(), kGreatestCall));
-      ostra::io_call call(binding_, ostra::write_file{bytes.data(), size}, token_);
+      ostra::io_call call(binding_, Write{bytes.data(), size}, token_);
       const DWORD written = co_await call;
       bytes = bytes.subspan(written);
     }

@@ -45,6 +45,20 @@ ULONG purge_mask(purged what) {
   return mask;
 }
 
+// A signal has two codes, and a device knows both or neither.
+std::uint32_t known_by(std::uint32_t code) {
+  switch (code) {
+    case IOCTL_SERIAL_CLR_DTR:
+      return IOCTL_SERIAL_SET_DTR;
+    case IOCTL_SERIAL_CLR_RTS:
+      return IOCTL_SERIAL_SET_RTS;
+    case IOCTL_SERIAL_SET_BREAK_OFF:
+      return IOCTL_SERIAL_SET_BREAK_ON;
+    default:
+      return code;
+  }
+}
+
 // A device that gives less than it was asked for has an old layout: the rest is zero.
 template <class Result>
 Result result_of(const std::vector<std::byte>& bytes) {
@@ -179,7 +193,7 @@ ostra::future<SERIAL_STATUS> line_controls::line_status() {
 
 bool line_controls::has_answered(std::uint32_t code) const {
   const std::lock_guard guard(answers_->lock);
-  return answers_->given.contains(code);
+  return answers_->given.contains(known_by(code));
 }
 
 ostra::future<tether::bytes_result> line_controls::request(std::uint32_t code,
@@ -188,12 +202,13 @@ ostra::future<tether::bytes_result> line_controls::request(std::uint32_t code,
                                                            milliseconds limit) {
   {
     const std::lock_guard guard(answers_->lock);
-    if (answers_->missed.contains(code))
+    if (answers_->missed.contains(known_by(code)))
       return not_asked(name_);
   }
   auto call = server_.remote().IoControl(code, output_size, {input.begin(), input.end()});
-  auto answer = server_.answer(note_answer(answers_, code, std::move(call)), name_, limit);
-  return note_miss(answers_, code, name_, std::move(answer));
+  auto answer =
+      server_.answer(note_answer(answers_, known_by(code), std::move(call)), name_, limit);
+  return note_miss(answers_, known_by(code), name_, std::move(answer));
 }
 
 ostra::future<tether::bytes_result> line_controls::note_answer(

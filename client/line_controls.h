@@ -29,7 +29,8 @@ enum class purged { input, output, both };
 //
 // A device that knows nothing of a request, or fails it, leaves it without an answer. Then only
 // this request has failed, at its limit; and a control code to which the device has never given an
-// answer is not asked a second time: from then on it fails at once.
+// answer is not asked a second time: from then on it fails at once, as does the code for the
+// opposite.
 class line_controls {
  public:
   // `server`, whose port is open, must outlive this.
@@ -55,17 +56,17 @@ class line_controls {
   // SERIAL_EV_* of which a wait for events is to tell.
   ostra::future<void> set_event_mask(std::uint32_t events);
 
-  // SERIAL_MSR_*; the baud rate; errors (SERIAL_ERROR_*), which are forgotten once told, and
+  // MS_CTS_ON and so on; the baud rate; errors (SERIAL_ERROR_*), which are forgotten once told, and
   // queues.
   ostra::future<std::uint32_t> modem_status();
   ostra::future<std::uint32_t> baud_rate(std::chrono::milliseconds limit = kControlLimit);
   ostra::future<SERIAL_STATUS> line_status();
 
-  // True when the device has given an answer to this control code.
+  // True when the device has given an answer to this control code, or the one for the opposite.
   [[nodiscard]] bool has_answered(std::uint32_t code) const;
 
  private:
-  // Outlives this in the requests that are still without an answer.
+  // Of control codes. Outlives this in the requests that are still without an answer.
   struct answers {
     ostra::srw_lock lock;
     std::set<std::uint32_t> given;   // guarded by lock

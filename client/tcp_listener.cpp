@@ -101,7 +101,34 @@ std::wstring name_of(const unique_socket& socket, name_function name) {
   return text.data();
 }
 
-class tcp_stream final : public handle_stream<unique_socket> {
+DWORD error_of(int outcome) {
+  return outcome == 0 ? ERROR_SUCCESS : static_cast<DWORD>(::WSAGetLastError());
+}
+
+struct receive_bytes {
+  void* buffer;
+  DWORD size;
+
+  DWORD operator()(HANDLE handle, OVERLAPPED* overlapped) const noexcept {
+    WSABUF target = {size, static_cast<char*>(buffer)};
+    DWORD flags = 0;
+    return error_of(::WSARecv(reinterpret_cast<SOCKET>(handle), &target, 1, nullptr, &flags,
+                              overlapped, nullptr));
+  }
+};
+
+struct send_bytes {
+  const void* bytes;
+  DWORD size;
+
+  DWORD operator()(HANDLE handle, OVERLAPPED* overlapped) const noexcept {
+    WSABUF source = {size, static_cast<char*>(const_cast<void*>(bytes))};
+    return error_of(
+        ::WSASend(reinterpret_cast<SOCKET>(handle), &source, 1, nullptr, 0, overlapped, nullptr));
+  }
+};
+
+class tcp_stream final : public handle_stream<unique_socket, receive_bytes, send_bytes> {
  public:
   tcp_stream(std::shared_ptr<winsock> library, unique_socket socket)
       : handle_stream(std::move(socket)), library_(std::move(library)) {}

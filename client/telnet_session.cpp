@@ -19,14 +19,13 @@ ostra::future<bool> accepted(ostra::future<void> request) {
   }
 }
 
-// A port without this signal, one of a virtual machine say, answers neither code ever. Programs
-// that set the signal all the same are to work with such a port too.
+// A port that lacks this signal, one of a virtual machine say, leaves every request for it without
+// an answer. Programs that set the signal all the same are to work with such a port too.
 ostra::future<bool> accepted_signal(line_controls& controls, ostra::future<void> request,
-                                    std::uint32_t on_code, std::uint32_t off_code) {
+                                    std::uint32_t code) {
   auto done = accepted(std::move(request));
   const bool accepted_by_device = co_await done;
-  co_return accepted_by_device ||
-      !(controls.has_answered(on_code) || controls.has_answered(off_code));
+  co_return accepted_by_device || !controls.has_answered(code);
 }
 
 }  // namespace
@@ -59,6 +58,7 @@ void telnet_session::close() noexcept {
 }
 
 ostra::future<void> telnet_session::take(std::vector<std::byte> bytes) {
+  bool controls = false;
   for (telnet_item& item : telnet_.receive(bytes)) {
     ostra::future<void> done;
     switch (item.what) {
@@ -69,14 +69,16 @@ ostra::future<void> telnet_session::take(std::vector<std::byte> bytes) {
         done = to_program().send(std::move(item.bytes));
         break;
       case telnet_item::kind::com_port:
+        controls = true;
         done = execute(std::move(item.bytes));
         break;
     }
     co_await done;
   }
-  // A program that has come to control the port learns its state.
-  if (telnet_.controls_port() && !controls_port_.exchange(true))
-    changed(kModemEvents);
+  // A program that has come to control the port learns its state. Some take what this end offers
+  // for an answer and never agree, but go on with the commands.
+  if ((controls || telnet_.controls_port()) && !controls_port_.exchange(true))
+    changed(SERIAL_EV_CTS);
 }
 
 ostra::future<void> telnet_session::execute(std::vector<std::byte> command) {
@@ -124,7 +126,7 @@ ostra::future<void> telnet_session::notify_of(std::uint32_t events) {
   if ((events & kModemEvents) != 0) {
     auto asked = modem_status();
     const std::uint32_t status = co_await asked;
-    auto sent = send_notice(control_.modem_notice(status));
+    auto sent = send_notice(control_.modem_notice(status, (events & SERIAL_EV_RING) != 0));
     co_await sent;
   }
   if ((events & ~kModemEvents) != 0) {
@@ -160,20 +162,17 @@ ostra::future<bool> telnet_session::set_flow_control(flow_control kind) {
 
 ostra::future<bool> telnet_session::set_break(bool on) {
   auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_break(on), IOCTL_SERIAL_SET_BREAK_ON,
-                         IOCTL_SERIAL_SET_BREAK_OFF);
+  return accepted_signal(controls, controls.set_break(on), IOCTL_SERIAL_SET_BREAK_ON);
 }
 
 ostra::future<bool> telnet_session::set_dtr(bool on) {
   auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_dtr(on), IOCTL_SERIAL_SET_DTR,
-                         IOCTL_SERIAL_CLR_DTR);
+  return accepted_signal(controls, controls.set_dtr(on), IOCTL_SERIAL_SET_DTR);
 }
 
 ostra::future<bool> telnet_session::set_rts(bool on) {
   auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_rts(on), IOCTL_SERIAL_SET_RTS,
-                         IOCTL_SERIAL_CLR_RTS);
+  return accepted_signal(controls, controls.set_rts(on), IOCTL_SERIAL_SET_RTS);
 }
 
 ostra::future<bool> telnet_session::purge(purged what) {

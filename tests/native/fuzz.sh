@@ -8,7 +8,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../../tools/setup.sh"
 
 seconds=${1:-60}
 names=("${@:2}")
-((${#names[@]})) || names=(command_line_fuzz datagram_fuzz format_fuzz message_fuzz)
+((${#names[@]})) || names=(command_line_fuzz datagram_fuzz format_fuzz message_fuzz telnet_fuzz)
 build native-asan "${names[@]}"
 export ASAN_OPTIONS=external_symbolizer_path=/usr/bin/addr2line
 export UBSAN_OPTIONS=print_stacktrace=1:$ASAN_OPTIONS
