@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# tests/native/test.sh PRESET: builds and runs what native-asan or native-tsan has.
+set -euo pipefail
+# shellcheck source=tools/setup.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../../tools/setup.sh"
+
+targets=(all)
+[[ $1 != native-tsan ]] || targets=(async_test rpc_test)
+build "$1" "${targets[@]}"
+ctest --preset "$1"
