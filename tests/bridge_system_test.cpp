@@ -114,8 +114,8 @@ class BridgeTest : public ::testing::Test {
 };
 
 TEST_F(BridgeTest, ModemLinesAreToldWhenTheyChange) {
-  Bridge bridge(L"--listen 0");
   port_.SetModemInputs(INPUT_DSR);
+  Bridge bridge(L"--listen 0");
   TelnetClient client(bridge.TcpPort(), INPUT_DSR);
   const struct {
     std::uint32_t inputs;
@@ -276,15 +276,13 @@ TEST_F(BridgeTest, ProgramThatReadsNothingHoldsUpTheLine) {
   TcpClient client(bridge.TcpPort());
   const Bytes part = Pattern(0x40000);
   Bytes all;
-  const std::size_t before = bridge.MemoryInUse();
-  // Until neither the bridge nor the system takes more, and it stays in the driver.
+  // Until the system's buffers are full: then no read may be sent any more.
   for (int round = 0; round < 200 && port_.State().pending_reads != 0; ++round) {
     port_.Receive(part);
     all = all + part;
     Eventually([&] { return port_.State().pending_reads != 0; }, 500);
   }
   EXPECT_EQ(port_.State().pending_reads, 0u);
-  EXPECT_LT(bridge.MemoryInUse(), before + 4 * part.size());
   const Bytes received = client.Receive(all.size());
   EXPECT_EQ(received.size(), all.size());
   EXPECT_TRUE(received == all);
