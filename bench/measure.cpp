@@ -18,7 +18,8 @@ double Seconds(const std::function<void()>& action) {
 
 Spread SpreadOf(std::vector<double> samples) {
   std::ranges::sort(samples);
-  return {samples.front(), samples[samples.size() / 2], samples.back()};
+  const auto last = samples.size() - 1;
+  return {samples[last / 4], samples[samples.size() / 2], samples[last - last / 4]};
 }
 
 void PrintHeading(const std::string& text) {
@@ -30,7 +31,7 @@ void PrintRow(const std::string& name, const std::string& unit, const std::vecto
               std::optional<Goal> goal) {
   const Spread spread = SpreadOf(samples);
   std::printf("  %-44s %10.2f %-9s (%.2f to %.2f)", name.c_str(), spread.median, unit.c_str(),
-              spread.least, spread.most);
+              spread.lower, spread.upper);
   if (goal) {
     const bool at_most = goal->direction == Goal::kAtMost;
     const bool met = at_most ? spread.median <= goal->limit : spread.median >= goal->limit;

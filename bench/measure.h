@@ -14,10 +14,11 @@ namespace bench {
 // The seconds that `action` takes.
 [[nodiscard]] double Seconds(const std::function<void()>& action);
 
+// A quarter of the samples lies below `lower`, a quarter above `upper`.
 struct Spread {
-  double least;
+  double lower;
   double median;
-  double most;
+  double upper;
 };
 [[nodiscard]] Spread SpreadOf(std::vector<double> samples);
 
@@ -27,7 +28,7 @@ struct Goal {
   double limit;
 };
 
-// One row of the report: the median and, in brackets, the least and the most.
+// One row of the report: the median and, in brackets, the quartiles.
 void PrintRow(const std::string& name, const std::string& unit, const std::vector<double>& samples,
               std::optional<Goal> goal = std::nullopt);
 void PrintHeading(const std::string& text);

@@ -37,6 +37,9 @@ const std::wstring kBare = kBarePipe;
 
 const Bytes kOneByte = Integer(1);
 
+// Many short pairs: what else the machine does then falls on both sides alike.
+constexpr int kManyRounds = 75;
+
 // Microseconds a call.
 double CallTime(const std::wstring& pipe, int calls, std::uint32_t port, tether::method method,
                 const Bytes& arguments) {
@@ -55,25 +58,25 @@ void CompareCalls(const std::string& name, int calls, std::uint32_t port, tether
   const auto time = [&](const std::wstring& pipe) {
     return CallTime(pipe, calls, port, method, arguments);
   };
-  Comparison{name, "us", "bare server", goal}.Run([&] { return time(kOurs); },
-                                                  [&] { return time(kBare); });
+  Comparison{name, "us", "bare server", goal, kManyRounds}.Run([&] { return time(kOurs); },
+                                                               [&] { return time(kBare); });
 }
 
 // Megabytes a second in calls of 64 KiB.
 void CompareThroughput(const std::string& name, tether::method method, const Bytes& arguments) {
   const auto rate = [&](const std::wstring& pipe) {
-    return static_cast<double>(kLarge) / CallTime(pipe, 500, kFilePort, method, arguments);
+    return static_cast<double>(kLarge) / CallTime(pipe, 100, kFilePort, method, arguments);
   };
-  Comparison{name, "MB/s", "bare server", Goal{Goal::kAtLeast, 0.9}}.Run(
+  Comparison{name, "MB/s", "bare server", Goal{Goal::kAtLeast, 0.9}, kManyRounds}.Run(
       [&] { return rate(kOurs); }, [&] { return rate(kBare); });
 }
 
 void MeasureCalls() {
   PrintHeading("One client, one call after another; the device is a file");
-  CompareCalls("null call", 2000, 0, tether::method::Read, kOneByte, Goal{Goal::kAtMost, 1.15});
-  CompareCalls("write of 64 bytes", 1000, kFilePort, tether::method::Write, Vector(Bytes(kSmall)),
+  CompareCalls("null call", 400, 0, tether::method::Read, kOneByte, Goal{Goal::kAtMost, 1.15});
+  CompareCalls("write of 64 bytes", 200, kFilePort, tether::method::Write, Vector(Bytes(kSmall)),
                {});
-  CompareCalls("read of 64 bytes", 1000, kFilePort, tether::method::Read, Integer(kSmall), {});
+  CompareCalls("read of 64 bytes", 200, kFilePort, tether::method::Read, Integer(kSmall), {});
 }
 
 void MeasureTransfers() {
@@ -84,7 +87,7 @@ void MeasureTransfers() {
 
 // Calls a second of that many clients together.
 double CallRate(const std::wstring& pipe, int clients) {
-  constexpr int kCalls = 16'000;
+  constexpr int kCalls = 6'400;
   std::barrier start(clients + 1);
   std::list<std::jthread> threads;
   for (int i = 0; i < clients; ++i) {
@@ -106,8 +109,12 @@ void MeasureManyClients() {
     Comparison{std::to_string(clients) + " clients", "calls/s", "bare server", {}, 7}.Run(
         [&] { return CallRate(kOurs, clients); }, [&] { return CallRate(kBare, clients); });
   }
-  Comparison{"64 clients", "calls/s", "4 clients", Goal{Goal::kAtLeast, 1.0}, 9}.Run(
-      [] { return CallRate(kOurs, 64); }, [] { return CallRate(kOurs, 4); });
+  const auto compare = [](const std::wstring& pipe, const std::string& name, auto goal) {
+    Comparison{name, "calls/s", "4 clients", goal, 25}.Run([&] { return CallRate(pipe, 64); },
+                                                           [&] { return CallRate(pipe, 4); });
+  };
+  compare(kOurs, "64 clients", std::optional(Goal{Goal::kAtLeast, 1.0}));
+  compare(kBare, "64 of the bare server", std::optional<Goal>());
 }
 
 // Microseconds to connect, open the port and disconnect.
