@@ -28,7 +28,7 @@ constexpr int kVisitorsOfAKind = 3;
 constexpr int kSamplesALine = 6;
 constexpr double kHandleSlack = 50;                // threads of the pool come and go
 constexpr double kByteSlack = 16.0 * 1024 * 1024;  // as do heaps
-constexpr double kLossDoubt = 64;                  // bytes a client, of the system's loss
+constexpr double kLossDoubt = 128;                 // bytes a client, of the system's loss
 constexpr DWORD kPatience = 30'000;                // milliseconds, for the visitors to finish
 
 // Bytes that a server which does nothing but the calls loses with each client, and that are the

@@ -152,5 +152,47 @@ TEST_F(Faults, CostNoMoreThanTheSessionTheyStrike) {
   EXPECT_EQ(server_.program().ExitCode(), 0u) << Narrow(server_.program().Errors());
 }
 
+struct Visit {
+  const char* name;
+  void (*make)(RawClient& client);
+};
+
+constexpr Visit kVisits[] = {
+    {"leaves at once", [](RawClient&) {}},
+    {"leaves within a header", [](RawClient& client) { client.Send(ToBytes("12345")); }},
+    {"leaves within a payload",
+     [](RawClient& client) {
+       client.Send(Join({U32(1), U32(kClientCode), U32(99), U32(1)}));
+     }},
+    {"sends what cannot be read",
+     [](RawClient& client) {
+       client.Request(1, kWrite, Join({U32(1000), U32(1)}));
+     }},
+    {"is refused", [](RawClient& client) { EXPECT_NE(client.OpenPort(kMissingPort), 0u); }},
+    {"leaves a read pending",
+     [](RawClient& client) {
+       EXPECT_EQ(client.OpenPort(LoopbackPort()), 0u);
+       client.ReadsWaitForEver();
+       client.Request(1, kRead, U32(100));
+     }},
+    {"leaves its answers",
+     [](RawClient& client) {
+       for (std::uint32_t call = 1; call <= 5; ++call)
+         client.Request(call, kEnumeratePorts, {});
+     }},
+};
+
+TEST_F(Faults, VisitsLeaveNoBlockBehind) {
+  constexpr int kTimes = 100;
+  for (const Visit& visit : kVisits) {
+    SCOPED_TRACE(visit.name);
+    for (int time = 0; time < kTimes; ++time) {
+      RawClient client;
+      visit.make(client);
+    }
+    ExpectNothingLeft();
+  }
+}
+
 }  // namespace
 }  // namespace system_test
