@@ -33,8 +33,9 @@ TEST(Format, LiteralTextAndBraces) {
 
 TEST(Format, EachTypeOfArgument) {
   const std::wstring_view cut = std::wstring_view(L"viewed").substr(0, 4);
-  EXPECT_EQ(format(L"{}|{}|{}|{}|{}|{}|{}", -5, 5u, HRESULT{6}, DWORD{7}, wstring(L"s"), cut, L"lit"),
-            L"-5|5|6|7|s|view|lit");
+  EXPECT_EQ(
+      format(L"{}|{}|{}|{}|{}|{}|{}", -5, 5u, HRESULT{6}, DWORD{7}, wstring(L"s"), cut, L"lit"),
+      L"-5|5|6|7|s|view|lit");
   EXPECT_EQ(format(L"[{0}][{0w2f*}]", true), L"[][**]");
   EXPECT_EQ(format(L"{0}", wstring(L"a\0b", 3)), wstring(L"a\0b", 3));
 }
