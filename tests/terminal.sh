@@ -87,7 +87,7 @@ stop_server() {
 # term ARG...: runs the terminal from the shell on an empty screen.
 term() {
   keys C-l
-  strike "clear; tools/wine $programs/tarnwheel-client.exe term . $*; echo code \$?"
+  strike "clear; tools/wine $programs/tarnwheel-client.exe term . $*; code=\$?; in_order; echo code \$code"
   keys Enter
 }
 
@@ -150,11 +150,11 @@ a_paste_arrives_whole() {
   rm "$work/log"
 }
 
-# Wine puts the terminal of a Unix shell in order by itself, but leaves a console's modes to its
-# programs, as Windows does.
+# Wine puts the terminal of a Unix shell in order by itself, a moment after its program has ended, but
+# leaves a console's modes to its programs, as Windows does.
 the_console_is_left_as_it_was() {
   keys C-l
-  strike "clear; cd $programs; $PWD/tools/wine cmd /k prompt '\$G'; cd -; clear"
+  strike "clear; cd $programs; $PWD/tools/wine cmd /k prompt '\$G'; in_order; cd -; clear"
   keys Enter
   shows_line '>'
   strike "tarnwheel-client term . $loopback"
@@ -230,7 +230,11 @@ a_server_that_goes_is_told_of() {
 trap clean_up EXIT
 windows_log=$(tools/wine winepath -w "$work/log" </dev/null | tr -d '\r')
 windows_log="'$windows_log'"
-in_tmux new-session -d -x 80 -y 24 "PS1='$ ' exec bash --norc --noprofile"
+cat >"$work/shell" <<'END'
+PS1='$ '
+in_order() { until stty -a | grep -q ' echo '; do sleep 0.1; done; }
+END
+in_tmux new-session -d -x 80 -y 24 "exec bash --rcfile $work/shell"
 start_server
 what_is_typed_comes_back_and_is_seen
 keys_are_seen_in_hexadecimal
