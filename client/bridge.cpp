@@ -25,6 +25,23 @@ constexpr std::uint32_t kEvents = SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD
 constexpr milliseconds kFarewell(500);
 constexpr milliseconds kPauseAfterFailure(100);
 
+// A connection that is closed with something unread may take the line with the reason along, so
+// what the program has to say is read until it goes too. Everything it uses is its own: whoever
+// waits for it may give up sooner.
+ostra::future<std::size_t> say_farewell(std::shared_ptr<byte_stream> program,
+                                        std::vector<std::byte> line) {
+  auto written = program->write(line);
+  co_await written;
+  program->finish();
+  std::vector<std::byte> ignored(1024);
+  std::size_t size = 0;
+  do {
+    auto read = program->read(ignored);
+    size = co_await read;
+  } while (size != 0);
+  co_return size;
+}
+
 }  // namespace
 
 bridge::bridge(bridge_options options, std::unique_ptr<stream_listener> listener)
@@ -86,19 +103,10 @@ ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
   }
 }
 
-// A connection that is closed with something unread may take the line with the reason along, so
-// what the program has to say is read until it goes too, but not for long.
 ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std::wstring reason) {
-  const auto line = to_utf8(reason);
-  std::vector<std::byte> ignored(1024);
   try {
-    auto written = program->write(line);
-    co_await written;
-    program->finish();
-    for (std::size_t size = 1; size != 0;) {
-      auto read = within(program->read(ignored), kFarewell);
-      size = co_await read;
-    }
+    auto farewell = within(say_farewell(program, to_utf8(reason)), kFarewell);
+    co_await farewell;
   } catch (const ostra::hresult_error&) {
     // It has gone, or its time is over.
   }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <memory>
 #include <random>
+#include <thread>
 
 #include "platform/serial.h"
 #include "tests/raw_client.h"
@@ -252,6 +253,23 @@ TEST_F(BridgeTest, SecondProgramIsToldThatThePortIsInUse) {
     TelnetClient first(bridge.TcpPort());
     TcpClient second(bridge.TcpPort());
     EXPECT_EQ(second.ReceiveUntilEnd(), Line(L" is in use by another program"));
+    first.Command({kSetControl, 9});
+  }
+  ExpectGone(bridge);
+  ExpectServes(bridge);
+}
+
+TEST_F(BridgeTest, RefusedProgramThatKeepsTalkingHoldsUpNobody) {
+  Bridge bridge(L"--listen 0");
+  {
+    TelnetClient first(bridge.TcpPort());
+    TcpClient second(bridge.TcpPort());
+    const std::jthread talking([&](std::stop_token enough) {
+      while (!enough.stop_requested() && second.Send(ToBytes("let me in")))
+        ::Sleep(50);
+    });
+    TcpClient third(bridge.TcpPort());
+    EXPECT_EQ(third.ReceiveUntilEnd(), Line(L" is in use by another program"));
     first.Command({kSetControl, 9});
   }
   ExpectGone(bridge);
