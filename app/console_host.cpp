@@ -77,7 +77,8 @@ int run_console_server(const Tamrin::command_line& options) {
   }
   HRESULT outcome = S_OK;
   {
-    const logging::process_logger published(logger);
+    const logging::process_logger published(
+        logger, Tamrin::parse_log_level(options.at(option_names::kLogLevel).text()));
     logging::write(logging::debug, L"Logging system is initialized");
     try {
       serve(options);

@@ -53,7 +53,7 @@ class service_context {
   // Constant after the start.
   SERVICE_STATUS_HANDLE status_ = nullptr;
   logging::null_logger logger_;
-  const logging::process_logger published_{logger_};
+  const logging::process_logger published_{logger_, logging::kNothing};
 
   const ostra::cancellation_source checkpoints_ended_;
 

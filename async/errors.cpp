@@ -1,5 +1,7 @@
 #include "async/errors.h"
 
+#include <new>
+
 namespace ostra::details {
 
 operation_cancelled::operation_cancelled() noexcept : hresult_error(to_hresult(ERROR_CANCELLED)) {}
@@ -43,6 +45,18 @@ HANDLE check_file(HANDLE handle) {
 void check_hresult(HRESULT code) {
   if (FAILED(code))
     throw_hresult(code);
+}
+
+HRESULT current_hresult() noexcept {
+  try {
+    throw;
+  } catch (const hresult_error& error) {
+    return error.code();
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  } catch (...) {
+    return E_UNEXPECTED;
+  }
 }
 
 }  // namespace ostra::details

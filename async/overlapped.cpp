@@ -3,6 +3,16 @@
 #include "async/errors.h"
 
 namespace ostra {
+namespace {
+
+constexpr unsigned kWarning = 2;
+
+// The two highest bits of an NTSTATUS.
+unsigned severity_of(ULONG_PTR status) noexcept {
+  return static_cast<DWORD>(status) >> 30;
+}
+
+}  // namespace
 
 void io_binding::bind(HANDLE handle, immediate_success mode) {
   if (mode == immediate_success::continues_inline) {
@@ -28,12 +38,14 @@ void io_operation::before_start(std::coroutine_handle<> waiter) noexcept {
   ::StartThreadpoolIo(binding_.io_.get());
 }
 
+bool io_operation::completion_is_owed(DWORD error) const noexcept {
+  if (error == ERROR_SUCCESS)
+    return binding_.mode_ == immediate_success::queues_completion;
+  return error == ERROR_IO_PENDING || severity_of(Internal) == kWarning;
+}
+
 bool io_operation::after_start(DWORD error) noexcept {
-  const bool completion_is_owed =
-      error == ERROR_IO_PENDING ||
-      error == ERROR_MORE_DATA ||  // a warning, for which Windows does queue a completion
-      (error == ERROR_SUCCESS && binding_.mode_ == immediate_success::queues_completion);
-  if (!completion_is_owed) {
+  if (!completion_is_owed(error)) {
     ::CancelThreadpoolIo(binding_.io_.get());
     result_ = error;
     return false;

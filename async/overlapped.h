@@ -54,13 +54,21 @@ class io_binding {
 //   comes second (it sees the other's flag) resumes the coroutine, so the operation stays alive
 //   until both have let go of it; neither touches it after its own flag was set and the other's was
 //   missing.
-// - The cancellation may come before the call is issued, when CancelIoEx would find nothing.
-// Whichever
-//   of `issued` and `cancel_requested` comes second calls CancelIoEx. A token that was cancelled
-//   even earlier refuses the subscription, in the constructor.
+// - The cancellation may come before the call is issued, when CancelIoEx would find nothing. The
+//   second of `issued` and `cancel_requested` calls CancelIoEx. A token that was cancelled even
+//   earlier refuses the subscription, in the constructor.
 // - The subscription's destructor waits for a cancellation that has begun, so that one never
 // touches
 //   a dead operation. A cancellation after the completion finds nothing to cancel, which is normal.
+//
+// Whether a completion will come is decided by what the call left in the OVERLAPPED, since its
+// Win32 error does not tell: several NTSTATUS map to one error. The I/O manager queues a completion
+// for every call that it has accepted, whether it pends or ends at once, unless it succeeded at
+// once on a handle that skips those. A driver accepts a call that it ends with a warning (an
+// NTSTATUS of severity 2), and by the time the call returns that status stands in Internal; the
+// Win32 layer reports it as a failure all the same. A call that fails at once with an error
+// (severity 3) was not accepted: no completion is queued and Internal keeps STATUS_PENDING, of
+// severity 0.
 //
 // Cancelling only asks: the wait ends with the completion, usually ERROR_OPERATION_ABORTED.
 class io_operation : private OVERLAPPED {
@@ -95,6 +103,7 @@ class io_operation : private OVERLAPPED {
                                      void* overlapped, ULONG result, ULONG_PTR bytes,
                                      PTP_IO io) noexcept;
   void request_cancel() noexcept;
+  [[nodiscard]] bool completion_is_owed(DWORD error) const noexcept;
   [[nodiscard]] bool succeeded() const noexcept;
 
   struct cancel {

@@ -1,5 +1,6 @@
 #include "log/log.h"
 
+#include <atomic>
 #include <utility>
 
 #include "async/published.h"
@@ -8,15 +9,22 @@ namespace logging {
 namespace {
 
 constinit ostra::published<ILogger> current;
+constinit std::atomic<std::int32_t> most_kept = kNothing;
 
 }  // namespace
 
-process_logger::process_logger(ILogger& logger) noexcept {
+process_logger::process_logger(ILogger& logger, std::int32_t most) noexcept {
   current.publish(logger);
+  most_kept = most;
 }
 
 process_logger::~process_logger() {
+  most_kept = kNothing;
   current.withdraw();
+}
+
+bool is_kept(level level) noexcept {
+  return level <= most_kept;
 }
 
 void write_line(level level, std::wstring&& message) noexcept {

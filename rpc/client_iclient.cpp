@@ -5,7 +5,7 @@
 namespace tether {
 namespace {
 
-using reply_future = ostra::future<std::shared_ptr<Message>>;
+using reply_future = ostra::future<std::shared_ptr<const Message>>;
 
 HRESULT read_code(payload_reader& result) {
   return static_cast<HRESULT>(result.read_integer());

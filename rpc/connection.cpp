@@ -1,17 +1,23 @@
 #include "rpc/connection.h"
 
-#include <exception>
+#include <chrono>
 #include <mutex>
 #include <utility>
 
 #include "async/errors.h"
 
 namespace tether {
+namespace {
+
+constexpr std::chrono::seconds kPeerCheckInterval(1);
+
+}  // namespace
 
 ConnectionBase::ConnectionBase(std::shared_ptr<ITransport> transport, std::uint16_t code)
     : code_(code),
-      writer_(std::make_shared<Writer>(transport)),
+      writer_(std::make_shared<Writer>()),
       cancellation_(transport->GetCancellation()),
+      load_(std::make_shared<RequestLoad>(cancellation_)),
       transport_(std::move(transport)) {}
 
 std::shared_ptr<ITransport> ConnectionBase::Transport() const noexcept {
@@ -19,66 +25,58 @@ std::shared_ptr<ITransport> ConnectionBase::Transport() const noexcept {
   return transport_;
 }
 
-std::size_t ConnectionBase::RequestsInProgress() const noexcept {
-  const std::lock_guard guard(lock_);
-  return requests_in_progress_;
-}
-
-ostra::future<void> ConnectionBase::Run() {
+ostra::future<HRESULT> ConnectionBase::Run() {
   const auto self = shared_from_this();
-  auto received = Receive(Transport());
+  HRESULT outcome = S_OK;
   try {
+    const auto transport = Transport();
+    static_cast<void>(writer_->Run(transport));
+    auto received = Receive(transport);
     co_await received;
   } catch (...) {
-    // However the reading ended, it ends the connection and nothing else.
+    outcome = ostra::details::current_hresult();  // it ends the connection and nothing else
   }
   End();
+  co_return outcome;
 }
 
 ostra::future<void> ConnectionBase::Receive(std::shared_ptr<ITransport> transport) {
   for (;;) {
-    if (!writer_->has_room()) {
-      auto room = writer_->room();
+    if (!load_->Admits({})) {
+      auto room = WaitUntilAdmitted({}, transport);
       co_await room;
     }
     auto read = transport->ReadMessage();
     auto message = co_await read;
-    Sort(std::move(message));
-  }
-}
-
-void ConnectionBase::Sort(std::shared_ptr<Message> message) {
-  const std::uint16_t code = message->header().code;
-  if (code == code_) {
-    Complete(std::move(message));
-  } else if (code != kNoConnection) {
-    {
-      const std::lock_guard guard(lock_);
-      ++requests_in_progress_;
+    const std::uint16_t code = message->header().code;
+    if (code == code_) {
+      Complete(std::move(message));
+      continue;
     }
-    static_cast<void>(Serve(std::move(message)));
+    if (code == kNoConnection)
+      continue;
+    const RequestCost cost = CostOf(*message);
+    if (!load_->Admits(cost)) {
+      auto turn = WaitUntilAdmitted(cost, transport);
+      co_await turn;
+    }
+    static_cast<void>(Dispatch(std::move(message), load_->Begin(cost)));
   }
 }
 
-ostra::future<void> ConnectionBase::Serve(std::shared_ptr<const Message> request) {
-  const auto self = shared_from_this();
-  std::exception_ptr failure;
-  try {
-    auto dispatched = Dispatch(std::move(request));
-    co_await dispatched;
-  } catch (...) {
-    failure = std::current_exception();
+ostra::future<void> ConnectionBase::WaitUntilAdmitted(RequestCost cost,
+                                                      std::shared_ptr<ITransport> transport) {
+  for (bool admitted = false; !admitted;) {
+    auto change = load_->WaitFor(cost, kPeerCheckInterval);
+    admitted = co_await change;
+    if (!admitted && transport->PeerHasGone())
+      ostra::details::throw_win32(ERROR_BROKEN_PIPE);
   }
-  {
-    const std::lock_guard guard(lock_);
-    --requests_in_progress_;
-  }
-  if (failure)
-    std::rethrow_exception(failure);
 }
 
-ostra::future<std::shared_ptr<Message>> ConnectionBase::Call(std::shared_ptr<message_t> request) {
-  ostra::promise<std::shared_ptr<Message>> promised;
+ostra::future<std::shared_ptr<const Message>> ConnectionBase::Call(
+    std::shared_ptr<message_t> request) {
+  ostra::promise<std::shared_ptr<const Message>> promised;
   auto reply = promised.get_future();
   {
     const std::lock_guard guard(lock_);
@@ -97,7 +95,7 @@ std::shared_ptr<message_t> ConnectionBase::NewRequest(std::uint16_t method) cons
   return std::make_shared<message_t>(message_header{0, code_, method, 0});
 }
 
-void ConnectionBase::Complete(std::shared_ptr<Message> reply) {
+void ConnectionBase::Complete(std::shared_ptr<const Message> reply) {
   decltype(calls_)::node_type call;
   {
     const std::lock_guard guard(lock_);

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -26,8 +28,8 @@ using test_connection = Connection<Client_IClient, Server_IServer>;
 
 constexpr std::uint16_t kClientCode = 1;
 
-// Stands in for a session. Opening ends on another thread than it began; reads wait for the next
-// Write; a read of size 13 fails.
+// Stands in for a session. Opening ends on another thread than it began, and not before it may;
+// reads wait for a Write each; a read of size 13 fails.
 class FakeServer final : public IServer_Remote {
  public:
   explicit FakeServer(std::atomic<int>& living) : living_(living) { ++living_; }
@@ -41,9 +43,21 @@ class FakeServer final : public IServer_Remote {
   }
 
   ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
-    co_await ostra::resume_background();
+    auto released = may_open_.get_future();
+    ++opens_;
+    ostra::resume_background elsewhere;
+    co_await elsewhere;
+    if (holds_opens_) {
+      co_await released;
+    }
     co_return static_cast<HRESULT>(number);
   }
+  void HoldOpens() { holds_opens_ = true; }
+  void ReleaseOpens() {
+    holds_opens_ = false;
+    may_open_.set_value();
+  }
+  [[nodiscard]] int opens() const { return opens_; }
 
   ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t output_size,
                                         std::vector<std::byte> input) override {
@@ -58,7 +72,10 @@ class FakeServer final : public IServer_Remote {
     std::optional<ostra::promise<std::vector<std::byte>>> reader;
     {
       const std::lock_guard guard(lock_);
-      reader = std::exchange(reader_, std::nullopt);
+      if (!readers_.empty()) {
+        reader = std::move(readers_.front());
+        readers_.pop_front();
+      }
     }
     if (reader)
       reader->set_value(std::move(data));
@@ -67,7 +84,11 @@ class FakeServer final : public IServer_Remote {
 
   [[nodiscard]] bool IsReading() {
     const std::lock_guard guard(lock_);
-    return reader_.has_value();
+    return !readers_.empty();
+  }
+  void EndReads() {
+    const std::lock_guard guard(lock_);
+    readers_.clear();
   }
 
   ostra::future<bytes_result> Read(std::uint32_t size) override {
@@ -77,7 +98,7 @@ class FakeServer final : public IServer_Remote {
     auto data = promised.get_future();
     {
       const std::lock_guard guard(lock_);
-      reader_ = std::move(promised);
+      readers_.push_back(std::move(promised));
     }
     bytes_result result;
     result.bytes = co_await data;
@@ -87,7 +108,11 @@ class FakeServer final : public IServer_Remote {
  private:
   std::atomic<int>& living_;
   ostra::srw_lock lock_;
-  std::optional<ostra::promise<std::vector<std::byte>>> reader_;
+  std::deque<ostra::promise<std::vector<std::byte>>> readers_;
+
+  std::atomic<bool> holds_opens_ = false;
+  std::atomic<int> opens_ = 0;
+  ostra::promise<void> may_open_;
 };
 
 class ServerEnd : public ::testing::Test {
@@ -115,7 +140,7 @@ class ServerEnd : public ::testing::Test {
   std::shared_ptr<FakeServer> implementation_ = std::make_shared<FakeServer>(living_);
   test::listening_pipe pipe_;
   std::shared_ptr<test_connection> server_;
-  ostra::future<void> server_running_;
+  ostra::future<HRESULT> server_running_;
 };
 
 // Both ends of a connection are ours.
@@ -139,7 +164,7 @@ class BothEnds : public ServerEnd {
   }
 
   std::shared_ptr<test_connection> client_;
-  ostra::future<void> client_running_;
+  ostra::future<HRESULT> client_running_;
 };
 
 TEST_F(BothEnds, EveryMethodCarriesItsArgumentsAndResult) {
@@ -252,18 +277,14 @@ TEST_F(RawPeer, TrailingBytesOfAPayloadAreIgnored) {
   ExpectServed(2);
 }
 
-TEST_F(RawPeer, AnnouncedGiantsAreGivenUpWithTheConnection) {
-  std::vector<std::byte> header(12, std::byte{0xFF});
-  header[4] = std::byte{kClientCode};
-  client_.write(header);
-  client_.write(std::vector<std::byte>(1000));
-  client_.disconnect();
-  server_running_.wait();
-  EXPECT_EQ(server_->Transport(), nullptr);
+TEST_F(RawPeer, AnnouncedGiantEndsTheConnection) {
+  message_header header{1, kClientCode, 3, kMaxPayload + 1};
+  client_.write(std::as_bytes(std::span(&header, 1)));
+  EXPECT_EQ(server_running_.get(), kMessageTooLong);
 }
 
-// Replies of 1 MiB that nobody reads fill the pipe and then the queue; from then on requests are
-// left in the pipe, so the last of them has not been taken.
+// Replies of 1 MiB that nobody reads fill the pipe and then the bounds; from then on requests are
+// left in the pipe.
 TEST_F(RawPeer, RequestsAreLeftWhileTooManyRepliesWait) {
   constexpr std::uint32_t kReply = 1024 * 1024;
   constexpr std::uint32_t kRequests = 64;
@@ -272,6 +293,8 @@ TEST_F(RawPeer, RequestsAreLeftWhileTooManyRepliesWait) {
   for (std::uint32_t call = 0; call < kRequests; ++call) {
     Send({call, kClientCode, 2, 0}, arguments);
   }
+  EXPECT_TRUE(eventually(
+      [this] { return server_->RequestsInProgress() == RequestLoad::kMostBytes / kReply; }));
   std::vector<bool> answered(kRequests);
   for (std::uint32_t call = 0; call < kRequests; ++call) {
     const auto reply = client_.read(12 + 8 + kReply);
@@ -284,9 +307,36 @@ TEST_F(RawPeer, RequestsAreLeftWhileTooManyRepliesWait) {
   }
 }
 
+// Reads that nobody feeds; at their bound the connection reads no more, and sees the peer go all
+// the same, with requests left unread.
+TEST_F(RawPeer, PeerThatGoesIsMissedAtTheBound) {
+  for (std::uint32_t call = 0; call < RequestLoad::kMostRequests + 10; ++call)
+    Send({call, kClientCode, 4, 0}, std::vector<std::byte>(4));
+  EXPECT_TRUE(
+      eventually([this] { return server_->RequestsInProgress() == RequestLoad::kMostRequests; }));
+  client_.disconnect();
+  EXPECT_EQ(server_running_.get(), ostra::details::to_hresult(ERROR_BROKEN_PIPE));
+  implementation_->EndReads();
+}
+
+TEST_F(RawPeer, WhatComesBehindAnOpenWaitsForItsEnd) {
+  implementation_->HoldOpens();
+  Send({1, kClientCode, 1, 0}, std::vector<std::byte>(4));
+  Send({2, kClientCode, 3, 0}, std::vector<std::byte>(4));
+  Send({3, kClientCode, 1, 0}, std::vector<std::byte>(4));
+  EXPECT_TRUE(eventually([this] { return implementation_->opens() == 1; }));
+  EXPECT_EQ(server_->RequestsInProgress(), 1u);
+  implementation_->ReleaseOpens();
+  for (std::uint32_t call = 1; call <= 3; ++call) {
+    const auto reply = client_.read(16);
+    ASSERT_EQ(reply.size(), 16u);
+    EXPECT_EQ(reply[0], std::byte(call));
+  }
+}
+
 TEST_F(RawPeer, PeerThatDoesNotReadHoldsUpNobodysEnd) {
   std::vector<std::byte> arguments(12);
-  const std::uint32_t size = 30 * 1024 * 1024;
+  const std::uint32_t size = 15 * 1024 * 1024;
   std::memcpy(arguments.data() + 4, &size, sizeof size);
   Send({1, kClientCode, 2, 0}, arguments);
   Send({2, kClientCode, 2, 0}, arguments);

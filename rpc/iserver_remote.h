@@ -15,6 +15,11 @@ namespace tether {
 // a client of another one does not find it.
 inline constexpr wchar_t kServerPipe[] = L"kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01";
 
+// The most bytes that one request may have a device put out.
+inline constexpr std::uint32_t kMostOutput = 1024 * 1024;
+inline constexpr HRESULT kOutputTooLarge =
+    static_cast<HRESULT>(0x800706F8);  // ERROR_INVALID_USER_BUFFER
+
 struct port_record {
   std::wstring friendly_name;
   std::uint32_t number = 0;  // the n of COMn
@@ -36,12 +41,14 @@ class IServer_Remote {
   // Opens COM`number` for this client alone. It stays open until the client disconnects.
   virtual ostra::future<HRESULT> OpenPort(std::uint32_t number) = 0;
 
-  // A device-control request on the open port, with at most `output_size` bytes of output.
+  // A device-control request on the open port, with at most `output_size` bytes of output. More
+  // than kMostOutput are refused with kOutputTooLarge.
   virtual ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t output_size,
                                                 std::vector<std::byte> input) = 0;
   virtual ostra::future<HRESULT> Write(std::vector<std::byte> data) = 0;
 
-  // Reads up to `size` bytes; fewer, or none, when the port's read time-outs say so.
+  // Reads up to `size` bytes, at most kMostOutput; fewer, or none, when the port's read time-outs
+  // say so.
   virtual ostra::future<bytes_result> Read(std::uint32_t size) = 0;
 
   virtual ~IServer_Remote() = default;

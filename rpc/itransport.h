@@ -35,7 +35,9 @@ class ITransport {
   // up the server end's call for ever, unless it goes away.
   virtual void Disconnect() = 0;
 
-  virtual ostra::future<std::shared_ptr<Message>> ReadMessage() = 0;
+  // Fails with kMessageTooLong for a longer message than kMaxPayload, which ends the usefulness of
+  // the transport.
+  virtual ostra::future<std::shared_ptr<const Message>> ReadMessage() = 0;
 
   // Sends the whole message; it must not change any more.
   virtual ostra::future<void> WriteMessage(std::shared_ptr<message_t> message) = 0;
@@ -65,6 +67,9 @@ class ITransport {
   // the open pipe cannot be used.
   virtual HRESULT Connect(std::wstring_view server, std::wstring_view pipe, DWORD timeout,
                           DWORD attempts) = 0;
+
+  // True once the other end has closed, even when what it sent has not been read yet. Any thread.
+  [[nodiscard]] virtual bool PeerHasGone() const noexcept = 0;
 
   virtual ~ITransport() = default;
 };

@@ -1,5 +1,6 @@
 #include "rpc/mailslot.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -80,19 +81,13 @@ ostra::future<std::vector<std::byte>> Mailslot::read_overlapped() {
     if (error.code() != kTooLong)
       throw;
   }
-  auto discarded = discard_next();
-  co_await discarded;
-  throw ostra::hresult_error(kTooLong);
-}
-
-// A message that the reader has no room for stays in the slot, before all others.
-ostra::future<void> Mailslot::discard_next() {
   const DWORD size = next_size();
-  if (size == MAILSLOT_NO_MESSAGE)
-    co_return;
-  std::vector<std::byte> message(size);
-  ostra::io_call read(binding_, ostra::read_file{message.data(), size}, token_);
-  co_await read;
+  if (size != MAILSLOT_NO_MESSAGE) {
+    message.resize(size);
+    ostra::io_call discarded(binding_, ostra::read_file{message.data(), size}, token_);
+    co_await discarded;
+  }
+  throw ostra::hresult_error(kTooLong);
 }
 
 ostra::future<std::vector<std::byte>> Mailslot::read_polled() {
@@ -104,12 +99,15 @@ ostra::future<std::vector<std::byte>> Mailslot::read_polled() {
     co_await pause;
     size = next_size();
   }
-  std::vector<std::byte> message(kMaxMessage);
+  const DWORD room = std::max(size, kMaxMessage);
+  std::vector<std::byte> message(room);
   DWORD arrived = 0;
-  const BOOL succeeded = ::ReadFile(file_.get(), message.data(), kMaxMessage, &arrived, nullptr);
+  const BOOL succeeded = ::ReadFile(file_.get(), message.data(), room, &arrived, nullptr);
   // An empty message is taken out of the slot but reads as a broken pipe.
   if (!succeeded && size != 0)
     ostra::details::throw_last_error();
+  if (size > kMaxMessage)
+    throw ostra::hresult_error(kTooLong);
   message.resize(arrived);
   co_return message;
 }

@@ -21,8 +21,10 @@ namespace tether {
 // Every operation is overlapped, except where a mailslot cannot be bound to the thread pool, as
 // under Wine, whose mailslots are synchronous to read from: a read that finds the slot empty would
 // hold its thread until a message comes, and could not be cancelled. There Read looks for a message
-// every now and then, on a timer, and reads only what is there. Such a system cuts a message that
-// is too long instead of failing the read.
+// every now and then, on a timer, and reads only what is there.
+//
+// A reader without room for the next message leaves it in the slot, before all others. So a message
+// that is too long is taken out with as much room as it needs, and dropped.
 class Mailslot final : public std::enable_shared_from_this<Mailslot> {
  public:
   // The longest message, in bytes, that Read gives.
@@ -58,7 +60,6 @@ class Mailslot final : public std::enable_shared_from_this<Mailslot> {
   [[nodiscard]] DWORD next_size() const;
   ostra::future<std::vector<std::byte>> read_overlapped();
   ostra::future<std::vector<std::byte>> read_polled();
-  ostra::future<void> discard_next();
 
   // Set by Create or Open, constant while operations run. The binding is closed before the file.
   Tamrin::unique_file file_;

@@ -62,12 +62,29 @@ TEST(Marshalling, NothingIsReadBehindThePayload) {
   }
 }
 
-TEST(Marshalling, ReceivedMessageKeepsHeaderAndPayloadInOneBlock) {
-  const auto message = Message::allocate({1, 2, 3, 4});
-  std::memset(message->payload().data(), 0x55, 4);
+// The block grows with the payload, in pieces of the size in which it crosses the pipe.
+TEST(Marshalling, ReceivedMessageIsPutTogetherFromPieces) {
+  constexpr std::size_t kSize = 400'000;
+  MessageReceiver receiver({1, 2, 3, kSize});
+  std::size_t arrived = 0;
+  std::vector<std::size_t> rooms;
+  while (!receiver.is_complete()) {
+    const auto room = receiver.room();
+    if (rooms.size() < 3)
+      rooms.push_back(room.size());
+    const auto size = std::min<std::size_t>(room.size(), 50'000);
+    for (std::size_t i = 0; i < size; ++i)
+      room[i] = static_cast<std::byte>((arrived + i) % 251);
+    receiver.advance(size);
+    arrived += size;
+  }
+  EXPECT_EQ(rooms, (std::vector<std::size_t>{65'524, 15'524, 65'536}));
+  const auto message = receiver.take();
   EXPECT_EQ(message->header().method, 3);
-  EXPECT_EQ(static_cast<const void*>(message->payload().data()),
-            static_cast<const std::byte*>(static_cast<const void*>(message.get())) + 12);
+  ASSERT_EQ(message->payload().size(), kSize);
+  for (std::size_t i = 0; i < kSize; ++i)
+    ASSERT_EQ(message->payload()[i], static_cast<std::byte>(i % 251)) << i;
+  EXPECT_EQ(code_of([] { MessageReceiver({1, 2, 3, kMaxPayload + 1}); }), kMessageTooLong);
 }
 
 }  // namespace

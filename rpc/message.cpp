@@ -1,11 +1,14 @@
 #include "rpc/message.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <new>
 #include <stdexcept>
 #include <type_traits>
+#include <utility>
+
+#include "async/errors.h"
 
 namespace tether {
 
@@ -16,15 +19,43 @@ constexpr std::size_t kUsualSize = 64;
 
 }  // namespace
 
-static_assert(sizeof(Message) == sizeof(message_header) &&
-                  std::is_trivially_destructible_v<Message>,
-              "the payload follows the header, and the block is freed as it is");
+static_assert(sizeof(Message) == sizeof(message_header) && std::is_trivially_copyable_v<Message>,
+              "the payload follows the header, and the block is moved and freed as it is");
 
-std::shared_ptr<Message> Message::allocate(const message_header& header) {
-  void* const block = std::malloc(sizeof(message_header) + std::size_t{header.length});
+MessageReceiver::MessageReceiver(const message_header& header) {
+  if (header.length > kMaxPayload)
+    throw ostra::hresult_error(kMessageTooLong);
+  reserve(std::min<std::size_t>(header.length, kPiece - sizeof header));
+  new (message_.get()) Message(header);
+}
+
+bool MessageReceiver::is_complete() const noexcept {
+  return arrived_ == message_->header_.length;
+}
+
+std::span<std::byte> MessageReceiver::room() {
+  const std::size_t length = message_->header_.length;
+  if (arrived_ == capacity_)
+    reserve(std::min(length, std::max(2 * arrived_, arrived_ + kPiece)));
+  const std::size_t size = std::min<std::size_t>(capacity_ - arrived_, kPiece);
+  return {message_->data() + arrived_, size};
+}
+
+std::shared_ptr<const Message> MessageReceiver::take() {
+  return std::move(message_);
+}
+
+void MessageReceiver::reserve(std::size_t capacity) {
+  void* const block = std::realloc(message_.get(), sizeof(message_header) + capacity);
   if (block == nullptr)
     throw std::bad_alloc();
-  return {new (block) Message(header), [](Message* message) { std::free(message); }};
+  static_cast<void>(message_.release());  // moved into the new block, or freed
+  message_.reset(static_cast<Message*>(block));
+  capacity_ = capacity;
+}
+
+void MessageReceiver::free_block::operator()(Message* message) const noexcept {
+  std::free(message);
 }
 
 message_t::message_t(message_header header) {
@@ -36,7 +67,7 @@ message_t::message_t(message_header header) {
 
 void message_t::append(const void* data, std::size_t size) {
   const std::size_t payload = bytes_.size() - sizeof(message_header) + size;
-  if (payload > std::numeric_limits<std::uint32_t>::max()) {
+  if (payload > kMaxPayload) {
     throw std::length_error("message payload");
   }
   const auto* const first = static_cast<const std::byte*>(data);

@@ -29,4 +29,8 @@ inline constexpr std::uint16_t kNoConnection = 0xFFFF;
 // A message crosses the pipe in pieces of this size; the last one is shorter.
 inline constexpr std::uint32_t kPiece = 0x10000;
 
+// The longest payload that either end sends or accepts: 16 MiB of data and room for what goes with
+// them.
+inline constexpr std::uint32_t kMaxPayload = 17 * 1024 * 1024;
+
 }  // namespace tether

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "async/errors.h"
+#include "rpc/pipe_state.h"
 
 namespace tether {
 namespace {
@@ -48,12 +49,21 @@ void PipeTransport::require_handle() const {
 }
 
 HRESULT PipeTransport::Listen(std::wstring_view pipe, PSECURITY_DESCRIPTOR security) {
+  return make_instance(pipe, security, 0);
+}
+
+HRESULT PipeTransport::ListenFirst(std::wstring_view pipe, PSECURITY_DESCRIPTOR security) {
+  return make_instance(pipe, security, FILE_FLAG_FIRST_PIPE_INSTANCE);
+}
+
+HRESULT PipeTransport::make_instance(std::wstring_view pipe, PSECURITY_DESCRIPTOR security,
+                                     DWORD more_flags) {
   SECURITY_ATTRIBUTES attributes = {sizeof attributes, security, FALSE};
   const std::wstring name = LR"(\\.\pipe\)" + std::wstring(pipe);
-  pipe_.reset(::CreateNamedPipeW(name.c_str(), FILE_FLAG_OVERLAPPED | PIPE_ACCESS_DUPLEX,
-                                 PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT,
-                                 PIPE_UNLIMITED_INSTANCES, kPipeBuffer, kPipeBuffer, 0,
-                                 &attributes));
+  pipe_.reset(
+      ::CreateNamedPipeW(name.c_str(), FILE_FLAG_OVERLAPPED | PIPE_ACCESS_DUPLEX | more_flags,
+                         PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, PIPE_UNLIMITED_INSTANCES,
+                         kPipeBuffer, kPipeBuffer, 0, &attributes));
   if (!pipe_)
     return ostra::details::last_hresult();
   bind();
@@ -113,31 +123,29 @@ void PipeTransport::Disconnect() {
   }
 }
 
-ostra::future<void> PipeTransport::read_exactly(std::byte* buffer, std::size_t size,
-                                                std::uint32_t first_piece) {
-  std::size_t limit = first_piece;
-  while (size != 0) {
-    const auto piece = static_cast<DWORD>(std::min(size, limit));
-    ostra::io_call read(binding_, ostra::read_file{buffer, piece}, token_);
-    const DWORD arrived = co_await read;
-    buffer += arrived;
-    size -= arrived;
-    limit = kPiece;
-  }
+ostra::future<DWORD> PipeTransport::read_piece(std::span<std::byte> buffer) {
+  const auto size = static_cast<DWORD>(buffer.size());
+  ostra::io_call read(binding_, ostra::read_file{buffer.data(), size}, token_);
+  const DWORD arrived = co_await read;
+  co_return arrived;
 }
 
-ostra::future<std::shared_ptr<Message>> PipeTransport::ReadMessage() {
+ostra::future<std::shared_ptr<const Message>> PipeTransport::ReadMessage() {
   const auto self = shared_from_this();
   require_handle();
   message_header header;
-  auto* const header_bytes = static_cast<std::byte*>(static_cast<void*>(&header));
-  auto header_read = read_exactly(header_bytes, sizeof header, sizeof header);
-  co_await header_read;
-  auto message = Message::allocate(header);
-  const auto payload = message->payload();
-  auto payload_read = read_exactly(payload.data(), payload.size(), kPiece - sizeof header);
-  co_await payload_read;
-  co_return message;
+  for (auto rest = std::as_writable_bytes(std::span(&header, 1)); !rest.empty();) {
+    auto read = read_piece(rest);
+    const DWORD arrived = co_await read;
+    rest = rest.subspan(arrived);
+  }
+  MessageReceiver message(header);
+  while (!message.is_complete()) {
+    auto read = read_piece(message.room());
+    const DWORD arrived = co_await read;
+    message.advance(arrived);
+  }
+  co_return message.take();
 }
 
 ostra::future<void> PipeTransport::WriteMessage(std::shared_ptr<message_t> message) {
@@ -149,6 +157,10 @@ ostra::future<void> PipeTransport::WriteMessage(std::shared_ptr<message_t> messa
     co_await write;
     rest = rest.subspan(piece);
   }
+}
+
+bool PipeTransport::PeerHasGone() const noexcept {
+  return pipe_peer_has_gone(pipe_.get());
 }
 
 HRESULT PipeTransport::Impersonate() {

@@ -26,7 +26,7 @@ class PipeTransport final : public ITransport, public std::enable_shared_from_th
   ostra::cancellation_source& GetCancellation() override { return cancellation_; }
   void Cancel() override { cancellation_.cancel(); }
   void Disconnect() override;
-  ostra::future<std::shared_ptr<Message>> ReadMessage() override;
+  ostra::future<std::shared_ptr<const Message>> ReadMessage() override;
   ostra::future<void> WriteMessage(std::shared_ptr<message_t> message) override;
   HRESULT Listen(std::wstring_view pipe, PSECURITY_DESCRIPTOR security) override;
   ostra::future<std::uint32_t> WaitClient(bool flag, std::function<void()> listening) override;
@@ -35,6 +35,11 @@ class PipeTransport final : public ITransport, public std::enable_shared_from_th
   CToken GetClientToken(DWORD access, bool keep_impersonating, bool open_as_self) override;
   HRESULT Connect(std::wstring_view server, std::wstring_view pipe, DWORD timeout,
                   DWORD attempts) override;
+  [[nodiscard]] bool PeerHasGone() const noexcept override;
+
+  // As Listen, and gives 0x80070005 when the pipe exists already. Whoever makes the first instance
+  // of a pipe sets the descriptor that guards all of them.
+  HRESULT ListenFirst(std::wstring_view pipe, PSECURITY_DESCRIPTOR security);
 
  private:
   struct create_key {
@@ -45,9 +50,10 @@ class PipeTransport final : public ITransport, public std::enable_shared_from_th
   explicit PipeTransport(create_key) {}
 
  private:
+  HRESULT make_instance(std::wstring_view pipe, PSECURITY_DESCRIPTOR security, DWORD more_flags);
   void bind();
   void require_handle() const;
-  ostra::future<void> read_exactly(std::byte* buffer, std::size_t size, std::uint32_t first_piece);
+  ostra::future<DWORD> read_piece(std::span<std::byte> buffer);
 
   // Set by Listen or Connect, constant while operations run. The binding is closed before the pipe.
   Tamrin::unique_file pipe_;

@@ -5,6 +5,7 @@
 
 #include "rpc/iserver_remote.h"
 #include "rpc/message.h"
+#include "rpc/request_load.h"
 #include "rpc/writer.h"
 
 namespace tether {
@@ -15,10 +16,16 @@ class Server_IServer {
  public:
   Server_IServer(std::weak_ptr<IServer_Remote> server, Writer& writer) noexcept;
 
+  // What a request takes, of whatever it is made. Listing and opening ports, which block a thread,
+  // are serial, and opening is a barrier: what a client sends behind it finds the port open.
+  [[nodiscard]] static RequestCost CostOf(const Message& request) noexcept;
+
   // Calls the method that the request names and sends its result. A method number beyond the
   // interface calls nothing and gets no reply, nor does a request whose arguments are malformed
-  // (kMalformedPayload) or whose method throws; their exception is the future's.
-  ostra::future<void> Dispatch(std::shared_ptr<const Message> request) const;
+  // (kMalformedPayload) or whose method throws; their exception is the future's. `place` is given
+  // up with the reply.
+  ostra::future<void> Dispatch(std::shared_ptr<const Message> request,
+                               RequestLoad::Request place) const;
 
  private:
   const std::weak_ptr<IServer_Remote> server_;

@@ -35,13 +35,14 @@ class StalledTransport final : public ITransport {
   ostra::cancellation_source& GetCancellation() override { return cancellation; }
   void Cancel() override { cancellation.cancel(); }
   void Disconnect() override {}
-  ostra::future<std::shared_ptr<Message>> ReadMessage() override { return {}; }
+  ostra::future<std::shared_ptr<const Message>> ReadMessage() override { return {}; }
   HRESULT Listen(std::wstring_view, PSECURITY_DESCRIPTOR) override { return E_NOTIMPL; }
   ostra::future<std::uint32_t> WaitClient(bool, std::function<void()>) override { return {}; }
   HRESULT Impersonate() override { return E_NOTIMPL; }
   HRESULT Revert() override { return E_NOTIMPL; }
   CToken GetClientToken(DWORD, bool, bool) override { return {}; }
   HRESULT Connect(std::wstring_view, std::wstring_view, DWORD, DWORD) override { return E_NOTIMPL; }
+  [[nodiscard]] bool PeerHasGone() const noexcept override { return false; }
 
   std::vector<std::shared_ptr<message_t>> sent;
   ostra::promise<void> write;
@@ -51,6 +52,8 @@ class StalledTransport final : public ITransport {
 
 class WriterQueue : public ::testing::Test {
  protected:
+  ~WriterQueue() override { writer_->Close(); }
+
   std::shared_ptr<message_t> Send(std::size_t size) {
     auto message = make_message({}, std::vector<std::byte>(size));
     writer_->Send(message);
@@ -58,7 +61,8 @@ class WriterQueue : public ::testing::Test {
   }
 
   const std::shared_ptr<StalledTransport> transport_ = std::make_shared<StalledTransport>();
-  const std::shared_ptr<Writer> writer_ = std::make_shared<Writer>(transport_);
+  const std::shared_ptr<Writer> writer_ = std::make_shared<Writer>();
+  const ostra::future<void> running_ = writer_->Run(transport_);
 };
 
 TEST_F(WriterQueue, OneWriteAtATimeInTheOrderOfSending) {
@@ -73,28 +77,24 @@ TEST_F(WriterQueue, OneWriteAtATimeInTheOrderOfSending) {
   transport_->FinishWrite();
 }
 
-TEST_F(WriterQueue, RoomComesBackWhenEnoughIsWritten) {
+TEST_F(WriterQueue, RequestIsInProgressUntilItsReplyIsWritten) {
+  const auto load = std::make_shared<RequestLoad>(ostra::cancellation_source());
   Send(1);
-  Send(Writer::kQueueLimit);
-  EXPECT_FALSE(writer_->has_room());
-  const auto room = writer_->room();
+  writer_->Send(make_message({}), load->Begin({}));
   transport_->FinishWrite();
-  EXPECT_FALSE(room.is_complete()) << "header and payload together are over the limit";
+  EXPECT_EQ(load->count(), 1u);
   transport_->FinishWrite();
-  EXPECT_TRUE(room.is_complete());
-  EXPECT_TRUE(writer_->has_room());
-  EXPECT_TRUE(writer_->room().is_complete());
+  EXPECT_EQ(load->count(), 0u);
 }
 
 TEST_F(WriterQueue, FailedWriteEndsTheSendingAndTheReading) {
-  Send(Writer::kQueueLimit);
   Send(1);
-  const auto room = writer_->room();
+  Send(1);
   transport_->FailWrite();
-  EXPECT_TRUE(room.is_complete());
   EXPECT_TRUE(transport_->cancellation.is_cancelled());
   Send(1);
   EXPECT_EQ(transport_->sent.size(), 1u);
+  EXPECT_TRUE(running_.is_complete());
 }
 
 }  // namespace

@@ -3,12 +3,12 @@
 #include <chrono>
 #include <exception>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "async/auto_reset_event.h"
 #include "async/background.h"
 #include "async/errors.h"
 #include "async/timer.h"
@@ -25,7 +25,30 @@ using bytes = std::vector<std::byte>;
 constexpr HRESULT kTooLong = static_cast<HRESULT>(0x8007007A);  // ERROR_INSUFFICIENT_BUFFER
 
 constexpr std::chrono::milliseconds kPause(250);  // before reading again after a failure
-constexpr std::chrono::seconds kAnswerLimit(1);   // for writing one answer
+constexpr std::chrono::seconds kOpenLimit(30);    // for finding the computer of one answer
+constexpr std::chrono::seconds kAnswerLimit(1);   // for writing it
+
+// The mailslot of a client, while it is being opened: Windows may take seconds to find out that a
+// computer is not there, and nothing ends that. So it is done by a coroutine that keeps this object
+// and nothing else, and whoever waits for it may stop waiting.
+struct answer_target {
+  explicit answer_target(const ostra::cancellation_token& token) : is_done(token) {}
+
+  const std::shared_ptr<tether::Mailslot> mailslot = std::make_shared<tether::Mailslot>();
+  HRESULT outcome = E_UNEXPECTED;  // written before is_done is set
+  ostra::auto_reset_event is_done;
+};
+
+ostra::future<void> open(std::shared_ptr<answer_target> target, std::wstring computer) {
+  try {
+    ostra::resume_background background;
+    co_await background;
+    target->outcome = target->mailslot->Open(computer, tether::kAnswerMailslot);
+  } catch (...) {
+    target->outcome = ostra::details::current_hresult();
+  }
+  target->is_done.set();
+}
 
 // Gives up an answer whose receiver's mailslot has no room, unless `limit` is cancelled first.
 ostra::future<void> cancel_after(ostra::async_timer& limit,
@@ -80,10 +103,8 @@ ostra::future<void> responder::run() const {
         continue;
       auto answering = answer(*std::move(query));
       co_await answering;
-    } catch (const ostra::hresult_error& error) {
-      outcome = error.code();
-    } catch (const std::bad_alloc&) {
-      outcome = E_OUTOFMEMORY;
+    } catch (...) {
+      outcome = ostra::details::current_hresult();
     }
     if (FAILED(outcome) && !token_.is_cancelled())
       logging::write(logging::debug, L"Auto-discovery query is not answered: {0ub016xp}", outcome);
@@ -98,10 +119,8 @@ ostra::future<std::optional<bytes>> responder::next_query() const {
     auto reading = queries_->Read();
     auto query = co_await reading;
     co_return query;
-  } catch (const ostra::hresult_error& error) {
-    failure = error.code();
-  } catch (const std::bad_alloc&) {
-    failure = E_OUTOFMEMORY;
+  } catch (...) {
+    failure = ostra::details::current_hresult();
   }
   if (failure == kTooLong || token_.is_cancelled())
     co_return std::nullopt;
@@ -115,10 +134,15 @@ ostra::future<std::optional<bytes>> responder::next_query() const {
 ostra::future<void> responder::answer(bytes query) const {
   const std::wstring requester = tether::name_in(query);
   const bool same_machine = requester == tether::computer_name();
-  const auto mailslot = std::make_shared<tether::Mailslot>();
-  mailslot->LinkCancellation(cancellation_);
-  ostra::details::check_hresult(
-      mailslot->Open(same_machine ? L"." : requester, tether::kAnswerMailslot));
+  const auto target = std::make_shared<answer_target>(token_);
+  target->mailslot->LinkCancellation(cancellation_);
+  static_cast<void>(open(target, same_machine ? L"." : requester));
+  auto opening = target->is_done.wait_for(kOpenLimit);
+  const bool is_done = co_await opening;
+  if (!is_done)
+    ostra::details::throw_win32(ERROR_TIMEOUT);
+  ostra::details::check_hresult(target->outcome);
+  const auto mailslot = target->mailslot;
   auto written = mailslot->Write(answer_);
   ostra::async_timer limit;
   auto expiry = cancel_after(limit, mailslot);

@@ -12,7 +12,8 @@ namespace tarnwheel {
 //
 // Whatever is wrong with a query or with the mailslot that its answer goes to costs that answer
 // only. Windows may take seconds to find out that a computer is not there; that holds up the
-// answers behind it, and the end by a cancellation, but nothing else of the server.
+// answers behind it, for 30 seconds at most, but neither the end by a cancellation nor anything else
+// of the server.
 ostra::future<void> discover(bool enabled, ostra::cancellation_source cancellation);
 
 }  // namespace tarnwheel

@@ -1,9 +1,12 @@
 #include "server/instance.h"
 
 #include <algorithm>
-#include <array>
+#include <chrono>
+#include <cstddef>
+#include <memory>
 #include <mutex>
 #include <new>
+#include <span>
 #include <utility>
 
 #include "async/background.h"
@@ -17,21 +20,13 @@ namespace tarnwheel {
 namespace {
 
 constexpr HRESULT kAlreadyHoldsPort = static_cast<HRESULT>(0x800700B7);
+constexpr wchar_t kTooLong[] =
+    L"Client {0} has announced a message of more than {1} bytes; its connection is ended";
+
 constexpr HRESULT kNoOpenPort = static_cast<HRESULT>(0x800708CA);  // ERROR_NOT_CONNECTED
 
-// The account of the client at the other end; empty when it cannot be had. Runs on one thread from
-// start to end, since the identity is taken on by the thread.
-std::wstring account_of_client(tether::ITransport& transport) {
-  try {
-    const tether::CToken token = transport.GetClientToken(TOKEN_QUERY, false, false);
-    // Without its token the thread may have been left with the client's identity.
-    if (!token)
-      tether::revert_to_self();
-    return tether::account_name(token).value_or(std::wstring());
-  } catch (const ostra::hresult_error&) {
-    return {};
-  }
-}
+// How long a departure waits for the client's name, for its last lines in the log.
+constexpr std::chrono::seconds kNameLimit(2);
 
 // Moves on to another thread what would block the one that it came on: the acceptor's, for a
 // session that begins, or the receive loop's, for a request that lists or opens ports. When the
@@ -44,26 +39,60 @@ ostra::future<void> off_this_thread() {
   }
 }
 
-// Some drivers hold up the closing of a device as long as a wait for its events goes on; setting
-// the mask ends that wait. Nobody waits for the outcome.
-ostra::future<void> clear_wait_mask(std::shared_ptr<serial_port> port) {
-  const std::array<std::byte, sizeof(ULONG)> no_events = {};
-  auto cleared = port->control(IOCTL_SERIAL_SET_WAIT_MASK, no_events, {});
-  co_await cleared;
+// What a device puts out. Not initialised: a client may ask for much and get little.
+class output_buffer {
+ public:
+  explicit output_buffer(std::size_t size)
+      : size_(size), bytes_(std::make_unique_for_overwrite<std::byte[]>(size)) {}
+
+  [[nodiscard]] std::span<std::byte> span() const noexcept { return {bytes_.get(), size_}; }
+
+  // The success of a call that put out `size` bytes.
+  [[nodiscard]] tether::bytes_result result(std::size_t size) const {
+    const auto filled = span().first(std::min(size, size_));
+    return {S_OK, {filled.begin(), filled.end()}};
+  }
+
+ private:
+  const std::size_t size_;
+  const std::unique_ptr<std::byte[]> bytes_;
+};
+
+// Nobody waits for the outcome.
+ostra::future<void> order(std::shared_ptr<serial_port> port, std::uint32_t code, ULONG argument) {
+  const auto input = std::as_bytes(std::span(&argument, 1));
+  auto done = port->control(code, input, {});
+  co_await done;
+}
+
+// Some drivers hold up the closing of a device as long as a wait for its events goes on, or a write
+// that flow control has stopped: setting the mask ends the one, the purge the other. What the
+// driver has taken over already is not cleared, since the client has been told that it was written.
+void release(const std::shared_ptr<serial_port>& port) noexcept {
+  constexpr std::pair<std::uint32_t, ULONG> kOrders[] = {
+      {IOCTL_SERIAL_SET_WAIT_MASK, 0},
+      {IOCTL_SERIAL_PURGE, SERIAL_PURGE_TXABORT | SERIAL_PURGE_RXABORT}};
+  for (const auto& [code, argument] : kOrders) {
+    try {
+      static_cast<void>(order(port, code, argument));
+    } catch (const std::bad_alloc&) {
+      // Closing the port does not depend on it.
+    }
+  }
+  port->close();
 }
 
 }  // namespace
 
 instance::instance(std::vector<std::uint32_t> shared_ports)
-    : shared_ports_(std::move(shared_ports)) {}
+    : shared_ports_(std::move(shared_ports)), log_(std::make_shared<client_log>()) {}
 
 void instance::start(std::shared_ptr<tether::ITransport> transport,
-                     std::vector<std::uint32_t> shared_ports,
-                     session_group::membership membership) {
+                     std::vector<std::uint32_t> shared_ports, session_group::place place) {
   const std::shared_ptr<instance> self(new instance(std::move(shared_ports)));
   self->connection_ = std::make_shared<client_connection>(std::move(transport), tether::kServerCode,
                                                           std::weak_ptr<instance>(self));
-  static_cast<void>(watch(self, self->connection_, std::move(membership)));
+  static_cast<void>(watch(self, self->connection_, std::move(place)));
 }
 
 // Releases the session's port however the watch ends, even when it runs out of memory.
@@ -80,34 +109,33 @@ class instance::departure {
 
 ostra::future<void> instance::watch(std::shared_ptr<instance> self,
                                     std::shared_ptr<client_connection> connection,
-                                    session_group::membership) {
+                                    session_group::place place) {
+  self->place_ = &place;
   const departure leaving(*self);
   auto moved = off_this_thread();
   co_await moved;
   auto ended = connection->Run();
-  co_await ended;
-  logging::write(logging::info, L"Client {0} disconnected", self->name());
+  const HRESULT outcome = co_await ended;
+  if (outcome == tether::kMessageTooLong)
+    self->log_->write(logging::warning, kTooLong, tether::kMaxPayload);
+  auto settled = self->log_->settle(kNameLimit);
+  co_await settled;
+  self->log_->write(logging::info, L"Client {0} disconnected");
 }
 
-std::wstring instance::name() const {
-  const std::lock_guard guard(lock_);
-  return client_name_;
-}
-
-std::wstring instance::identify_client() {
-  if (const auto transport = connection_->Transport()) {
-    std::wstring account = account_of_client(*transport);
-    const std::lock_guard guard(lock_);
-    if (!account.empty())
-      client_name_ = std::move(account);
-  }
-  return name();
+// Within a request. One that comes to its turn only after its client has gone does nothing more.
+void instance::identify_client() {
+  const auto transport = connection_->Transport();
+  if (!transport)
+    throw ostra::operation_cancelled();
+  log_->identify(*transport);
 }
 
 ostra::future<std::vector<tether::port_record>> instance::EnumeratePorts() {
   auto moved = off_this_thread();
   co_await moved;
-  logging::write(logging::info, L"Client {0} is enumerating available ports", identify_client());
+  identify_client();
+  log_->write(logging::info, L"Client {0} is enumerating available ports");
   std::vector<tether::port_record> records;
   for (auto& port : shared_present_ports(present_ports(), shared_ports_)) {
     records.push_back({std::move(port.friendly_name), port.number});
@@ -115,44 +143,17 @@ ostra::future<std::vector<tether::port_record>> instance::EnumeratePorts() {
   co_return records;
 }
 
-// Reserves the session's one port while it lives, so that of two requests that arrive together one
-// is refused; gives the reservation up unless the port was opened.
-class instance::opening {
- public:
-  explicit opening(instance& session) : session_(session) {
-    const std::lock_guard guard(session_.lock_);
-    reserved_ = session_.port_state_ == port_state::none;
-    if (reserved_)
-      session_.port_state_ = port_state::opening;
-  }
-  opening(const opening&) = delete;
-  opening& operator=(const opening&) = delete;
-  ~opening() {
-    const std::lock_guard guard(session_.lock_);
-    if (reserved_ && session_.port_state_ == port_state::opening) {
-      session_.port_state_ = port_state::none;
-    }
-  }
-
-  [[nodiscard]] bool reserved() const noexcept { return reserved_; }
-
- private:
-  instance& session_;
-  bool reserved_ = false;
-};
-
 ostra::future<HRESULT> instance::OpenPort(std::uint32_t number) {
-  const opening reservation(*this);
-  if (!reservation.reserved())
+  if (has_port())
     co_return kAlreadyHoldsPort;
   auto moved = off_this_thread();
   co_await moved;
-  const std::wstring client = identify_client();
-  logging::write(logging::debug, L"Client {0} is attempting to connect to COM{1}", client, number);
-  co_return open_shared_port(number, client);
+  identify_client();
+  log_->write(logging::debug, L"Client {0} is attempting to connect to COM{1}", number);
+  co_return open_shared_port(number);
 }
 
-HRESULT instance::open_shared_port(std::uint32_t number, const std::wstring& client) {
+HRESULT instance::open_shared_port(std::uint32_t number) {
   if (!is_shared(shared_ports_, number)) {
     logging::write(logging::debug, L"COM{0} sharing is prohibited", number);
     return E_ACCESSDENIED;
@@ -160,23 +161,29 @@ HRESULT instance::open_shared_port(std::uint32_t number, const std::wstring& cli
   auto port = std::make_shared<serial_port>();
   const HRESULT outcome = port->open(number);
   if (FAILED(outcome)) {
-    logging::write(logging::debug,
-                   L"Client {0} gets error \"{2ub016xp}\" while trying to connect to COM{1}",
-                   client, number, outcome);
+    log_->write(logging::debug,
+                L"Client {0} gets error \"{2ub016xp}\" while trying to connect to COM{1}", number,
+                outcome);
     return outcome;
   }
-  keep_port(std::move(port));
-  logging::write(logging::info, L"Client {0} has just connected to COM{1}", client, number);
+  keep_port(std::move(port), number);
+  log_->write(logging::info, L"Client {0} has just connected to COM{1}", number);
   return S_OK;
 }
 
-void instance::keep_port(std::shared_ptr<serial_port> port) {
+void instance::keep_port(std::shared_ptr<serial_port> port, std::uint32_t number) {
   const std::lock_guard guard(lock_);
   // The client may have gone while the device was being opened: then the port closes with `port`.
-  if (port_state_ != port_state::opening)
+  if (port_state_ != port_state::none)
     throw ostra::operation_cancelled();
+  place_->holds(number);
   port_state_ = port_state::open;
   port_ = std::move(port);
+}
+
+bool instance::has_port() const noexcept {
+  const std::lock_guard guard(lock_);
+  return port_state_ == port_state::open;
 }
 
 std::shared_ptr<serial_port> instance::port() const noexcept {
@@ -189,13 +196,14 @@ ostra::future<tether::bytes_result> instance::IoControl(std::uint32_t code,
                                                         std::vector<std::byte> input) {
   const auto open_port = port();
   tether::bytes_result result{kNoOpenPort, {}};
-  if (!open_port)
+  if (open_port && output_size > tether::kMostOutput)
+    result.code = tether::kOutputTooLarge;
+  if (!open_port || output_size > tether::kMostOutput)
     co_return result;
-  result.bytes.resize(output_size);
-  auto control = open_port->control(code, input, result.bytes);
+  const output_buffer output(output_size);
+  auto control = open_port->control(code, input, output.span());
   const DWORD size = co_await control;
-  result.bytes.resize(std::min<std::size_t>(size, output_size));
-  result.code = S_OK;
+  result = output.result(size);
   co_return result;
 }
 
@@ -213,11 +221,10 @@ ostra::future<tether::bytes_result> instance::Read(std::uint32_t size) {
   tether::bytes_result result{kNoOpenPort, {}};
   if (!open_port)
     co_return result;
-  result.bytes.resize(size);
-  auto read = open_port->read(result.bytes);
+  const output_buffer output(std::min(size, tether::kMostOutput));
+  auto read = open_port->read(output.span());
   const DWORD arrived = co_await read;
-  result.bytes.resize(arrived);
-  result.code = S_OK;
+  result = output.result(arrived);
   co_return result;
 }
 
@@ -225,17 +232,12 @@ void instance::depart() noexcept {
   std::shared_ptr<serial_port> port;
   {
     const std::lock_guard guard(lock_);
+    place_ = nullptr;
     port_state_ = port_state::gone;
     port.swap(port_);
   }
-  if (!port)
-    return;
-  try {
-    static_cast<void>(clear_wait_mask(port));
-  } catch (const std::bad_alloc&) {
-    // Closing the port does not depend on it.
-  }
-  port->close();
+  if (port)
+    release(port);
 }
 
 }  // namespace tarnwheel

@@ -3,13 +3,13 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "async/srw_lock.h"
 #include "rpc/client_iclient.h"
 #include "rpc/connection.h"
 #include "rpc/server_iserver.h"
+#include "server/client_log.h"
 #include "server/serial_port.h"
 #include "server/session_group.h"
 
@@ -22,16 +22,17 @@ using client_connection = tether::Connection<tether::Client_IClient, tether::Ser
 //
 // The requests of one client run side by side, on any pool thread. Controls, writes and reads start
 // in the order of their arrival, so pipelined writes reach the device in order. Listing and opening
-// ports block their thread, for a long time with some drivers, and run beside the receive loop:
-// requests that come before the port is open find none.
+// ports block their thread, for a long time with some drivers, and run beside the receive loop, one
+// at a time, as the connection sees to; what comes behind the opening of a port waits for it.
 class instance final : public tether::IServer_Remote,
                        public std::enable_shared_from_this<instance> {
  public:
   // Starts the session of the client that is connected to `transport`. `shared_ports` is ascending;
   // empty shares every port. The session lives by itself until the connection ends; then it logs
-  // the departure, closes its port, and leaves its group.
+  // the departure, closes its port, and gives up its place. A driver that does not let go of the
+  // port keeps the place taken.
   static void start(std::shared_ptr<tether::ITransport> transport,
-                    std::vector<std::uint32_t> shared_ports, session_group::membership membership);
+                    std::vector<std::uint32_t> shared_ports, session_group::place place);
 
   ostra::future<std::vector<tether::port_record>> EnumeratePorts() override;
   ostra::future<HRESULT> OpenPort(std::uint32_t number) override;
@@ -41,30 +42,31 @@ class instance final : public tether::IServer_Remote,
   ostra::future<tether::bytes_result> Read(std::uint32_t size) override;
 
  private:
-  enum class port_state { none, opening, open, gone };
-  class opening;
+  enum class port_state { none, open, gone };
   class departure;
 
   explicit instance(std::vector<std::uint32_t> shared_ports);
 
   static ostra::future<void> watch(std::shared_ptr<instance> self,
                                    std::shared_ptr<client_connection> connection,
-                                   session_group::membership membership);
+                                   session_group::place place);
 
-  [[nodiscard]] std::wstring name() const;
-  std::wstring identify_client();
-  HRESULT open_shared_port(std::uint32_t number, const std::wstring& client);
-  void keep_port(std::shared_ptr<serial_port> port);
+  void identify_client();
+  HRESULT open_shared_port(std::uint32_t number);
+  void keep_port(std::shared_ptr<serial_port> port, std::uint32_t number);
+  [[nodiscard]] bool has_port() const noexcept;
   [[nodiscard]] std::shared_ptr<serial_port> port() const noexcept;  // null while none is open
   void depart() noexcept;
 
   // Constant after start().
   const std::vector<std::uint32_t> shared_ports_;
+  const std::shared_ptr<client_log> log_;
   std::shared_ptr<client_connection> connection_;
 
-  // Guarded by lock_. The port is set while, and only while, the state is open.
+  // Guarded by lock_. The port is set while, and only while, the state is open; the place is the
+  // watch coroutine's and is null once the client has gone.
   mutable ostra::srw_lock lock_;
-  std::wstring client_name_ = L"Unknown";
+  session_group::place* place_ = nullptr;
   port_state port_state_ = port_state::none;
   std::shared_ptr<serial_port> port_;
 };

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <exception>
-#include <new>
 #include <utility>
 
 #include "async/errors.h"
@@ -12,6 +11,8 @@
 namespace tarnwheel {
 namespace {
 
+constexpr HRESULT kAccessDenied = static_cast<HRESULT>(0x80070005);
+constexpr HRESULT kPipeBusy = static_cast<HRESULT>(0x800700E7);
 // The client came and went before it was accepted.
 constexpr HRESULT kClientLeft = static_cast<HRESULT>(0x800700E8);  // ERROR_NO_DATA
 
@@ -23,6 +24,12 @@ constexpr std::size_t kAcceptors = 4;
 constexpr std::chrono::milliseconds kPause(250);
 constexpr std::chrono::milliseconds kShortPause(20);
 
+ostra::future<void> all_of(std::vector<ostra::future<void>> futures) {
+  for (auto& each : futures) {
+    co_await each;
+  }
+}
+
 }  // namespace
 
 listener::listener(tether::security_descriptor security, std::vector<std::uint32_t> shared_ports,
@@ -33,73 +40,123 @@ listener::listener(tether::security_descriptor security, std::vector<std::uint32
       token_(cancellation_.token()),
       sessions_(std::move(sessions)) {}
 
-listener::pipe_instance listener::make_instance() const {
+std::shared_ptr<tether::PipeTransport> listener::make_instance(bool is_first) const {
   auto transport = tether::PipeTransport::Create();
   transport->LinkCancellation(cancellation_);
-  ostra::details::check_hresult(
-      transport->Listen(tether::kServerPipe, security_.attributes().lpSecurityDescriptor));
+  const PSECURITY_DESCRIPTOR security = security_.attributes().lpSecurityDescriptor;
+  ostra::details::check_hresult(is_first ? transport->ListenFirst(tether::kServerPipe, security)
+                                         : transport->Listen(tether::kServerPipe, security));
   return transport;
 }
 
 ostra::future<void> listener::start() {
-  std::vector<std::unique_ptr<ostra::auto_cancel_timer>> pauses;
-  while (pauses.size() < kAcceptors)
-    pauses.push_back(std::make_unique<ostra::auto_cancel_timer>(token_));
-  auto first = make_instance();
+  std::vector<next_endpoint> made(kAcceptors);
+  make_first(made[0]);
+  make_second(made[1]);
   logging::write(logging::debug, L"Network endpoint created successfully");
-  return run(std::move(first), std::move(pauses));
-}
-
-ostra::future<void> listener::run(
-    pipe_instance first, std::vector<std::unique_ptr<ostra::auto_cancel_timer>> pauses) const {
-  const auto self = shared_from_this();
   std::vector<ostra::future<void>> acceptors;
-  for (const auto& pause : pauses)
-    acceptors.push_back(accept(std::exchange(first, nullptr), *pause));
-  for (auto& acceptor : acceptors) {
-    co_await acceptor;
+  acceptors.reserve(kAcceptors);
+  try {
+    for (auto& next : made)
+      acceptors.push_back(accept(std::move(next)));
+    return all_of(acceptors);
+  } catch (...) {
+    cancellation_.cancel();
+    sessions_->close();
+    for (const auto& acceptor : acceptors)
+      acceptor.wait();
+    throw;
   }
 }
 
-ostra::future<void> listener::accept(pipe_instance listening,
-                                     ostra::auto_cancel_timer& pause) const {
-  bool after_failure = false;
-  while (!token_.is_cancelled()) {
+void listener::make_first(next_endpoint& first) {
+  try {
+    first = endpoint{sessions_->try_take().value(), make_instance(true)};
+  } catch (const ostra::hresult_error& error) {
+    if (error.code() == kAccessDenied || error.code() == kPipeBusy) {
+      logging::write(logging::error,
+                     L"The server's pipe exists already: another program has made it, and would "
+                     L"decide who may connect. End that program, then start the server again");
+    }
+    throw;
+  }
+}
+
+void listener::make_second(next_endpoint& second) {
+  try {
+    auto pipe = make_instance(false);
+    second = endpoint{sessions_->try_take().value(), std::move(pipe)};
+  } catch (const ostra::hresult_error& error) {
+    if (error.code() != kAccessDenied)
+      throw;
+    has_one_ = true;
+    sessions_->limit_to(1);
+    logging::write(logging::error,
+                   L"The security descriptor does not let the server's own account create further "
+                   L"instances of the pipe, so one client at a time is served. Grant that account "
+                   L"the right 0x4, as \"(A;;0xc0100004;;;SU)\" does for a service");
+  }
+}
+
+ostra::future<void> listener::accept(next_endpoint next) {
+  const auto self = shared_from_this();
+  // Made at the start: when the system runs out of resources a new one might be just what it cannot
+  // give.
+  ostra::auto_cancel_timer pause(token_);
+  // The one instance that there may be is sometimes still being closed when its place is free.
+  const unsigned failures_to_tell = has_one_ ? 2 : 1;
+  for (unsigned failures = 0; !token_.is_cancelled();) {
     HRESULT outcome = S_OK;
     try {
-      if (after_failure) {
-        auto waited = pause.wait(listening ? kShortPause : kPause);
+      if (failures != 0) {
+        auto waited = pause.wait(next ? kShortPause : kPause);
         co_await waited;
       }
-      auto step = accept_one(listening);
+      auto step = accept_one(next);
       co_await step;
-    } catch (const ostra::hresult_error& error) {
-      outcome = error.code();
-    } catch (const std::bad_alloc&) {
-      outcome = E_OUTOFMEMORY;
+    } catch (...) {
+      outcome = ostra::details::current_hresult();
     }
-    const bool failed = FAILED(outcome) && outcome != kClientLeft;
-    if (failed && !after_failure && !token_.is_cancelled()) {
+    failures = FAILED(outcome) && outcome != kClientLeft ? failures + 1 : 0;
+    if (failures == failures_to_tell && !token_.is_cancelled())
       logging::write(logging::error, L"Error accepting clients: {0ub016xp}", outcome);
-    }
-    after_failure = failed;
   }
 }
 
-ostra::future<void> listener::accept_one(pipe_instance& listening) const {
-  auto client = listening ? std::exchange(listening, nullptr) : make_instance();
-  auto connected = client->WaitClient(false, nullptr);
+ostra::future<void> listener::accept_one(next_endpoint& next) {
+  if (!next) {
+    auto taking = take_place();
+    auto place = co_await taking;
+    next = endpoint{std::move(place), make_instance(has_one_)};
+  }
+  endpoint client = *std::exchange(next, std::nullopt);
+  auto connected = client.pipe->WaitClient(false, nullptr);
   co_await connected;
   std::exception_ptr failure;
   try {
-    listening = make_instance();
+    if (auto place = sessions_->try_take())
+      next = endpoint{*std::move(place), make_instance(false)};
   } catch (...) {
     failure = std::current_exception();  // which must not cost the client that is here
   }
   logging::write(logging::info, L"Client connected");
-  instance::start(std::move(client), shared_ports_, sessions_->join());
+  instance::start(std::move(client.pipe), shared_ports_, std::move(client.place));
   if (failure)
     std::rethrow_exception(failure);
+}
+
+ostra::future<session_group::place> listener::take_place() {
+  if (auto place = sessions_->try_take())
+    co_return *std::move(place);
+  if (++waiting_ == kAcceptors) {
+    logging::write(logging::warning,
+                   L"The server has all the clients that it can serve; others find its pipe busy "
+                   L"until one leaves");
+  }
+  auto taking = sessions_->take();
+  auto place = co_await taking;
+  --waiting_;
+  co_return place;
 }
 
 }  // namespace tarnwheel

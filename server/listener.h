@@ -1,7 +1,9 @@
 // Accepts the clients of the server's pipe.
 #pragma once
 
+#include <atomic>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "async/cancellation.h"
@@ -15,43 +17,59 @@ namespace tarnwheel {
 
 // Keeps several instances of the pipe listening, each with an acceptor coroutine of its own, so
 // that a client finds one even while another client's connection is being taken over. Each instance
-// that a client has taken is replaced before its session starts.
+// that a client has taken is replaced before its session starts, as long as there are places: with
+// every place taken no instance listens, and Windows tells further clients that the pipe is busy.
+//
+// The very first instance must be the first of its name on the machine, or somebody else's
+// descriptor would guard the pipe. A descriptor that does not let the server's own account make
+// further instances leaves the server with one, and so with one client at a time.
 //
 // Whatever befalls one client (it leaves before it is accepted, its session cannot be made) costs
-// that client only. When a further instance cannot be made, because the system's 255 are in use or
-// the descriptor does not let this account create more, the acceptor says so in the log and tries
-// again after a pause.
+// that client only. When a further instance cannot be made, the acceptor says so in the log and
+// tries again after a pause.
 //
-// Constant after construction; the acceptors hold it.
+// The acceptors hold it.
 class listener : public std::enable_shared_from_this<listener> {
  public:
   listener(tether::security_descriptor security, std::vector<std::uint32_t> shared_ports,
            ostra::cancellation_source cancellation, std::shared_ptr<session_group> sessions);
 
-  // Makes the pipe and starts the acceptors. Throws hresult_error when the pipe cannot be made. The
-  // future completes when the cancellation has ended all of them; the sessions go on.
+  // Makes the pipe and starts the acceptors. Throws hresult_error when the pipe cannot be made, and
+  // whatever keeps the first acceptor from starting; one that cannot start later is missing, and
+  // does no other harm. The future completes when the cancellation has ended all of them; the
+  // sessions go on.
   [[nodiscard]] ostra::future<void> start();
 
  private:
-  using pipe_instance = std::shared_ptr<tether::PipeTransport>;
+  // An instance that listens and its place.
+  struct endpoint {
+    session_group::place place;
+    std::shared_ptr<tether::PipeTransport> pipe;
+  };
+  using next_endpoint = std::optional<endpoint>;
 
-  [[nodiscard]] pipe_instance make_instance() const;
-  ostra::future<void> run(pipe_instance first,
-                          std::vector<std::unique_ptr<ostra::auto_cancel_timer>> pauses) const;
+  [[nodiscard]] std::shared_ptr<tether::PipeTransport> make_instance(bool is_first) const;
+  void make_first(next_endpoint& first);
+  void make_second(next_endpoint& second);
+  ostra::future<void> run(std::vector<next_endpoint> made);
 
-  // Pauses after a failure. The timer for that is made at the start: when the system runs out of
-  // resources a new one might be just what it cannot give.
-  ostra::future<void> accept(pipe_instance listening, ostra::auto_cancel_timer& pause) const;
+  // One acceptor; `next` is the instance that it begins with, if that has been made.
+  ostra::future<void> accept(next_endpoint next);
 
-  // Waits for a client on `listening`, or on a new instance when that is null, and puts the next
-  // instance there before it starts the client's session. `listening` is the acceptor's.
-  ostra::future<void> accept_one(pipe_instance& listening) const;
+  // Waits for a client on `next`, or on a new instance when there is none, and puts another
+  // instance there before it starts the client's session.
+  ostra::future<void> accept_one(next_endpoint& next);
+  ostra::future<session_group::place> take_place();
 
+  // Constant once started. has_one_: the descriptor allows for one instance only.
   const tether::security_descriptor security_;
   const std::vector<std::uint32_t> shared_ports_;
   const ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_;
   const std::shared_ptr<session_group> sessions_;
+  bool has_one_ = false;
+
+  std::atomic<std::size_t> waiting_ = 0;  // acceptors that wait for a place
 };
 
 }  // namespace tarnwheel

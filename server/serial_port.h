@@ -19,7 +19,8 @@ namespace tarnwheel {
 // takes it exclusively: a call either starts before the closing, which then cancels it, or finds
 // the port closed; none ever reaches a handle that is closed and perhaps somebody else's. The
 // closing waits for no completion. A driver that owes one for ever keeps that call's coroutine and
-// this object, but not the device.
+// this object, but not the device. A driver that does not return from a call, or from the closing,
+// keeps the thread that made it, and the device.
 class serial_port {
  public:
   // Opens COM`number` exclusively and binds it to the thread pool. Gives 0 or the HRESULT of the

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <new>
 #include <utility>
 
@@ -15,16 +16,28 @@
 namespace tarnwheel {
 namespace {
 
+// As many clients as a machine can carry even if each of them takes the most that it may; those
+// that behave take a few kilobytes each.
+constexpr std::size_t kMostSessions = 100;
+
+// For the sessions to close their ports once the stop has been asked for. Shorter than the time
+// that a console gives its program when it is closed.
+constexpr std::chrono::seconds kDepartureLimit(3);
+
 class server_impl final : public server {
  public:
   explicit server_impl(std::shared_ptr<Tamrin::setman::abstract_folder> parameters)
       : parameters_(std::move(parameters)) {}
 
   ostra::future<void> run() override {
-    auto running = serve();
-    if (running.is_complete())
-      running.get();  // a start that failed did so before it suspended
-    return running;
+    try {
+      auto running = serve();
+      if (running.is_complete())
+        running.get();  // a start that failed did so before it suspended
+      return running;
+    } catch (const std::bad_alloc&) {
+      throw ostra::hresult_error(E_OUTOFMEMORY);
+    }
   }
 
   void stop() override { ::SetEvent(stop_event_.get()); }
@@ -32,7 +45,22 @@ class server_impl final : public server {
  private:
   using server_parameters = Tamrin::setman::server_parameters;
 
+  // What runs from the start to the stop. When the start fails half way, its end ends what has been
+  // started, and waits for that.
+  struct work {
+    explicit work(const server_impl& owner) noexcept : server(owner) {}
+    work(const work&) = delete;
+    work& operator=(const work&) = delete;
+    ~work();
+
+    const server_impl& server;
+    ostra::future<void> acceptors;
+    ostra::future<void> discovery;
+  };
+
   ostra::future<void> serve();
+  void end_work() const noexcept;
+  void tell_who_stays() const;
   [[nodiscard]] server_parameters read_parameters() const;
   [[nodiscard]] std::shared_ptr<listener> make_listener(const server_parameters& parameters) const;
   ostra::future<void> run_discovery(bool enabled) const;
@@ -40,7 +68,7 @@ class server_impl final : public server {
   // Constant after construction.
   const std::shared_ptr<Tamrin::setman::abstract_folder> parameters_;
   const Tamrin::unique_handle stop_event_ = create_stop_event();
-  const std::shared_ptr<session_group> sessions_ = std::make_shared<session_group>();
+  const std::shared_ptr<session_group> sessions_ = std::make_shared<session_group>(kMostSessions);
 
   // Synchronises itself. Reaches the acceptors, and every session through its transport.
   const ostra::cancellation_source cancellation_;
@@ -66,13 +94,24 @@ ostra::future<void> server_impl::run_discovery(bool enabled) const {
   try {
     auto discovery = discover(enabled, cancellation_);
     co_await discovery;
-  } catch (const ostra::hresult_error& error) {
-    outcome = error.code();
-  } catch (const std::bad_alloc&) {
-    outcome = E_OUTOFMEMORY;
+  } catch (...) {
+    outcome = ostra::details::current_hresult();
   }
   if (FAILED(outcome))
     logging::write(logging::error, L"Error starting auto-discovery {0ub016xp}", outcome);
+}
+
+server_impl::work::~work() {
+  server.end_work();
+  for (const auto& part : {acceptors, discovery}) {
+    if (part.valid())
+      part.wait();
+  }
+}
+
+void server_impl::end_work() const noexcept {
+  cancellation_.cancel();
+  sessions_->close();
 }
 
 ostra::future<void> server_impl::serve() {
@@ -80,14 +119,31 @@ ostra::future<void> server_impl::serve() {
   ostra::handle_wait stop_requested(stop_event_.get());
   const server_parameters parameters = read_parameters();
   const auto listening = make_listener(parameters);
-  auto acceptors = listening->start();
-  auto discovery = run_discovery(parameters.auto_discovery);
+  work parts(*this);
+  parts.acceptors = listening->start();
+  parts.discovery = run_discovery(parameters.auto_discovery);
   co_await stop_requested;
-  cancellation_.cancel();
-  co_await acceptors;
-  co_await discovery;
-  auto departed = sessions_->departed();
-  co_await departed;
+  end_work();
+  co_await parts.acceptors;
+  co_await parts.discovery;
+  auto departed = sessions_->departed(kDepartureLimit);
+  const bool all_left = co_await departed;
+  if (!all_left)
+    tell_who_stays();
+}
+
+// A driver does not return from a call: nothing but the end of the process ends that.
+void server_impl::tell_who_stays() const {
+  for (const std::uint32_t port : sessions_->ports()) {
+    if (port != 0) {
+      logging::write(logging::warning,
+                     L"The driver of COM{0} does not let go of it; the server ends without it",
+                     port);
+    } else {
+      logging::write(logging::warning,
+                     L"A client's request does not end; the server ends without it");
+    }
+  }
 }
 
 }  // namespace

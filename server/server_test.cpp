@@ -79,10 +79,11 @@ TEST_F(ServerRun, FailedStartIsThrownAndLeavesNothingBehind) {
   EXPECT_EQ(code_of([] { static_cast<void>(Create(L"no descriptor")->run()); }),
             ostra::details::to_hresult(ERROR_INVALID_PARAMETER));
   {
+    // Has all its instances; Wine does not mind that a pipe's first instance is somebody else's.
     const Tamrin::unique_file taken(
         ::CreateNamedPipeW(kPipe, PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 512, 512, 0, nullptr));
-    EXPECT_EQ(code_of([] { static_cast<void>(Create()->run()); }),
-              ostra::details::to_hresult(ERROR_PIPE_BUSY));
+    EXPECT_NE(code_of([] { static_cast<void>(Create()->run()); }), S_OK);
+    EXPECT_EQ(log_.Count(L"another program has made it"), 1);
   }
   const auto server = Create();
   const auto running = server->run();

@@ -1,43 +1,78 @@
-// Counts the sessions that have not departed, for the stop to wait for.
+// The places for clients: how many there may be, and which are still there when the server stops.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <list>
 #include <memory>
 #include <optional>
+#include <vector>
 
+#include "async/auto_reset_event.h"
 #include "async/future.h"
 #include "async/srw_lock.h"
 
 namespace tarnwheel {
 
+// A place is taken by every pipe instance that listens for a client, and goes on to the session of
+// the client that connects. Any thread.
 class session_group : public std::enable_shared_from_this<session_group> {
  public:
-  // One session's membership; leaving is the last thing that a session does.
-  class membership {
+  // One place; it is free again when this object goes.
+  class place {
    public:
-    explicit membership(std::shared_ptr<session_group> group) noexcept;
-    membership(membership&&) noexcept = default;
-    membership& operator=(membership&&) = delete;
-    ~membership();
+    place(std::shared_ptr<session_group> group, std::size_t index) noexcept;
+    place(place&&) noexcept = default;
+    place& operator=(place&& other) noexcept;
+    ~place();
+
+    // From now on the session holds COM`number`.
+    void holds(std::uint32_t number) noexcept;
 
    private:
-    std::shared_ptr<session_group> group_;
+    void leave() noexcept;
+
+    std::shared_ptr<session_group> group_;  // null when moved from
+    std::size_t index_;
   };
 
-  [[nodiscard]] membership join() { return membership(shared_from_this()); }
+  // Throws hresult_error.
+  explicit session_group(std::size_t places);
 
-  // Completes when no session is left. Called once, when no session joins any more.
-  [[nodiscard]] ostra::future<void> departed();
+  // From now on there are so few places; called before the first one is taken.
+  void limit_to(std::size_t places) { ports_.resize(places); }
 
-  [[nodiscard]] std::size_t size() const noexcept;
+  // A free place, or nothing.
+  [[nodiscard]] std::optional<place> try_take() noexcept;
+
+  // Completes with the next place that gets free, for those who wait in their order. Fails with
+  // operation_cancelled once the group is closed.
+  [[nodiscard]] ostra::future<place> take();
+
+  // Gives out no more places.
+  void close() noexcept;
+
+  // Completes with true when all places are free, with false when `limit` passes first. One wait at
+  // a time, after close().
+  [[nodiscard]] ostra::future<bool> departed(ostra::ticks limit);
+
+  // The ports of the sessions that are there; 0 for a session without one.
+  [[nodiscard]] std::vector<std::uint32_t> ports() const;
 
  private:
-  void leave() noexcept;
+  static constexpr std::int64_t kFree = -1;
+
+  void leave(std::size_t index) noexcept;
+  [[nodiscard]] std::optional<place> take_free() noexcept;
+  [[nodiscard]] bool is_empty() const noexcept;
+
+  ostra::auto_reset_event emptied_;
 
   // Guarded by lock_.
   mutable ostra::srw_lock lock_;
-  std::size_t size_ = 0;
-  std::optional<ostra::promise<void>> departed_;
+  std::vector<std::int64_t> ports_;  // by place: the port's number, 0 for none, or kFree
+  std::list<ostra::promise<place>> waiting_;
+  bool closed_ = false;
 };
 
 }  // namespace tarnwheel

@@ -58,6 +58,8 @@ inline constexpr HRESULT S_OK = 0;
 inline constexpr HRESULT S_FALSE = 1;
 inline constexpr auto E_NOTIMPL = static_cast<HRESULT>(0x80004001u);
 inline constexpr auto E_FAIL = static_cast<HRESULT>(0x80004005u);
+inline constexpr auto E_UNEXPECTED = static_cast<HRESULT>(0x8000FFFFu);
+inline constexpr auto E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000Eu);
 inline constexpr auto E_INVALIDARG = static_cast<HRESULT>(0x80070057u);
 constexpr bool FAILED(HRESULT code) noexcept {
   return code < 0;
@@ -163,6 +165,7 @@ inline constexpr DWORD FILE_SHARE_WRITE = 2;
 inline constexpr DWORD CREATE_ALWAYS = 2;
 inline constexpr DWORD OPEN_EXISTING = 3;
 inline constexpr DWORD FILE_FLAG_OVERLAPPED = 0x40000000;
+inline constexpr DWORD FILE_FLAG_FIRST_PIPE_INSTANCE = 0x00080000;
 inline constexpr DWORD FILE_FLAG_DELETE_ON_CLOSE = 0x04000000;
 inline constexpr DWORD PIPE_ACCESS_DUPLEX = 3;
 inline constexpr DWORD PIPE_TYPE_BYTE = 0;

@@ -1,0 +1,106 @@
+#include "server/client_log.h"
+
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "async/background.h"
+
+namespace tarnwheel {
+
+void client_log::identify(tether::ITransport& transport) noexcept {
+  if (!logging::is_kept(logging::info))
+    return;
+  {
+    const std::lock_guard guard(lock_);
+    if (std::exchange(state_, state_ == state::unasked ? state::asked : state_) != state::unasked)
+      return;
+  }
+  try {
+    tether::CToken token = transport.GetClientToken(TOKEN_QUERY, false, false);
+    // Without its token the thread may have been left with the client's identity.
+    if (!token)
+      tether::revert_to_self();
+    static_cast<void>(look_up(shared_from_this(), std::move(token)));
+  } catch (...) {
+    answer({});  // no memory to ask with
+  }
+}
+
+ostra::future<void> client_log::look_up(std::shared_ptr<client_log> self, tether::CToken token) {
+  std::wstring name;
+  try {
+    ostra::resume_background elsewhere;
+    co_await elsewhere;
+    name = tether::account_name(token).value_or(std::wstring());
+  } catch (...) {
+    // A name that cannot be had is "Unknown".
+  }
+  self->answer(std::move(name));
+}
+
+void client_log::answer(std::wstring name) noexcept {
+  ostra::auto_reset_event* awaited = nullptr;
+  {
+    const std::lock_guard guard(lock_);
+    if (!name.empty())
+      name_ = std::move(name);
+    state_ = state::answered;
+    log_waiting();
+    if (answered_)
+      awaited = &*answered_;
+  }
+  if (awaited != nullptr)
+    awaited->set();
+}
+
+void client_log::write(logging::level level, std::wstring_view pattern, std::uint32_t number,
+                       HRESULT code) noexcept {
+  if (!logging::is_kept(level))
+    return;
+  const line next{level, pattern, number, code};
+  const std::lock_guard guard(lock_);
+  if (state_ != state::asked || !wait_for_name(next))
+    log(next);
+}
+
+// False when there is no room for the line to wait; those before it wait no longer then.
+bool client_log::wait_for_name(const line& next) {
+  try {
+    if (waiting_.size() < kMostWaiting) {
+      waiting_.push_back(next);
+      return true;
+    }
+  } catch (const std::bad_alloc&) {
+  }
+  log_waiting();
+  return false;
+}
+
+void client_log::log(const line& next) const noexcept {
+  logging::write(next.level, next.pattern, name_, next.number, next.code);
+}
+
+void client_log::log_waiting() noexcept {
+  for (const line& next : waiting_)
+    log(next);
+  waiting_.clear();
+}
+
+ostra::future<void> client_log::settle(ostra::ticks limit) {
+  const auto self = shared_from_this();
+  {
+    const std::lock_guard guard(lock_);
+    if (state_ != state::asked)
+      co_return;
+    answered_.emplace();
+  }
+  auto answer = answered_->wait_for(limit);
+  const bool answered = co_await answer;
+  if (answered)
+    co_return;
+  const std::lock_guard guard(lock_);
+  log_waiting();
+}
+
+}  // namespace tarnwheel

@@ -1,0 +1,66 @@
+// The log lines about one client, which tell its account.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "async/auto_reset_event.h"
+#include "async/future.h"
+#include "async/srw_lock.h"
+#include "log/log.h"
+#include "rpc/itransport.h"
+
+namespace tarnwheel {
+
+// The name of an account may have to be asked of a domain controller, which takes its time, so no
+// request waits for it: it is looked up on a pool thread, once a session and only when lines that
+// tell it are kept. Lines that come meanwhile follow in their order when the name is known.
+//
+// Any thread. The look-up holds this object until it ends.
+class client_log : public std::enable_shared_from_this<client_log> {
+ public:
+  // Learns who the client is, unless that has been asked before. Within a request, before the log
+  // lines about it; takes on the client's identity meanwhile.
+  void identify(tether::ITransport& transport) noexcept;
+
+  // Logs a line whose arguments are {0} the client, {1} the number, {2} the code. `pattern` is a
+  // literal.
+  void write(logging::level level, std::wstring_view pattern, std::uint32_t number = 0,
+             HRESULT code = S_OK) noexcept;
+
+  // Completes when no line waits for the name any more, at the latest after `limit`: then what
+  // waits is logged without it. Throws what keeps it from waiting.
+  [[nodiscard]] ostra::future<void> settle(ostra::ticks limit);
+
+ private:
+  enum class state { unasked, asked, answered };
+
+  struct line {
+    logging::level level;
+    std::wstring_view pattern;
+    std::uint32_t number;
+    HRESULT code;
+  };
+
+  // What waits for a name; more lines than these are logged without it.
+  static constexpr std::size_t kMostWaiting = 64;
+
+  static ostra::future<void> look_up(std::shared_ptr<client_log> self, tether::CToken token);
+  void answer(std::wstring name) noexcept;
+  bool wait_for_name(const line& next);
+  void log(const line& next) const noexcept;
+  void log_waiting() noexcept;
+
+  // Guarded by lock_. Lines are logged under it, so that none overtakes another.
+  ostra::srw_lock lock_;
+  state state_ = state::unasked;
+  std::wstring name_ = L"Unknown";
+  std::vector<line> waiting_;
+  std::optional<ostra::auto_reset_event> answered_;  // set by the answer that settle() waits for
+};
+
+}  // namespace tarnwheel
