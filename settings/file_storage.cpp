@@ -65,6 +65,10 @@ std::vector<std::wstring> file_storage::subfolder_names() {
   return directory_->directory_names();
 }
 
+bool file_storage::has_value(const std::wstring& name) {
+  return directory_->find_file(name) != nullptr;
+}
+
 bool file_storage::store(const std::wstring& name, stored_value value) {
   const std::shared_ptr<file> opened = directory_->open_file(name);
   if (!opened)
