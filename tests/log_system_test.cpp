@@ -1,8 +1,6 @@
 // The log file and its copy on the screen.
 #include <gtest/gtest.h>
 
-#include <regex>
-
 #include "tests/raw_client.h"
 #include "tests/serial_ports.h"
 #include "tests/server_process.h"
@@ -39,19 +37,6 @@ TEST(LogFile, IsContinuedByTheNextRun) {
   EXPECT_TRUE(std::equal(first.begin(), first.end(), both.begin()));
   EXPECT_EQ(Messages(std::vector(both.begin() + std::ptrdiff_t(first.size()), both.end())),
             Messages(first));
-}
-
-TEST(LogFile, LinesHaveTimeAndLevel) {
-  const TemporaryFile log(L".log");
-  RunOnce(log);
-  auto lines = ParseLog(log.Content());
-  ASSERT_FALSE(lines.empty());
-  lines.pop_back();
-  const std::wregex time(LR"(\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d)");
-  for (const auto& line : lines) {
-    EXPECT_TRUE(std::regex_match(line.time, time));
-    EXPECT_TRUE(line.level == L"INFO" || line.level == L"DEBUG");
-  }
 }
 
 TEST(LogFile, LevelKeepsLesserLinesOut) {
