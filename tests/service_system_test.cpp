@@ -114,6 +114,7 @@ TEST_F(Service, IsRegisteredOnceWithEveryValue) {
   const auto first = Install();
   EXPECT_EQ(first.exit_code, 0u);
   EXPECT_EQ(first.output + first.errors, L"");
+  ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);  // an installation that went no further
   const auto second = Install();
   EXPECT_EQ(second.exit_code, DWORD{ERROR_ALREADY_EXISTS});
   EXPECT_EQ(second.output, L"Service already installed\n");
