@@ -12,7 +12,6 @@
 
 #include "async/errors.h"
 #include "log/log.h"
-#include "log/null_logger.h"
 
 namespace {
 
@@ -261,13 +260,6 @@ TEST(ProcessLogger, NobodyReachesALoggerThatIsGone) {
   }
   stop = true;
   writer.join();
-}
-
-TEST(NullLogger, EmptiesWhatItIsGiven) {
-  null_logger logger;
-  std::wstring message = L"text";
-  logger.log(std::move(message), info);
-  EXPECT_TRUE(message.empty());
 }
 
 }  // namespace

@@ -39,30 +39,6 @@ TEST(LogFile, IsContinuedByTheNextRun) {
             Messages(first));
 }
 
-TEST(LogFile, LevelKeepsLesserLinesOut) {
-  const TemporaryFile info(L".log");
-  RunOnce(info, L"--log-level info");
-  for (const auto& line : ParseLog(info.Content()))
-    EXPECT_NE(line.level, L"DEBUG");
-
-  const TemporaryFile warning(L".log");
-  Program server(kServer, L"--no-discovery --log-level warning --log-path " + warning.path());
-  EXPECT_NE(RawClient().OpenPort(kMissingPort), 0u);
-  EXPECT_TRUE(SignalStopEvent());
-  EXPECT_EQ(server.ExitCode(), 0u);
-  EXPECT_EQ(ParseLog(warning.Content()), std::vector{kSeparator});
-}
-
-// A device of the host's that is always full. The log ends with its first failed write, on the
-// screen too; the server does not.
-TEST(LogFile, FullDiskStopsNeitherServerNorItsStop) {
-  Program server(kServer, LR"(--no-discovery --log-path Z:\dev\full)");
-  for (int i = 0; i < 3; ++i)
-    EXPECT_EQ(RawClient().OpenPort(kMissingPort), 0x80070002);
-  EXPECT_TRUE(SignalStopEvent());
-  EXPECT_EQ(server.ExitCode(), 0u);
-}
-
 TEST(LogScreen, HasTheLinesOfTheFile) {
   const TemporaryFile log(L".log");
   ServerProcess server(L"--log-path \"" + log.path() + L"\"");

