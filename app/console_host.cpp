@@ -1,6 +1,7 @@
 #include "app/console_host.h"
 
 #include <memory>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -8,6 +9,7 @@
 #include "app/options.h"
 #include "app/screen_text.h"
 #include "async/errors.h"
+#include "async/future.h"
 #include "log/log.h"
 #include "log/logger.h"
 #include "server/server.h"
@@ -33,6 +35,8 @@ bool initialize_log(logging::ILogger& logger, const Tamrin::command_line& option
     return logger.initialize(options.at(option_names::kLogPath).text(), screen, level);
   } catch (const ostra::hresult_error&) {
     return false;  // the file is there, but cannot be written
+  } catch (const std::bad_alloc&) {
+    return false;
   }
 }
 
@@ -46,13 +50,34 @@ std::shared_ptr<setman::abstract_folder> parameters_of(const Tamrin::command_lin
   return folder;
 }
 
+// A server from its start to its end, whatever happens in between: the destructor stops it and
+// returns when its run has ended.
+class server_run {
+ public:
+  explicit server_run(server& server) : server_(server), run_(server.run()) {}
+  server_run(const server_run&) = delete;
+  server_run& operator=(const server_run&) = delete;
+  ~server_run() {
+    if (!run_.is_complete())
+      server_.stop();
+    run_.wait();
+  }
+
+  // Throws what the run failed with.
+  void wait_for_end() const { run_.get(); }
+
+ private:
+  server& server_;
+  const ostra::future<void> run_;
+};
+
 void serve(const Tamrin::command_line& options) {
   const auto server = create_server(parameters_of(options));
-  const auto running = server->run();
+  const server_run running(*server);
   logging::write(logging::info,
                  L"Server has been started successfully and is waiting for connections");
   const console_stop stop(*server);
-  running.get();
+  running.wait_for_end();
 }
 
 // Tells what the log could not be told: that it ended early.

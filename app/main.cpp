@@ -32,11 +32,14 @@ DWORD create_parameters_key() {
   }
 }
 
+// A service that is installed already may still lack its key, when an earlier installation failed
+// to create it: so an installation can be repeated until all is there.
 int install() {
-  DWORD result = install_service();
-  if (result == ERROR_SUCCESS)
-    result = create_parameters_key();
-  return static_cast<int>(result);
+  const DWORD installed = install_service();
+  if (installed != ERROR_SUCCESS && installed != ERROR_ALREADY_EXISTS)
+    return static_cast<int>(installed);
+  const DWORD key_error = create_parameters_key();
+  return static_cast<int>(key_error == ERROR_SUCCESS ? installed : key_error);
 }
 
 int run(const Tamrin::command_line& options) {

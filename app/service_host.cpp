@@ -30,9 +30,10 @@ server_factory make_server = nullptr;  // set before the dispatcher can start an
 // the start on pool threads. Exists until the process ends or the service is started anew in it,
 // which the service control manager does only after it has stopped.
 //
-// Whatever ends the run of the server, a control or the global stop event, the supervision sees it,
-// ends the checkpoints, destroys the server and reports the stop, last of all: reports and calls of
-// the server go through lock_ and are dropped from then on.
+// The supervision starts the server, so that none runs without it. Whatever ends the run, a control
+// or the global stop event, the supervision sees it, ends the checkpoints, destroys the server and
+// reports the stop, last of all: reports and calls of the server go through lock_ and are dropped
+// from then on.
 class service_context {
  public:
   void start();
@@ -40,9 +41,9 @@ class service_context {
  private:
   static DWORD WINAPI on_control(DWORD control, DWORD type, void* data, void* context);
 
-  void run_server();
+  ostra::future<void> supervise();
+  [[nodiscard]] ostra::future<void> run_server();
   void request_stop();
-  ostra::future<void> supervise(ostra::future<void> running);
   ostra::future<void> report_checkpoints();
   [[nodiscard]] ostra::future<void> end_checkpoints();
   void report_stopped();
@@ -71,13 +72,14 @@ void service_context::start() {
   status_ = ::RegisterServiceCtrlHandlerExW(kServiceName, &on_control, this);
   report(SERVICE_START_PENDING, 0);
   try {
-    run_server();
+    static_cast<void>(supervise());
   } catch (...) {
-    report_stopped();
+    report_stopped();  // there is no memory for it, and nothing has been started
   }
 }
 
-void service_context::run_server() {
+// Nothing can fail once the server runs.
+ostra::future<void> service_context::run_server() {
   const auto version = read_product_version();
   auto created = make_server(Tamrin::setman::open_parameters_folder(version.major, version.minor));
   auto running = created->run();
@@ -86,7 +88,7 @@ void service_context::run_server() {
     server_ = std::move(created);
   }
   report(SERVICE_RUNNING, 0);
-  static_cast<void>(supervise(std::move(running)));
+  return running;
 }
 
 DWORD WINAPI service_context::on_control(DWORD control, DWORD, void*, void* context) {
@@ -116,11 +118,12 @@ void service_context::request_stop() {
   server_->stop();
 }
 
-ostra::future<void> service_context::supervise(ostra::future<void> running) {
+ostra::future<void> service_context::supervise() {
   try {
+    auto running = run_server();
     co_await running;
   } catch (...) {
-    // However it ended, the server has stopped.
+    // Whether it did not start or failed later, the server has stopped.
   }
   checkpoints_ended_.cancel();
   auto checkpoints = end_checkpoints();
@@ -138,8 +141,8 @@ ostra::future<void> service_context::report_checkpoints() {
       co_await interval;
       report(SERVICE_STOP_PENDING, checkpoint);
     }
-  } catch (const ostra::hresult_error&) {
-    // The stop is complete.
+  } catch (...) {
+    // The stop is complete, or goes on without further checkpoints.
   }
 }
 

@@ -5,6 +5,11 @@
 #include "client/client_error.h"
 #include "client/handle_stream.h"
 #include "platform/unique_resource.h"
+#include "rpc/client_identity.h"
+#include "rpc/security_descriptor.h"
+
+// After win32.h.
+#include <sddl.h>
 
 namespace tarnwheel::client {
 namespace {
@@ -18,11 +23,30 @@ constexpr known_cause kListenCauses[] = {
     {ERROR_INVALID_NAME, L"{0} is no name for a pipe", failure::usage},
 };
 
-Tamrin::unique_file make_pipe(const std::wstring& path, DWORD more_flags) {
+// The SID of the account that this process runs under.
+std::wstring own_sid() {
+  HANDLE opened = nullptr;
+  ostra::details::check_bool(::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &opened));
+  const Tamrin::unique_handle token(opened);
+  auto user = tether::CSid::user_of(token.get());
+  wchar_t* text = nullptr;
+  ostra::details::check_bool(::ConvertSidToStringSidW(user.get(), &text));
+  const Tamrin::unique_local_memory owner(text);
+  return text;
+}
+
+// The system's default would let everybody read what the port sends.
+tether::security_descriptor own_account_only() {
+  return tether::security_descriptor::from_sddl(L"D:P(A;;GA;;;SY)(A;;GA;;;" + own_sid() + L")");
+}
+
+Tamrin::unique_file make_pipe(const std::wstring& path, DWORD more_flags,
+                              const tether::security_descriptor& security) {
+  SECURITY_ATTRIBUTES attributes = security.attributes();
   return Tamrin::unique_file(ostra::details::check_file(::CreateNamedPipeW(
       path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | more_flags,
       PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
-      PIPE_UNLIMITED_INSTANCES, kBuffer, kBuffer, 0, nullptr)));
+      PIPE_UNLIMITED_INSTANCES, kBuffer, kBuffer, 0, &attributes)));
 }
 
 struct connect_pipe {
@@ -50,11 +74,11 @@ class pipe_stream final : public handle_stream<Tamrin::unique_file> {
 class pipe_listener final : public stream_listener {
  public:
   explicit pipe_listener(std::wstring path)
-      : path_(std::move(path)), next_(make_pipe(path_, FILE_FLAG_FIRST_PIPE_INSTANCE)) {}
+      : path_(std::move(path)), next_(make_pipe(path_, FILE_FLAG_FIRST_PIPE_INSTANCE, security_)) {}
 
   ostra::future<std::shared_ptr<byte_stream>> accept() override {
     if (!next_)
-      next_ = make_pipe(path_, 0);
+      next_ = make_pipe(path_, 0, security_);
     const auto stream = std::make_shared<pipe_stream>(std::move(next_));
     auto connected = stream->connect(token_);
     co_await connected;
@@ -67,6 +91,7 @@ class pipe_listener final : public stream_listener {
 
  private:
   const std::wstring path_;
+  const tether::security_descriptor security_ = own_account_only();
   Tamrin::unique_file next_;  // the instance that waits for a program; used by accept() only
 
   const ostra::cancellation_source cancellation_;

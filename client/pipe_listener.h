@@ -9,7 +9,7 @@
 namespace tarnwheel::client {
 
 // `name` goes behind "\\.\pipe\", or begins with that. The pipe carries bytes, for programs of this
-// account. Throws client_error when there is such a pipe already.
+// account and of the system's alone. Throws client_error when there is such a pipe already.
 [[nodiscard]] std::unique_ptr<stream_listener> listen_pipe(std::wstring_view name);
 
 }  // namespace tarnwheel::client

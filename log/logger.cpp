@@ -1,83 +1,48 @@
 #include "log/logger.h"
 
-#include <array>
-#include <chrono>
-#include <ctime>
 #include <mutex>
 #include <new>
 #include <utility>
 
-#include "async/errors.h"
-#include "async/handle_wait.h"
-
 namespace logging {
 namespace {
 
-using namespace std::string_view_literals;
-
-constexpr std::wstring_view kLine =
-    L"{0w2arf0}.{1w2arf0}.{2} {3w2arf0}:{4w2arf0}:{5w2arf0}\t{6}\t{7}\r\n";
 constexpr std::wstring_view kSeparator = L"=====\t=====\t=====\r\n";
-constexpr std::wstring_view kByteOrderMark = L"\xFEFF";
-static_assert(sizeof(wchar_t) == 2, "lines go to the file as UTF-16");
-
-constexpr std::array kLevelNames = {L"CRITICAL"sv, L"ERROR"sv, L"WARNING"sv, L"INFO"sv, L"DEBUG"sv};
 
 // Lines that are there together are written together; in code units.
 constexpr std::size_t kMostAtOnce = 32 * 1024;
 
 constexpr DWORD kScreenPatience = 2000;  // milliseconds
 
-std::int64_t now() {
-  const auto since_epoch = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<ostra::ticks>(since_epoch).count();
-}
-
 }  // namespace
 
 bool Logger::initialize(std::wstring_view path, bool screen, std::int32_t level) {
   stop();
+  file_.reset();
   screen_ = screen ? std::make_shared<screen_copy>() : nullptr;
   level_ = level;
-  if (!path.empty() && !open(path))
-    return false;
-  {
-    const std::lock_guard guard(lock_);
-    writer_ended_ = false;
+  if (!path.empty()) {
+    file_ = log_file::open(path);
+    if (!file_)
+      return false;
   }
   writer_ = write_entries();
-  return true;
-}
-
-bool Logger::open(std::wstring_view path) {
-  file_.reset(::CreateFileW(std::wstring(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                            OPEN_ALWAYS, FILE_FLAG_OVERLAPPED, nullptr));
-  const bool existed = ::GetLastError() == ERROR_ALREADY_EXISTS;
-  if (!file_)
-    return false;
-  binding_.bind(file_.get(), ostra::immediate_success::queues_completion);
-  if (existed) {
-    LARGE_INTEGER end = {};
-    ostra::details::check_bool(::SetFilePointerEx(file_.get(), {}, &end, FILE_END));
-    write_offset_ = static_cast<std::uint64_t>(end.QuadPart);
-  } else {
-    write_offset_ = 0;
-    write_file(kByteOrderMark).get();
-  }
+  if (writer_.is_complete())
+    std::exchange(writer_, {}).get();  // what failed did so before the first entry
   return true;
 }
 
 void Logger::log(const std::wstring_view& message, std::int32_t level) {
   if (level > level_)
     return;
-  append({level, std::wstring(message), now()});
+  append(make_entry(std::wstring(message), level));
 }
 
 void Logger::log(std::wstring&& message, std::int32_t level) {
   std::wstring taken = std::exchange(message, {});
   if (level > level_)
     return;
-  append({level, std::move(taken), now()});
+  append(make_entry(std::move(taken), level));
 }
 
 void Logger::stop() {
@@ -91,78 +56,79 @@ void Logger::stop() {
   writer.get();
 }
 
+// Nobody is left to hear of a failure.
 Logger::~Logger() {
   try {
     stop();
-  } catch (const ostra::hresult_error&) {
+  } catch (...) {
     // The separator is still tried: the disk may have room again.
   }
   try {
     if (file_)
-      write_file(kSeparator).get();
-  } catch (const ostra::hresult_error&) {
-    // A destructor has nobody to tell.
+      file_->append(kSeparator).get();
+  } catch (...) {
   }
 }
 
-void Logger::append(entry next) {
+void Logger::append(log_entry next) {
   {
     const std::lock_guard guard(lock_);
-    if (writer_ended_)
+    if (!open_)
       return;
-    entries_.push_back(std::move(next));
+    if (next.text.empty()) {
+      open_ = false;
+    } else {
+      entries_.push(std::move(next));
+    }
     if (!std::exchange(writer_waits_, false))
       return;
   }
   resumption_.post();
 }
 
+Logger::open_queue::open_queue(Logger& logger) noexcept : logger_(logger) {
+  const std::lock_guard guard(logger_.lock_);
+  logger_.open_ = true;
+}
+
+Logger::open_queue::~open_queue() {
+  const std::lock_guard guard(logger_.lock_);
+  logger_.open_ = false;
+  logger_.entries_.clear();
+}
+
 bool Logger::entries_come::await_suspend(std::coroutine_handle<> writer) const noexcept {
   const std::lock_guard guard(logger_.lock_);
-  if (!logger_.entries_.empty())
+  if (!logger_.open_ || !logger_.entries_.empty())
     return false;
   logger_.resumption_.writer = writer;
   logger_.writer_waits_ = true;
   return true;
 }
 
-bool Logger::take(entry& next) noexcept {
-  const std::lock_guard guard(lock_);
-  if (entries_.empty())
-    return false;
-  next = std::move(entries_.front());
-  entries_.pop_front();
-  return true;
+bool Logger::entries_come::await_resume() const noexcept {
+  const std::lock_guard guard(logger_.lock_);
+  return !logger_.entries_.empty();
 }
 
-void Logger::end_queue() noexcept {
+bool Logger::take(log_entry& next) noexcept {
   const std::lock_guard guard(lock_);
-  writer_ended_ = true;
-  entries_.clear();
+  return entries_.take(next);
 }
 
 ostra::future<void> Logger::write_entries() {
-  auto lines = write_lines();
-  try {
-    co_await lines;
-  } catch (...) {
-    end_queue();
-    throw;  // to whoever stops the logger
-  }
-  end_queue();
-}
-
-ostra::future<void> Logger::write_lines() {
-  const tfmt::parsed_pattern pattern(kLine);
-  for (bool more = true; more;) {
+  const open_queue open(*this);
+  const line_pattern pattern;
+  for (;;) {
     entries_come coming(*this);
-    co_await coming;
-    std::wstring text;
-    more = take_lines(pattern, text);
+    const bool more = co_await coming;
+    if (!more)
+      co_return;
+    const std::wstring text = take_lines(pattern);
     if (!file_ || text.empty())
       continue;
     try {
-      auto written = write_file(text);
+      auto written = file_->append(text);
       co_await written;
     } catch (const std::bad_alloc&) {
       // These lines are lost; the next ones may find memory again.
@@ -170,40 +136,19 @@ ostra::future<void> Logger::write_lines() {
   }
 }
 
-// A line for which there is no memory is left out.
-bool Logger::take_lines(const tfmt::parsed_pattern& pattern, std::wstring& text) {
-  for (entry current; text.size() < kMostAtOnce && take(current);) {
-    if (current.message.empty())
-      return false;
+std::wstring Logger::take_lines(const line_pattern& pattern) {
+  std::wstring text;
+  for (log_entry next; text.size() < kMostAtOnce && take(next);) {
     try {
-      const std::wstring next = line(pattern, current);
-      text += next;
+      const std::wstring line = pattern.format(next);
+      text += line;
       if (screen_)
-        screen_->write(next);
+        screen_->write(line);
     } catch (const std::bad_alloc&) {
-      continue;
+      continue;  // this line is lost
     }
   }
-  return true;
-}
-
-ostra::future<void> Logger::write_file(std::wstring_view text) {
-  const auto size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
-  const std::uint64_t offset = write_offset_;
-  write_offset_ += size;
-  ostra::io_call write(binding_, ostra::write_file{text.data(), size}, {}, offset);
-  const DWORD written = co_await write;
-  if (written != size)
-    ostra::details::throw_win32(ERROR_WRITE_FAULT);
-}
-
-std::wstring Logger::line(const tfmt::parsed_pattern& pattern, const entry& entry) {
-  const __time64_t seconds = entry.time / 10'000'000;
-  std::tm local = {};
-  ::_localtime64_s(&local, &seconds);
-  return pattern.format(local.tm_mday, local.tm_mon + 1, local.tm_year + 1900, local.tm_hour,
-                        local.tm_min, local.tm_sec,
-                        kLevelNames[static_cast<std::size_t>(entry.level)], entry.message);
+  return text;
 }
 
 }  // namespace logging

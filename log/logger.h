@@ -3,19 +3,18 @@
 
 #include <coroutine>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "async/background.h"
 #include "async/future.h"
-#include "async/overlapped.h"
 #include "async/srw_lock.h"
-#include "format/format.h"
 #include "log/ilogger.h"
+#include "log/line_queue.h"
+#include "log/log_entry.h"
+#include "log/log_file.h"
 #include "log/screen_copy.h"
-#include "platform/unique_resource.h"
 
 namespace logging {
 
@@ -29,9 +28,13 @@ namespace logging {
 // file cannot be written any more (disk full), the writer ends, what is queued and what is logged
 // later is dropped, and stop() throws that error: a full disk costs the log, never the server.
 //
-// Lines for which there is no memory when their turn comes are lost, and no others.
+// The queue is a line_queue: what logs faster than the disk writes has lines left out, in whose
+// place one says how many, at level warning whatever the logger's own level. Lines for which there
+// is no memory when their turn comes are lost.
 //
 // A screen that stands still costs lines on the screen only; stop() gives it two seconds.
+//
+// What is logged while no writer runs, before initialize() or after the end, is dropped.
 //
 // The writer's coroutine uses this object until it ends; stop() and the destructor wait for that.
 class Logger final : public ILogger {
@@ -40,7 +43,8 @@ class Logger final : public ILogger {
   Logger(const Logger&) = delete;
   Logger& operator=(const Logger&) = delete;
 
-  // Throws hresult_error when the file is open but cannot be written through the thread pool.
+  // Throws hresult_error when the file is open but cannot be written through the thread pool, or
+  // std::bad_alloc. After a failure the logger may be initialized again.
   bool initialize(std::wstring_view path, bool screen, std::int32_t level) override;
   void log(const std::wstring_view& message, std::int32_t level) override;
   void log(std::wstring&& message, std::int32_t level) override;
@@ -51,12 +55,6 @@ class Logger final : public ILogger {
   ~Logger() override;
 
  private:
-  struct entry {
-    std::int32_t level = info;
-    std::wstring message;
-    std::int64_t time = 0;  // 100 ns since 1 January 1970 UTC
-  };
-
   // The suspended writer's way back, on a pool thread.
   class resumption final : public ostra::background_call {
    public:
@@ -66,43 +64,49 @@ class Logger final : public ILogger {
     void run() noexcept override { writer.resume(); }
   };
 
-  // Suspends the writer while the queue is empty.
-  class entries_come {
+  // The writer's frame holds it: while it exists the queue takes entries, and when the writer ends,
+  // for whatever reason, nothing is left in the queue.
+  class open_queue {
    public:
-    explicit entries_come(Logger& logger) noexcept : logger_(logger) {}
-    [[nodiscard]] bool await_ready() const noexcept { return false; }
-    [[nodiscard]] bool await_suspend(std::coroutine_handle<> writer) const noexcept;
-    void await_resume() const noexcept {}
+    explicit open_queue(Logger& logger) noexcept;
+    open_queue(const open_queue&) = delete;
+    open_queue& operator=(const open_queue&) = delete;
+    ~open_queue();
 
    private:
     Logger& logger_;
   };
 
-  bool open(std::wstring_view path);
-  void append(entry next);
-  [[nodiscard]] bool take(entry& next) noexcept;
-  // Takes lines off the queue and appends them to `text`; false at the entry that ends the writer.
-  bool take_lines(const tfmt::parsed_pattern& pattern, std::wstring& text);
-  void end_queue() noexcept;
+  // Suspends the writer while the queue is empty and open; gives whether there are entries.
+  class entries_come {
+   public:
+    explicit entries_come(Logger& logger) noexcept : logger_(logger) {}
+    [[nodiscard]] bool await_ready() const noexcept { return false; }
+    [[nodiscard]] bool await_suspend(std::coroutine_handle<> writer) const noexcept;
+    [[nodiscard]] bool await_resume() const noexcept;
+
+   private:
+    Logger& logger_;
+  };
+
+  void append(log_entry next);
+  [[nodiscard]] bool take(log_entry& next) noexcept;
+  // Takes lines off the queue, for the screen too.
+  [[nodiscard]] std::wstring take_lines(const line_pattern& pattern);
   ostra::future<void> write_entries();
-  ostra::future<void> write_lines();
-  ostra::future<void> write_file(std::wstring_view text);
-  static std::wstring line(const tfmt::parsed_pattern& pattern, const entry& entry);
 
   // Constant while the writer runs.
-  Tamrin::unique_file file_;
-  ostra::io_binding binding_;
+  std::unique_ptr<log_file> file_;       // null: no file
   std::shared_ptr<screen_copy> screen_;  // null: no copy
   std::int32_t level_ = info;
 
-  ostra::future<void> writer_;      // used by the owning thread only
-  std::uint64_t write_offset_ = 0;  // bytes; used by the writer, and by the owner while none runs
+  ostra::future<void> writer_;  // used by the owning thread only
 
   // Guarded by lock_. writer_waits_ says that the writer is suspended and nobody wakes it yet.
   ostra::srw_lock lock_;
-  std::deque<entry> entries_;
+  line_queue<log_entry> entries_;
+  bool open_ = false;
   bool writer_waits_ = false;
-  bool writer_ended_ = false;
 
   resumption resumption_;
 };

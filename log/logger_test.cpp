@@ -3,14 +3,37 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <regex>
 #include <thread>
 #include <vector>
 
 #include "async/errors.h"
 #include "log/log.h"
-#include "log/null_logger.h"
+
+namespace {
+
+std::atomic<int> allocations_left = 0;  // until one fails; none does when it was 0
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (allocations_left > 0 && --allocations_left == 0) {
+    allocations_left = -1;
+    throw std::bad_alloc();
+  }
+  if (void* const block = std::malloc(size))
+    return block;
+  throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept {
+  std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+  std::free(block);
+}
 
 namespace logging {
 namespace {
@@ -138,9 +161,48 @@ TEST_F(LoggerFile, EmptyMessageEndsTheLogForGood) {
   EXPECT_EQ(Messages(), (std::vector<std::wstring>{L"kept", L"====="}));
 }
 
-TEST(Logger, FileThatCannotBeOpenedIsReported) {
-  Logger logger;
-  EXPECT_FALSE(logger.initialize(LR"(C:\no such folder\x.log)", false, info));
+// A mailslot opens but has no position under Wine, the console's screen cannot be bound to the
+// thread pool on Windows.
+TEST_F(LoggerFile, WhatCannotBeTheLogIsLetGoAndAnotherPathTaken) {
+  const auto name = LR"(\\.\mailslot\logger_test_)" + std::to_wstring(::GetCurrentProcessId());
+  const Tamrin::unique_file slot(::CreateMailslotW(name.c_str(), 0, 0, nullptr));
+  const auto initializes = [](Logger& logger, const std::wstring& path) {
+    try {
+      return logger.initialize(path, false, info);
+    } catch (const ostra::hresult_error&) {
+      return false;
+    }
+  };
+  EXPECT_TRUE(initializes(*logger_, path_)) << "the file that is open";
+  EXPECT_FALSE(initializes(*logger_, LR"(C:\no such folder\x.log)"));
+  EXPECT_FALSE(initializes(*logger_, L"CONOUT$"));
+  logger_->log(L"dropped"sv, info);
+  if (!initializes(*logger_, name)) {
+    EXPECT_FALSE(initializes(*std::make_unique<Logger>(), name));
+    DWORD written = 0;
+    ::GetMailslotInfo(slot.get(), nullptr, nullptr, &written, nullptr);
+    EXPECT_EQ(written, 0u) << "by the destructor";
+  }
+  EXPECT_TRUE(initializes(*logger_, path_));
+  logger_->log(L"kept"sv, info);
+  logger_.reset();
+  EXPECT_EQ(Messages(), (std::vector<std::wstring>{L"kept", L"====="}));
+}
+
+TEST_F(LoggerFile, NoAllocationThatFailsEndsTheProcess) {
+  logger_.reset();
+  for (int failing = 1, left = 0; left <= 0; ++failing) {
+    allocations_left = failing;
+    try {
+      Logger logger;
+      logger.initialize(path_, true, info);
+      logger.log(L"more text than a string holds without memory"sv, info);
+    } catch (const std::bad_alloc&) {
+      // In the destructor it would have ended the process.
+    }
+    left = allocations_left.exchange(0);
+  }
+  EXPECT_EQ(Messages().back(), L"=====");
 }
 
 // The host's device that is always full stands in for a full disk.
@@ -198,13 +260,6 @@ TEST(ProcessLogger, NobodyReachesALoggerThatIsGone) {
   }
   stop = true;
   writer.join();
-}
-
-TEST(NullLogger, EmptiesWhatItIsGiven) {
-  null_logger logger;
-  std::wstring message = L"text";
-  logger.log(std::move(message), info);
-  EXPECT_TRUE(message.empty());
 }
 
 }  // namespace

@@ -11,9 +11,7 @@ namespace logging {
 void screen_copy::write(std::wstring line) {
   {
     const std::lock_guard guard(lock_);
-    if (lines_.size() >= kMostLines)
-      return;
-    lines_.push_back(std::move(line));
+    lines_.push({std::move(line)});
     if (printing_)
       return;
     printing_ = shared_from_this();
@@ -22,7 +20,7 @@ void screen_copy::write(std::wstring line) {
 }
 
 void screen_copy::run() noexcept {
-  std::wstring line;
+  screen_line line;
   std::shared_ptr<screen_copy> self;  // ends last: it may be what keeps this object
   {
     const std::lock_guard guard(lock_);
@@ -30,23 +28,22 @@ void screen_copy::run() noexcept {
   }
   while (take(line)) {
     try {
-      print(standard_stream::output, line);
+      if (line.left_out != 0)
+        line.text = L"(" + std::to_wstring(line.left_out) + L" lines are not shown)\n";
+      print(standard_stream::output, line.text);
     } catch (const std::bad_alloc&) {
-      // The line is in the log file.
+      // A line for which there is no memory is lost.
     }
   }
 }
 
-bool screen_copy::take(std::wstring& line) noexcept {
+bool screen_copy::take(screen_line& line) noexcept {
   const std::lock_guard guard(lock_);
-  if (lines_.empty()) {
-    printing_.reset();
-    finished_.notify_one();
-    return false;
-  }
-  line = std::move(lines_.front());
-  lines_.pop_front();
-  return true;
+  if (lines_.take(line))
+    return true;
+  printing_.reset();
+  finished_.notify_one();
+  return false;
 }
 
 bool screen_copy::finish(DWORD patience) noexcept {

@@ -57,6 +57,10 @@ class abstract_folder {
   // In no particular order.
   [[nodiscard]] virtual std::vector<std::wstring> value_names() = 0;
   [[nodiscard]] virtual std::vector<std::wstring> subfolder_names() = 0;
+
+  // False only when there certainly is no such value: tells a missing value from one that a read
+  // refuses. A value that cannot be asked for counts as present.
+  [[nodiscard]] virtual bool has_value(const std::wstring& name) = 0;
 };
 
 }  // namespace Tamrin::setman

@@ -121,8 +121,12 @@ TEST_P(AbstractFolder, NamesAreListedAndComparedWithoutCase) {
   folder_->write_string(L"First", L"1");
   folder_->write_string(L"second", L"2");
   folder_->write_string(L"FIRST", L"3");
+  const std::wstring longest(16383, L'a');
+  EXPECT_TRUE(folder_->write_string(longest, L"5"));
   folder_->open_subfolder(L"Child\\Grandchild")->write_string(L"deep", L"4");
-  EXPECT_EQ(sorted(folder_->value_names()), (names{L"First", L"second"}));
+  EXPECT_EQ(sorted(folder_->value_names()), (names{L"First", longest, L"second"}));
+  EXPECT_TRUE(folder_->has_value(L"SECOND"));
+  EXPECT_FALSE(folder_->has_value(L"third"));
   EXPECT_EQ(folder_->read_string(L"first"), L"3");
   EXPECT_EQ(folder_->subfolder_names(), names{L"Child"});
   EXPECT_EQ(folder_->open_subfolder(L"child")->open_subfolder(L"GRANDCHILD")->read_string(L"Deep"),

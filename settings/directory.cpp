@@ -6,12 +6,12 @@ namespace Tamrin::setman {
 namespace {
 
 template <class Entry>
-std::shared_ptr<Entry>& entry_of(std::map<std::wstring, std::shared_ptr<Entry>, name_less>& entries,
-                                 const std::wstring& name) {
-  std::shared_ptr<Entry>& entry = entries[name];
-  if (!entry)
-    entry = std::make_shared<Entry>();
-  return entry;
+std::shared_ptr<Entry> entry_of(std::map<std::wstring, std::shared_ptr<Entry>, name_less>& entries,
+                                const std::wstring& name) {
+  const auto found = entries.find(name);
+  if (found != entries.end())
+    return found->second;
+  return entries.emplace(name, std::make_shared<Entry>()).first->second;
 }
 
 template <class Entries>

@@ -40,8 +40,12 @@ bool file_storage::read_value(const std::wstring& name, void* data, std::size_t 
 }
 
 unique_stream file_storage::open_stream(const std::wstring& name, DWORD mode) {
-  const std::shared_ptr<file> opened =
-      mode == STGM_READ ? directory_->find_file(name) : directory_->open_file(name);
+  std::shared_ptr<file> opened;
+  if (mode == STGM_READ) {
+    opened = directory_->find_file(name);
+  } else if (mode == STGM_WRITE || mode == STGM_READWRITE) {
+    opened = directory_->open_file(name);
+  }
   return opened ? opened->open_stream(mode) : unique_stream();
 }
 
@@ -59,6 +63,10 @@ std::vector<std::wstring> file_storage::value_names() {
 
 std::vector<std::wstring> file_storage::subfolder_names() {
   return directory_->directory_names();
+}
+
+bool file_storage::has_value(const std::wstring& name) {
+  return directory_->find_file(name) != nullptr;
 }
 
 bool file_storage::store(const std::wstring& name, stored_value value) {

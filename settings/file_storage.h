@@ -28,6 +28,7 @@ class file_storage final : public abstract_folder {
   bool delete_value(const std::wstring& name) override;
   [[nodiscard]] std::vector<std::wstring> value_names() override;
   [[nodiscard]] std::vector<std::wstring> subfolder_names() override;
+  [[nodiscard]] bool has_value(const std::wstring& name) override;
 
  private:
   file_storage(std::shared_ptr<directory> parent, std::wstring name);

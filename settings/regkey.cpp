@@ -1,6 +1,5 @@
 #include "settings/regkey.h"
 
-#include <array>
 #include <utility>
 
 #include "settings/folder_creation_error.h"
@@ -15,16 +14,19 @@ constexpr REGSAM kReadAccess = KEY_READ;
 constexpr REGSAM kWriteAccess = KEY_READ | KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
 static_assert(kReadAccess == 0x20019 && kWriteAccess == 0x2001F);
 
+// A value's name may have this many characters; a key's has at most 255.
+constexpr std::size_t kLongestName = 16383;
+
 // Names from index 0 upwards, until the first error.
 template <class Enumerate>
 std::vector<std::wstring> enumerate_names(Enumerate enumerate) {
   std::vector<std::wstring> names;
-  std::array<wchar_t, 260> name;
+  std::wstring name(kLongestName + 1, L'\0');
   for (DWORD index = 0;; ++index) {
     auto length = static_cast<DWORD>(name.size());
     if (enumerate(index, name.data(), &length) != ERROR_SUCCESS)
       return names;
-    names.emplace_back(name.data(), length);
+    names.emplace_back(name, 0, length);
   }
 }
 
@@ -100,6 +102,12 @@ std::vector<std::wstring> regkey::subfolder_names() {
   return enumerate_names([key](DWORD index, wchar_t* name, DWORD* length) {
     return ::RegEnumKeyExW(key, index, name, length, nullptr, nullptr, nullptr, nullptr);
   });
+}
+
+bool regkey::has_value(const std::wstring& name) {
+  const std::lock_guard lock(mutex_);
+  return ::RegQueryValueExW(key_for_reading(), name.c_str(), nullptr, nullptr, nullptr, nullptr) !=
+         ERROR_FILE_NOT_FOUND;
 }
 
 HKEY regkey::root_key() const noexcept {

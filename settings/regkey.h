@@ -41,6 +41,7 @@ class regkey final : public abstract_folder, public std::enable_shared_from_this
   bool delete_value(const std::wstring& name) override;
   [[nodiscard]] std::vector<std::wstring> value_names() override;
   [[nodiscard]] std::vector<std::wstring> subfolder_names() override;
+  [[nodiscard]] bool has_value(const std::wstring& name) override;
 
  private:
   [[nodiscard]] HKEY root_key() const noexcept;

@@ -90,16 +90,9 @@ HRESULT read_list(IStream& stream, std::vector<std::uint32_t>& numbers) {
   return FAILED(result) ? result : expect_end(stream);
 }
 
-bool has_value(abstract_folder& folder, const wchar_t* name) {
-  const auto names = folder.value_names();
-  return std::any_of(names.begin(), names.end(), [name](const std::wstring& other) {
-    return ::CompareStringOrdinal(name, -1, other.c_str(), -1, TRUE) == CSTR_EQUAL;
-  });
-}
-
 // What an unsuccessful read of a value means.
 HRESULT default_if_missing(abstract_folder& folder, const wchar_t* name) {
-  return has_value(folder, name) ? HRESULT_FROM_WIN32(ERROR_INVALID_DATA) : S_OK;
+  return folder.has_value(name) ? HRESULT_FROM_WIN32(ERROR_INVALID_DATA) : S_OK;
 }
 
 HRESULT read_security_descriptor(abstract_folder& folder, std::wstring& sddl) {
@@ -118,12 +111,22 @@ HRESULT read_auto_discovery(abstract_folder& folder, bool& auto_discovery) {
   return S_OK;
 }
 
-// A stream over a value that is missing, or that is no stream, may be null or empty.
+// A stream may give the bytes of a number or a string too; those of the number 0 are an empty list,
+// which would share every port.
+bool is_number_or_string(abstract_folder& folder, const wchar_t* name) {
+  std::byte first;
+  return folder.read_value(name, &first, sizeof(first)) || folder.read_string(name);
+}
+
+// A stream over a value that is missing, or that is no stream, may be null or empty: the stream
+// alone cannot tell.
 HRESULT read_shared_ports(abstract_folder& folder, std::vector<std::uint32_t>& ports) {
   const unique_stream stream = folder.open_stream(kSharedPortsName, STGM_READ);
-  std::vector<std::uint32_t> numbers;
-  if (!stream || !has_value(folder, kSharedPortsName))
+  if (!stream || !folder.has_value(kSharedPortsName))
     return default_if_missing(folder, kSharedPortsName);
+  if (is_number_or_string(folder, kSharedPortsName))
+    return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+  std::vector<std::uint32_t> numbers;
   const HRESULT result = read_list(*stream.get(), numbers);
   if (FAILED(result))
     return result;

@@ -69,6 +69,8 @@ TEST_F(Stream, ImpossiblePositionsAndSizesAreRefused) {
 }
 
 TEST_F(Stream, ModesAreKept) {
+  EXPECT_FALSE(Open(STGM_WRITE | STGM_TRANSACTED));
+  EXPECT_TRUE(folder_->value_names().empty());
   EXPECT_EQ(Read(Open(STGM_WRITE), 1, STG_E_ACCESSDENIED), test::bytes());
   EXPECT_EQ(Write(Open(STGM_READ), {1}), STG_E_ACCESSDENIED);
   folder_->write_string(L"value", L"untouched");

@@ -1,8 +1,6 @@
 // The log file and its copy on the screen.
 #include <gtest/gtest.h>
 
-#include <regex>
-
 #include "tests/raw_client.h"
 #include "tests/serial_ports.h"
 #include "tests/server_process.h"
@@ -39,43 +37,6 @@ TEST(LogFile, IsContinuedByTheNextRun) {
   EXPECT_TRUE(std::equal(first.begin(), first.end(), both.begin()));
   EXPECT_EQ(Messages(std::vector(both.begin() + std::ptrdiff_t(first.size()), both.end())),
             Messages(first));
-}
-
-TEST(LogFile, LinesHaveTimeAndLevel) {
-  const TemporaryFile log(L".log");
-  RunOnce(log);
-  auto lines = ParseLog(log.Content());
-  ASSERT_FALSE(lines.empty());
-  lines.pop_back();
-  const std::wregex time(LR"(\d\d\.\d\d\.\d{4} \d\d:\d\d:\d\d)");
-  for (const auto& line : lines) {
-    EXPECT_TRUE(std::regex_match(line.time, time));
-    EXPECT_TRUE(line.level == L"INFO" || line.level == L"DEBUG");
-  }
-}
-
-TEST(LogFile, LevelKeepsLesserLinesOut) {
-  const TemporaryFile info(L".log");
-  RunOnce(info, L"--log-level info");
-  for (const auto& line : ParseLog(info.Content()))
-    EXPECT_NE(line.level, L"DEBUG");
-
-  const TemporaryFile warning(L".log");
-  Program server(kServer, L"--no-discovery --log-level warning --log-path " + warning.path());
-  EXPECT_NE(RawClient().OpenPort(kMissingPort), 0u);
-  EXPECT_TRUE(SignalStopEvent());
-  EXPECT_EQ(server.ExitCode(), 0u);
-  EXPECT_EQ(ParseLog(warning.Content()), std::vector{kSeparator});
-}
-
-// A device of the host's that is always full. The log ends with its first failed write, on the
-// screen too; the server does not.
-TEST(LogFile, FullDiskStopsNeitherServerNorItsStop) {
-  Program server(kServer, LR"(--no-discovery --log-path Z:\dev\full)");
-  for (int i = 0; i < 3; ++i)
-    EXPECT_EQ(RawClient().OpenPort(kMissingPort), 0x80070002);
-  EXPECT_TRUE(SignalStopEvent());
-  EXPECT_EQ(server.ExitCode(), 0u);
 }
 
 TEST(LogScreen, HasTheLinesOfTheFile) {

@@ -1,0 +1,35 @@
+// A message on its way into the log, and the line that it becomes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "format/format.h"
+#include "log/ilogger.h"
+
+namespace logging {
+
+// As line_queue takes it.
+struct log_entry {
+  std::wstring text;
+  std::int32_t level = info;
+  std::int64_t time = 0;  // 100 ns since 1 January 1970 UTC
+  std::size_t left_out = 0;
+};
+
+// With the present time.
+[[nodiscard]] log_entry make_entry(std::wstring text, std::int32_t level);
+
+// dd.mm.yyyy hh:mm:ss <tab> LEVEL <tab> text <CR LF>, in local time. A gap says how many lines were
+// left out, at level warning and with the time of the call.
+class line_pattern {
+ public:
+  line_pattern();
+  [[nodiscard]] std::wstring format(const log_entry& entry) const;
+
+ private:
+  const tfmt::parsed_pattern pattern_;
+};
+
+}  // namespace logging
