@@ -30,8 +30,7 @@ inline constexpr wchar_t kAnswerMailslot[] =
 // The name that a datagram holds. Anybody on the network may have sent it, and a query's becomes a
 // part of the path "\\<name>\mailslot\..." that the server opens, so it is accepted only if it can
 // do nothing there but name a computer: up to 255 letters, digits, hyphens, underscores, periods
-// and characters beyond ASCII. That leaves out whatever would open something else (separators,
-// "..",
+// and characters beyond ASCII. That leaves out whatever would open something else (separators, "..",
 // "?"), address every computer ("*") or choose another protocol ("@"). The one name with a meaning
 // of its own that remains is ".", this computer, which its true name stands for just as well. That
 // a name is a domain's, whose computers would all be sent the answer, cannot be seen from the name.

@@ -100,6 +100,7 @@ ostra::future<void> client_log::settle(ostra::ticks limit) {
   if (answered)
     co_return;
   const std::lock_guard guard(lock_);
+  state_ = state::answered;  // "Unknown", unless a name comes yet
   log_waiting();
 }
 

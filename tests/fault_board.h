@@ -20,6 +20,7 @@ struct FaultBoard {
   std::atomic<std::int32_t> point;      // the one whose calls are counted, or kNoFault
   std::atomic<std::int32_t> countdown;  // the call that brings it to 0 fails
   std::atomic<std::uint32_t> failures;  // calls that have been made to fail
+  std::atomic<std::uint32_t> error;     // what they fail with; 0: they block until point changes
 
   // What the program has allocated and not freed yet.
   std::atomic<std::int64_t> live_blocks;

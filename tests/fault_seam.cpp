@@ -16,8 +16,6 @@
 namespace system_test {
 namespace {
 
-constexpr DWORD kError = ERROR_NO_SYSTEM_RESOURCES;
-
 // Allocations come before the board is there.
 FaultBoard* board = nullptr;
 
@@ -27,6 +25,13 @@ bool Fails(std::int32_t point) noexcept {
     return false;
   ++board->failures;
   return true;
+}
+
+// False when the call is to block instead; it goes on after that.
+bool ShallFail(std::int32_t point) noexcept {
+  while (board->error == 0 && board->point == point)
+    ::Sleep(10);
+  return board->error != 0;
 }
 
 void CountBlocks(int added) noexcept {
@@ -76,9 +81,9 @@ struct Import {
   using Function = Result(WINAPI*)(Arguments...);
 
   static Result WINAPI Call(Arguments... arguments) {
-    if (!Fails(point))
+    if (!Fails(point) || !ShallFail(point))
       return original(arguments...);
-    ::SetLastError(kError);
+    ::SetLastError(board->error);
     return failure;
   }
 
@@ -110,9 +115,18 @@ void PrepareThread() noexcept {
   static_cast<void>(std::uncaught_exceptions());
 }
 
+struct Tag_CloseHandle;
+
+// Only of a device's handle: others are closed all the time.
+BOOL WINAPI CloseDevice(HANDLE handle) {
+  using Close = Import<Tag_CloseHandle, BOOL, HANDLE>;
+  return ::GetFileType(handle) == FILE_TYPE_CHAR ? Close::Call(handle) : Close::original(handle);
+}
+
 std::int32_t new_point = kNoFault;
 std::int32_t malloc_point = kNoFault;
 decltype(&std::malloc) original_malloc = nullptr;
+decltype(&std::realloc) original_realloc = nullptr;
 decltype(&std::free) original_free = nullptr;
 
 void* CountedMalloc(std::size_t size) {
@@ -121,6 +135,15 @@ void* CountedMalloc(std::size_t size) {
     return nullptr;
   CountBlocks(1);
   return original_malloc(size);
+}
+
+void* CountedRealloc(void* block, std::size_t size) {
+  PrepareThread();
+  if (Fails(malloc_point))
+    return nullptr;
+  void* const moved = original_realloc(block, size);
+  CountBlocks(block == nullptr && moved != nullptr ? 1 : 0);
+  return moved;
 }
 
 void CountedFree(void* block) {
@@ -149,12 +172,16 @@ void InterceptEverything() {
   TARNWHEEL_INTERCEPT(SetupDiEnumDeviceInfo, FALSE);
   TARNWHEEL_INTERCEPT(SetupDiOpenDevRegKey, static_cast<HKEY>(INVALID_HANDLE_VALUE));
   TARNWHEEL_INTERCEPT(SetupDiGetDeviceRegistryPropertyW, FALSE);
-  TARNWHEEL_INTERCEPT(RegQueryValueExW, static_cast<LSTATUS>(kError));
+  TARNWHEEL_INTERCEPT(RegQueryValueExW, static_cast<LSTATUS>(ERROR_NO_SYSTEM_RESOURCES));
+  TARNWHEEL_INTERCEPT(CloseHandle, FALSE);
+  ExchangeImport("CloseHandle", reinterpret_cast<void*>(&CloseDevice));
   malloc_point = AddPoint("malloc");
   original_free = reinterpret_cast<decltype(&std::free)>(
       ExchangeImport("free", reinterpret_cast<void*>(&CountedFree)));
   original_malloc = reinterpret_cast<decltype(&std::malloc)>(
       ExchangeImport("malloc", reinterpret_cast<void*>(&CountedMalloc)));
+  original_realloc = reinterpret_cast<decltype(&std::realloc)>(
+      ExchangeImport("realloc", reinterpret_cast<void*>(&CountedRealloc)));
   new_point = AddPoint("operator new");
 }
 
@@ -170,6 +197,7 @@ FaultBoard* OpenBoard() {
 [[maybe_unused]] const bool installed = [] {
   FaultBoard* const opened = OpenBoard();
   opened->point = kNoFault;
+  opened->error = ERROR_NO_SYSTEM_RESOURCES;
   board = opened;
   InterceptEverything();
   opened->points = static_cast<std::uint32_t>(new_point) + 1;

@@ -141,6 +141,8 @@ TEST_F(Faults, CostNoMoreThanTheSessionTheyStrike) {
   const auto points = server_.FaultPoints();
   for (std::size_t point = 0; point < points.size() && !HasFailure(); ++point) {
     SCOPED_TRACE(points[point]);
+    if (points[point] == "CloseHandle")
+      continue;  // does not fail
     const int occurrences = FailAtEachOccurrence(point);
     std::cout << points[point] << ": " << occurrences << " calls failed, "
               << server_.LiveBlocks() - blocks_ << " blocks more, "

@@ -190,6 +190,19 @@ std::size_t Program::MemoryInUse() const {
   return counters.PagefileUsage;
 }
 
+// Wine's figures for another process leave out what has not been touched.
+std::size_t Program::CommittedMemory() const {
+  std::size_t size = 0;
+  MEMORY_BASIC_INFORMATION region = {};
+  for (const std::byte* next = nullptr;
+       ::VirtualQueryEx(process_.get(), next, &region, sizeof region) != 0;
+       next = static_cast<const std::byte*>(region.BaseAddress) + region.RegionSize) {
+    if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE)
+      size += region.RegionSize;
+  }
+  return size;
+}
+
 // The console hands its events to a process by a thread at this routine. GenerateConsoleCtrlEvent
 // would ask the console to do so, but Wine's knows Ctrl+C only, and reaches this process as well.
 // All threads are made before the first one runs: a process that ends takes none.

@@ -77,6 +77,9 @@ class Program {
   // Bytes of memory that the process has for itself.
   [[nodiscard]] std::size_t MemoryInUse() const;
 
+  // Bytes of memory that the process has made sure of, used or not.
+  [[nodiscard]] std::size_t CommittedMemory() const;
+
   // The handles that the process holds.
   [[nodiscard]] std::size_t HandleCount() const;
 
