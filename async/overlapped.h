@@ -55,12 +55,11 @@ class io_binding {
 //   until both have let go of it; neither touches it after its own flag was set and the other's was
 //   missing.
 // - The cancellation may come before the call is issued, when CancelIoEx would find nothing.
-// Whichever
-//   of `issued` and `cancel_requested` comes second calls CancelIoEx. A token that was cancelled
-//   even earlier refuses the subscription, in the constructor.
+//   Whichever of `issued` and `cancel_requested` comes second calls CancelIoEx. A token that was
+//   cancelled even earlier refuses the subscription, in the constructor.
 // - The subscription's destructor waits for a cancellation that has begun, so that one never
-// touches
-//   a dead operation. A cancellation after the completion finds nothing to cancel, which is normal.
+//   touches a dead operation. A cancellation after the completion finds nothing to cancel, which is
+//   normal.
 //
 // Cancelling only asks: the wait ends with the completion, usually ERROR_OPERATION_ABORTED.
 class io_operation : private OVERLAPPED {
