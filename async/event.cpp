@@ -1,38 +1,38 @@
-#include "client/gate.h"
+#include "async/event.h"
 
 #include <mutex>
 #include <utility>
 
-namespace tarnwheel::client {
+namespace ostra {
 
-void gate::open() {
-  std::vector<ostra::promise<void>> passing;
+void async_event::set() {
+  std::vector<promise<void>> released;
   {
     const std::lock_guard guard(lock_);
-    open_ = true;
-    passing.swap(waiting_);
+    set_ = true;
+    released.swap(waiters_);
   }
-  for (auto& promise : passing)
-    promise.set_value();
+  for (auto& waiter : released)
+    waiter.set_value();
 }
 
-void gate::shut() {
+void async_event::reset() {
   const std::lock_guard guard(lock_);
-  open_ = false;
+  set_ = false;
 }
 
-ostra::future<void> gate::wait() {
-  ostra::promise<void> promise;
-  auto passed = promise.get_future();
+future<void> async_event::wait() {
+  promise<void> waiter;
+  auto released = waiter.get_future();
   {
     const std::lock_guard guard(lock_);
-    if (!open_) {
-      waiting_.push_back(std::move(promise));
-      return passed;
+    if (!set_) {
+      waiters_.push_back(std::move(waiter));
+      return released;
     }
   }
-  promise.set_value();
-  return passed;
+  waiter.set_value();
+  return released;
 }
 
-}  // namespace tarnwheel::client
+}  // namespace ostra

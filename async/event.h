@@ -1,4 +1,4 @@
-// A gate that coroutines pass when it is open.
+// A manual-reset event for coroutines.
 #pragma once
 
 #include <vector>
@@ -6,24 +6,27 @@
 #include "async/future.h"
 #include "async/srw_lock.h"
 
-namespace tarnwheel::client {
+namespace ostra {
 
-// Any thread. Those who wait go on inside the call that opens the gate.
-class gate {
+// Any thread may call any member, and there may be any number of waiters. set() resumes them inside
+// the call and outside the lock; a reset() that follows does not hold back a waiter that set() has
+// already released. A wait that is still pending when the event is destroyed fails with
+// operation_cancelled.
+class async_event {
  public:
-  explicit gate(bool open) : open_(open) {}
+  explicit async_event(bool set) : set_(set) {}
 
-  void open();
-  void shut();
+  void set();
+  void reset();
 
-  // Completes when the gate is open, at once if it is.
-  [[nodiscard]] ostra::future<void> wait();
+  // Completes when the event is set, at once if it is set already.
+  [[nodiscard]] future<void> wait();
 
  private:
   // Guarded by lock_.
-  ostra::srw_lock lock_;
-  bool open_;
-  std::vector<ostra::promise<void>> waiting_;
+  srw_lock lock_;
+  bool set_;
+  std::vector<promise<void>> waiters_;
 };
 
-}  // namespace tarnwheel::client
+}  // namespace ostra

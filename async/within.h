@@ -1,4 +1,4 @@
-// A limit for a call that may never be answered.
+// A time limit for a call that may never complete.
 #pragma once
 
 #include <chrono>
@@ -6,57 +6,61 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <type_traits>
 #include <utility>
+#include <variant>
 
 #include "async/errors.h"
 #include "async/future.h"
 #include "async/srw_lock.h"
 #include "async/timer.h"
 
-namespace tarnwheel::client {
+namespace ostra {
 namespace details {
 
-// What the call and its limit share. Whichever of them takes the promise settles it.
+// Shared by the call and its limit. Whichever of the two takes the promise settles it.
 template <class T>
 class limited_call {
  public:
-  [[nodiscard]] ostra::future<T> result() const { return promise_->get_future(); }
+  [[nodiscard]] future<T> result() const { return promise_->get_future(); }
 
-  [[nodiscard]] std::optional<ostra::promise<T>> take() {
+  [[nodiscard]] std::optional<promise<T>> take() {
     const std::lock_guard guard(lock_);
     return std::exchange(promise_, std::nullopt);
   }
 
-  ostra::async_timer timer;
+  async_timer timer;
 
  private:
-  ostra::srw_lock lock_;
-  std::optional<ostra::promise<T>> promise_{std::in_place};  // guarded by lock_
+  srw_lock lock_;
+  std::optional<promise<T>> promise_{std::in_place};  // guarded by lock_
 };
 
 template <class T>
-ostra::future<void> end_at_limit(std::shared_ptr<limited_call<T>> shared,
-                                 std::chrono::milliseconds limit) {
+future<void> end_at_limit(std::shared_ptr<limited_call<T>> shared,
+                          std::chrono::milliseconds limit) {
   try {
     auto wait = shared->timer.wait(limit);
     co_await wait;
-  } catch (const ostra::timer_cancelled&) {
-    co_return;  // the call has ended first
+  } catch (const timer_cancelled&) {
+    co_return;  // the call has completed first
   }
-  if (auto promise = shared->take()) {
-    const auto code = ostra::details::to_hresult(ERROR_TIMEOUT);
-    promise->set_exception(std::make_exception_ptr(ostra::hresult_error(code)));
-  }
+  if (auto promise = shared->take())
+    promise->set_exception(std::make_exception_ptr(hresult_error(to_hresult(ERROR_TIMEOUT))));
 }
 
 template <class T>
-ostra::future<void> end_with_call(std::shared_ptr<limited_call<T>> shared, ostra::future<T> call) {
-  std::optional<T> value;
+future<void> end_with_call(std::shared_ptr<limited_call<T>> shared, future<T> call) {
+  constexpr bool has_value = !std::is_void_v<T>;
+  std::optional<std::conditional_t<has_value, T, std::monostate>> value;
   std::exception_ptr failure;
   try {
-    value = co_await call;
+    if constexpr (has_value)
+      value = co_await call;
+    else
+      co_await call;
   } catch (...) {
-    failure = std::current_exception();  // is its waiter's to handle
+    failure = std::current_exception();  // for the waiter to handle
   }
   shared->timer.cancel();
   auto promise = shared->take();
@@ -64,16 +68,19 @@ ostra::future<void> end_with_call(std::shared_ptr<limited_call<T>> shared, ostra
     co_return;
   if (failure)
     promise->set_exception(failure);
-  else
+  else if constexpr (has_value)
     promise->set_value(std::move(*value));
+  else
+    promise->set_value();
 }
 
 }  // namespace details
 
-// Completes with the call, or fails with hresult_error 0x800705B4 when `limit` passes first. The
-// call itself goes on then, and nobody hears of its end. A limit of zero is no limit.
+// Completes with the call, or fails with hresult_error 0x800705B4 (ERROR_TIMEOUT) when `limit`
+// passes first. The limit does not cancel the call, which then goes on with its result discarded:
+// whatever it uses must outlive it, or be owned by it. A limit of zero is no limit.
 template <class T>
-ostra::future<T> within(ostra::future<T> call, std::chrono::milliseconds limit) {
+future<T> within(future<T> call, std::chrono::milliseconds limit) {
   if (limit == std::chrono::milliseconds::zero() || call.is_complete())
     return call;
   const auto shared = std::make_shared<details::limited_call<T>>();
@@ -83,4 +90,4 @@ ostra::future<T> within(ostra::future<T> call, std::chrono::milliseconds limit) 
   return result;
 }
 
-}  // namespace tarnwheel::client
+}  // namespace ostra

@@ -1,4 +1,4 @@
-#include "client/job_queue.h"
+#include "async/work_queue.h"
 
 #include <deque>
 #include <mutex>
@@ -6,89 +6,91 @@
 #include <utility>
 
 #include "async/background.h"
+#include "async/errors.h"
 #include "async/srw_lock.h"
 
-namespace tarnwheel::client {
-struct job_queue::state {
-  std::optional<job> next() {
+namespace ostra {
+
+struct work_queue::state {
+  std::optional<work> next() {
     const std::lock_guard guard(lock);
-    working = !waiting.empty();
-    if (!working)
+    active = !waiting.empty();
+    if (!active)
       return std::nullopt;
     running = std::move(waiting.front().done);
-    job action = std::move(waiting.front().action);
+    work item = std::move(waiting.front().item);
     waiting.pop_front();
-    return action;
+    return item;
   }
 
-  void done() {
-    std::optional<ostra::promise<void>> promise;
+  void complete() {
+    std::optional<promise<void>> done;
     {
       const std::lock_guard guard(lock);
-      promise = std::exchange(running, std::nullopt);
+      done = std::exchange(running, std::nullopt);
     }
-    if (promise)
-      promise->set_value();
+    if (done)
+      done->set_value();
   }
 
   // Guarded by lock.
-  ostra::srw_lock lock;
+  srw_lock lock;
   std::deque<entry> waiting;
-  std::optional<ostra::promise<void>> running;  // of the job that is being done
-  bool working = false;
+  std::optional<promise<void>> running;  // of the item that is running
+  bool active = false;                   // run() is under way
   bool closed = false;
 };
 
-job_queue::job_queue() : state_(std::make_shared<state>()) {}
+work_queue::work_queue() : state_(std::make_shared<state>()) {}
 
-ostra::future<void> job_queue::post(job action) {
-  entry added{std::move(action), {}};
+future<void> work_queue::post(work item) {
+  entry added{std::move(item), {}};
   auto done = added.done.get_future();
   bool starts = false;
-  bool dropped = false;
+  bool discarded = false;
   {
     const std::lock_guard guard(state_->lock);
-    dropped = state_->closed;
-    if (!dropped) {
+    discarded = state_->closed;
+    if (!discarded) {
       state_->waiting.push_back(std::move(added));
-      starts = !std::exchange(state_->working, true);
+      starts = !std::exchange(state_->active, true);
     }
   }
-  if (dropped)
+  if (discarded)
     added.done.set_value();
   if (starts)
-    static_cast<void>(work(state_));
+    static_cast<void>(run(state_));
   return done;
 }
 
-ostra::future<void> job_queue::work(std::shared_ptr<state> jobs) {
-  // Not in a coroutine of its own, which might be done, on its new thread, before it is awaited
-  // here: the jobs would block whoever has posted them.
+future<void> work_queue::run(std::shared_ptr<state> queue) {
+  // The switch of threads is awaited here and not in a coroutine of its own, which might complete on
+  // its new thread before it is awaited: the items would then run on the thread that posts them.
   try {
-    ostra::resume_background elsewhere;
-    co_await elsewhere;
-  } catch (const ostra::hresult_error&) {
-    // There is no thread to be had, so it goes on here.
+    resume_background on_pool_thread;
+    co_await on_pool_thread;
+  } catch (const hresult_error&) {
+    // The pool takes no more work, so the items run on this thread.
   }
-  while (const auto action = jobs->next()) {
-    (*action)();
-    jobs->done();
+  while (const auto item = queue->next()) {
+    (*item)();
+    queue->complete();
   }
 }
 
-void job_queue::close() {
-  std::deque<entry> dropped;
-  std::optional<ostra::promise<void>> running;
+void work_queue::close() {
+  std::deque<entry> discarded;
+  std::optional<promise<void>> running;
   {
     const std::lock_guard guard(state_->lock);
     state_->closed = true;
-    dropped.swap(state_->waiting);
+    discarded.swap(state_->waiting);
     running = std::exchange(state_->running, std::nullopt);
   }
   if (running)
     running->set_value();
-  for (entry& waiting : dropped)
+  for (entry& waiting : discarded)
     waiting.done.set_value();
 }
 
-}  // namespace tarnwheel::client
+}  // namespace ostra

@@ -1,4 +1,4 @@
-// Work that may block, for those who must not.
+// A queue for work that may block.
 #pragma once
 
 #include <functional>
@@ -6,39 +6,41 @@
 
 #include "async/future.h"
 
-namespace tarnwheel::client {
+namespace ostra {
 
-// Does jobs one after another, on threads of the pool. Any thread may use it.
+// Runs items of work one at a time, in the order in which they were posted, on threads of the pool.
+// Any thread may post and close; neither ever waits for an item.
 //
-// A job that blocks, as a write does to somebody who does not read, holds up those behind it and
-// nobody else: it may outlive the queue, so what it uses is its own. The end of the process ends
-// it.
-class job_queue {
+// An item that blocks, such as a write to a pipe that nobody reads, delays only the items behind
+// it. It may outlive the queue, so it must own everything that it uses; an item that never returns
+// ends with the process.
+class work_queue {
  public:
   // Must not throw.
-  using job = std::function<void()>;
+  using work = std::function<void()>;
 
-  job_queue();
-  job_queue(const job_queue&) = delete;
-  job_queue& operator=(const job_queue&) = delete;
-  ~job_queue() { close(); }
+  work_queue();
+  work_queue(const work_queue&) = delete;
+  work_queue& operator=(const work_queue&) = delete;
+  ~work_queue() { close(); }
 
-  // Completes when the job is done, or has been dropped.
-  ostra::future<void> post(job action);
+  // Completes when the item has run, or has been discarded by close().
+  future<void> post(work item);
 
-  // Drops the jobs that have not begun, and all that come later; nobody waits for the others.
+  // Discards the items that have not started, and every later one. The future of the item that is
+  // running completes now, although the item itself goes on.
   void close();
 
  private:
   struct entry {
-    job action;
-    ostra::promise<void> done;
+    work item;
+    promise<void> done;
   };
   struct state;
 
-  static ostra::future<void> work(std::shared_ptr<state> jobs);
+  static future<void> run(std::shared_ptr<state> queue);
 
   const std::shared_ptr<state> state_;
 };
 
-}  // namespace tarnwheel::client
+}  // namespace ostra

@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "async/errors.h"
+#include "async/within.h"
 #include "client/telnet_session.h"
 #include "client/utf8.h"
-#include "client/within.h"
 #include "format/format.h"
 #include "log/console.h"
 
@@ -28,8 +28,8 @@ constexpr milliseconds kPauseAfterFailure(100);
 // A connection that is closed with something unread may take the line with the reason along, so
 // what the program has to say is read until it goes too. Everything it uses is its own: whoever
 // waits for it may give up sooner.
-ostra::future<std::size_t> say_farewell(std::shared_ptr<byte_stream> program,
-                                        std::vector<std::byte> line) {
+ostra::future<void> say_farewell(std::shared_ptr<byte_stream> program,
+                                 std::vector<std::byte> line) {
   auto written = program->write(line);
   co_await written;
   program->finish();
@@ -39,7 +39,6 @@ ostra::future<std::size_t> say_farewell(std::shared_ptr<byte_stream> program,
     auto read = program->read(ignored);
     size = co_await read;
   } while (size != 0);
-  co_return size;
 }
 
 }  // namespace
@@ -105,7 +104,7 @@ ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
 
 ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std::wstring reason) {
   try {
-    auto farewell = within(say_farewell(program, to_utf8(reason)), kFarewell);
+    auto farewell = ostra::within(say_farewell(program, to_utf8(reason)), kFarewell);
     co_await farewell;
   } catch (const ostra::hresult_error&) {
     // It has gone, or its time is over.

@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "async/errors.h"
+#include "async/within.h"
 #include "client/client_error.h"
-#include "client/within.h"
 #include "rpc/client_iclient.h"
 #include "rpc/connection.h"
 #include "rpc/server_iserver.h"
@@ -78,7 +78,7 @@ class connected_server {
   template <class T>
   static ostra::future<T> explained(ostra::future<T> call, std::wstring server,
                                     std::wstring subject, std::chrono::milliseconds limit) {
-    auto limited = within(std::move(call), limit);
+    auto limited = ostra::within(std::move(call), limit);
     HRESULT code = S_OK;
     try {
       T result = co_await limited;

@@ -1,12 +1,14 @@
 #include "client/discover_servers.h"
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "async/errors.h"
+#include "async/within.h"
 #include "client/client_options.h"
 #include "client/json.h"
-#include "client/time_limit.h"
 #include "client/verb.h"
 #include "format/format.h"
 #include "log/console.h"
@@ -21,6 +23,7 @@ using logging::print;
 using logging::standard_stream;
 using ostra::details::to_hresult;
 using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
 constexpr DWORD kRemoteMailslotsOff = 3025;  // current Windows, unless somebody turns them on
 
@@ -31,11 +34,9 @@ constexpr known_cause kMailslotCauses[] = {
 constexpr known_cause kQueryCauses[] = {
     {kRemoteMailslotsOff,
      L"Only this machine was asked, since Windows has remote mailslots turned off; an "
-     L"administrator "
-     L"turns them on with \"Set-SmbClientConfiguration -EnableMailslots $true\" on this machine "
-     L"and "
-     L"\"Set-SmbServerConfiguration -EnableMailslots $true\" on the servers, and every other verb "
-     L"takes a server's name directly"},
+     L"administrator turns them on with \"Set-SmbClientConfiguration -EnableMailslots $true\" on "
+     L"this machine and \"Set-SmbServerConfiguration -EnableMailslots $true\" on the servers, and "
+     L"every other verb takes a server's name directly"},
 };
 
 std::shared_ptr<tether::Mailslot> make_answer_mailslot() {
@@ -53,15 +54,16 @@ std::shared_ptr<tether::Mailslot> make_answer_mailslot() {
 HRESULT send_query(std::wstring_view target, const std::vector<std::byte>& query,
                    milliseconds limit) {
   const auto mailslot = std::make_shared<tether::Mailslot>();
-  const time_limit expiry([&] { mailslot->Cancel(); }, limit);
+  HRESULT outcome = S_OK;
   try {
-    const HRESULT outcome = mailslot->Open(target, tether::kQueryMailslot);
+    outcome = mailslot->Open(target, tether::kQueryMailslot);
     if (SUCCEEDED(outcome))
-      mailslot->Write(query).get();
-    return outcome;
+      ostra::within(mailslot->Write(query), limit).get();
   } catch (const ostra::hresult_error& error) {
-    return error.code();
+    outcome = error.code();
   }
+  mailslot->Cancel();
+  return outcome;
 }
 
 void send_queries(milliseconds limit) {
@@ -73,27 +75,30 @@ void send_queries(milliseconds limit) {
   }
 }
 
-// Nothing when the next message is too long for an answer.
-std::vector<std::byte> read_message(tether::Mailslot& mailslot) {
+// The next message, empty when it is too long for an answer; nullopt when none comes in time.
+std::optional<std::vector<std::byte>> read_message(tether::Mailslot& mailslot, milliseconds limit) {
   try {
-    return mailslot.Read().get();
+    return ostra::within(mailslot.Read(), limit).get();
   } catch (const ostra::hresult_error& error) {
+    if (error.code() == to_hresult(ERROR_TIMEOUT))
+      return std::nullopt;
     if (error.code() != to_hresult(ERROR_INSUFFICIENT_BUFFER))
       throw;
-    return {};
+    return std::vector<std::byte>();
   }
 }
 
 answering_servers collect_answers(tether::Mailslot& mailslot, milliseconds limit) {
   answering_servers servers;
-  const time_limit expiry([&] { mailslot.Cancel(); }, limit);
-  try {
-    while (!expiry.passed())
-      servers.add(read_message(mailslot));
-  } catch (const ostra::hresult_error&) {
-    if (!expiry.passed())
-      throw;
+  const auto deadline = steady_clock::now() + limit;
+  for (auto left = limit; left > milliseconds::zero();
+       left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now())) {
+    const auto message = read_message(mailslot, left);
+    if (!message)
+      break;
+    servers.add(*message);
   }
+  mailslot.Cancel();
   return servers;
 }
 

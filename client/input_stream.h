@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "async/future.h"
-#include "client/job_queue.h"
+#include "async/work_queue.h"
 #include "platform/win32.h"
 
 namespace tarnwheel::client {
@@ -31,7 +31,7 @@ class input_stream {
   struct state;
 
   const std::shared_ptr<state> state_;
-  job_queue reads_;
+  ostra::work_queue reads_;
 };
 
 }  // namespace tarnwheel::client

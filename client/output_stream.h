@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "async/future.h"
-#include "client/job_queue.h"
+#include "async/work_queue.h"
 #include "platform/win32.h"
 
 namespace tarnwheel::client {
@@ -36,7 +36,7 @@ class output_stream {
   };
 
   const std::shared_ptr<state> state_;
-  job_queue writes_;
+  ostra::work_queue writes_;
 };
 
 }  // namespace tarnwheel::client

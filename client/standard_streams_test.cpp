@@ -1,12 +1,10 @@
 // Standard input and output whose other ends are the test's.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <string>
+#include <vector>
 
 #include "async/errors.h"
 #include "client/input_stream.h"
-#include "client/job_queue.h"
 #include "client/output_stream.h"
 #include "client/utf8.h"
 #include "platform/unique_resource.h"
@@ -80,33 +78,6 @@ TEST(OutputStream, TellsThatItsReaderHasGone) {
   pipe.reader.reset();
   output.write(bytes(1)).get();
   EXPECT_NE(output.error(), DWORD(ERROR_SUCCESS));
-}
-
-// A thread of the pool may be quicker than the poster, which is seen once in a few rounds.
-TEST(JobQueue, NeverBlocksItsPoster) {
-  const DWORD poster = ::GetCurrentThreadId();
-  for (int round = 0; round < 1000; ++round) {
-    job_queue jobs;
-    DWORD worker = poster;
-    jobs.post([&worker] { worker = ::GetCurrentThreadId(); }).wait();
-    ASSERT_NE(worker, poster) << "round " << round;
-  }
-}
-
-TEST(JobQueue, DoesJobsOneAfterAnother) {
-  job_queue jobs;
-  std::atomic<int> at_once = 0;
-  std::string order;
-  ostra::future<void> last;
-  for (char name = 'a'; name <= 'z'; ++name) {
-    last = jobs.post([&at_once, &order, name] {
-      EXPECT_EQ(++at_once, 1);
-      order += name;
-      --at_once;
-    });
-  }
-  last.get();
-  EXPECT_EQ(order, "abcdefghijklmnopqrstuvwxyz");
 }
 
 }  // namespace

@@ -53,8 +53,8 @@ ostra::future<void> telnet_session::end() {
 void telnet_session::close() noexcept {
   bridge_session::close();
   closed_ = true;
-  flowing_.open();
-  news_.open();
+  flowing_.set();
+  news_.set();
 }
 
 ostra::future<void> telnet_session::take(std::vector<std::byte> bytes) {
@@ -103,7 +103,7 @@ ostra::future<void> telnet_session::deliver(std::vector<std::byte> bytes) {
 
 void telnet_session::changed(std::uint32_t events) {
   events_ |= events;
-  news_.open();
+  news_.set();
 }
 
 ostra::future<void> telnet_session::notify() {
@@ -111,7 +111,7 @@ ostra::future<void> telnet_session::notify() {
   for (;;) {
     auto news = news_.wait();
     co_await news;
-    news_.shut();  // before the look at what may have come since it was opened
+    news_.reset();  // before the look at what may have come since it was set
     if (closed_)
       co_return;
     const std::uint32_t events = events_.exchange(0);
@@ -193,9 +193,9 @@ ostra::future<std::uint32_t> telnet_session::modem_status() {
 
 void telnet_session::suspend(bool suspended) {
   if (suspended)
-    flowing_.shut();
+    flowing_.reset();
   if (!suspended || closed_)
-    flowing_.open();
+    flowing_.set();
 }
 
 }  // namespace tarnwheel::client

@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "async/event.h"
 #include "client/bridge_session.h"
 #include "client/com_port_control.h"
-#include "client/gate.h"
 #include "client/telnet.h"
 
 namespace tarnwheel::client {
@@ -53,8 +53,8 @@ class telnet_session final : public bridge_session, private com_port {
   std::atomic<bool> controls_port_ = false;
   std::atomic<std::uint32_t> events_ = 0;  // that no notice has been made of
   std::atomic<unsigned> input_purges_ = 0;
-  gate news_{false};    // open when there is an event, or the end
-  gate flowing_{true};  // shut while the program wants nothing
+  ostra::async_event news_{false};    // set when there is an event, or the end
+  ostra::async_event flowing_{true};  // reset while the program wants nothing
 };
 
 }  // namespace tarnwheel::client

@@ -22,7 +22,7 @@ std::wstring without_nul(std::wstring text) {
 
 }  // namespace
 
-// Used by one job after another.
+// Used by one item of work after another.
 struct terminal_screen::state {
   explicit state(view wanted) : kind(wanted) {}
 
@@ -48,17 +48,17 @@ struct terminal_screen::state {
 terminal_screen::terminal_screen(view kind) : state_(std::make_shared<state>(kind)) {}
 
 ostra::future<void> terminal_screen::show(std::vector<std::byte> bytes) {
-  return jobs_.post([screen = state_, block = std::move(bytes)] { screen->show(block); });
+  return work_.post([screen = state_, block = std::move(bytes)] { screen->show(block); });
 }
 
 void terminal_screen::echo(std::vector<std::byte> bytes) {
   static_cast<void>(
-      jobs_.post([screen = state_, block = std::move(bytes)] { screen->echo(block); }));
+      work_.post([screen = state_, block = std::move(bytes)] { screen->echo(block); }));
 }
 
 void terminal_screen::note(std::wstring_view text) {
   static_cast<void>(
-      jobs_.post([lines = L"\r\n[" + std::wstring(text) + L"]\r\n"] { print(lines); }));
+      work_.post([lines = L"\r\n[" + std::wstring(text) + L"]\r\n"] { print(lines); }));
 }
 
 }  // namespace tarnwheel::client

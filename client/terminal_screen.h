@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "async/future.h"
-#include "client/job_queue.h"
+#include "async/work_queue.h"
 
 namespace tarnwheel::client {
 
@@ -31,13 +31,13 @@ class terminal_screen {
   void note(std::wstring_view text);
 
   // Drops what is not shown yet.
-  void close() { jobs_.close(); }
+  void close() { work_.close(); }
 
  private:
   struct state;
 
   const std::shared_ptr<state> state_;
-  job_queue jobs_;
+  ostra::work_queue work_;
 };
 
 }  // namespace tarnwheel::client
