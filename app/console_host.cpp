@@ -4,10 +4,10 @@
 #include <optional>
 #include <utility>
 
-#include "app/console_stop.h"
 #include "app/options.h"
 #include "app/screen_text.h"
 #include "async/errors.h"
+#include "console/control_events.h"
 #include "log/log.h"
 #include "log/logger.h"
 #include "server/server.h"
@@ -51,7 +51,11 @@ void serve(const Tamrin::command_line& options) {
   const auto running = server->run();
   logging::write(logging::info,
                  L"Server has been started successfully and is waiting for connections");
-  const console_stop stop(*server);
+  const console::control_handler stop([&server](DWORD) {
+    logging::write(logging::debug, L"Stop event received, stopping server...");
+    server->stop();
+    return true;
+  });
   running.get();
 }
 
@@ -69,7 +73,7 @@ void stop_log(logging::ILogger& logger) {
 int run_console_server(const Tamrin::command_line& options) {
   if (!options.at(option_names::kNoLogo).flag())
     print_logo();
-  const console_close_release release;
+  const console::control_events events;  // until the log is complete
   logging::Logger logger;
   if (!initialize_log(logger, options)) {
     print_error(kLogFailed);

@@ -1,7 +1,7 @@
 // The server run by hand, in a console.
 #pragma once
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 
 namespace tarnwheel {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "app/command_line_help.h"
+#include "app/command_line/command_line_help.h"
 
 namespace Tamrin {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 #include "platform/win32.h"
 
 namespace tarnwheel {

@@ -8,15 +8,15 @@
 #include "async/errors.h"
 #include "async/within.h"
 #include "client/telnet_session.h"
-#include "client/utf8.h"
+#include "console/print.h"
+#include "console/utf8.h"
 #include "format/format.h"
-#include "log/console.h"
 
 namespace tarnwheel::client {
 namespace {
 
-using logging::print;
-using logging::standard_stream;
+using console::print;
+using console::standard_stream;
 using std::chrono::milliseconds;
 
 constexpr std::uint32_t kEvents = SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD | SERIAL_EV_RING |
@@ -104,7 +104,7 @@ ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
 
 ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std::wstring reason) {
   try {
-    auto farewell = ostra::within(say_farewell(program, to_utf8(reason)), kFarewell);
+    auto farewell = ostra::within(say_farewell(program, console::to_utf8(reason)), kFarewell);
     co_await farewell;
   } catch (const ostra::hresult_error&) {
     // It has gone, or its time is over.

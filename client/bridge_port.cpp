@@ -1,23 +1,23 @@
 #include <memory>
 #include <string>
 
-#include "app/cmd_line_syntax_error.h"
+#include "app/command_line/cmd_line_syntax_error.h"
+#include "app/command_line/numbers.h"
 #include "client/bridge.h"
-#include "client/interrupt.h"
 #include "client/line_settings.h"
 #include "client/pipe_listener.h"
 #include "client/retry.h"
 #include "client/tcp_listener.h"
-#include "client/values.h"
 #include "client/verb.h"
+#include "console/interrupt.h"
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 
 namespace tarnwheel::client {
 namespace {
 
-using logging::print;
-using logging::standard_stream;
+using console::print;
+using console::standard_stream;
 
 constexpr wchar_t kListen[] = L"listen";
 constexpr wchar_t kPipe[] = L"pipe";
@@ -30,7 +30,7 @@ bridge_options options_of(const invocation& request) {
     throw Tamrin::cmd_line_syntax_error("Either --listen or --pipe is needed.");
   bridge_options result;
   result.server = request.arguments[0];
-  result.port = parse_port(request.arguments[1]);
+  result.port = Tamrin::parse_port(request.arguments[1]);
   result.line = line_settings_of(options);
   result.telnet = options.at(kListen).present && !options.at(kRaw).flag();
   result.releases = options.at(kRelease).flag();
@@ -70,7 +70,7 @@ void add_bridge_options(Tamrin::command_line& line) {
 
 void bridge_port(const invocation& request) {
   const bridge_options options = options_of(request);
-  const interrupt stop;
+  const console::interrupt stop;
   attempts attempts(request.options, stop);
   auto listener = listen(request);
   const std::wstring listening = tfmt::format(L"Listening on {0}\n", listener->address());

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "app/command_line_help.h"
-#include "client/values.h"
+#include "app/command_line/command_line_help.h"
+#include "app/command_line/numbers.h"
 #include "format/format.h"
 
 namespace tarnwheel::client {
@@ -66,7 +66,7 @@ void add_timeout_option(Tamrin::command_line& line) {
 
 std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {
   return std::chrono::milliseconds(
-      parse_number(line.at(kTimeout).text(), "time-out", 1, kGreatestTimeout));
+      Tamrin::parse_number(line.at(kTimeout).text(), "time-out", 1, kGreatestTimeout));
 }
 
 void add_json_option(Tamrin::command_line& line) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 #include "client/verb.h"
 
 namespace tarnwheel::client {

@@ -6,49 +6,12 @@
 #include <optional>
 #include <sstream>
 
-#include "app/cmd_line_syntax_error.h"
+#include "app/command_line/cmd_line_syntax_error.h"
 #include "client/json.h"
 #include "client/line_settings.h"
-#include "client/utf8.h"
-#include "client/values.h"
 
 namespace tarnwheel::client {
 namespace {
-
-TEST(Values, Ports) {
-  const struct {
-    const wchar_t* text;
-    std::uint32_t number;  // 0: refused
-  } rows[] = {
-      {L"COM5", 5},
-      {L"com5", 5},
-      {L"Com12", 12},
-      {L"5", 5},
-      {L"007", 7},
-      {L"COM", 0},
-      {L"", 0},
-      {L"COM0", 0},
-      {L"0", 0},
-      {L"COM5x", 0},
-      {L"COM 5", 0},
-      {L"-5", 0},
-      {L"LPT1", 0},
-      {L"COMCOM5", 0},
-      {L"4294967295", ~0u},
-      {L"4294967296", 0},
-      {L"CO5", 0},
-      {L"COM\xFF15", 0},             // a full-width digit
-      {L"18446744073709551621", 0},  // 5 in 64 bits
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << "port " << row.text);
-    if (row.number == 0) {
-      EXPECT_THROW(static_cast<void>(parse_port(row.text)), Tamrin::cmd_line_syntax_error);
-    } else {
-      EXPECT_EQ(parse_port(row.text), row.number);
-    }
-  }
-}
 
 // Reads a whole command line as the program does, without running anything.
 struct ClientOptions : testing::Test {
@@ -179,16 +142,6 @@ TEST(Json, AnyTextIsAValue) {
             L"\xE4\x6F22/\"},\n"
             L"  {\"port\": \"\"}\n"
             L"]\n");
-}
-
-TEST(Utf8, TextSurvivesTheWayThereAndBack) {
-  const std::wstring text = L"a\u00E4\u20AC\xD83D\xDE00";
-  EXPECT_EQ(to_utf8(text).size(), 1u + 2 + 3 + 4);
-  EXPECT_EQ(from_utf8(to_utf8(text)), text);
-  const std::byte invalid[] = {std::byte{'a'}, std::byte{0xFF}, std::byte{'b'}};
-  EXPECT_EQ(from_utf8(invalid),
-            L"a\uFFFD"
-            L"b");
 }
 
 }  // namespace

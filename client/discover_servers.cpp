@@ -10,8 +10,8 @@
 #include "client/client_options.h"
 #include "client/json.h"
 #include "client/verb.h"
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 #include "rpc/discovery_datagram.h"
 #include "rpc/mailslot.h"
 #include "rpc/security_descriptor.h"
@@ -19,8 +19,8 @@
 namespace tarnwheel::client {
 namespace {
 
-using logging::print;
-using logging::standard_stream;
+using console::print;
+using console::standard_stream;
 using ostra::details::to_hresult;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;

@@ -4,8 +4,8 @@
 #include <iterator>
 #include <limits>
 
-#include "app/cmd_line_syntax_error.h"
-#include "client/values.h"
+#include "app/command_line/cmd_line_syntax_error.h"
+#include "app/command_line/numbers.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -70,10 +70,10 @@ void add_line_options(Tamrin::command_line& line) {
 
 line_settings line_settings_of(const Tamrin::command_line& line) {
   line_settings settings = {};
-  settings.baud_rate.BaudRate = parse_number(line.at(kBaud).text(), "baud rate", 1,
-                                             std::numeric_limits<std::uint32_t>::max());
-  settings.control.WordLength =
-      static_cast<UCHAR>(parse_number(line.at(kDataBits).text(), "number of data bits", 5, 8));
+  settings.baud_rate.BaudRate = Tamrin::parse_number(line.at(kBaud).text(), "baud rate", 1,
+                                                     std::numeric_limits<std::uint32_t>::max());
+  settings.control.WordLength = static_cast<UCHAR>(
+      Tamrin::parse_number(line.at(kDataBits).text(), "number of data bits", 5, 8));
   settings.control.Parity = parse_keyword(line.at(kParity).text(), "parity", kParities);
   settings.control.StopBits =
       parse_keyword(line.at(kStopBits).text(), "number of stop bits", kStopBitCounts);

@@ -1,7 +1,7 @@
 // How a serial line is set, and the options that say so.
 #pragma once
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 #include "platform/serial.h"
 
 namespace tarnwheel::client {

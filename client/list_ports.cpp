@@ -2,8 +2,8 @@
 #include "client/connected_server.h"
 #include "client/json.h"
 #include "client/verb.h"
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -38,7 +38,7 @@ void list_ports(const invocation& request) {
   connected_server server(request.arguments[0]);
   const auto ports = server.wait(server.remote().EnumeratePorts(), server.display_name());
   const bool as_json = request.options.at(kJsonOption).flag();
-  logging::print(logging::standard_stream::output, as_json ? json(ports) : lines(ports));
+  console::print(console::standard_stream::output, as_json ? json(ports) : lines(ports));
 }
 
 }  // namespace tarnwheel::client

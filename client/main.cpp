@@ -1,18 +1,18 @@
 #include <string>
 #include <vector>
 
-#include "app/cmd_line_syntax_error.h"
+#include "app/command_line/cmd_line_syntax_error.h"
 #include "client/client_error.h"
 #include "client/client_options.h"
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 #include "platform/win32.h"
 
 namespace tarnwheel::client {
 namespace {
 
-using logging::print;
-using logging::standard_stream;
+using console::print;
+using console::standard_stream;
 
 void run(const verb& chosen, std::wstring_view command_line) {
   Tamrin::command_line options;

@@ -2,16 +2,16 @@
 #include <mutex>
 #include <optional>
 
+#include "app/command_line/numbers.h"
 #include "async/errors.h"
 #include "async/srw_lock.h"
 #include "client/input_stream.h"
-#include "client/interrupt.h"
 #include "client/line_settings.h"
 #include "client/output_stream.h"
 #include "client/remote_line.h"
 #include "client/retry.h"
-#include "client/values.h"
 #include "client/verb.h"
+#include "console/interrupt.h"
 #include "platform/unique_resource.h"
 
 namespace tarnwheel::client {
@@ -159,12 +159,12 @@ void add_pipe_options(Tamrin::command_line& line) {
 }
 
 void pipe_port(const invocation& request) {
-  const std::uint32_t number = parse_port(request.arguments[1]);
+  const std::uint32_t number = Tamrin::parse_port(request.arguments[1]);
   const line_settings settings = line_settings_of(request.options);
   const milliseconds quiet(
-      parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kGreatestQuiet));
+      Tamrin::parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kGreatestQuiet));
 
-  const interrupt stop;
+  const console::interrupt stop;
   input_stream input(::GetStdHandle(STD_INPUT_HANDLE));
   output_stream output(::GetStdHandle(STD_OUTPUT_HANDLE));
   attempts sessions(request.options, stop);

@@ -8,7 +8,7 @@
 #include "async/test_support.h"
 #include "client/client_error.h"
 #include "client/fake_server.h"
-#include "client/utf8.h"
+#include "console/utf8.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -261,7 +261,7 @@ TEST_F(RemoteLine, PurgeDropsWhatIsOnItsWay) {
   const auto before = device.written().size();
   device.release_writes();  // the piece that this device should have aborted
   EXPECT_TRUE(eventually([&] { return device.written().size() > before; }));
-  line.write(to_utf8(L"next")).get();
+  line.write(console::to_utf8(L"next")).get();
   line.drained().get();
   EXPECT_EQ(device.written().size(), 4096u + 4u);
 }
@@ -269,7 +269,7 @@ TEST_F(RemoteLine, PurgeDropsWhatIsOnItsWay) {
 TEST_F(RemoteLine, WriteThatFailsEndsTheLine) {
   Start();
   device.outcome = static_cast<HRESULT>(0x800708CA);
-  line.write(to_utf8(L"x")).get();
+  line.write(console::to_utf8(L"x")).get();
   EXPECT_TRUE(eventually([&] { return recorder.Ends().size() == 1; }));
   EXPECT_TRUE(recorder.Ends()[0].ends_with(L" (0x800708ca)"));
   line.write(std::vector<std::byte>(200'000)).get();  // goes nowhere, and keeps nobody
@@ -279,7 +279,7 @@ TEST_F(RemoteLine, WriteThatFailsEndsTheLine) {
 TEST_F(RemoteLine, ServerThatGoesAwayEndsTheLineOnce) {
   Start(SERIAL_EV_CTS);
   device.hold_writes();
-  line.write(to_utf8(L"x")).get();
+  line.write(console::to_utf8(L"x")).get();
   server.hang_up();
   EXPECT_TRUE(eventually([&] { return recorder.Ends().size() == 1; }));
   EXPECT_EQ(recorder.Ends()[0],
@@ -295,7 +295,7 @@ TEST_F(RemoteLine, OwnEndIsNotTold) {
     remote_line second(L".", 5, server.pipe());
     second.start(other, SERIAL_EV_CTS);
     device.hold_writes();
-    second.write(to_utf8(L"x")).get();
+    second.write(console::to_utf8(L"x")).get();
     static_cast<void>(second.controls().set_dtr(true));
     EXPECT_EQ(other.Ends().size(), 0u);
   }

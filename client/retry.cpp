@@ -4,14 +4,14 @@
 #include <optional>
 #include <utility>
 
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 
 namespace tarnwheel::client {
 namespace {
 
-using logging::print;
-using logging::standard_stream;
+using console::print;
+using console::standard_stream;
 using std::chrono::milliseconds;
 
 constexpr wchar_t kRetry[] = L"retry";
@@ -30,7 +30,7 @@ milliseconds growing_pause::next(milliseconds held) noexcept {
   return std::exchange(next_, std::min(next_ * 2, kLongest));
 }
 
-attempts::attempts(const Tamrin::command_line& options, const interrupt& stop)
+attempts::attempts(const Tamrin::command_line& options, const console::interrupt& stop)
     : attempts(options.at(kRetry).flag(), [&stop](milliseconds time) { return stop.wait(time); }) {}
 
 attempts::attempts(bool again, pause_function pause)

@@ -5,9 +5,9 @@
 #include <functional>
 #include <string_view>
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 #include "client/client_error.h"
-#include "client/interrupt.h"
+#include "console/interrupt.h"
 
 namespace tarnwheel::client {
 
@@ -35,7 +35,7 @@ class attempts {
 
   // Tries again when the parsed options have --retry, until `stop` is signalled, which must outlive
   // this.
-  attempts(const Tamrin::command_line& options, const interrupt& stop);
+  attempts(const Tamrin::command_line& options, const console::interrupt& stop);
   attempts(bool again, pause_function pause);
 
   // Runs `session` until it returns. After a failure that may pass, runs it again, and says once

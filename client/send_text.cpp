@@ -1,12 +1,12 @@
+#include "app/command_line/numbers.h"
 #include "client/client_options.h"
 #include "client/line_collector.h"
 #include "client/line_settings.h"
 #include "client/remote_line.h"
-#include "client/utf8.h"
-#include "client/values.h"
 #include "client/verb.h"
+#include "console/print.h"
+#include "console/utf8.h"
 #include "format/format.h"
-#include "log/console.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -23,7 +23,7 @@ void add_send_options(Tamrin::command_line& line) {
 
 void send_text(const invocation& request) {
   // The command line is judged as a whole before anything happens.
-  const std::uint32_t number = parse_port(request.arguments[1]);
+  const std::uint32_t number = Tamrin::parse_port(request.arguments[1]);
   const line_settings line = line_settings_of(request.options);
   const auto limit = waiting_limit_of(request.options);
 
@@ -31,17 +31,17 @@ void send_text(const invocation& request) {
   remote_line port(request.arguments[0], number);
   port.set_line(line).get();
   port.start(collector, 0);
-  port.write(to_utf8(request.arguments[2])).get();
+  port.write(console::to_utf8(request.arguments[2])).get();
   port.drained().get();
 
-  const std::wstring answer = from_utf8(collector.take_when_quiet(kQuiet, limit));
+  const std::wstring answer = console::from_utf8(collector.take_when_quiet(kQuiet, limit));
   if (answer.empty()) {
     const auto count = static_cast<std::uint32_t>(limit.count());
-    logging::print(logging::standard_stream::error,
+    console::print(console::standard_stream::error,
                    tfmt::format(L"{0} sent nothing within {1} ms\n", port.name(), count));
     return;
   }
-  logging::print(logging::standard_stream::output, answer + L"\n");
+  console::print(console::standard_stream::output, answer + L"\n");
 }
 
 }  // namespace tarnwheel::client

@@ -6,7 +6,7 @@
 #include "async/errors.h"
 #include "client/input_stream.h"
 #include "client/output_stream.h"
-#include "client/utf8.h"
+#include "console/utf8.h"
 #include "platform/unique_resource.h"
 
 namespace tarnwheel::client {
@@ -39,8 +39,8 @@ TEST(InputStream, GivesWhatComesAndThenTheEnd) {
   input_stream input(pipe.reader.release());
   const auto first = input.read();
   EXPECT_FALSE(first.is_complete());
-  pipe.Write(to_utf8(L"one"));
-  EXPECT_EQ(first.get(), to_utf8(L"one"));
+  pipe.Write(console::to_utf8(L"one"));
+  EXPECT_EQ(first.get(), console::to_utf8(L"one"));
   pipe.writer.reset();
   EXPECT_EQ(input.read().get(), bytes());
   EXPECT_EQ(input.read().get(), bytes());
@@ -52,11 +52,11 @@ TEST(InputStream, ReadThatIsAbandonedLosesNothing) {
   const auto abandoned = input.read();
   input.abandon();
   EXPECT_THROW(abandoned.get(), ostra::operation_cancelled);
-  pipe.Write(to_utf8(L"one"));
-  EXPECT_EQ(input.read().get(), to_utf8(L"one"));
+  pipe.Write(console::to_utf8(L"one"));
+  EXPECT_EQ(input.read().get(), console::to_utf8(L"one"));
   const auto next = input.read();
-  pipe.Write(to_utf8(L"two"));
-  EXPECT_EQ(next.get(), to_utf8(L"two"));
+  pipe.Write(console::to_utf8(L"two"));
+  EXPECT_EQ(next.get(), console::to_utf8(L"two"));
 }
 
 TEST(OutputStream, WriteThatNobodyReadsHoldsUpNobody) {

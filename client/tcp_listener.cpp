@@ -10,10 +10,10 @@
 #include <array>
 #include <functional>
 
-#include "app/cmd_line_syntax_error.h"
+#include "app/command_line/cmd_line_syntax_error.h"
+#include "app/command_line/numbers.h"
 #include "client/client_error.h"
 #include "client/handle_stream.h"
-#include "client/values.h"
 #include "format/format.h"
 #include "platform/unique_resource.h"
 
@@ -211,7 +211,7 @@ tcp_address parse_tcp_address(std::wstring_view text) {
     address.host = host;
     text = text.substr(colon + 1);
   }
-  address.port = static_cast<std::uint16_t>(parse_number(text, "TCP port", 0, 65535));
+  address.port = static_cast<std::uint16_t>(Tamrin::parse_number(text, "TCP port", 0, 65535));
   return address;
 }
 

@@ -4,20 +4,20 @@
 #include <optional>
 #include <utility>
 
+#include "app/command_line/numbers.h"
 #include "async/errors.h"
 #include "async/srw_lock.h"
 #include "client/capture_file.h"
-#include "client/interrupt.h"
 #include "client/line_settings.h"
-#include "client/raw_console.h"
 #include "client/remote_line.h"
 #include "client/retry.h"
 #include "client/terminal_commands.h"
 #include "client/terminal_keys.h"
 #include "client/terminal_screen.h"
-#include "client/utf8.h"
-#include "client/values.h"
 #include "client/verb.h"
+#include "console/interrupt.h"
+#include "console/raw_console.h"
+#include "console/utf8.h"
 #include "format/format.h"
 #include "platform/unique_resource.h"
 
@@ -48,14 +48,14 @@ class terminal_session final : public line_receiver {
   [[nodiscard]] remote_line& line() noexcept { return line_; }
 
   // Returns when the user leaves or `stop` is signalled; throws client_error.
-  void run(HANDLE keys, const interrupt& stop);
+  void run(HANDLE keys, const console::interrupt& stop);
 
   ostra::future<void> received(std::vector<std::byte> bytes) override;
   void changed(std::uint32_t) override {}
   void ended(const client_error& reason) override;
 
  private:
-  [[nodiscard]] bool serve(HANDLE keys, const interrupt& stop);
+  [[nodiscard]] bool serve(HANDLE keys, const console::interrupt& stop);
   [[nodiscard]] bool read_keys(HANDLE keys);
   [[nodiscard]] bool strike(std::wstring_view text);
   void send_typed();
@@ -82,7 +82,7 @@ class terminal_session final : public line_receiver {
   remote_line line_;  // last: it calls this until it has ended
 };
 
-void terminal_session::run(HANDLE keys, const interrupt& stop) {
+void terminal_session::run(HANDLE keys, const console::interrupt& stop) {
   line_.start(*this, 0);
   while (serve(keys, stop)) {
   }
@@ -99,7 +99,7 @@ void terminal_session::run(HANDLE keys, const interrupt& stop) {
 }
 
 // Waits for something and does it; false when that ends the session.
-bool terminal_session::serve(HANDLE keys, const interrupt& stop) {
+bool terminal_session::serve(HANDLE keys, const console::interrupt& stop) {
   const HANDLE signals[] = {stop.event(), news_.get(), stop.ctrl_c(), keys};
   switch (::WaitForMultipleObjects(4, signals, FALSE, INFINITE)) {
     case WAIT_OBJECT_0:
@@ -152,7 +152,7 @@ void terminal_session::send_typed() {
   const std::size_t size = typed_.size() - (half ? 1 : 0);
   if (size == 0 || !has_room_.exchange(false))
     return;
-  auto bytes = to_utf8(std::wstring_view(typed_).substr(0, size));
+  auto bytes = console::to_utf8(std::wstring_view(typed_).substr(0, size));
   typed_.erase(0, size);
   if (echo_)
     screen_.echo(bytes);
@@ -203,27 +203,27 @@ void add_terminal_options(Tamrin::command_line& line) {
 
 void open_terminal(const invocation& request) {
   const Tamrin::command_line& options = request.options;
-  const std::uint32_t number = parse_port(request.arguments[1]);
+  const std::uint32_t number = Tamrin::parse_port(request.arguments[1]);
   const line_settings settings = line_settings_of(options);
   const bool echo = options.at(kEcho).flag();
   const bool hex = options.at(kHex).flag();
-  if (!raw_console::is_there())
+  if (!console::raw_console::is_there())
     throw client_error(
         L"The terminal needs a console for its keys and its screen; \"pipe\" does "
         L"without",
         ostra::details::to_hresult(ERROR_INVALID_HANDLE), failure::usage);
 
   capture_file capture(options.at(kLog).text());
-  interrupt stop;
+  console::interrupt stop;
   attempts sessions(options, stop);
   sessions.run([&] {
     terminal_screen screen(hex ? terminal_screen::view::hex : terminal_screen::view::text);
     terminal_session session(request.arguments[0], number, screen, capture, echo);
     session.line().set_line(settings).get();
     sessions.reached(session.line().name());
-    raw_console console(stop);
+    console::raw_console raw(stop);
     screen.note(greeting(session.line(), request.arguments[0]));
-    session.run(console.input(), stop);
+    session.run(raw.input(), stop);
   });
 }
 

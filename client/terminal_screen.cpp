@@ -4,14 +4,14 @@
 #include <utility>
 
 #include "client/hex_view.h"
-#include "client/utf8.h"
-#include "log/console.h"
+#include "console/print.h"
+#include "console/utf8.h"
 
 namespace tarnwheel::client {
 namespace {
 
 void print(std::wstring_view text) {
-  logging::print(logging::standard_stream::output, text);
+  console::print(console::standard_stream::output, text);
 }
 
 // A terminal passes over the character NUL, which a console shows.
@@ -35,13 +35,13 @@ struct terminal_screen::state {
     if (kind == view::hex)
       return show(bytes);
     std::wstring typed;
-    for (const wchar_t unit : from_utf8(bytes))
+    for (const wchar_t unit : console::from_utf8(bytes))
       typed += unit == L'\r' ? std::wstring(L"\r\n") : std::wstring(1, unit);
     print(typed);
   }
 
   const view kind;
-  utf8_stream text;
+  console::utf8_stream text;
   hex_view hex;
 };
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "client/hex_view.h"
-#include "client/utf8.h"
+#include "console/utf8.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -48,9 +48,9 @@ TEST(HexView, PiecesEndAsTheWholeDoes) {
 
 TEST(Utf8Stream, CharactersMayBeCutAnywhere) {
   const std::wstring text = L"a\u00E4\u6F22\xD83D\xDE00z";
-  const auto bytes = to_utf8(text);
+  const auto bytes = console::to_utf8(text);
   for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
-    utf8_stream stream;
+    console::utf8_stream stream;
     std::wstring decoded = stream.decode(std::span(bytes).first(cut));
     EXPECT_EQ(text.substr(0, decoded.size()), decoded) << cut;  // nothing but whole characters
     decoded += stream.decode(std::span(bytes).subspan(cut));
@@ -72,7 +72,7 @@ TEST(Utf8Stream, WhatIsNoCharacterHoldsNothingUp) {
       {"\xC0\xAF", "", L"\uFFFD\uFFFD"},  // not in the shortest form
   };
   for (const auto& row : rows) {
-    utf8_stream stream;
+    console::utf8_stream stream;
     const std::wstring first = stream.decode(Bytes(row.first));
     EXPECT_EQ(first + stream.decode(Bytes(row.second)), row.text);
   }

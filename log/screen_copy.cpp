@@ -4,7 +4,7 @@
 #include <new>
 #include <utility>
 
-#include "log/console.h"
+#include "console/print.h"
 
 namespace logging {
 
@@ -30,7 +30,7 @@ void screen_copy::run() noexcept {
   }
   while (take(line)) {
     try {
-      print(standard_stream::output, line);
+      console::print(console::standard_stream::output, line);
     } catch (const std::bad_alloc&) {
       // The line is in the log file.
     }

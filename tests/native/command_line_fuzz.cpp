@@ -2,7 +2,7 @@
 // rest both a command line and the description of an option.
 #include <algorithm>
 
-#include "app/command_line_help.h"
+#include "app/command_line/command_line_help.h"
 #include "app/options.h"
 #include "fuzz_input.h"
 

@@ -1,11 +1,11 @@
-// What the words of the client's command line mean.
+// Numbers on a command line.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-namespace tarnwheel::client {
+namespace Tamrin {
 
 // A decimal number from `least` to `greatest`. Throws cmd_line_syntax_error, which names the value
 // by `what`, for anything else.
@@ -15,4 +15,4 @@ namespace tarnwheel::client {
 // The number of a port, written as COM5, com5 or 5. Throws cmd_line_syntax_error.
 [[nodiscard]] std::uint32_t parse_port(std::wstring_view text);
 
-}  // namespace tarnwheel::client
+}  // namespace Tamrin

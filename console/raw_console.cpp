@@ -1,9 +1,9 @@
-#include "client/raw_console.h"
+#include "console/raw_console.h"
 
 #include "async/errors.h"
-#include "log/console.h"
+#include "console/print.h"
 
-namespace tarnwheel::client {
+namespace console {
 namespace {
 
 constexpr DWORD kPlainOutput = ENABLE_PROCESSED_OUTPUT | ENABLE_WRAP_AT_EOL_OUTPUT;
@@ -40,7 +40,7 @@ raw_console::raw_console(interrupt& stop) : stop_(stop) {
 raw_console::~raw_console() {
   stop_.make_ctrl_c_a_key(false);
   // Whatever colours the device has left on.
-  logging::print(logging::standard_stream::output, obeys_sequences_ ? L"\x1B[0m\r\n" : L"\r\n");
+  print(standard_stream::output, obeys_sequences_ ? L"\x1B[0m\r\n" : L"\r\n");
 }
 
-}  // namespace tarnwheel::client
+}  // namespace console

@@ -1,9 +1,13 @@
-#include "log/console.h"
+#include "console/print.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <span>
 #include <string>
 
-namespace logging {
+#include "console/utf8.h"
+
+namespace console {
 namespace {
 
 constexpr std::size_t kPiece = 8192;  // a console takes about 32,000 units at a time
@@ -18,13 +22,13 @@ void write_console(HANDLE console, std::wstring_view text) {
   }
 }
 
-void write_bytes(HANDLE file, std::string_view bytes) {
+void write_bytes(HANDLE file, std::span<const std::byte> bytes) {
   while (!bytes.empty()) {
     DWORD written = 0;
     const auto piece = static_cast<DWORD>(std::min(bytes.size(), kPiece));
     if (!::WriteFile(file, bytes.data(), piece, &written, nullptr) || written == 0)
       return;
-    bytes.remove_prefix(written);
+    bytes = bytes.subspan(written);
   }
 }
 
@@ -36,15 +40,6 @@ std::wstring with_crlf(std::wstring_view text) {
       result += L'\r';
     result += unit;
   }
-  return result;
-}
-
-std::string to_utf8(const std::wstring& text) {
-  const auto length = static_cast<int>(text.size());
-  const int size =
-      ::WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-  std::string result(static_cast<std::size_t>(size), '\0');
-  ::WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), size, nullptr, nullptr);
   return result;
 }
 
@@ -62,4 +57,4 @@ void print(standard_stream stream, std::wstring_view text) {
   }
 }
 
-}  // namespace logging
+}  // namespace console

@@ -14,7 +14,7 @@
 #include <variant>
 #include <vector>
 
-#include "app/cmd_line_syntax_error.h"
+#include "app/command_line/cmd_line_syntax_error.h"
 
 namespace Tamrin {
 

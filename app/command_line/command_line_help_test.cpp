@@ -1,4 +1,4 @@
-#include "app/command_line_help.h"
+#include "app/command_line/command_line_help.h"
 
 #include <gtest/gtest.h>
 

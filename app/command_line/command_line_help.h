@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 
 namespace Tamrin {
 

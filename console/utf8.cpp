@@ -1,10 +1,10 @@
-#include "client/utf8.h"
+#include "console/utf8.h"
 
 #include <algorithm>
 
 #include "platform/win32.h"
 
-namespace tarnwheel::client {
+namespace console {
 namespace {
 
 // How many bytes a character takes that begins with this one; 1 for what cannot begin any.
@@ -61,4 +61,4 @@ std::wstring utf8_stream::decode(std::span<const std::byte> bytes) {
   return text;
 }
 
-}  // namespace tarnwheel::client
+}  // namespace console

@@ -1,10 +1,10 @@
 // The console as a terminal.
 #pragma once
 
-#include "client/interrupt.h"
+#include "console/interrupt.h"
 #include "platform/win32.h"
 
-namespace tarnwheel::client {
+namespace console {
 
 // A mode of one of the console's two handles, for as long as this lives.
 class console_mode {
@@ -48,4 +48,4 @@ class raw_console {
   bool obeys_sequences_ = true;
 };
 
-}  // namespace tarnwheel::client
+}  // namespace console

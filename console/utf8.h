@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tarnwheel::client {
+namespace console {
 
 [[nodiscard]] std::vector<std::byte> to_utf8(std::wstring_view text);
 
@@ -23,4 +23,4 @@ class utf8_stream {
   std::vector<std::byte> begun_;  // the bytes of a character whose end has not come
 };
 
-}  // namespace tarnwheel::client
+}  // namespace console

@@ -1,11 +1,11 @@
-#include "client/values.h"
+#include "app/command_line/numbers.h"
 
 #include <algorithm>
 #include <limits>
 
-#include "app/cmd_line_syntax_error.h"
+#include "app/command_line/cmd_line_syntax_error.h"
 
-namespace tarnwheel::client {
+namespace Tamrin {
 namespace {
 
 constexpr std::wstring_view kPortPrefix = L"COM";
@@ -35,7 +35,7 @@ std::uint32_t parse_number(std::wstring_view text, const std::string& what, std:
     number = number * 10 + static_cast<std::uint64_t>(character - L'0');
   }
   if (!valid || number < least || number > greatest)
-    throw Tamrin::cmd_line_syntax_error("Invalid " + what + " specified.");
+    throw cmd_line_syntax_error("Invalid " + what + " specified.");
   return static_cast<std::uint32_t>(number);
 }
 
@@ -45,4 +45,4 @@ std::uint32_t parse_port(std::wstring_view text) {
   return parse_number(text, "port", 1, std::numeric_limits<std::uint32_t>::max());
 }
 
-}  // namespace tarnwheel::client
+}  // namespace Tamrin
