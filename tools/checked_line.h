@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "async/future.h"
-#include "client/connected_server.h"
+#include "client/line/server_connection.h"
 #include "platform/win32.h"
 #include "tests/patience.h"
 

@@ -9,7 +9,7 @@
 #include "app/command_line/cmd_line_syntax_error.h"
 #include "app/command_line/command_line.h"
 #include "app/command_line/numbers.h"
-#include "client/client_error.h"
+#include "client/line/client_error.h"
 #include "console/print.h"
 #include "format/format.h"
 #include "platform/serial.h"
