@@ -198,7 +198,7 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
   print(standard_stream::output, tfmt::format(L"{0} has connected to {1}\n", peer_, name_));
   std::shared_ptr<bridge_session> session;
   if (options_.telnet)
-    session = std::make_shared<telnet_session>(std::move(program), *line_, settings_);
+    session = std::make_shared<rfc2217_session>(std::move(program), *line_, settings_);
   else
     session = std::make_shared<bridge_session>(std::move(program), *line_);
   {

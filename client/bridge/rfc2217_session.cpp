@@ -30,18 +30,18 @@ ostra::future<bool> accepted_signal(line_controls& controls, ostra::future<void>
 
 }  // namespace
 
-telnet_session::telnet_session(std::shared_ptr<byte_stream> program, remote_line& line,
-                               com_port_settings& settings)
+rfc2217_session::rfc2217_session(std::shared_ptr<byte_stream> program, remote_line& line,
+                                 com_port_settings& settings)
     : bridge_session(std::move(program), line),
       settings_(settings),
       control_(*this, settings, kSignature) {}
 
-ostra::future<void> telnet_session::begin() {
+ostra::future<void> rfc2217_session::begin() {
   notifying_ = notify();
   return to_program().send(telnet_.offer());
 }
 
-ostra::future<void> telnet_session::end() {
+ostra::future<void> rfc2217_session::end() {
   co_await notifying_;
   if (settings_.break_on) {
     auto done = set_break(false);
@@ -50,14 +50,14 @@ ostra::future<void> telnet_session::end() {
   }
 }
 
-void telnet_session::close() noexcept {
+void rfc2217_session::close() noexcept {
   bridge_session::close();
   closed_ = true;
   flowing_.set();
   news_.set();
 }
 
-ostra::future<void> telnet_session::take(std::vector<std::byte> bytes) {
+ostra::future<void> rfc2217_session::take(std::vector<std::byte> bytes) {
   bool controls = false;
   for (telnet_item& item : telnet_.receive(bytes)) {
     ostra::future<void> done;
@@ -81,7 +81,7 @@ ostra::future<void> telnet_session::take(std::vector<std::byte> bytes) {
     changed(SERIAL_EV_CTS);
 }
 
-ostra::future<void> telnet_session::execute(std::vector<std::byte> command) {
+ostra::future<void> rfc2217_session::execute(std::vector<std::byte> command) {
   auto executed = control_.execute(std::move(command));
   const auto answer = co_await executed;
   if (!answer.empty()) {
@@ -90,7 +90,7 @@ ostra::future<void> telnet_session::execute(std::vector<std::byte> command) {
   }
 }
 
-ostra::future<void> telnet_session::deliver(std::vector<std::byte> bytes) {
+ostra::future<void> rfc2217_session::deliver(std::vector<std::byte> bytes) {
   const auto self = shared_from_this();
   const unsigned purges = input_purges_;
   auto flowing = flowing_.wait();
@@ -101,12 +101,12 @@ ostra::future<void> telnet_session::deliver(std::vector<std::byte> bytes) {
   }
 }
 
-void telnet_session::changed(std::uint32_t events) {
+void rfc2217_session::changed(std::uint32_t events) {
   events_ |= events;
   news_.set();
 }
 
-ostra::future<void> telnet_session::notify() {
+ostra::future<void> rfc2217_session::notify() {
   const auto self = shared_from_this();
   for (;;) {
     auto news = news_.wait();
@@ -122,7 +122,7 @@ ostra::future<void> telnet_session::notify() {
   }
 }
 
-ostra::future<void> telnet_session::notify_of(std::uint32_t events) {
+ostra::future<void> rfc2217_session::notify_of(std::uint32_t events) {
   if ((events & kModemEvents) != 0) {
     auto asked = modem_status();
     const std::uint32_t status = co_await asked;
@@ -139,7 +139,7 @@ ostra::future<void> telnet_session::notify_of(std::uint32_t events) {
   }
 }
 
-ostra::future<void> telnet_session::send_notice(std::vector<std::byte> notice) {
+ostra::future<void> rfc2217_session::send_notice(std::vector<std::byte> notice) {
   if (notice.empty())
     co_return;
   auto flowing = flowing_.wait();
@@ -148,40 +148,40 @@ ostra::future<void> telnet_session::send_notice(std::vector<std::byte> notice) {
   co_await sent;
 }
 
-ostra::future<bool> telnet_session::set_baud_rate(std::uint32_t rate) {
+ostra::future<bool> rfc2217_session::set_baud_rate(std::uint32_t rate) {
   return accepted(line().set_baud_rate(rate));
 }
 
-ostra::future<bool> telnet_session::set_line_control(SERIAL_LINE_CONTROL settings) {
+ostra::future<bool> rfc2217_session::set_line_control(SERIAL_LINE_CONTROL settings) {
   return accepted(line().controls().set_line_control(settings));
 }
 
-ostra::future<bool> telnet_session::set_flow_control(flow_control kind) {
+ostra::future<bool> rfc2217_session::set_flow_control(flow_control kind) {
   return accepted(line().set_flow_control(kind));
 }
 
-ostra::future<bool> telnet_session::set_break(bool on) {
+ostra::future<bool> rfc2217_session::set_break(bool on) {
   auto& controls = line().controls();
   return accepted_signal(controls, controls.set_break(on), IOCTL_SERIAL_SET_BREAK_ON);
 }
 
-ostra::future<bool> telnet_session::set_dtr(bool on) {
+ostra::future<bool> rfc2217_session::set_dtr(bool on) {
   auto& controls = line().controls();
   return accepted_signal(controls, controls.set_dtr(on), IOCTL_SERIAL_SET_DTR);
 }
 
-ostra::future<bool> telnet_session::set_rts(bool on) {
+ostra::future<bool> rfc2217_session::set_rts(bool on) {
   auto& controls = line().controls();
   return accepted_signal(controls, controls.set_rts(on), IOCTL_SERIAL_SET_RTS);
 }
 
-ostra::future<bool> telnet_session::purge(purged what) {
+ostra::future<bool> rfc2217_session::purge(purged what) {
   if (what != purged::output)
     ++input_purges_;
   return accepted(line().purge(what));
 }
 
-ostra::future<std::uint32_t> telnet_session::modem_status() {
+ostra::future<std::uint32_t> rfc2217_session::modem_status() {
   try {
     auto asked = line().controls().modem_status();
     const std::uint32_t status = co_await asked;
@@ -191,7 +191,7 @@ ostra::future<std::uint32_t> telnet_session::modem_status() {
   }
 }
 
-void telnet_session::suspend(bool suspended) {
+void rfc2217_session::suspend(bool suspended) {
   if (suspended)
     flowing_.reset();
   if (!suspended || closed_)

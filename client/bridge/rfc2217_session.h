@@ -14,11 +14,11 @@ namespace tarnwheel::client {
 
 // The modem lines' changes and errors reach the program from the line's events, in a coroutine of
 // their own: whatever happens while a notice is under way becomes one further notice.
-class telnet_session final : public bridge_session, private com_port {
+class rfc2217_session final : public bridge_session, private com_port {
  public:
   // `settings` are those of the line, and outlive this as it does.
-  telnet_session(std::shared_ptr<byte_stream> program, remote_line& line,
-                 com_port_settings& settings);
+  rfc2217_session(std::shared_ptr<byte_stream> program, remote_line& line,
+                  com_port_settings& settings);
 
   void close() noexcept override;
   [[nodiscard]] ostra::future<void> deliver(std::vector<std::byte> bytes) override;

@@ -34,7 +34,7 @@ enum class purged { input, output, both };
 class line_controls {
  public:
   // `server`, whose port is open, must outlive this.
-  line_controls(connected_server& server, std::wstring name)
+  line_controls(server_connection& server, std::wstring name)
       : server_(server), name_(std::move(name)) {}
 
   ostra::future<void> set_baud_rate(std::uint32_t rate);
@@ -89,7 +89,7 @@ class line_controls {
                                                        std::uint32_t code, std::wstring name,
                                                        ostra::future<tether::bytes_result> answer);
 
-  connected_server& server_;
+  server_connection& server_;
   const std::wstring name_;
   const std::shared_ptr<answers> answers_ = std::make_shared<answers>();
 

@@ -21,7 +21,7 @@ void keep(std::optional<ostra::promise<void>>& promise) {
 
 }  // namespace
 
-line_output::line_output(connected_server& server, std::wstring name)
+line_output::line_output(server_connection& server, std::wstring name)
     : server_(server), name_(std::move(name)) {}
 
 void line_output::set_pace(std::uint32_t baud_rate, bool may_be_held) {

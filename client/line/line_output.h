@@ -24,7 +24,7 @@ class line_output : public std::enable_shared_from_this<line_output> {
   // More than this many bytes in the queue is no room.
   static constexpr std::size_t kQueueLimit = 64 * 1024;
 
-  line_output(connected_server& server, std::wstring name);
+  line_output(server_connection& server, std::wstring name);
 
   void set_pace(std::uint32_t baud_rate, bool may_be_held);
 
@@ -55,7 +55,7 @@ class line_output : public std::enable_shared_from_this<line_output> {
   void end(std::exception_ptr reason);
 
   // Constant after construction.
-  connected_server& server_;
+  server_connection& server_;
   const std::wstring name_;
 
   promise failed_;  // taken under lock_, once

@@ -100,7 +100,7 @@ class remote_line {
   void end(const client_error& reason);
   void stop();
 
-  connected_server server_;
+  server_connection server_;
   const std::wstring name_;
   line_controls controls_;
   const std::shared_ptr<line_output> output_;

@@ -69,25 +69,25 @@ std::shared_ptr<tether::ITransport> connect(std::wstring_view name, std::wstring
 
 }  // namespace
 
-connected_server::connected_server(std::wstring_view name, std::wstring_view pipe)
+server_connection::server_connection(std::wstring_view name, std::wstring_view pipe)
     : display_name_(display_name_of(name)),
       connection_(std::make_shared<connection>(connect(name, pipe), kClientCode,
                                                std::weak_ptr<tether::IServer_Remote>())),
       receiving_(run(connection_, std::move(end_))) {}
 
-connected_server::~connected_server() {
+server_connection::~server_connection() {
   connection_->Cancel();
   receiving_.wait();
 }
 
-ostra::future<void> connected_server::run(std::shared_ptr<connection> connection,
-                                          ostra::promise<void> ended) {
+ostra::future<void> server_connection::run(std::shared_ptr<connection> connection,
+                                           ostra::promise<void> ended) {
   auto receiving = connection->Run();
   co_await receiving;
   ended.set_value();
 }
 
-std::wstring connected_server::open_port(std::uint32_t number) {
+std::wstring server_connection::open_port(std::uint32_t number) {
   std::wstring name = tfmt::format(L"COM{0}", number);
   const HRESULT outcome = wait(remote().OpenPort(number), name);
   // One code says two things, of which a port that is shared leaves one.
@@ -98,17 +98,17 @@ std::wstring connected_server::open_port(std::uint32_t number) {
   return name;
 }
 
-bool connected_server::lists(std::uint32_t number) {
+bool server_connection::lists(std::uint32_t number) {
   const auto ports = wait(remote().EnumeratePorts(), display_name_);
   return std::ranges::find(ports, number, &tether::port_record::number) != ports.end();
 }
 
-client_error connected_server::end_of_connection(std::wstring_view subject) const {
+client_error server_connection::end_of_connection(std::wstring_view subject) const {
   return failure(display_name_, subject, milliseconds::zero(), ostra::operation_cancelled().code());
 }
 
-client_error connected_server::failure(std::wstring_view server, std::wstring_view subject,
-                                       milliseconds limit, HRESULT code) {
+client_error server_connection::failure(std::wstring_view server, std::wstring_view subject,
+                                        milliseconds limit, HRESULT code) {
   if (code == ostra::details::to_hresult(ERROR_TIMEOUT)) {
     const auto count = static_cast<std::uint32_t>(limit.count());
     return client_error(tfmt::format(L"{0}: no answer within {1} ms", subject, count), code);

@@ -21,14 +21,14 @@ inline constexpr std::chrono::milliseconds kCallLimit(5000);
 // Everything throws client_error. Any thread may make calls. Whoever destroys this does so when
 // nobody uses it any more, and not from within a call's completion; the server closes the client's
 // port then.
-class connected_server {
+class server_connection {
  public:
   // `name` is a computer's name, or "." for this machine. A server whose pipe instances are all
   // taken is asked again for about two seconds.
-  explicit connected_server(std::wstring_view name, std::wstring_view pipe = tether::kServerPipe);
-  connected_server(const connected_server&) = delete;
-  connected_server& operator=(const connected_server&) = delete;
-  ~connected_server();
+  explicit server_connection(std::wstring_view name, std::wstring_view pipe = tether::kServerPipe);
+  server_connection(const server_connection&) = delete;
+  server_connection& operator=(const server_connection&) = delete;
+  ~server_connection();
 
   // How messages call the server.
   [[nodiscard]] const std::wstring& display_name() const noexcept { return display_name_; }

@@ -23,8 +23,8 @@ std::wstring Failure(Action action) {
   }
 }
 
-struct ConnectedServer : testing::Test {
-  connected_server Connect() const { return connected_server(L".", server.pipe()); }
+struct ServerConnection : testing::Test {
+  server_connection Connect() const { return server_connection(L".", server.pipe()); }
 
   std::wstring OpenFailure(HRESULT outcome) {
     server.device->open_outcome = outcome;
@@ -35,12 +35,12 @@ struct ConnectedServer : testing::Test {
   test::fake_server server;
 };
 
-TEST_F(ConnectedServer, NobodyListens) {
-  EXPECT_EQ(Failure([] { connected_server(L".", L"client_test_no_such_pipe"); }),
+TEST_F(ServerConnection, NobodyListens) {
+  EXPECT_EQ(Failure([] { server_connection(L".", L"client_test_no_such_pipe"); }),
             L"No server runs on this machine (0x80070002)");
 }
 
-TEST_F(ConnectedServer, BusyServerIsAskedAgain) {
+TEST_F(ServerConnection, BusyServerIsAskedAgain) {
   const auto first = Connect();  // takes the only instance
   const auto started = steady_clock::now();
   auto later = std::async(std::launch::async, [this] {
@@ -53,12 +53,12 @@ TEST_F(ConnectedServer, BusyServerIsAskedAgain) {
   EXPECT_TRUE(second.wait(second.remote().EnumeratePorts(), L"").empty());
 }
 
-TEST_F(ConnectedServer, BusyForTooLong) {
+TEST_F(ServerConnection, BusyForTooLong) {
   const auto first = Connect();
   EXPECT_EQ(Failure([&] { Connect(); }), L"The server on this machine is busy (0x800700e7)");
 }
 
-TEST_F(ConnectedServer, CallWithoutReplyEndsAtItsLimit) {
+TEST_F(ServerConnection, CallWithoutReplyEndsAtItsLimit) {
   server.device->write_fails = true;
   auto client = Connect();
   const auto call = client.remote().Write({});
@@ -68,7 +68,7 @@ TEST_F(ConnectedServer, CallWithoutReplyEndsAtItsLimit) {
   EXPECT_GE(steady_clock::now() - started, milliseconds(290));
 }
 
-TEST_F(ConnectedServer, ServerThatGoesAwayEndsACallAtOnce) {
+TEST_F(ServerConnection, ServerThatGoesAwayEndsACallAtOnce) {
   server.device->write_fails = true;
   auto client = Connect();
   const auto call = client.remote().Write({});
@@ -79,7 +79,7 @@ TEST_F(ConnectedServer, ServerThatGoesAwayEndsACallAtOnce) {
   EXPECT_LT(steady_clock::now() - started, milliseconds(3000));
 }
 
-TEST_F(ConnectedServer, RefusedOpenIsExplained) {
+TEST_F(ServerConnection, RefusedOpenIsExplained) {
   EXPECT_EQ(OpenFailure(E_ACCESSDENIED),
             L"COM5 is in use by another program or client, or is not shared (0x80070005)");
   server.accept();

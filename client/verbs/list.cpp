@@ -35,7 +35,7 @@ void add_list_options(Tamrin::command_line& line) {
 }
 
 void list_ports(const invocation& request) {
-  connected_server server(request.arguments[0]);
+  server_connection server(request.arguments[0]);
   const auto ports = server.wait(server.remote().EnumeratePorts(), server.display_name());
   const bool as_json = request.options.at(kJsonOption).flag();
   console::print(console::standard_stream::output, as_json ? json(ports) : lines(ports));
