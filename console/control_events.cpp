@@ -41,8 +41,9 @@ control_events::control_events() {
 }
 
 control_events::~control_events() {
-  ::SetConsoleCtrlHandler(&on_console_event, FALSE);
+  // In this order: the handler may not be removed while it runs, and it may be waiting.
   ::SetEvent(finished);
+  ::SetConsoleCtrlHandler(&on_console_event, FALSE);
 }
 
 control_handler::control_handler(action on_event) : action_(std::move(on_event)) {
