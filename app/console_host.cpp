@@ -18,7 +18,6 @@
 namespace tarnwheel {
 namespace {
 
-namespace option_names = Tamrin::option_names;
 namespace setman = Tamrin::setman;
 
 constexpr wchar_t kLogFailed[] =
@@ -26,27 +25,25 @@ constexpr wchar_t kLogFailed[] =
     L"rights to access it are available to the current user.\n"
     L"This is a critical error. The server will now quit.";
 
-bool initialize_log(logging::ILogger& logger, const Tamrin::command_line& options) {
-  const auto level = Tamrin::parse_log_level(options.at(option_names::kLogLevel).text());
-  const bool screen = !options.at(option_names::kNoScreenLog).flag();
+bool initialize_log(logging::ILogger& logger, const Tamrin::server_options& options) {
   try {
-    return logger.initialize(options.at(option_names::kLogPath).text(), screen, level);
+    return logger.initialize(options.log_path, options.screen_log, options.log_level);
   } catch (const ostra::hresult_error&) {
     return false;  // the file is there, but cannot be written
   }
 }
 
-std::shared_ptr<setman::abstract_folder> parameters_of(const Tamrin::command_line& options) {
+std::shared_ptr<setman::abstract_folder> parameters_of(const Tamrin::server_options& options) {
   setman::server_parameters parameters;
-  parameters.security_descriptor = options.at(option_names::kSecurityDescriptor).text();
-  parameters.auto_discovery = !options.at(option_names::kNoDiscovery).flag();
-  parameters.shared_ports = Tamrin::shared_ports(options);
+  parameters.security_descriptor = options.security_descriptor;
+  parameters.auto_discovery = options.discovery;
+  parameters.shared_ports = options.shared_ports;
   auto folder = std::make_shared<setman::file_storage>(std::make_shared<setman::directory>());
   ostra::details::check_hresult(setman::write_server_parameters(*folder, parameters));
   return folder;
 }
 
-void serve(const Tamrin::command_line& options) {
+void serve(const Tamrin::server_options& options) {
   const auto server = create_server(parameters_of(options));
   const auto running = server->run();
   logging::write(logging::info,
@@ -70,9 +67,10 @@ void stop_log(logging::ILogger& logger) {
 
 }  // namespace
 
-int run_console_server(const Tamrin::command_line& options) {
-  if (!options.at(option_names::kNoLogo).flag())
+int run_console_server(const Tamrin::command_line& line) {
+  if (!line.at(Tamrin::option_names::kNoLogo).flag())
     print_logo();
+  const auto options = Tamrin::read_server_options(line);
   const console::control_events events;  // until the log is complete
   logging::Logger logger;
   if (!initialize_log(logger, options)) {
