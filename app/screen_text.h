@@ -1,4 +1,4 @@
-// What the program shows besides its log.
+// The text that the program shows besides its log.
 #pragma once
 
 #include <string_view>

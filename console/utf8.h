@@ -1,4 +1,4 @@
-// Text on a serial line is UTF-8.
+// UTF-8 and UTF-16.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@ namespace console {
 
 [[nodiscard]] std::vector<std::byte> to_utf8(std::wstring_view text);
 
-// What is not UTF-8 becomes U+FFFD.
+// Invalid UTF-8 becomes U+FFFD.
 [[nodiscard]] std::wstring from_utf8(std::span<const std::byte> bytes);
 
 // The same for text that comes in pieces, which may end within a character.

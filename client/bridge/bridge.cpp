@@ -135,7 +135,7 @@ void bridge::serve_all(HANDLE stop) {
       const std::lock_guard guard(lock_);
       present = std::exchange(news_, {});
     }
-    deal_with(std::move(present));
+    handle(std::move(present));
   }
 }
 
@@ -145,7 +145,7 @@ bool bridge::wait_for_news(HANDLE stop) const {
                                   INFINITE) != WAIT_OBJECT_0;
 }
 
-void bridge::deal_with(news present) {
+void bridge::handle(news present) {
   if (present.line_end) {
     if (!options_.releases)
       throw *present.line_end;
@@ -245,7 +245,7 @@ std::shared_ptr<bridge_session> bridge::session() {
   return session_;
 }
 
-// What comes while no program is there is for nobody.
+// Bytes that come while no program is connected are discarded.
 ostra::future<void> bridge::received(std::vector<std::byte> bytes) {
   const auto present = session();
   if (present) {

@@ -65,7 +65,7 @@ class bridge final : private line_receiver {
 
   void serve_all(HANDLE stop);
   [[nodiscard]] bool wait_for_news(HANDLE stop) const;
-  void deal_with(news present);
+  void handle(news present);
   void open_line();
   void close_line();
   void begin_session(std::shared_ptr<byte_stream> program);

@@ -1,4 +1,4 @@
-// What ends a verb, and how the user is told.
+// The failure that ends a verb, with its message for the user.
 #pragma once
 
 #include <span>
@@ -32,7 +32,7 @@ class client_error {
   failure kind_;
 };
 
-// What a Win32 error means in one place of the program; {0} stands for what it befell.
+// The meaning of a Win32 error in one place of the program; {0} stands for its subject.
 struct known_cause {
   DWORD error;
   std::wstring_view pattern;

@@ -1,4 +1,4 @@
-// What is on its way to a remote serial line.
+// The queue of bytes to a remote serial line.
 #pragma once
 
 #include <cstddef>

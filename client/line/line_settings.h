@@ -6,7 +6,7 @@
 
 namespace tarnwheel::client {
 
-// What stops a sender whose receiver is full.
+// How a receiver that is full stops the sender.
 enum class flow_control { none, rts_cts, xon_xoff };
 
 // In the form in which a serial driver takes it, but for the flow control.

@@ -17,7 +17,8 @@
 
 namespace tarnwheel::client {
 
-// What hears from a line, on threads of the pool; received() and changed() may run side by side.
+// Receives a line's bytes and events, on threads of the pool; received() and changed() may run side
+// by side.
 class line_receiver {
  public:
   // The bytes that came, in their order. The next read is sent when the future completes, so a

@@ -28,7 +28,7 @@ std::uint32_t integer_of(std::span<const std::byte> bytes) {
   return value;
 }
 
-// What a row says in the option, and to a driver.
+// The same setting in the option, and to a driver.
 struct code_pair {
   std::uint8_t option;
   UCHAR driver;
@@ -180,7 +180,7 @@ ostra::future<payload> com_port_control::set_control(std::uint8_t value) {
   }
 }
 
-// What is only asked for, and ways of flow control that no port here has.
+// Queries, and kinds of flow control that no port here has.
 payload com_port_control::control_state(std::uint8_t value) const {
   const auto kind = static_cast<UCHAR>(settings_.line.flow);
   const std::uint8_t flow = option_code(kFlows, kind);

@@ -1,4 +1,4 @@
-// What a client may do to a serial port over Telnet: the server's side of RFC 2217.
+// Control of a serial port over Telnet: the server's side of RFC 2217.
 #pragma once
 
 #include <cstddef>

@@ -5,7 +5,7 @@
 
 namespace tarnwheel::client::com_port_option {
 
-// What a client sends; the server's answer, or notification, is greater by kToClient.
+// Commands of a client; the server's answer, or notification, is greater by kToClient.
 enum command : std::uint8_t {
   kSignature = 0,
   kSetBaudRate = 1,

@@ -1,4 +1,4 @@
-// What the keys of a terminal mean.
+// The meaning of the keys of a terminal.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// What a terminal shows.
+// The screen of a terminal.
 #pragma once
 
 #include <cstddef>

@@ -21,8 +21,7 @@
 
 namespace tarnwheel::client {
 
-// Sends what is typed to the line and shows what comes from it. The thread that constructs it runs
-// it, too.
+// Sends what is typed to the line and shows what comes from it. Constructed and run by one thread.
 class terminal_session final : public line_receiver {
  public:
   // Opens COM`number`; throws client_error. `screen` and `capture` must outlive this.

@@ -1,4 +1,4 @@
-// What a terminal makes of bytes that come in pieces.
+// The views of a terminal, of bytes that come in pieces.
 #include <gtest/gtest.h>
 
 #include <span>

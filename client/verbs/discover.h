@@ -1,4 +1,4 @@
-// What the verb that looks for servers makes of what comes back.
+// The answers to discover's queries.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace tarnwheel::client {
 
-// What a query is sent to: the name of a computer, or one of these.
+// The target of a query: the name of a computer, or one of these.
 inline constexpr wchar_t kThisMachine[] = L".";
 inline constexpr wchar_t kAllMachines[] = L"*";  // of the domain or workgroup
 
@@ -39,8 +39,8 @@ class answering_servers {
   std::set<std::wstring, ignoring_case> names_;
 };
 
-// What the user is told about the outcome of a query to kThisMachine or kAllMachines; nothing when
-// it was sent, or when no server runs on this machine.
+// The error to show for the outcome of a query to kThisMachine or kAllMachines; none when it was
+// sent, or when no server runs on this machine.
 [[nodiscard]] std::optional<client_error> query_failure(std::wstring_view target, HRESULT outcome);
 
 }  // namespace tarnwheel::client

@@ -1,4 +1,4 @@
-// What scripts read: one JSON array of objects.
+// Output for scripts: one JSON array of objects.
 #pragma once
 
 #include <initializer_list>

@@ -1,4 +1,4 @@
-// What the client can be asked to do.
+// The verbs that the client knows.
 #pragma once
 
 #include <cstddef>
