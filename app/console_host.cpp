@@ -5,11 +5,11 @@
 #include <optional>
 #include <utility>
 
-#include "app/console_stop.h"
 #include "app/options.h"
 #include "app/screen_text.h"
 #include "async/errors.h"
 #include "async/future.h"
+#include "console/control_events.h"
 #include "log/log.h"
 #include "log/logger.h"
 #include "server/server.h"
@@ -20,7 +20,6 @@
 namespace tarnwheel {
 namespace {
 
-namespace option_names = Tamrin::option_names;
 namespace setman = Tamrin::setman;
 
 constexpr wchar_t kLogFailed[] =
@@ -28,11 +27,9 @@ constexpr wchar_t kLogFailed[] =
     L"rights to access it are available to the current user.\n"
     L"This is a critical error. The server will now quit.";
 
-bool initialize_log(logging::ILogger& logger, const Tamrin::command_line& options) {
-  const auto level = Tamrin::parse_log_level(options.at(option_names::kLogLevel).text());
-  const bool screen = !options.at(option_names::kNoScreenLog).flag();
+bool initialize_log(logging::ILogger& logger, const Tamrin::server_options& options) {
   try {
-    return logger.initialize(options.at(option_names::kLogPath).text(), screen, level);
+    return logger.initialize(options.log_path, options.screen_log, options.log_level);
   } catch (const ostra::hresult_error&) {
     return false;  // the file is there, but cannot be written
   } catch (const std::bad_alloc&) {
@@ -40,11 +37,11 @@ bool initialize_log(logging::ILogger& logger, const Tamrin::command_line& option
   }
 }
 
-std::shared_ptr<setman::abstract_folder> parameters_of(const Tamrin::command_line& options) {
+std::shared_ptr<setman::abstract_folder> parameters_of(const Tamrin::server_options& options) {
   setman::server_parameters parameters;
-  parameters.security_descriptor = options.at(option_names::kSecurityDescriptor).text();
-  parameters.auto_discovery = !options.at(option_names::kNoDiscovery).flag();
-  parameters.shared_ports = Tamrin::shared_ports(options);
+  parameters.security_descriptor = options.security_descriptor;
+  parameters.auto_discovery = options.discovery;
+  parameters.shared_ports = options.shared_ports;
   auto folder = std::make_shared<setman::file_storage>(std::make_shared<setman::directory>());
   ostra::details::check_hresult(setman::write_server_parameters(*folder, parameters));
   return folder;
@@ -71,12 +68,16 @@ class server_run {
   const ostra::future<void> run_;
 };
 
-void serve(const Tamrin::command_line& options) {
+void serve(const Tamrin::server_options& options) {
   const auto server = create_server(parameters_of(options));
   const server_run running(*server);
   logging::write(logging::info,
                  L"Server has been started successfully and is waiting for connections");
-  const console_stop stop(*server);
+  const console::control_handler stop([&server](DWORD) {
+    logging::write(logging::debug, L"Stop event received, stopping server...");
+    server->stop();
+    return true;
+  });
   running.wait_for_end();
 }
 
@@ -91,10 +92,11 @@ void stop_log(logging::ILogger& logger) {
 
 }  // namespace
 
-int run_console_server(const Tamrin::command_line& options) {
-  if (!options.at(option_names::kNoLogo).flag())
+int run_console_server(const Tamrin::command_line& line) {
+  if (!line.at(Tamrin::option_names::kNoLogo).flag())
     print_logo();
-  const console_close_release release;
+  const auto options = Tamrin::read_server_options(line);
+  const console::control_events events;  // until the log is complete
   logging::Logger logger;
   if (!initialize_log(logger, options)) {
     print_error(kLogFailed);
@@ -102,8 +104,7 @@ int run_console_server(const Tamrin::command_line& options) {
   }
   HRESULT outcome = S_OK;
   {
-    const logging::process_logger published(
-        logger, Tamrin::parse_log_level(options.at(option_names::kLogLevel).text()));
+    const logging::process_logger published(logger, options.log_level);
     logging::write(logging::debug, L"Logging system is initialized");
     try {
       serve(options);

@@ -1,12 +1,12 @@
 // The server run by hand, in a console.
 #pragma once
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 
 namespace tarnwheel {
 
-// Runs the server with the parsed options until it is stopped; returns the process's exit code.
+// Runs the server with the parsed command line until it is stopped; returns the process's exit code.
 // Throws Tamrin::cmd_line_syntax_error for an option value that cannot be used.
-[[nodiscard]] int run_console_server(const Tamrin::command_line& options);
+[[nodiscard]] int run_console_server(const Tamrin::command_line& line);
 
 }  // namespace tarnwheel

@@ -1,8 +1,8 @@
 #include <exception>
 #include <string>
 
-#include "app/cmd_line_syntax_error.h"
-#include "app/command_line.h"
+#include "app/command_line/cmd_line_syntax_error.h"
+#include "app/command_line/command_line.h"
 #include "app/console_host.h"
 #include "app/options.h"
 #include "app/screen_text.h"

@@ -89,17 +89,25 @@ std::vector<std::uint32_t> parse_port_list(std::wstring_view value) {
   return ports;
 }
 
-std::vector<std::uint32_t> shared_ports(const command_line& line) {
-  const command_line_option& option = line.at(option_names::kSharePorts);
-  return option.present ? parse_port_list(option.text()) : std::vector<std::uint32_t>();
-}
-
 std::int32_t parse_log_level(std::wstring_view keyword) {
   const auto found = std::ranges::find(kLevelKeywords, keyword);
   if (found == kLevelKeywords.end()) {
     throw cmd_line_syntax_error("Invalid logging level specified.");
   }
   return static_cast<std::int32_t>(found - kLevelKeywords.begin());
+}
+
+server_options read_server_options(const command_line& line) {
+  using namespace option_names;
+  server_options options;
+  options.log_level = parse_log_level(line.at(kLogLevel).text());
+  options.log_path = line.at(kLogPath).text();
+  options.screen_log = !line.at(kNoScreenLog).flag();
+  options.security_descriptor = line.at(kSecurityDescriptor).text();
+  options.discovery = !line.at(kNoDiscovery).flag();
+  if (const command_line_option& ports = line.at(kSharePorts); ports.present)
+    options.shared_ports = parse_port_list(ports.text());
+  return options;
 }
 
 }  // namespace Tamrin

@@ -2,10 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 
 namespace Tamrin {
 
@@ -31,12 +32,22 @@ void add_server_options(command_line& line);
 // nothing. Throws cmd_line_syntax_error at any character other than a digit or a comma.
 [[nodiscard]] std::vector<std::uint32_t> parse_port_list(std::wstring_view value);
 
-// The ports that the parsed command line asks to share; empty (which means all) without the option.
-// Throws as parse_port_list.
-[[nodiscard]] std::vector<std::uint32_t> shared_ports(const command_line& line);
-
 // The level of a keyword: critical 0, error 1, warning 2, info 3, debug 4. Throws
 // cmd_line_syntax_error for any other word.
 [[nodiscard]] std::int32_t parse_log_level(std::wstring_view keyword);
+
+// The configuration of a server that runs in a console.
+struct server_options {
+  std::int32_t log_level = 0;
+  std::wstring log_path;  // empty for no log file
+  bool screen_log = true;
+  std::wstring security_descriptor;
+  bool discovery = true;
+  std::vector<std::uint32_t> shared_ports;  // empty for all
+};
+
+// The values that the parsed command line gives, or their defaults. Throws cmd_line_syntax_error for
+// one that cannot be used, for the log level first.
+[[nodiscard]] server_options read_server_options(const command_line& line);
 
 }  // namespace Tamrin

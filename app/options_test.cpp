@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "app/command_line_help.h"
+#include "app/command_line/command_line_help.h"
 
 namespace Tamrin {
 namespace {
@@ -71,19 +71,21 @@ TEST_F(ServerOptions, Names) {
 
 TEST_F(ServerOptions, ValuesAndDefaults) {
   Parse(L"");
-  EXPECT_EQ(line.at(option_names::kSecurityDescriptor).text(),
-            L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)");
-  EXPECT_EQ(line.at(option_names::kLogPath).text(), L"");
-  EXPECT_EQ(line.at(option_names::kLogLevel).text(), L"info");
-  EXPECT_TRUE(shared_ports(line).empty());
+  const auto defaults = read_server_options(line);
+  EXPECT_EQ(defaults.security_descriptor, L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)");
+  EXPECT_EQ(defaults.log_path, L"");
+  EXPECT_EQ(defaults.log_level, 3);
+  EXPECT_TRUE(defaults.screen_log && defaults.discovery && defaults.shared_ports.empty());
 
   Parse(
       L"--security-descriptor D: --log-path \"C:\\Log Files\\x.log\" --log-level debug "
-      L"--share-ports 3,1,2");
-  EXPECT_EQ(line.at(option_names::kSecurityDescriptor).text(), L"D:");
-  EXPECT_EQ(line.at(option_names::kLogPath).text(), L"C:\\Log Files\\x.log");
-  EXPECT_EQ(line.at(option_names::kLogLevel).text(), L"debug");
-  EXPECT_EQ(shared_ports(line), (std::vector<std::uint32_t>{1, 2, 3}));
+      L"--share-ports 3,1,2 --no-discovery --no-screen-log");
+  const auto given = read_server_options(line);
+  EXPECT_EQ(given.security_descriptor, L"D:");
+  EXPECT_EQ(given.log_path, L"C:\\Log Files\\x.log");
+  EXPECT_EQ(given.log_level, 4);
+  EXPECT_FALSE(given.screen_log || given.discovery);
+  EXPECT_EQ(given.shared_ports, (std::vector<std::uint32_t>{1, 2, 3}));
 }
 
 TEST(PortList, Numbers) {
@@ -124,11 +126,9 @@ TEST(PortList, OtherCharactersAreRefused) {
 }
 
 TEST(LogLevel, Keywords) {
-  EXPECT_EQ(parse_log_level(L"critical"), 0);
-  EXPECT_EQ(parse_log_level(L"error"), 1);
-  EXPECT_EQ(parse_log_level(L"warning"), 2);
-  EXPECT_EQ(parse_log_level(L"info"), 3);
-  EXPECT_EQ(parse_log_level(L"debug"), 4);
+  std::int32_t level = 0;
+  for (const wchar_t* keyword : {L"critical", L"error", L"warning", L"info", L"debug"})
+    EXPECT_EQ(parse_log_level(keyword), level++);
   for (const wchar_t* keyword : {L"warnings", L"Info", L"", L"deb"}) {
     EXPECT_EQ(error_of([&] { return parse_log_level(keyword); }),
               "Invalid logging level specified.")

@@ -2,16 +2,16 @@
 
 #include <string>
 
-#include "app/command_line_help.h"
+#include "app/command_line/command_line_help.h"
 #include "app/version_info.h"
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 
 namespace tarnwheel {
 namespace {
 
-using logging::print;
-using logging::standard_stream;
+using console::print;
+using console::standard_stream;
 
 constexpr std::size_t kWidthWithoutConsole = 80;
 

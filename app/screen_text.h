@@ -1,9 +1,9 @@
-// What the program shows besides its log.
+// The text that the program shows besides its log.
 #pragma once
 
 #include <string_view>
 
-#include "app/command_line.h"
+#include "app/command_line/command_line.h"
 #include "platform/win32.h"
 
 namespace tarnwheel {

@@ -3,8 +3,8 @@
 #include <string>
 
 #include "app/screen_text.h"
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 
 namespace tarnwheel {
 namespace {
@@ -73,7 +73,7 @@ DWORD install_service() {
     return report(L"Error connecting to service control manager: {0b016xp}", ::GetLastError());
   }
   if (unique_service_handle(::OpenServiceW(manager.get(), kServiceName, MAXIMUM_ALLOWED))) {
-    logging::print(logging::standard_stream::output, L"Service already installed\n");
+    console::print(console::standard_stream::output, L"Service already installed\n");
     return ERROR_ALREADY_EXISTS;
   }
   const unique_service_handle service = create_service(manager.get());

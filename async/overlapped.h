@@ -54,12 +54,12 @@ class io_binding {
 //   comes second (it sees the other's flag) resumes the coroutine, so the operation stays alive
 //   until both have let go of it; neither touches it after its own flag was set and the other's was
 //   missing.
-// - The cancellation may come before the call is issued, when CancelIoEx would find nothing. The
-//   second of `issued` and `cancel_requested` calls CancelIoEx. A token that was cancelled even
-//   earlier refuses the subscription, in the constructor.
+// - The cancellation may come before the call is issued, when CancelIoEx would find nothing.
+//   Whichever of `issued` and `cancel_requested` comes second calls CancelIoEx. A token that was
+//   cancelled even earlier refuses the subscription, in the constructor.
 // - The subscription's destructor waits for a cancellation that has begun, so that one never
-// touches
-//   a dead operation. A cancellation after the completion finds nothing to cancel, which is normal.
+//   touches a dead operation. A cancellation after the completion finds nothing to cancel, which is
+//   normal.
 //
 // Whether a completion will come is decided by what the call left in the OVERLAPPED, since its
 // Win32 error does not tell: several NTSTATUS map to one error. The I/O manager queues a completion

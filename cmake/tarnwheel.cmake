@@ -8,11 +8,15 @@ if(WIN32)
 endif()
 
 # A library sees the headers of another only by linking it: each folder is published through an
-# include directory of its own, which holds nothing but a link to that folder.
+# include directory of its own, in which that folder alone stands, under its path from the project's
+# root. So "client/line/retry.h" is found by those who link that room, and by no others.
 function(tarnwheel_publish_folder target scope)
   set(root ${CMAKE_BINARY_DIR}/include/${target})
-  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
-  file(MAKE_DIRECTORY ${root})
+  cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY ${CMAKE_SOURCE_DIR}
+    OUTPUT_VARIABLE folder)
+  cmake_path(GET folder PARENT_PATH parent)
+  file(REMOVE_RECURSE ${root})  # the folder may have moved since
+  file(MAKE_DIRECTORY ${root}/${parent})
   file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${folder} SYMBOLIC)
   # Each header must compile alone. A source of its name includes it first and so shows it; the
   # others are compiled by themselves.

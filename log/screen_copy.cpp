@@ -4,7 +4,7 @@
 #include <new>
 #include <utility>
 
-#include "log/console.h"
+#include "console/print.h"
 
 namespace logging {
 
@@ -30,7 +30,7 @@ void screen_copy::run() noexcept {
     try {
       if (line.left_out != 0)
         line.text = L"(" + std::to_wstring(line.left_out) + L" lines are not shown)\n";
-      print(standard_stream::output, line.text);
+      console::print(console::standard_stream::output, line.text);
     } catch (const std::bad_alloc&) {
       // A line for which there is no memory is lost.
     }

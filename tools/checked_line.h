@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "async/future.h"
-#include "client/connected_server.h"
+#include "client/line/server_connection.h"
 #include "platform/win32.h"
 #include "tests/patience.h"
 
@@ -63,7 +63,7 @@ class checked_line {
   static bytes bytes_of(const ostra::future<tether::bytes_result>& call, DWORD milliseconds);
 
  private:
-  client::connected_server server_;
+  client::server_connection server_;
   const std::uint32_t number_;
 };
 

@@ -6,20 +6,20 @@
 #include <concepts>
 #include <memory>
 
-#include "app/cmd_line_syntax_error.h"
-#include "app/command_line.h"
-#include "client/client_error.h"
-#include "client/values.h"
+#include "app/command_line/cmd_line_syntax_error.h"
+#include "app/command_line/command_line.h"
+#include "app/command_line/numbers.h"
+#include "client/line/client_error.h"
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 #include "platform/serial.h"
 #include "tools/checked_line.h"
 
 namespace tarnwheel::tools {
 namespace {
 
-using logging::print;
-using logging::standard_stream;
+using console::print;
+using console::standard_stream;
 
 constexpr std::uint32_t kMax = 0xFFFFFFFF;
 constexpr std::uint32_t kUnknownControl = 0x001B0FFC;
@@ -249,7 +249,7 @@ int run() {
   if (options.positional().size() != 2)
     throw Tamrin::cmd_line_syntax_error("A server and a port are needed.");
   const place place = {std::wstring(options.positional()[0]),
-                       client::parse_port(options.positional()[1])};
+                       Tamrin::parse_port(options.positional()[1])};
   return check_line(place, unplug.flag());
 }
 
@@ -261,10 +261,10 @@ int main() {
   try {
     return tarnwheel::tools::run();
   } catch (const Tamrin::cmd_line_syntax_error&) {
-    logging::print(logging::standard_stream::error,
+    console::print(console::standard_stream::error,
                    L"Usage: tarnwheel-line-check SERVER PORT [--unplug]\n");
   } catch (const tarnwheel::client::client_error& error) {
-    logging::print(logging::standard_stream::error, error.message() + L"\n");
+    console::print(console::standard_stream::error, error.message() + L"\n");
   }
   return kNotChecked;
 }

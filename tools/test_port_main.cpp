@@ -2,17 +2,17 @@
 // program's standard input stays open: tarnwheel-test-port COM5 "Friendly name".
 #include <string>
 
-#include "app/cmd_line_syntax_error.h"
-#include "app/command_line.h"
+#include "app/command_line/cmd_line_syntax_error.h"
+#include "app/command_line/command_line.h"
 #include "async/errors.h"
+#include "console/print.h"
 #include "format/format.h"
-#include "log/console.h"
 #include "server/test_ports.h"
 
 namespace {
 
-using logging::print;
-using logging::standard_stream;
+using console::print;
+using console::standard_stream;
 
 void wait_for_end_of_input() {
   char input = 0;

@@ -2,7 +2,7 @@
 // rest both a command line and the description of an option.
 #include <algorithm>
 
-#include "app/command_line_help.h"
+#include "app/command_line/command_line_help.h"
 #include "app/options.h"
 #include "fuzz_input.h"
 
@@ -21,10 +21,9 @@ void read_options(const command_line& line) {
   }
   fuzz::require(!line.at(Tamrin::option_names::kSecurityDescriptor).text().empty() ||
                 line.at(Tamrin::option_names::kSecurityDescriptor).present);
-  static_cast<void>(line.at(Tamrin::option_names::kLogPath).text());
-  fuzz::require(std::ranges::is_sorted(Tamrin::shared_ports(line)));
-  const auto level = Tamrin::parse_log_level(line.at(Tamrin::option_names::kLogLevel).text());
-  fuzz::require(level >= 0 && level <= 4);
+  const auto options = Tamrin::read_server_options(line);
+  fuzz::require(std::ranges::is_sorted(options.shared_ports));
+  fuzz::require(options.log_level >= 0 && options.log_level <= 4);
 }
 
 void parse(const std::wstring& text) {

@@ -1,6 +1,6 @@
 // What a program may send to a bridge. The input's first byte is where the rest is cut in two, as a
 // network may cut it.
-#include "client/telnet.h"
+#include "client/telnet/telnet.h"
 
 #include <algorithm>
 #include <string>

@@ -1,0 +1,268 @@
+#include "client/bridge/bridge.h"
+
+#include <array>
+#include <chrono>
+#include <mutex>
+#include <utility>
+
+#include "async/errors.h"
+#include "async/within.h"
+#include "client/bridge/rfc2217_session.h"
+#include "console/print.h"
+#include "console/utf8.h"
+#include "format/format.h"
+
+namespace tarnwheel::client {
+namespace {
+
+using console::print;
+using console::standard_stream;
+using std::chrono::milliseconds;
+
+constexpr std::uint32_t kEvents = SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD | SERIAL_EV_RING |
+                                  SERIAL_EV_BREAK | SERIAL_EV_ERR;
+
+constexpr milliseconds kFarewell(500);
+constexpr milliseconds kPauseAfterFailure(100);
+
+// A connection that is closed with something unread may take the line with the reason along, so
+// what the program has to say is read until it goes too. Everything it uses is its own: whoever
+// waits for it may give up sooner.
+ostra::future<void> say_farewell(std::shared_ptr<byte_stream> program,
+                                 std::vector<std::byte> line) {
+  auto written = program->write(line);
+  co_await written;
+  program->finish();
+  std::vector<std::byte> ignored(1024);
+  std::size_t size = 0;
+  do {
+    auto read = program->read(ignored);
+    size = co_await read;
+  } while (size != 0);
+}
+
+}  // namespace
+
+bridge::bridge(bridge_options options, std::unique_ptr<stream_listener> listener)
+    : options_(std::move(options)),
+      name_(tfmt::format(L"COM{0}", options_.port)),
+      listener_(std::move(listener)),
+      news_event_(ostra::details::check_pointer(::CreateEventW(nullptr, FALSE, FALSE, nullptr))),
+      accepting_(accept_programs()) {}
+
+bridge::~bridge() {
+  listener_->cancel();
+  accepting_.wait();
+  end_session();
+}
+
+// Accepting goes on whatever becomes of one program.
+ostra::future<void> bridge::accept_programs() {
+  ostra::async_timer pause;
+  for (;;) {
+    bool failed = false;
+    try {
+      auto accepted = listener_->accept();
+      auto program = co_await accepted;
+      auto greeted = greet(std::move(program));
+      co_await greeted;
+    } catch (const ostra::operation_cancelled&) {
+      co_return;
+    } catch (const ostra::hresult_error&) {
+      failed = true;  // it has gone again
+    }
+    if (failed) {
+      auto pausing = pause.wait(kPauseAfterFailure);
+      co_await pausing;
+    }
+  }
+}
+
+ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
+  std::wstring reason;
+  {
+    const std::lock_guard guard(lock_);
+    switch (std::exchange(availability_, availability::taken)) {
+      case availability::ready:
+        news_.program = program;
+        ::SetEvent(news_event_.get());
+        break;
+      case availability::taken:
+        reason = name_ + L" is in use by another program\r\n";
+        break;
+      case availability::away:
+        availability_ = availability::away;
+        reason = name_ + L" is not there at the moment\r\n";
+        break;
+    }
+  }
+  if (!reason.empty()) {
+    auto turned_away = turn_away(std::move(program), std::move(reason));
+    co_await turned_away;
+  }
+}
+
+ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std::wstring reason) {
+  try {
+    auto farewell = ostra::within(say_farewell(program, console::to_utf8(reason)), kFarewell);
+    co_await farewell;
+  } catch (const ostra::hresult_error&) {
+    // It has gone, or its time is over.
+  }
+  program->cancel();
+}
+
+void bridge::run(HANDLE stop, const std::function<void()>& ready) {
+  const withdrawal at_the_end{*this};
+  if (!options_.releases)
+    open_line();
+  make_available(availability::ready);
+  ready();
+  serve_all(stop);
+}
+
+bridge::withdrawal::~withdrawal() {
+  self.make_available(availability::away);
+  self.close_line();
+  const std::lock_guard guard(self.lock_);
+  self.news_ = {};
+}
+
+void bridge::serve_all(HANDLE stop) {
+  while (wait_for_news(stop)) {
+    news present;
+    {
+      const std::lock_guard guard(lock_);
+      present = std::exchange(news_, {});
+    }
+    handle(std::move(present));
+  }
+}
+
+bool bridge::wait_for_news(HANDLE stop) const {
+  const std::array handles = {stop, news_event_.get()};
+  return ::WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE,
+                                  INFINITE) != WAIT_OBJECT_0;
+}
+
+void bridge::handle(news present) {
+  if (present.line_end) {
+    if (!options_.releases)
+      throw *present.line_end;
+    tell(*present.line_end);
+    close_line();
+  }
+  if (present.line_end || present.program_has_gone) {
+    end_session();
+    if (options_.releases)
+      close_line();
+    make_available(availability::ready);
+  }
+  if (present.program)
+    begin_session(std::move(present.program));
+}
+
+void bridge::open_line() {
+  auto line = std::make_unique<remote_line>(options_.server, options_.port, options_.pipe);
+  line->set_line(options_.line).get();
+  settings_ = {.line = options_.line};
+  line->start(*this, kEvents);
+  line_ = std::move(line);
+  if (!options_.telnet)
+    return;
+  // Where the device has no such lines, that is known before a program waits for the answer.
+  static_cast<void>(line_->controls().modem_status());
+  static_cast<void>(line_->controls().set_dtr(true));
+  static_cast<void>(line_->controls().set_rts(true));
+}
+
+void bridge::close_line() {
+  if (!line_)
+    return;
+  line_->hang_up();
+  end_session();
+  line_.reset();
+}
+
+void bridge::begin_session(std::shared_ptr<byte_stream> program) {
+  try {
+    if (!line_)
+      open_line();
+  } catch (const client_error& error) {
+    tell(error);
+    turn_away(std::move(program), error.message() + L"\r\n").wait();
+    make_available(availability::ready);
+    return;
+  }
+  peer_ = program->peer();
+  print(standard_stream::output, tfmt::format(L"{0} has connected to {1}\n", peer_, name_));
+  std::shared_ptr<bridge_session> session;
+  if (options_.telnet)
+    session = std::make_shared<rfc2217_session>(std::move(program), *line_, settings_);
+  else
+    session = std::make_shared<bridge_session>(std::move(program), *line_);
+  {
+    const std::lock_guard guard(lock_);
+    session_ = session;
+  }
+  serving_ = serve(std::move(session));
+}
+
+ostra::future<void> bridge::serve(std::shared_ptr<bridge_session> session) {
+  auto running = session->run();
+  co_await running;
+  const std::lock_guard guard(lock_);
+  news_.program_has_gone = true;
+  ::SetEvent(news_event_.get());
+}
+
+void bridge::end_session() {
+  std::shared_ptr<bridge_session> ending;
+  {
+    const std::lock_guard guard(lock_);
+    ending = std::exchange(session_, nullptr);
+  }
+  if (!ending)
+    return;
+  ending->close();
+  serving_.wait();
+  print(standard_stream::output, tfmt::format(L"{0} has gone\n", peer_));
+  const std::lock_guard guard(lock_);
+  news_.program_has_gone = false;
+}
+
+void bridge::tell(const client_error& reason) {
+  print(standard_stream::error, reason.message() + L"\n");
+}
+
+void bridge::make_available(availability now) {
+  const std::lock_guard guard(lock_);
+  availability_ = now;
+}
+
+std::shared_ptr<bridge_session> bridge::session() {
+  const std::lock_guard guard(lock_);
+  return session_;
+}
+
+// Bytes that come while no program is connected are discarded.
+ostra::future<void> bridge::received(std::vector<std::byte> bytes) {
+  const auto present = session();
+  if (present) {
+    auto delivered = present->deliver(std::move(bytes));
+    co_await delivered;
+  }
+}
+
+void bridge::changed(std::uint32_t events) {
+  if (const auto present = session())
+    present->changed(events);
+}
+
+void bridge::ended(const client_error& reason) {
+  const std::lock_guard guard(lock_);
+  news_.line_end = reason;
+  ::SetEvent(news_event_.get());
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,63 @@
+#include "client/bridge/bridge_session.h"
+
+#include <utility>
+
+#include "async/errors.h"
+
+namespace tarnwheel::client {
+namespace {
+
+constexpr std::size_t kReadSize = 16 * 1024;  // bytes
+
+}  // namespace
+
+bridge_session::bridge_session(std::shared_ptr<byte_stream> program, remote_line& line)
+    : program_(std::move(program)),
+      line_(line),
+      to_program_(std::make_shared<stream_writer>(program_)) {}
+
+ostra::future<void> bridge_session::run() {
+  const auto self = shared_from_this();
+  auto begun = begin();
+  co_await begun;
+  std::vector<std::byte> buffer(kReadSize);
+  try {
+    for (;;) {
+      auto read = program_->read(buffer);
+      const std::size_t size = co_await read;
+      if (size == 0)
+        break;
+      const auto end = buffer.begin() + static_cast<std::ptrdiff_t>(size);
+      auto taken = take(std::vector<std::byte>(buffer.begin(), end));
+      co_await taken;
+    }
+  } catch (const ostra::hresult_error&) {
+    // The program has gone, or close() was called.
+  }
+  close();
+  auto ended = end();
+  co_await ended;
+}
+
+void bridge_session::close() noexcept {
+  program_->cancel();
+  to_program_->close();
+}
+
+ostra::future<void> bridge_session::deliver(std::vector<std::byte> bytes) {
+  return to_program_->send(std::move(bytes));
+}
+
+ostra::future<void> bridge_session::begin() {
+  co_return;
+}
+
+ostra::future<void> bridge_session::end() {
+  co_return;
+}
+
+ostra::future<void> bridge_session::take(std::vector<std::byte> bytes) {
+  return line_.write(std::move(bytes));
+}
+
+}  // namespace tarnwheel::client

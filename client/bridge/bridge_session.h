@@ -1,0 +1,58 @@
+// One program at one end of a bridge, and the line at the other.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "async/future.h"
+#include "client/line/remote_line.h"
+#include "client/streams/byte_stream.h"
+#include "client/streams/stream_writer.h"
+
+namespace tarnwheel::client {
+
+// Bytes go through as they are; what else a program may do to a line, a derived class knows. Memory
+// is bounded in both directions: nothing is read from a side while the other one does not take it.
+//
+// `line` must outlive run(). Everything else may be called from any thread, also when the program
+// has gone.
+class bridge_session : public std::enable_shared_from_this<bridge_session> {
+ public:
+  bridge_session(std::shared_ptr<byte_stream> program, remote_line& line);
+  bridge_session(const bridge_session&) = delete;
+  bridge_session& operator=(const bridge_session&) = delete;
+  virtual ~bridge_session() = default;
+
+  // Serves the program; to be called once. Completes when it has gone, or close() was called; the
+  // line is not used any more then. A close() while the line takes nothing needs the end of the
+  // line as well. What the program had sent before it went is still on its way then.
+  [[nodiscard]] ostra::future<void> run();
+
+  virtual void close() noexcept;
+
+  // Hands the program what has come on the line; completes when it was taken, or never will be.
+  [[nodiscard]] virtual ostra::future<void> deliver(std::vector<std::byte> bytes);
+
+  // SERIAL_EV_* have happened.
+  virtual void changed(std::uint32_t) {}
+
+ protected:
+  // Around the serving.
+  [[nodiscard]] virtual ostra::future<void> begin();
+  [[nodiscard]] virtual ostra::future<void> end();
+
+  // What the program has sent.
+  [[nodiscard]] virtual ostra::future<void> take(std::vector<std::byte> bytes);
+
+  [[nodiscard]] remote_line& line() const noexcept { return line_; }
+  [[nodiscard]] stream_writer& to_program() const noexcept { return *to_program_; }
+
+ private:
+  const std::shared_ptr<byte_stream> program_;
+  remote_line& line_;
+  const std::shared_ptr<stream_writer> to_program_;
+};
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,48 @@
+// The failure that ends a verb, with its message for the user.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/win32.h"
+
+namespace tarnwheel::client {
+
+// The kinds of failure that a script can tell apart: the value is the program's exit code.
+enum class failure {
+  usage = 1,       // the command line, or a file that it names
+  connection = 2,  // the server cannot be reached, or has gone
+  refused = 3,     // the server, its system or another client refuses the port or the account
+  device = 4,      // the device failed, or did not answer in time
+};
+
+// A failure with its cause in words and its code.
+class client_error {
+ public:
+  client_error(std::wstring_view cause, HRESULT code, failure kind = failure::device);
+
+  // "No server runs on this machine (0x80070002)".
+  [[nodiscard]] const std::wstring& message() const noexcept { return message_; }
+
+  [[nodiscard]] failure kind() const noexcept { return kind_; }
+
+ private:
+  std::wstring message_;
+  failure kind_;
+};
+
+// The meaning of a Win32 error in one place of the program; {0} stands for its subject.
+struct known_cause {
+  DWORD error;
+  std::wstring_view pattern;
+  failure kind = failure::device;
+};
+
+// Explains `code` by the first row that matches it, or else by the system's own words as a failure
+// of the kind `otherwise`.
+[[nodiscard]] client_error explain(HRESULT code, std::wstring_view subject,
+                                   std::span<const known_cause> causes = {},
+                                   failure otherwise = failure::device);
+
+}  // namespace tarnwheel::client

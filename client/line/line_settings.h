@@ -1,0 +1,25 @@
+// How a serial line is set, and the options that say so.
+#pragma once
+
+#include "app/command_line/command_line.h"
+#include "platform/serial.h"
+
+namespace tarnwheel::client {
+
+// How a receiver that is full stops the sender.
+enum class flow_control { none, rts_cts, xon_xoff };
+
+// In the form in which a serial driver takes it, but for the flow control.
+struct line_settings {
+  SERIAL_BAUD_RATE baud_rate;
+  SERIAL_LINE_CONTROL control;
+  flow_control flow = flow_control::none;
+};
+
+void add_line_options(Tamrin::command_line& line);
+
+// 115200 baud, 8 data bits, no parity, 1 stop bit and no flow control where the parsed options say
+// nothing. Throws cmd_line_syntax_error for a value that no line can have.
+[[nodiscard]] line_settings line_settings_of(const Tamrin::command_line& line);
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,235 @@
+#include "client/line/remote_line.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+namespace tarnwheel::client {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr std::uint32_t kGreatestRead = 16 * 1024;  // bytes
+constexpr milliseconds kReadLimit(30'000);
+constexpr milliseconds kPauseBetweenReads(20);
+constexpr milliseconds kHeartbeat(5000);
+constexpr milliseconds kHeartbeatLimit(10'000);
+
+std::uint32_t events_in(const std::vector<std::byte>& output) {
+  std::uint32_t events = 0;
+  if (output.size() == sizeof events)
+    std::memcpy(&events, output.data(), sizeof events);
+  return events;
+}
+
+}  // namespace
+
+remote_line::remote_line(std::wstring_view server, std::uint32_t number, std::wstring_view pipe)
+    : server_(server, pipe),
+      name_(server_.open_port(number)),
+      controls_(server_, name_),
+      output_(std::make_shared<line_output>(server_, name_)) {
+  controls_.set_read_limit(kReadLimit).get();
+}
+
+remote_line::~remote_line() {
+  hang_up();
+  for (const auto& coroutine : running_)
+    coroutine.wait();
+}
+
+void remote_line::start(line_receiver& receiver, std::uint32_t events) {
+  receiver_ = &receiver;
+  running_.push_back(watch_connection());
+  running_.push_back(watch_output());
+  running_.push_back(watch_device());
+  running_.push_back(read());
+  if (events != 0)
+    running_.push_back(wait_for_events(events));
+}
+
+void remote_line::hang_up() {
+  ended_ = true;
+  stop();
+}
+
+void remote_line::stop() {
+  server_.hang_up();
+  output_->close();
+  pause_.cancel();
+  heartbeat_.cancel();
+}
+
+void remote_line::end(const client_error& reason) {
+  if (ended_.exchange(true))
+    return;
+  receiver_->ended(reason);  // before anything else looks as if it had gone well
+  stop();
+}
+
+// A driver completes a read of one byte as soon as that byte comes. Of a longer one some complete
+// with what is there, others wait for all of it: so what is asked for then is what is there.
+ostra::future<void> remote_line::read() {
+  try {
+    while (!ended_) {
+      const auto start = steady_clock::now();
+      auto first_read = read_some(1);
+      auto first = co_await first_read;
+      if (!first.empty()) {
+        auto rest_read = read_rest(std::move(first));
+        auto bytes = co_await rest_read;
+        auto taken = receiver_->received(std::move(bytes));
+        co_await taken;
+      } else if (steady_clock::now() - start < kReadLimit / 2) {
+        // A driver that does not know these time-outs must not be asked without a pause.
+        auto pause = pause_.wait(kPauseBetweenReads);
+        co_await pause;
+      }
+    }
+  } catch (const client_error& error) {
+    end(error);
+  } catch (const ostra::timer_cancelled&) {
+    // The line has ended.
+  }
+}
+
+ostra::future<std::vector<std::byte>> remote_line::read_some(std::uint32_t size) {
+  auto call = server_.answer(server_.remote().Read(size), name_, milliseconds::zero());
+  tether::bytes_result result = co_await call;
+  if (FAILED(result.code))
+    throw explain(result.code, name_);
+  co_return std::move(result.bytes);
+}
+
+ostra::future<std::vector<std::byte>> remote_line::read_rest(std::vector<std::byte> bytes) {
+  auto asked = count_waiting();
+  const std::uint32_t count = co_await asked;
+  if (count != 0) {
+    auto rest_read = read_some(std::min(count, kGreatestRead));
+    const auto rest = co_await rest_read;
+    bytes.insert(bytes.end(), rest.begin(), rest.end());
+  }
+  co_return bytes;
+}
+
+ostra::future<std::uint32_t> remote_line::count_waiting() {
+  try {
+    auto asked = controls_.line_status();
+    const SERIAL_STATUS status = co_await asked;
+    note_errors(status.Errors);
+    co_return status.AmountInInQueue;
+  } catch (const client_error&) {
+    co_return 0;  // this device is read byte by byte
+  }
+}
+
+ostra::future<std::uint32_t> remote_line::take_errors() {
+  try {
+    auto asked = controls_.line_status();
+    const SERIAL_STATUS status = co_await asked;
+    errors_ |= status.Errors;
+  } catch (const client_error&) {
+    // What the reads have found is all there is.
+  }
+  co_return errors_.exchange(0);
+}
+
+// The device forgets errors once it has told them.
+void remote_line::note_errors(std::uint32_t errors) {
+  if (errors == 0)
+    return;
+  errors_ |= errors;
+  receiver_->changed((errors & SERIAL_ERROR_BREAK) != 0 ? SERIAL_EV_ERR | SERIAL_EV_BREAK
+                                                        : SERIAL_EV_ERR);
+}
+
+ostra::future<tether::bytes_result> remote_line::next_events() {
+  auto call = server_.remote().IoControl(IOCTL_SERIAL_WAIT_ON_MASK, sizeof(std::uint32_t), {});
+  return server_.answer(std::move(call), name_, milliseconds::zero());
+}
+
+ostra::future<void> remote_line::wait_for_events(std::uint32_t events) {
+  try {
+    auto set = controls_.set_event_mask(events);
+    co_await set;
+    auto wait = next_events();
+    while (!ended_) {
+      const tether::bytes_result result = co_await wait;
+      const std::uint32_t happened = events_in(result.bytes);
+      // Nobody changes the mask, so a wait without a result comes from a device without events.
+      if (happened == 0)
+        co_return;
+      wait = next_events();
+      receiver_->changed(happened);
+    }
+  } catch (const client_error&) {
+    // A device without events, or the end of the connection, which others tell of.
+  }
+}
+
+ostra::future<void> remote_line::watch_connection() {
+  const auto ended = server_.ended();
+  co_await ended;
+  end(server_.end_of_connection(name_));
+}
+
+ostra::future<void> remote_line::watch_output() {
+  const auto failure = output_->failure();
+  try {
+    co_await failure;
+  } catch (const client_error& error) {
+    end(error);
+  }
+}
+
+// A device that has vanished leaves the pending read without an answer, as a quiet line does. It is
+// missed only if it has answered before, which is found out at once.
+ostra::future<void> remote_line::watch_device() {
+  try {
+    while (!ended_) {
+      auto beat = controls_.baud_rate(kHeartbeatLimit);
+      co_await beat;
+      auto pause = heartbeat_.wait(kHeartbeat);
+      co_await pause;
+    }
+  } catch (const ostra::timer_cancelled&) {
+    // The line has ended.
+  } catch (const client_error& error) {
+    if (controls_.has_answered(IOCTL_SERIAL_GET_BAUD_RATE))
+      end(error);
+  }
+}
+
+ostra::future<void> remote_line::set_line(line_settings settings) {
+  auto rate = set_baud_rate(settings.baud_rate.BaudRate);
+  co_await rate;
+  auto control = controls_.set_line_control(settings.control);
+  co_await control;
+  auto flow = set_flow_control(settings.flow);
+  co_await flow;
+}
+
+ostra::future<void> remote_line::set_baud_rate(std::uint32_t rate) {
+  auto set = controls_.set_baud_rate(rate);
+  co_await set;
+  baud_rate_ = rate;
+  output_->set_pace(baud_rate_, flow_ != flow_control::none);
+}
+
+ostra::future<void> remote_line::set_flow_control(flow_control kind) {
+  auto set = controls_.set_flow_control(kind);
+  co_await set;
+  flow_ = kind;
+  output_->set_pace(baud_rate_, flow_ != flow_control::none);
+}
+
+ostra::future<void> remote_line::purge(purged what) {
+  if (what != purged::input)
+    output_->drop();
+  return controls_.purge(what);
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,123 @@
+#include "client/line/server_connection.h"
+
+#include <algorithm>
+
+#include "format/format.h"
+#include "rpc/pipe_transport.h"
+
+namespace tarnwheel::client {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr std::uint16_t kClientCode = 1;
+constexpr milliseconds kBusyLimit(2000);
+constexpr DWORD kBusyPause = 50;  // milliseconds
+
+constexpr known_cause kConnectCauses[] = {
+    {ERROR_FILE_NOT_FOUND, L"No server runs on {0}", failure::connection},
+    {ERROR_TIMEOUT, L"No server runs on {0}", failure::connection},
+    {ERROR_PATH_NOT_FOUND, L"There is no way to {0}", failure::connection},
+    {ERROR_BAD_NETPATH, L"There is no way to {0}", failure::connection},
+    {ERROR_BAD_NET_NAME, L"There is no way to {0}", failure::connection},
+    {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account", failure::refused},
+    {ERROR_PIPE_BUSY, L"The server on {0} is busy", failure::connection},
+};
+
+constexpr known_cause kInUseCauses[] = {
+    {ERROR_ACCESS_DENIED, L"{0} is in use by another program or client", failure::refused},
+};
+
+constexpr known_cause kOpenCauses[] = {
+    {ERROR_ACCESS_DENIED, L"{0} is in use by another program or client, or is not shared",
+     failure::refused},
+    {ERROR_SHARING_VIOLATION, L"{0} is in use by another program or client", failure::refused},
+    {ERROR_FILE_NOT_FOUND, L"{0} does not exist", failure::refused},
+};
+
+std::wstring display_name_of(std::wstring_view name) {
+  return name == L"." ? L"this machine" : std::wstring(name);
+}
+
+// All instances being taken passes quickly: the server makes the next one as soon as a client has
+// taken the last.
+HRESULT connect_when_free(tether::ITransport& transport, std::wstring_view name,
+                          std::wstring_view pipe) {
+  const auto deadline = steady_clock::now() + kBusyLimit;
+  for (;;) {
+    const HRESULT outcome = transport.Connect(name, pipe, NMPWAIT_USE_DEFAULT_WAIT, 1);
+    const bool busy = outcome == ostra::details::to_hresult(ERROR_PIPE_BUSY);
+    if (!busy || steady_clock::now() >= deadline)
+      return outcome;
+    ::Sleep(kBusyPause);
+  }
+}
+
+std::shared_ptr<tether::ITransport> connect(std::wstring_view name, std::wstring_view pipe) {
+  auto transport = tether::PipeTransport::Create();
+  HRESULT outcome = S_OK;
+  try {
+    outcome = connect_when_free(*transport, name, pipe);
+  } catch (const ostra::hresult_error& error) {
+    outcome = error.code();  // the open pipe cannot be used
+  }
+  if (FAILED(outcome))
+    throw explain(outcome, display_name_of(name), kConnectCauses, failure::connection);
+  return transport;
+}
+
+}  // namespace
+
+server_connection::server_connection(std::wstring_view name, std::wstring_view pipe)
+    : display_name_(display_name_of(name)),
+      connection_(std::make_shared<connection>(connect(name, pipe), kClientCode,
+                                               std::weak_ptr<tether::IServer_Remote>())),
+      receiving_(run(connection_, std::move(end_))) {}
+
+server_connection::~server_connection() {
+  connection_->Cancel();
+  receiving_.wait();
+}
+
+ostra::future<void> server_connection::run(std::shared_ptr<connection> connection,
+                                           ostra::promise<void> ended) {
+  auto receiving = connection->Run();
+  co_await receiving;
+  ended.set_value();
+}
+
+std::wstring server_connection::open_port(std::uint32_t number) {
+  std::wstring name = tfmt::format(L"COM{0}", number);
+  const HRESULT outcome = wait(remote().OpenPort(number), name);
+  // One code says two things, of which a port that is shared leaves one.
+  if (outcome == E_ACCESSDENIED && lists(number))
+    throw explain(outcome, name, kInUseCauses);
+  if (FAILED(outcome))
+    throw explain(outcome, name, kOpenCauses, failure::refused);
+  return name;
+}
+
+bool server_connection::lists(std::uint32_t number) {
+  const auto ports = wait(remote().EnumeratePorts(), display_name_);
+  return std::ranges::find(ports, number, &tether::port_record::number) != ports.end();
+}
+
+client_error server_connection::end_of_connection(std::wstring_view subject) const {
+  return failure(display_name_, subject, milliseconds::zero(), ostra::operation_cancelled().code());
+}
+
+client_error server_connection::failure(std::wstring_view server, std::wstring_view subject,
+                                        milliseconds limit, HRESULT code) {
+  if (code == ostra::details::to_hresult(ERROR_TIMEOUT)) {
+    const auto count = static_cast<std::uint32_t>(limit.count());
+    return client_error(tfmt::format(L"{0}: no answer within {1} ms", subject, count), code);
+  }
+  if (code == ostra::operation_cancelled().code())
+    return client_error(
+        tfmt::format(L"{0}: the server on {1} ended the connection", subject, server), code,
+        failure::connection);
+  return explain(code, subject);
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,287 @@
+#include "client/telnet/com_port_control.h"
+
+#include <algorithm>
+#include <iterator>
+#include <mutex>
+#include <utility>
+
+#include "client/telnet/com_port_option.h"
+
+namespace tarnwheel::client {
+namespace {
+
+using namespace com_port_option;
+using payload = std::vector<std::byte>;
+
+payload answer(std::uint8_t command, std::uint8_t value) {
+  return {std::byte(command + kToClient), std::byte(value)};
+}
+
+ostra::future<payload> ready(payload bytes) {
+  co_return bytes;
+}
+
+std::uint32_t integer_of(std::span<const std::byte> bytes) {
+  std::uint32_t value = 0;
+  for (const std::byte byte : bytes)
+    value = value << 8 | std::to_integer<std::uint32_t>(byte);
+  return value;
+}
+
+// The same setting in the option, and to a driver.
+struct code_pair {
+  std::uint8_t option;
+  UCHAR driver;
+};
+
+constexpr code_pair kParities[] = {{kNone, NO_PARITY},
+                                   {kOdd, ODD_PARITY},
+                                   {kEven, EVEN_PARITY},
+                                   {kMark, MARK_PARITY},
+                                   {kSpace, SPACE_PARITY}};
+constexpr code_pair kStopSizes[] = {
+    {kOne, STOP_BIT_1}, {kTwo, STOP_BITS_2}, {kOneAndAHalf, STOP_BITS_1_5}};
+constexpr code_pair kDataSizes[] = {{5, 5}, {6, 6}, {7, 7}, {8, 8}};
+constexpr code_pair kFlows[] = {{kFlowNone, static_cast<UCHAR>(flow_control::none)},
+                                {kFlowXonXoff, static_cast<UCHAR>(flow_control::xon_xoff)},
+                                {kFlowRtsCts, static_cast<UCHAR>(flow_control::rts_cts)}};
+
+// The part of a line's settings that a command is about.
+struct size_row {
+  std::uint8_t command;
+  UCHAR SERIAL_LINE_CONTROL::*member;
+  std::span<const code_pair> codes;
+};
+
+constexpr size_row kSizes[] = {
+    {kSetDataSize, &SERIAL_LINE_CONTROL::WordLength, kDataSizes},
+    {kSetParity, &SERIAL_LINE_CONTROL::Parity, kParities},
+    {kSetStopSize, &SERIAL_LINE_CONTROL::StopBits, kStopSizes},
+};
+
+const size_row& size_row_of(std::uint8_t command) {
+  return *std::ranges::find(kSizes, command, &size_row::command);
+}
+
+std::uint8_t option_code(std::span<const code_pair> codes, UCHAR driver) {
+  return std::ranges::find(codes, driver, &code_pair::driver)->option;
+}
+
+// A UART has one stop bit or more, and how many more the data size says: with 5 bits, one and a
+// half, otherwise two. A client sets one after the other and would pass through what no driver
+// takes.
+SERIAL_LINE_CONTROL as_driver_takes_it(SERIAL_LINE_CONTROL line) {
+  if (line.StopBits != STOP_BIT_1)
+    line.StopBits = line.WordLength == 5 ? STOP_BITS_1_5 : STOP_BITS_2;
+  return line;
+}
+
+std::uint8_t changes_between(std::uint8_t before, std::uint8_t now) {
+  const auto changed = static_cast<std::uint8_t>(before ^ now);
+  const auto told = static_cast<std::uint8_t>((changed & ~kRing) | (changed & before & kRing));
+  return static_cast<std::uint8_t>(told >> 4);
+}
+
+}  // namespace
+
+ostra::future<payload> com_port_control::execute(std::vector<std::byte> command) {
+  if (command.empty())
+    return ready({});
+  const auto code = std::to_integer<std::uint8_t>(command[0]);
+  const auto argument = std::span<const std::byte>(command).subspan(1);
+  const auto value =
+      argument.empty() ? std::uint8_t{0} : std::to_integer<std::uint8_t>(argument[0]);
+  switch (code) {
+    case kSignature:
+      return ready(argument.empty() ? own_signature() : payload());
+    case kSetBaudRate:
+      return argument.size() == 4 ? set_baud_rate(integer_of(argument)) : ready({});
+    case kNotifyModemState:
+      return tell_modem_state();
+    case kFlowControlSuspend:
+    case kFlowControlResume:
+      port_.suspend(code == kFlowControlSuspend);
+      return ready({});
+    default:
+      return argument.size() == 1 ? execute(code, value) : ready({});
+  }
+}
+
+ostra::future<payload> com_port_control::execute(std::uint8_t code, std::uint8_t value) {
+  switch (code) {
+    case kSetDataSize:
+    case kSetParity:
+    case kSetStopSize:
+      return set_size(code, value);
+    case kSetControl:
+      return set_control(value);
+    case kSetLineStateMask:
+    case kSetModemStateMask:
+      return ready(set_mask(code, value));
+    case kPurgeData:
+      return purge(value);
+    default:
+      return ready({});
+  }
+}
+
+payload com_port_control::own_signature() const {
+  payload bytes = {std::byte{kSignature + kToClient}};
+  std::ranges::transform(signature_, std::back_inserter(bytes),
+                         [](char character) { return std::byte(character); });
+  return bytes;
+}
+
+ostra::future<payload> com_port_control::set_baud_rate(std::uint32_t rate) {
+  if (rate != kQuery && rate != settings_.line.baud_rate.BaudRate) {
+    auto set = port_.set_baud_rate(rate);
+    const bool accepted = co_await set;
+    if (accepted)
+      settings_.line.baud_rate.BaudRate = rate;
+  }
+  const std::uint32_t present = settings_.line.baud_rate.BaudRate;
+  payload bytes = {std::byte{kSetBaudRate + kToClient}};
+  for (int shift = 24; shift >= 0; shift -= 8)
+    bytes.push_back(static_cast<std::byte>(present >> shift));
+  co_return bytes;
+}
+
+ostra::future<payload> com_port_control::set_size(std::uint8_t command, std::uint8_t value) {
+  const size_row& row = size_row_of(command);
+  const auto wanted = std::ranges::find(row.codes, value, &code_pair::option);
+  if (wanted != row.codes.end() && wanted->driver != settings_.line.control.*row.member) {
+    SERIAL_LINE_CONTROL line = settings_.line.control;
+    line.*row.member = wanted->driver;
+    auto set = port_.set_line_control(as_driver_takes_it(line));
+    const bool accepted = co_await set;
+    if (accepted)
+      settings_.line.control = line;
+  }
+  co_return answer(command, option_code(row.codes, settings_.line.control.*row.member));
+}
+
+ostra::future<payload> com_port_control::set_control(std::uint8_t value) {
+  switch (value) {
+    case kFlowNone:
+    case kFlowXonXoff:
+    case kFlowRtsCts:
+      return set_flow(value);
+    case kBreakOn:
+    case kBreakOff:
+      return set_signal(&com_port::set_break, settings_.break_on, value == kBreakOn, kBreakOn);
+    case kDtrOn:
+    case kDtrOff:
+      return set_signal(&com_port::set_dtr, settings_.dtr_on, value == kDtrOn, kDtrOn);
+    case kRtsOn:
+    case kRtsOff:
+      return set_signal(&com_port::set_rts, settings_.rts_on, value == kRtsOn, kRtsOn);
+    default:
+      return ready(control_state(value));
+  }
+}
+
+// Queries, and kinds of flow control that no port here has.
+payload com_port_control::control_state(std::uint8_t value) const {
+  const auto kind = static_cast<UCHAR>(settings_.line.flow);
+  const std::uint8_t flow = option_code(kFlows, kind);
+  switch (value) {
+    case kQueryFlow:
+    case kFlowDcd:
+    case kFlowDsr:
+      return answer(kSetControl, flow);
+    case kQueryBreak:
+      return answer(kSetControl, settings_.break_on ? kBreakOn : kBreakOff);
+    case kQueryDtr:
+      return answer(kSetControl, settings_.dtr_on ? kDtrOn : kDtrOff);
+    case kQueryRts:
+      return answer(kSetControl, settings_.rts_on ? kRtsOn : kRtsOff);
+    case kQueryInputFlow:
+    case kInputFlowNone:
+    case kInputFlowXonXoff:
+    case kInputFlowRtsCts:
+    case kInputFlowDtr:
+      return answer(kSetControl, static_cast<std::uint8_t>(flow - kFlowNone + kInputFlowNone));
+    default:
+      return {};
+  }
+}
+
+ostra::future<payload> com_port_control::set_flow(std::uint8_t value) {
+  const auto row = std::ranges::find(kFlows, value, &code_pair::option);
+  const auto kind = static_cast<flow_control>(row->driver);
+  auto set = port_.set_flow_control(kind);
+  const bool accepted = co_await set;
+  if (accepted)
+    settings_.line.flow = kind;
+  co_return control_state(kQueryFlow);
+}
+
+ostra::future<payload> com_port_control::set_signal(setter set, bool& state, bool on,
+                                                    std::uint8_t code_when_on) {
+  auto done = (port_.*set)(on);
+  const bool accepted = co_await done;
+  if (accepted)
+    state = on;
+  const int code = state ? code_when_on : code_when_on + 1;
+  co_return answer(kSetControl, static_cast<std::uint8_t>(code));
+}
+
+ostra::future<payload> com_port_control::purge(std::uint8_t value) {
+  if (value < kPurgeInput || value > kPurgeBoth)
+    co_return payload();
+  const purged what = value == kPurgeInput    ? purged::input
+                      : value == kPurgeOutput ? purged::output
+                                              : purged::both;
+  auto done = port_.purge(what);
+  co_await done;
+  co_return answer(kPurgeData, value);
+}
+
+payload com_port_control::set_mask(std::uint8_t command, std::uint8_t value) {
+  {
+    const std::lock_guard guard(lock_);
+    (command == kSetLineStateMask ? line_mask_ : modem_mask_) = value;
+  }
+  return answer(command, value);
+}
+
+ostra::future<payload> com_port_control::tell_modem_state() {
+  auto asked = port_.modem_status();
+  const std::uint32_t status = co_await asked;
+  const std::lock_guard guard(lock_);
+  co_return answer(kNotifyModemState, next_modem_state(status));
+}
+
+payload com_port_control::modem_notice(std::uint32_t status, bool rang) {
+  const std::lock_guard guard(lock_);
+  const bool first = !told_;
+  const auto changed = static_cast<std::uint8_t>(lines_ ^ (status & kLines));
+  const unsigned state = next_modem_state(status) | (rang ? kRing >> 4 : 0u);
+  if (!first && ((changed | (state & ~kLines)) & modem_mask_) == 0)
+    return {};
+  return answer(kNotifyModemState, static_cast<std::uint8_t>(state & modem_mask_));
+}
+
+std::uint8_t com_port_control::next_modem_state(std::uint32_t status) {
+  const auto lines = static_cast<std::uint8_t>(status & kLines);
+  const std::uint8_t before = std::exchange(lines_, lines);
+  const std::uint8_t changes = std::exchange(told_, true) ? changes_between(before, lines) : 0;
+  return static_cast<std::uint8_t>(lines | changes);
+}
+
+payload com_port_control::line_notice(std::uint32_t errors) {
+  constexpr std::pair<std::uint32_t, std::uint8_t> kStates[] = {
+      {SERIAL_ERROR_BREAK, kBreakDetected},
+      {SERIAL_ERROR_FRAMING, kFramingError},
+      {SERIAL_ERROR_PARITY, kParityError},
+      {SERIAL_ERROR_OVERRUN, kOverrun},
+      {SERIAL_ERROR_QUEUEOVERRUN, kOverrun}};
+  unsigned state = 0;
+  for (const auto& [error, bit] : kStates)
+    state |= (errors & error) != 0 ? bit : 0u;
+  const std::lock_guard guard(lock_);
+  state &= line_mask_;
+  return state == 0 ? payload() : answer(kNotifyLineState, static_cast<std::uint8_t>(state));
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,71 @@
+// The numbers of RFC 2217, Telnet's option for the control of a serial port.
+#pragma once
+
+#include <cstdint>
+
+namespace tarnwheel::client::com_port_option {
+
+// Commands of a client; the server's answer, or notification, is greater by kToClient.
+enum command : std::uint8_t {
+  kSignature = 0,
+  kSetBaudRate = 1,
+  kSetDataSize = 2,
+  kSetParity = 3,
+  kSetStopSize = 4,
+  kSetControl = 5,
+  kNotifyLineState = 6,
+  kNotifyModemState = 7,
+  kFlowControlSuspend = 8,
+  kFlowControlResume = 9,
+  kSetLineStateMask = 10,
+  kSetModemStateMask = 11,
+  kPurgeData = 12,
+};
+inline constexpr std::uint8_t kToClient = 100;
+
+// Values of kSetBaudRate (four bytes, the highest first), kSetDataSize, kSetParity and kSetStopSize
+// that ask for the present one.
+inline constexpr std::uint8_t kQuery = 0;
+
+enum parity : std::uint8_t { kNone = 1, kOdd = 2, kEven = 3, kMark = 4, kSpace = 5 };
+enum stop_size : std::uint8_t { kOne = 1, kTwo = 2, kOneAndAHalf = 3 };
+
+enum control : std::uint8_t {
+  kQueryFlow = 0,
+  kFlowNone = 1,
+  kFlowXonXoff = 2,
+  kFlowRtsCts = 3,
+  kQueryBreak = 4,
+  kBreakOn = 5,
+  kBreakOff = 6,
+  kQueryDtr = 7,
+  kDtrOn = 8,
+  kDtrOff = 9,
+  kQueryRts = 10,
+  kRtsOn = 11,
+  kRtsOff = 12,
+  kQueryInputFlow = 13,
+  kInputFlowNone = 14,
+  kInputFlowXonXoff = 15,
+  kInputFlowRtsCts = 16,
+  kFlowDcd = 17,
+  kInputFlowDtr = 18,
+  kFlowDsr = 19,
+};
+
+enum purge : std::uint8_t { kPurgeInput = 1, kPurgeOutput = 2, kPurgeBoth = 3 };
+
+// Of kNotifyLineState.
+enum line_state : std::uint8_t {
+  kOverrun = 0x02,
+  kParityError = 0x04,
+  kFramingError = 0x08,
+  kBreakDetected = 0x10,
+};
+
+// Of kNotifyModemState. The upper half has the lines as a driver's modem status has them; a bit of
+// the lower half says that the line four bits above has changed, for the ring signal that it ended.
+inline constexpr std::uint8_t kLines = 0xF0;
+inline constexpr std::uint8_t kRing = 0x40;
+
+}  // namespace tarnwheel::client::com_port_option

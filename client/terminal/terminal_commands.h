@@ -1,0 +1,54 @@
+// The commands of a terminal that ask something of the line.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "async/future.h"
+#include "async/timer.h"
+#include "client/line/remote_line.h"
+#include "client/terminal/terminal_keys.h"
+#include "client/terminal/terminal_screen.h"
+
+namespace tarnwheel::client {
+
+// Used by one thread, which does not wait: each command goes on by itself and tells its outcome on
+// the screen.
+class terminal_commands {
+ public:
+  // Both must outlive this.
+  terminal_commands(remote_line& line, terminal_screen& screen) : line_(line), screen_(screen) {}
+
+  // Ignores what is no such command.
+  void run(key_command command);
+
+  // Waits for the commands under way; to be called when the line has been hung up, which ends them.
+  void finish();
+
+ private:
+  struct output_line {
+    std::wstring_view name;
+    ostra::future<void> (line_controls::*set)(bool);
+    std::atomic<bool> on;
+
+    [[nodiscard]] std::wstring state() const;
+  };
+
+  ostra::future<void> send_break();
+  ostra::future<void> toggle(output_line& toggled);
+  ostra::future<void> show_state();
+  ostra::future<std::wstring> modem_lines();
+  ostra::future<std::wstring> errors();
+
+  remote_line& line_;
+  terminal_screen& screen_;
+  ostra::async_timer break_time_;
+  output_line dtr_{L"DTR", &line_controls::set_dtr, true};
+  output_line rts_{L"RTS", &line_controls::set_rts, true};
+  std::vector<ostra::future<void>> under_way_;
+  ostra::future<void> break_;
+};
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,64 @@
+#include "client/terminal/terminal_screen.h"
+
+#include <string>
+#include <utility>
+
+#include "client/terminal/hex_view.h"
+#include "console/print.h"
+#include "console/utf8.h"
+
+namespace tarnwheel::client {
+namespace {
+
+void print(std::wstring_view text) {
+  console::print(console::standard_stream::output, text);
+}
+
+// A terminal passes over the character NUL, which a console shows.
+std::wstring without_nul(std::wstring text) {
+  std::erase(text, L'\0');
+  return text;
+}
+
+}  // namespace
+
+// Used by one item of work after another.
+struct terminal_screen::state {
+  explicit state(view wanted) : kind(wanted) {}
+
+  void show(std::span<const std::byte> bytes) {
+    print(kind == view::hex ? hex.add(bytes) : without_nul(text.decode(bytes)));
+  }
+
+  // Enter sends a carriage return, which alone would leave the cursor on its line.
+  void echo(std::span<const std::byte> bytes) {
+    if (kind == view::hex)
+      return show(bytes);
+    std::wstring typed;
+    for (const wchar_t unit : console::from_utf8(bytes))
+      typed += unit == L'\r' ? std::wstring(L"\r\n") : std::wstring(1, unit);
+    print(typed);
+  }
+
+  const view kind;
+  console::utf8_stream text;
+  hex_view hex;
+};
+
+terminal_screen::terminal_screen(view kind) : state_(std::make_shared<state>(kind)) {}
+
+ostra::future<void> terminal_screen::show(std::vector<std::byte> bytes) {
+  return work_.post([screen = state_, block = std::move(bytes)] { screen->show(block); });
+}
+
+void terminal_screen::echo(std::vector<std::byte> bytes) {
+  static_cast<void>(
+      work_.post([screen = state_, block = std::move(bytes)] { screen->echo(block); }));
+}
+
+void terminal_screen::note(std::wstring_view text) {
+  static_cast<void>(
+      work_.post([lines = L"\r\n[" + std::wstring(text) + L"]\r\n"] { print(lines); }));
+}
+
+}  // namespace tarnwheel::client

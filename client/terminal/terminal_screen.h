@@ -1,0 +1,43 @@
+// The screen of a terminal.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "async/future.h"
+#include "async/work_queue.h"
+
+namespace tarnwheel::client {
+
+// Writes to the console of standard output on threads of the pool: one that the user has stopped
+// holds up nobody. Any thread.
+class terminal_screen {
+ public:
+  // How bytes are shown: as UTF-8 text with its escape sequences, or in hexadecimal columns.
+  enum class view { text, hex };
+
+  explicit terminal_screen(view kind);
+
+  // Completes when the bytes are shown, or dropped.
+  ostra::future<void> show(std::vector<std::byte> bytes);
+
+  // What the user has struck, as it goes to the line.
+  void echo(std::vector<std::byte> bytes);
+
+  // A line of this program's own, or several with CR LF between them.
+  void note(std::wstring_view text);
+
+  // Drops what is not shown yet.
+  void close() { work_.close(); }
+
+ private:
+  struct state;
+
+  const std::shared_ptr<state> state_;
+  ostra::work_queue work_;
+};
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,125 @@
+#include "client/terminal/terminal_session.h"
+
+#include <array>
+#include <mutex>
+#include <span>
+#include <utility>
+
+#include "console/utf8.h"
+
+namespace tarnwheel::client {
+namespace {
+
+constexpr std::wstring_view kCtrlC = L"\x03";
+
+// Bytes that wait for a line which takes none; more of them are dropped.
+constexpr std::size_t kMostTyped = 1024 * 1024;
+
+bool begins_pair(wchar_t unit) {
+  return IS_HIGH_SURROGATE(unit);
+}
+
+}  // namespace
+
+void terminal_session::run(HANDLE keys, const console::interrupt& stop) {
+  line_.start(*this, 0);
+  while (serve(keys, stop)) {
+  }
+  line_.hang_up();
+  const auto failed = reason();
+  if (failed)
+    screen_.show({}).wait();  // behind everything that has come
+  screen_.close();
+  commands_.finish();
+  if (sending_.valid())
+    sending_.wait();
+  if (failed)
+    throw *failed;
+}
+
+// Waits for something and does it; false when that ends the session.
+bool terminal_session::serve(HANDLE keys, const console::interrupt& stop) {
+  const HANDLE signals[] = {stop.event(), news_.get(), stop.ctrl_c(), keys};
+  switch (::WaitForMultipleObjects(4, signals, FALSE, INFINITE)) {
+    case WAIT_OBJECT_0:
+      return false;
+    case WAIT_OBJECT_0 + 1:
+      send_typed();
+      return !reason();
+    case WAIT_OBJECT_0 + 2: {
+      const bool stays = strike(kCtrlC);
+      send_typed();
+      return stays;
+    }
+    default:
+      return read_keys(keys);
+  }
+}
+
+bool terminal_session::read_keys(HANDLE keys) {
+  std::array<INPUT_RECORD, 128> records;
+  DWORD count = 0;
+  if (!::ReadConsoleInputW(keys, records.data(), static_cast<DWORD>(records.size()), &count))
+    return false;  // the console has gone
+  bool stays = true;
+  for (const INPUT_RECORD& record : std::span(records).first(count)) {
+    if (record.EventType != KEY_EVENT)
+      continue;
+    const std::wstring text = text_of(record.Event.KeyEvent);
+    for (WORD times = record.Event.KeyEvent.wRepeatCount; stays && times != 0; --times)
+      stays = strike(text);
+  }
+  send_typed();
+  return stays;
+}
+
+bool terminal_session::strike(std::wstring_view text) {
+  if (text.empty())
+    return true;
+  const key_command command = command_keys_.feed(text);
+  if (command == key_command::send && typed_.size() < kMostTyped)
+    typed_ += text;
+  else if (command == key_command::show_keys)
+    screen_.note(command_keys::help());
+  else
+    commands_.run(command);
+  return command != key_command::leave;
+}
+
+void terminal_session::send_typed() {
+  const bool half = !typed_.empty() && begins_pair(typed_.back());
+  const std::size_t size = typed_.size() - (half ? 1 : 0);
+  if (size == 0 || !has_room_.exchange(false))
+    return;
+  auto bytes = console::to_utf8(std::wstring_view(typed_).substr(0, size));
+  typed_.erase(0, size);
+  if (echo_)
+    screen_.echo(bytes);
+  sending_ = send(std::move(bytes));
+}
+
+ostra::future<void> terminal_session::send(std::vector<std::byte> bytes) {
+  auto room = line_.write(std::move(bytes));
+  co_await room;
+  has_room_ = true;
+  ::SetEvent(news_.get());
+}
+
+ostra::future<void> terminal_session::received(std::vector<std::byte> bytes) {
+  if (const auto failure = capture_.add(bytes))
+    screen_.note(failure->message());
+  return screen_.show(std::move(bytes));
+}
+
+void terminal_session::ended(const client_error& reason) {
+  const std::lock_guard guard(lock_);
+  reason_ = reason;
+  ::SetEvent(news_.get());
+}
+
+std::optional<client_error> terminal_session::reason() {
+  const std::lock_guard guard(lock_);
+  return reason_;
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,88 @@
+#include <memory>
+#include <string>
+
+#include "app/command_line/cmd_line_syntax_error.h"
+#include "app/command_line/numbers.h"
+#include "client/bridge/bridge.h"
+#include "client/line/line_settings.h"
+#include "client/line/retry.h"
+#include "client/streams/pipe_listener.h"
+#include "client/streams/tcp_listener.h"
+#include "client/verbs/verb_table.h"
+#include "console/interrupt.h"
+#include "console/print.h"
+#include "format/format.h"
+
+namespace tarnwheel::client {
+namespace {
+
+using console::print;
+using console::standard_stream;
+
+constexpr wchar_t kListen[] = L"listen";
+constexpr wchar_t kPipe[] = L"pipe";
+constexpr wchar_t kRaw[] = L"raw";
+constexpr wchar_t kRelease[] = L"release";
+
+bridge_options options_of(const invocation& request) {
+  const auto& options = request.options;
+  if (options.at(kListen).present == options.at(kPipe).present)
+    throw Tamrin::cmd_line_syntax_error("Either --listen or --pipe is needed.");
+  bridge_options result;
+  result.server = request.arguments[0];
+  result.port = Tamrin::parse_port(request.arguments[1]);
+  result.line = line_settings_of(options);
+  result.telnet = options.at(kListen).present && !options.at(kRaw).flag();
+  result.releases = options.at(kRelease).flag();
+  return result;
+}
+
+std::unique_ptr<stream_listener> listen(const invocation& request) {
+  const auto& options = request.options;
+  if (options.at(kPipe).present)
+    return listen_pipe(options.at(kPipe).text());
+  const tcp_address address = parse_tcp_address(options.at(kListen).text());
+  auto listener = listen_tcp(address);
+  if (!is_loopback(address))
+    print(standard_stream::error,
+          tfmt::format(L"Warning: every program that can reach {0} can use the port; there is no "
+                       L"password\n",
+                       listener->address()));
+  return listener;
+}
+
+}  // namespace
+
+void add_bridge_options(Tamrin::command_line& line) {
+  auto& listen = line.add_valued(kListen);
+  listen.value_name = L"[ADDRESS:]TCPPORT";
+  listen.description =
+      L"Offer the port to one program at a time over Telnet (RFC 2217), on this machine's loopback "
+      L"unless an address is named. With TCPPORT 0 the system chooses it.";
+  auto& pipe = line.add_valued(kPipe);
+  pipe.value_name = L"NAME";
+  pipe.description = L"Offer the port as the named pipe NAME of this machine instead.";
+  line.add_flag(kRaw).description = L"Carry bytes alone over TCP, without Telnet.";
+  line.add_flag(kRelease).description = L"Have the port only while a program is connected.";
+  add_retry_option(line);
+  add_line_options(line);
+}
+
+void bridge_port(const invocation& request) {
+  const bridge_options options = options_of(request);
+  const console::interrupt stop;
+  attempts attempts(request.options, stop);
+  auto listener = listen(request);
+  const std::wstring listening = tfmt::format(L"Listening on {0}\n", listener->address());
+  bridge bridge(options, std::move(listener));
+  const std::wstring name = tfmt::format(L"COM{0}", options.port);
+  bool told = false;
+  const auto ready = [&] {
+    attempts.reached(name);
+    if (!std::exchange(told, true))
+      print(standard_stream::output, listening);
+  };
+  attempts.run([&] { bridge.run(stop.event(), ready); });
+}
+
+}  // namespace tarnwheel::client

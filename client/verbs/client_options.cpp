@@ -1,0 +1,94 @@
+#include "client/verbs/client_options.h"
+
+#include <algorithm>
+
+#include "app/command_line/command_line_help.h"
+#include "app/command_line/numbers.h"
+#include "format/format.h"
+
+namespace tarnwheel::client {
+namespace {
+
+constexpr wchar_t kTimeout[] = L"timeout";
+constexpr std::uint32_t kGreatestTimeout = 24 * 60 * 60 * 1000;  // milliseconds
+constexpr std::size_t kHelpWidth = 80;
+
+constexpr std::wstring_view kArgumentsHelp =
+    L"SERVER is a computer's name, or . for this machine; PORT is COM5, say, or 5.\n";
+
+constexpr std::wstring_view kExitCodes =
+    L"Exit codes: 0 success, 1 mistake in the command line, 2 no connection to the\n"
+    L"server, 3 port or account refused, 4 failure of the device or no answer in time.\n";
+
+std::wstring words_of(const verb& verb) {
+  std::wstring words(verb.name);
+  for (const auto argument : verb.arguments)
+    words += tfmt::format(L" {0}", argument);
+  return words;
+}
+
+}  // namespace
+
+bool asks_for_help(std::wstring_view word) noexcept {
+  return word == L"--help" || word == L"-?";
+}
+
+const verb& verb_named(std::wstring_view word) {
+  if (word.empty() || word.starts_with(L'-'))
+    throw Tamrin::cmd_line_syntax_error("No verb specified.");
+  const auto found = std::ranges::find(all_verbs(), word, &verb::name);
+  if (found == all_verbs().end())
+    throw Tamrin::cmd_line_syntax_error("Invalid verb specified.");
+  return *found;
+}
+
+void add_options_of(const verb& verb, Tamrin::command_line& line) {
+  verb.add_options(line);
+  auto& help = line.add_flag(kHelpOption, L"?");
+  help.description = L"Display this help.";
+  help.group_header = L"=== Help ===";
+}
+
+std::span<const std::wstring_view> arguments_of(const verb& verb,
+                                                const Tamrin::command_line& line) {
+  const auto words = std::span(line.positional()).subspan(1);
+  if (words.size() != verb.arguments.size())
+    throw Tamrin::cmd_line_syntax_error("Invalid number of arguments specified.");
+  return words;
+}
+
+void add_timeout_option(Tamrin::command_line& line) {
+  auto& timeout = line.add_valued(kTimeout);
+  timeout.value_name = L"MS";
+  timeout.default_value = std::wstring_view(L"2000");
+  timeout.description = L"Longest time to wait for what comes back. Default value is 2000.";
+}
+
+std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {
+  return std::chrono::milliseconds(
+      Tamrin::parse_number(line.at(kTimeout).text(), "time-out", 1, kGreatestTimeout));
+}
+
+void add_json_option(Tamrin::command_line& line) {
+  line.add_flag(kJsonOption).description = L"Print one JSON array, for scripts.";
+}
+
+std::wstring usage() {
+  std::wstring text = L"Usage: tarnwheel-client VERB ARGUMENTS [OPTIONS]\n\n";
+  for (const verb& verb : all_verbs())
+    text += tfmt::format(L"    {0w23}{1}\n", words_of(verb), verb.description);
+  text += L"\n\"tarnwheel-client VERB --help\" shows the options of a verb.\n";
+  return text.append(kArgumentsHelp).append(kExitCodes);
+}
+
+std::wstring usage_of(const verb& verb, const Tamrin::command_line& line) {
+  std::wstring text = tfmt::format(L"Usage: tarnwheel-client {0} [OPTIONS]\n\n{1}\n",
+                                   words_of(verb), verb.description);
+  if (!verb.arguments.empty())
+    text += kArgumentsHelp;
+  text += L"\n" + Tamrin::format_help(line, kHelpWidth);
+  return text +
+         tfmt::format(L"\nExample:\n    tarnwheel-client {0} {1}\n", verb.name, verb.example);
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,40 @@
+// The client's command line: a verb, its arguments and its options.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+#include "app/command_line/command_line.h"
+#include "client/verbs/verb_table.h"
+
+namespace tarnwheel::client {
+
+inline constexpr wchar_t kHelpOption[] = L"help";
+inline constexpr wchar_t kJsonOption[] = L"json";
+
+// True for the words that ask for help where a verb should stand.
+[[nodiscard]] bool asks_for_help(std::wstring_view word) noexcept;
+
+// Throws cmd_line_syntax_error when there is no such verb.
+[[nodiscard]] const verb& verb_named(std::wstring_view word);
+
+// Registers the verb's options and those of all verbs.
+void add_options_of(const verb& verb, Tamrin::command_line& line);
+
+// The words behind the verb. Throws cmd_line_syntax_error when they are not as many as it takes.
+[[nodiscard]] std::span<const std::wstring_view> arguments_of(const verb& verb,
+                                                              const Tamrin::command_line& line);
+
+// --timeout: how long a verb waits for what comes back. Reading it throws cmd_line_syntax_error.
+void add_timeout_option(Tamrin::command_line& line);
+[[nodiscard]] std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line);
+
+// --json, a flag.
+void add_json_option(Tamrin::command_line& line);
+
+// All verbs; one verb with its registered options. For the screen.
+[[nodiscard]] std::wstring usage();
+[[nodiscard]] std::wstring usage_of(const verb& verb, const Tamrin::command_line& line);
+
+}  // namespace tarnwheel::client

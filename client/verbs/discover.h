@@ -1,0 +1,46 @@
+// The answers to discover's queries.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "client/line/client_error.h"
+
+namespace tarnwheel::client {
+
+// The target of a query: the name of a computer, or one of these.
+inline constexpr wchar_t kThisMachine[] = L".";
+inline constexpr wchar_t kAllMachines[] = L"*";  // of the domain or workgroup
+
+// The servers that have answered. A server's answer may arrive several times, once for each
+// transport, and computers' names do not depend on case.
+class answering_servers {
+ public:
+  // Anybody may write into a mailslot: what is no answer is ignored.
+  void add(std::span<const std::byte> answer);
+
+  [[nodiscard]] bool empty() const noexcept { return names_.empty(); }
+
+  // The names, sorted, one a line.
+  [[nodiscard]] std::wstring lines() const;
+
+  // The same as an array of objects with the field "server".
+  [[nodiscard]] std::wstring json() const;
+
+ private:
+  struct ignoring_case {
+    bool operator()(std::wstring_view left, std::wstring_view right) const noexcept;
+  };
+
+  std::set<std::wstring, ignoring_case> names_;
+};
+
+// The error to show for the outcome of a query to kThisMachine or kAllMachines; none when it was
+// sent, or when no server runs on this machine.
+[[nodiscard]] std::optional<client_error> query_failure(std::wstring_view target, HRESULT outcome);
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,44 @@
+#include "client/line/server_connection.h"
+#include "client/verbs/client_options.h"
+#include "client/verbs/json.h"
+#include "client/verbs/verb_table.h"
+#include "console/print.h"
+#include "format/format.h"
+
+namespace tarnwheel::client {
+namespace {
+
+using port_list = std::vector<tether::port_record>;
+
+std::wstring name_of(const tether::port_record& port) {
+  return tfmt::format(L"COM{0}", port.number);
+}
+
+std::wstring lines(const port_list& ports) {
+  std::wstring lines;
+  for (const tether::port_record& port : ports)
+    lines += tfmt::format(L"{0}\t{1}\n", name_of(port), port.friendly_name);
+  return lines;
+}
+
+std::wstring json(const port_list& ports) {
+  json_array array;
+  for (const tether::port_record& port : ports)
+    array.add({{L"port", name_of(port)}, {L"name", port.friendly_name}});
+  return array.text();
+}
+
+}  // namespace
+
+void add_list_options(Tamrin::command_line& line) {
+  add_json_option(line);
+}
+
+void list_ports(const invocation& request) {
+  server_connection server(request.arguments[0]);
+  const auto ports = server.wait(server.remote().EnumeratePorts(), server.display_name());
+  const bool as_json = request.options.at(kJsonOption).flag();
+  console::print(console::standard_stream::output, as_json ? json(ports) : lines(ports));
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,179 @@
+#include <chrono>
+#include <mutex>
+#include <optional>
+
+#include "app/command_line/numbers.h"
+#include "async/errors.h"
+#include "async/srw_lock.h"
+#include "client/line/line_settings.h"
+#include "client/line/remote_line.h"
+#include "client/line/retry.h"
+#include "client/streams/standard_streams.h"
+#include "client/verbs/verb_table.h"
+#include "console/interrupt.h"
+#include "platform/unique_resource.h"
+
+namespace tarnwheel::client {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr wchar_t kQuiet[] = L"quiet";
+constexpr std::uint32_t kGreatestQuiet = 24 * 60 * 60 * 1000;  // milliseconds
+
+// One connection of the standard streams with a line.
+class copying final : public line_receiver {
+ public:
+  copying(input_stream& input, output_stream& output, milliseconds quiet)
+      : input_(input), output_(output), quiet_(quiet) {}
+
+  // Returns when the input has ended and the line was quiet then, or when `stop` is signalled.
+  // Throws client_error.
+  void run(remote_line& line, HANDLE stop);
+
+  ostra::future<void> received(std::vector<std::byte> bytes) override;
+  void changed(std::uint32_t) override {}
+  void ended(const client_error& reason) override { fail(reason); }
+
+ private:
+  using clock = std::chrono::steady_clock;
+
+  ostra::future<void> feed(remote_line& line);
+  template <class Limit>
+  [[nodiscard]] bool wait(HANDLE stop, Limit limit);
+  void fail(const client_error& reason);
+  [[nodiscard]] DWORD until_quiet();
+  [[nodiscard]] DWORD until_written();
+
+  input_stream& input_;
+  output_stream& output_;
+  const milliseconds quiet_;
+  const Tamrin::unique_handle news_{
+      ostra::details::check_pointer(::CreateEventW(nullptr, FALSE, FALSE, nullptr))};
+
+  // Guarded by lock_.
+  ostra::srw_lock lock_;
+  std::optional<client_error> reason_;
+  bool all_sent_ = false;
+  bool writing_ = false;
+  clock::time_point last_ = clock::now();  // when something was sent, or came
+};
+
+void copying::run(remote_line& line, HANDLE stop) {
+  line.start(*this, 0);
+  const auto feeding = feed(line);
+  const bool ended = wait(stop, [this] { return until_quiet(); });
+  line.hang_up();
+  input_.abandon();
+  // What came is still written, unless the user does not want to wait for its reader.
+  if (!ended || !wait(stop, [this] { return until_written(); }))
+    output_.close();
+  feeding.wait();
+  const std::lock_guard guard(lock_);
+  if (reason_)
+    throw *reason_;
+}
+
+ostra::future<void> copying::feed(remote_line& line) {
+  try {
+    for (;;) {
+      auto next = input_.read();
+      auto bytes = co_await next;
+      if (bytes.empty())
+        break;
+      auto room = line.write(std::move(bytes));
+      co_await room;
+    }
+  } catch (const ostra::operation_cancelled&) {
+    co_return;
+  }
+  auto sent = line.drained();
+  co_await sent;
+  const std::lock_guard guard(lock_);
+  all_sent_ = true;
+  last_ = clock::now();
+  ::SetEvent(news_.get());
+}
+
+ostra::future<void> copying::received(std::vector<std::byte> bytes) {
+  {
+    const std::lock_guard guard(lock_);
+    writing_ = true;
+  }
+  auto written = output_.write(std::move(bytes));
+  co_await written;
+  if (output_.error() != ERROR_SUCCESS)
+    fail(explain(ostra::details::to_hresult(output_.error()), L"Standard output", {},
+                 failure::usage));
+  const std::lock_guard guard(lock_);
+  writing_ = false;
+  last_ = clock::now();
+  ::SetEvent(news_.get());
+}
+
+// Until `limit` gives 0; false when `stop` was signalled before. Asks again after all news.
+template <class Limit>
+bool copying::wait(HANDLE stop, Limit limit) {
+  const HANDLE signals[] = {stop, news_.get()};
+  while (const DWORD time = limit()) {
+    if (::WaitForMultipleObjects(2, signals, FALSE, time) == WAIT_OBJECT_0)
+      return false;
+  }
+  return true;
+}
+
+void copying::fail(const client_error& reason) {
+  const std::lock_guard guard(lock_);
+  if (!reason_)
+    reason_ = reason;
+  ::SetEvent(news_.get());
+}
+
+DWORD copying::until_written() {
+  const std::lock_guard guard(lock_);
+  return writing_ ? INFINITE : 0;
+}
+
+// 0 when the session is over.
+DWORD copying::until_quiet() {
+  const std::lock_guard guard(lock_);
+  if (reason_)
+    return 0;
+  if (!all_sent_ || writing_)
+    return INFINITE;
+  const auto left = std::chrono::ceil<milliseconds>(last_ + quiet_ - clock::now());
+  return left > milliseconds::zero() ? static_cast<DWORD>(left.count()) : 0;
+}
+
+}  // namespace
+
+void add_pipe_options(Tamrin::command_line& line) {
+  auto& quiet = line.add_valued(kQuiet);
+  quiet.value_name = L"MS";
+  quiet.default_value = std::wstring_view(L"200");
+  quiet.description =
+      L"End when the input has ended and nothing has come for so long. Default value is 200.";
+  add_retry_option(line);
+  add_line_options(line);
+}
+
+void pipe_port(const invocation& request) {
+  const std::uint32_t number = Tamrin::parse_port(request.arguments[1]);
+  const line_settings settings = line_settings_of(request.options);
+  const milliseconds quiet(
+      Tamrin::parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kGreatestQuiet));
+
+  const console::interrupt stop;
+  input_stream input(::GetStdHandle(STD_INPUT_HANDLE));
+  output_stream output(::GetStdHandle(STD_OUTPUT_HANDLE));
+  attempts sessions(request.options, stop);
+  sessions.run([&] {
+    copying session(input, output, quiet);
+    remote_line line(request.arguments[0], number);
+    line.set_line(settings).get();
+    sessions.reached(line.name());
+    session.run(line, stop.event());
+  });
+}
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,61 @@
+#include "app/command_line/numbers.h"
+#include "async/errors.h"
+#include "client/line/line_settings.h"
+#include "client/line/retry.h"
+#include "client/terminal/terminal_session.h"
+#include "client/verbs/verb_table.h"
+#include "console/interrupt.h"
+#include "console/raw_console.h"
+#include "format/format.h"
+
+namespace tarnwheel::client {
+namespace {
+
+constexpr wchar_t kEcho[] = L"echo";
+constexpr wchar_t kHex[] = L"hex";
+constexpr wchar_t kLog[] = L"log";
+
+std::wstring greeting(const remote_line& line, std::wstring_view server) {
+  const std::wstring_view where = server == L"." ? L"this machine" : server;
+  return tfmt::format(L"{0} of {1}; Ctrl+] q leaves, Ctrl+] ? shows the keys", line.name(), where);
+}
+
+}  // namespace
+
+void add_terminal_options(Tamrin::command_line& line) {
+  line.add_flag(kEcho).description = L"Show what is typed, for devices that do not send it back.";
+  line.add_flag(kHex).description = L"Show what comes in hexadecimal columns.";
+  auto& log = line.add_valued(kLog);
+  log.value_name = L"FILE";
+  log.default_value = std::wstring_view();
+  log.description = L"Add the bytes that come to this file.";
+  add_retry_option(line);
+  add_line_options(line);
+}
+
+void open_terminal(const invocation& request) {
+  const Tamrin::command_line& options = request.options;
+  const std::uint32_t number = Tamrin::parse_port(request.arguments[1]);
+  const line_settings settings = line_settings_of(options);
+  const bool echo = options.at(kEcho).flag();
+  const bool hex = options.at(kHex).flag();
+  if (!console::raw_console::is_there())
+    throw client_error(
+        L"The terminal needs a console for its keys and its screen; \"pipe\" does without",
+        ostra::details::to_hresult(ERROR_INVALID_HANDLE), failure::usage);
+
+  capture_file capture(options.at(kLog).text());
+  console::interrupt stop;
+  attempts sessions(options, stop);
+  sessions.run([&] {
+    terminal_screen screen(hex ? terminal_screen::view::hex : terminal_screen::view::text);
+    terminal_session session(request.arguments[0], number, screen, capture, echo);
+    session.line().set_line(settings).get();
+    sessions.reached(session.line().name());
+    console::raw_console raw(stop);
+    screen.note(greeting(session.line(), request.arguments[0]));
+    session.run(raw.input(), stop);
+  });
+}
+
+}  // namespace tarnwheel::client

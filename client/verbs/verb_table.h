@@ -1,0 +1,54 @@
+// The verbs that the client knows.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "app/command_line/command_line.h"
+
+namespace tarnwheel::client {
+
+// The words behind the verb, as many as it takes, and the values of its options.
+struct invocation {
+  std::span<const std::wstring_view> arguments;
+  const Tamrin::command_line& options;
+};
+
+struct verb {
+  std::wstring_view name;
+  std::vector<std::wstring_view> arguments;  // their names, for the help
+  std::wstring_view description;             // one line
+  std::wstring_view example;                 // its arguments, as somebody would write them
+  void (*add_options)(Tamrin::command_line& line);
+  void (*run)(const invocation&);  // throws client_error and cmd_line_syntax_error
+};
+
+[[nodiscard]] std::span<const verb> all_verbs();
+
+// Prints the ports of a server, one a line: COMn, a tab, the friendly name.
+void add_list_options(Tamrin::command_line& line);
+void list_ports(const invocation& request);
+
+// Prints the names of the servers on this machine and in its domain or workgroup, one a line.
+void add_discover_options(Tamrin::command_line& line);
+void discover_servers(const invocation& request);
+
+// Sends a text to a port and prints what comes back.
+void add_send_options(Tamrin::command_line& line);
+void send_text(const invocation& request);
+
+// Standard input to a port, and what the port says to standard output.
+void add_pipe_options(Tamrin::command_line& line);
+void pipe_port(const invocation& request);
+
+// A port at the keyboard and on the screen.
+void add_terminal_options(Tamrin::command_line& line);
+void open_terminal(const invocation& request);
+
+// Offers a port to programs of this machine until Ctrl+C.
+void add_bridge_options(Tamrin::command_line& line);
+void bridge_port(const invocation& request);
+
+}  // namespace tarnwheel::client

@@ -1,0 +1,60 @@
+#include "console/print.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <span>
+#include <string>
+
+#include "console/utf8.h"
+
+namespace console {
+namespace {
+
+constexpr std::size_t kPiece = 8192;  // a console takes about 32,000 units at a time
+
+void write_console(HANDLE console, std::wstring_view text) {
+  while (!text.empty()) {
+    DWORD written = 0;
+    const auto piece = static_cast<DWORD>(std::min(text.size(), kPiece));
+    if (!::WriteConsoleW(console, text.data(), piece, &written, nullptr) || written == 0)
+      return;
+    text.remove_prefix(written);
+  }
+}
+
+void write_bytes(HANDLE file, std::span<const std::byte> bytes) {
+  while (!bytes.empty()) {
+    DWORD written = 0;
+    const auto piece = static_cast<DWORD>(std::min(bytes.size(), kPiece));
+    if (!::WriteFile(file, bytes.data(), piece, &written, nullptr) || written == 0)
+      return;
+    bytes = bytes.subspan(written);
+  }
+}
+
+std::wstring with_crlf(std::wstring_view text) {
+  std::wstring result;
+  result.reserve(text.size() + 16);
+  for (const wchar_t unit : text) {
+    if (unit == L'\n' && !result.ends_with(L'\r'))
+      result += L'\r';
+    result += unit;
+  }
+  return result;
+}
+
+}  // namespace
+
+void print(standard_stream stream, std::wstring_view text) {
+  const HANDLE handle = ::GetStdHandle(static_cast<DWORD>(stream));
+  if (handle == nullptr || handle == INVALID_HANDLE_VALUE)
+    return;
+  DWORD mode = 0;
+  if (::GetConsoleMode(handle, &mode)) {
+    write_console(handle, text);
+  } else {
+    write_bytes(handle, to_utf8(with_crlf(text)));
+  }
+}
+
+}  // namespace console

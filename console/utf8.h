@@ -1,0 +1,26 @@
+// UTF-8 and UTF-16.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace console {
+
+[[nodiscard]] std::vector<std::byte> to_utf8(std::wstring_view text);
+
+// Invalid UTF-8 becomes U+FFFD.
+[[nodiscard]] std::wstring from_utf8(std::span<const std::byte> bytes);
+
+// The same for text that comes in pieces, which may end within a character.
+class utf8_stream {
+ public:
+  [[nodiscard]] std::wstring decode(std::span<const std::byte> bytes);
+
+ private:
+  std::vector<std::byte> begun_;  // the bytes of a character whose end has not come
+};
+
+}  // namespace console
