@@ -10,6 +10,7 @@ namespace {
 
 using ostra::details::check_bool;
 using ostra::details::check_file;
+using ostra::details::check_pointer;
 
 // The system gives out the lowest values that are free.
 constexpr std::size_t kLongestGap = 300;
@@ -41,6 +42,13 @@ Process::~Process() {
 
 void Process::WaitForEnd() const {
   ::WaitForSingleObject(process_.get(), INFINITE);
+}
+
+void Process::SendCtrlC() const {
+  const FARPROC routine = ::GetProcAddress(::GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine");
+  const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
+  const Tamrin::unique_handle thread(
+      check_pointer(::CreateRemoteThread(process_.get(), nullptr, 0, start, nullptr, 0, nullptr)));
 }
 
 bool Process::Runs() const {

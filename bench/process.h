@@ -21,6 +21,8 @@ class Process {
   ~Process();
 
   void WaitForEnd() const;
+  // As the console does it when Ctrl+C is struck.
+  void SendCtrlC() const;
   [[nodiscard]] bool Runs() const;
 
   // What the process has for itself, in bytes.

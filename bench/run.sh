@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # bench/run.sh: runs every benchmark, optimised, under Wine. Nothing else should run meanwhile.
-# bench/run.sh NAME [ARG ...]: one of format-bench, log-bench, server-bench and soak SECONDS.
+# bench/run.sh NAME [ARG ...]: one of format-bench, log-bench, server-bench, flood [SECONDS] and soak
+# SECONDS.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=tools/setup.sh
@@ -17,7 +18,7 @@ run() {
 
 claim_prefix
 trap clean_up EXIT
-build release benchmarks soak
+build release benchmarks flood soak
 start_wine
 make_loopback 5
 make_loopback 9

@@ -166,7 +166,7 @@ void MeasureLoopback() {
 
 // KiB that each of many connected clients adds to the server.
 double MemoryOfAClient(const Process& server, const std::wstring& pipe) {
-  constexpr std::size_t kClients = 200;
+  constexpr std::size_t kClients = 90;
   std::list<BlockingClient> clients;
   const auto connect = [&](std::size_t count) {
     for (; clients.size() < count;)

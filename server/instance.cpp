@@ -66,9 +66,9 @@ ostra::future<void> order(std::shared_ptr<serial_port> port, std::uint32_t code,
 }
 
 // Some drivers hold up the closing of a device as long as a wait for its events goes on, or a write
-// that flow control has stopped: setting the mask ends the one, the purge the other. What the
-// driver has taken over already is not cleared, since the client has been told that it was written.
-void release(const std::shared_ptr<serial_port>& port) noexcept {
+// that flow control has stopped: setting the mask ends the one, the purge the other. What the driver
+// has taken over already is not cleared, since the client has been told that it was written.
+void end_calls(const std::shared_ptr<serial_port>& port) noexcept {
   constexpr std::pair<std::uint32_t, ULONG> kOrders[] = {
       {IOCTL_SERIAL_SET_WAIT_MASK, 0},
       {IOCTL_SERIAL_PURGE, SERIAL_PURGE_TXABORT | SERIAL_PURGE_RXABORT}};
@@ -79,7 +79,6 @@ void release(const std::shared_ptr<serial_port>& port) noexcept {
       // Closing the port does not depend on it.
     }
   }
-  port->close();
 }
 
 }  // namespace
@@ -236,8 +235,11 @@ void instance::depart() noexcept {
     port_state_ = port_state::gone;
     port.swap(port_);
   }
-  if (port)
-    release(port);
+  if (!port)
+    return;
+  if (port->has_pending_calls())
+    end_calls(port);
+  port->close();
 }
 
 }  // namespace tarnwheel

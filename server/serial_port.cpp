@@ -24,6 +24,17 @@ struct device_control {
   }
 };
 
+class counted_call {
+ public:
+  explicit counted_call(std::atomic<unsigned>& count) noexcept : count_(count) { ++count_; }
+  counted_call(const counted_call&) = delete;
+  counted_call& operator=(const counted_call&) = delete;
+  ~counted_call() { --count_; }
+
+ private:
+  std::atomic<unsigned>& count_;
+};
+
 }  // namespace
 
 HRESULT serial_port::open(std::uint32_t number) {
@@ -50,6 +61,7 @@ void serial_port::close() noexcept {
 
 template <class Call>
 ostra::future<DWORD> serial_port::perform(Call call) {
+  const counted_call counted(pending_);
   const auto start = [this, &call](HANDLE, OVERLAPPED* overlapped) noexcept -> DWORD {
     const std::shared_lock guard(lock_);
     if (!device_)

@@ -1,6 +1,7 @@
 // One open COM port and the calls on it.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -30,6 +31,9 @@ class serial_port {
   // Cancels what is pending and releases the device. Later calls fail. Any number of times.
   void close() noexcept;
 
+  // Says whether there are calls whose completion has not come.
+  [[nodiscard]] bool has_pending_calls() const noexcept { return pending_ != 0; }
+
   // Each gives the number of bytes moved and throws hresult_error with the device's error. The
   // buffers, and this object, must live until the future completes.
   ostra::future<DWORD> control(std::uint32_t code, std::span<const std::byte> input,
@@ -43,6 +47,8 @@ class serial_port {
 
   // Constant once open.
   ostra::io_binding binding_;
+
+  std::atomic<unsigned> pending_ = 0;
 
   ostra::srw_lock lock_;
   Tamrin::unique_file device_;  // guarded by lock_
