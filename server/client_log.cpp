@@ -64,6 +64,11 @@ void client_log::write(logging::level level, std::wstring_view pattern, std::uin
     log(next);
 }
 
+bool client_log::waits_for_name() noexcept {
+  const std::lock_guard guard(lock_);
+  return state_ == state::asked;
+}
+
 // False when there is no room for the line to wait; those before it wait no longer then.
 bool client_log::wait_for_name(const line& next) {
   try {
@@ -93,7 +98,7 @@ ostra::future<void> client_log::settle(ostra::ticks limit) {
     const std::lock_guard guard(lock_);
     if (state_ != state::asked)
       co_return;
-    answered_.emplace();
+    answered_.emplace();  // under the lock, so that an answer either comes first or sets it
   }
   auto answer = answered_->wait_for(limit);
   const bool answered = co_await answer;

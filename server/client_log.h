@@ -32,6 +32,9 @@ class client_log : public std::enable_shared_from_this<client_log> {
   void write(logging::level level, std::wstring_view pattern, std::uint32_t number = 0,
              HRESULT code = S_OK) noexcept;
 
+  // True while the client's name is being looked up.
+  [[nodiscard]] bool waits_for_name() noexcept;
+
   // Completes when no line waits for the name any more, at the latest after `limit`: then what
   // waits is logged without it. Throws what keeps it from waiting.
   [[nodiscard]] ostra::future<void> settle(ostra::ticks limit);

@@ -117,6 +117,8 @@ ostra::future<void> instance::watch(std::shared_ptr<instance> self,
   const HRESULT outcome = co_await ended;
   if (outcome == tether::kMessageTooLong)
     self->log_->write(logging::warning, kTooLong, tether::kMaxPayload);
+  if (self->log_->waits_for_name())
+    self->depart();  // the port does not wait with it
   auto settled = self->log_->settle(kNameLimit);
   co_await settled;
   self->log_->write(logging::info, L"Client {0} disconnected");
