@@ -14,8 +14,8 @@ class server {
   virtual ~server() = default;
 
   // Starts to listen; the future completes when the server has been stopped, every session has
-  // logged its departure and closed its port, or three seconds have passed: what then still holds a
-  // port is named in the log, and stays behind until the process ends. Reads its parameters from
+  // logged its departure and closed its port, or none has done so for three seconds: what then still
+  // holds a port is named in the log, and stays behind until the process ends. Reads its parameters from
   // the folder. What prevents the start (a bad security descriptor, an endpoint that cannot be
   // made) is thrown as hresult_error, and folder_creation_error when the folder cannot be read.
   // Called once.

@@ -1,11 +1,8 @@
 #include "server/session_group.h"
 
 #include <algorithm>
-#include <chrono>
 #include <mutex>
 #include <utility>
-
-#include "async/errors.h"
 
 namespace tarnwheel {
 
@@ -65,12 +62,12 @@ ostra::future<session_group::place> session_group::take() {
 
 void session_group::leave(std::size_t index) noexcept {
   std::list<ostra::promise<place>> next;
-  bool is_last = false;
+  bool is_closed = false;
   {
     const std::lock_guard guard(lock_);
     if (waiting_.empty()) {
       ports_[index] = kFree;
-      is_last = closed_ && is_empty();
+      is_closed = closed_;
     } else {
       ports_[index] = 0;
       next.splice(next.end(), waiting_, waiting_.begin());
@@ -78,8 +75,8 @@ void session_group::leave(std::size_t index) noexcept {
   }
   if (!next.empty())
     next.front().set_value(place(shared_from_this(), index));
-  if (is_last)
-    emptied_.set();
+  if (is_closed)
+    left_.set();
 }
 
 void session_group::close() noexcept {
@@ -90,19 +87,19 @@ void session_group::close() noexcept {
 }
 
 bool session_group::is_empty() const noexcept {
+  const std::lock_guard guard(lock_);
   return std::ranges::count(ports_, kFree) == std::ssize(ports_);
 }
 
 ostra::future<bool> session_group::departed(ostra::ticks limit) {
   const auto self = shared_from_this();
-  {
-    const std::lock_guard guard(lock_);
-    if (is_empty())
-      co_return true;
+  while (!is_empty()) {
+    auto departure = left_.wait_for(limit);
+    const bool has_left = co_await departure;
+    if (!has_left)
+      co_return false;
   }
-  auto last = emptied_.wait_for(limit);
-  const bool is_done = co_await last;
-  co_return is_done;
+  co_return true;
 }
 
 std::vector<std::uint32_t> session_group::ports() const {

@@ -52,8 +52,8 @@ class session_group : public std::enable_shared_from_this<session_group> {
   // Gives out no more places.
   void close() noexcept;
 
-  // Completes with true when all places are free, with false when `limit` passes first. One wait at
-  // a time, after close().
+  // Completes with true when all places are free, with false when none has become free for `limit`.
+  // One wait at a time, after close().
   [[nodiscard]] ostra::future<bool> departed(ostra::ticks limit);
 
   // The ports of the sessions that are there; 0 for a session without one.
@@ -66,7 +66,7 @@ class session_group : public std::enable_shared_from_this<session_group> {
   [[nodiscard]] std::optional<place> take_free() noexcept;
   [[nodiscard]] bool is_empty() const noexcept;
 
-  ostra::auto_reset_event emptied_;
+  ostra::auto_reset_event left_;  // set by each place that becomes free once closed
 
   // Guarded by lock_.
   mutable ostra::srw_lock lock_;
