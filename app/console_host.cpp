@@ -104,7 +104,9 @@ int run_console_server(const Tamrin::command_line& line) {
   }
   HRESULT outcome = S_OK;
   {
-    const logging::process_logger published(logger, options.log_level);
+    const bool keeps_lines = options.screen_log || !options.log_path.empty();
+    const logging::process_logger published(logger,
+                                            keeps_lines ? options.log_level : logging::kNothing);
     logging::write(logging::debug, L"Logging system is initialized");
     try {
       serve(options);
