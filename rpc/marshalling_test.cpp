@@ -78,7 +78,7 @@ TEST(Marshalling, ReceivedMessageIsPutTogetherFromPieces) {
     receiver.advance(size);
     arrived += size;
   }
-  EXPECT_EQ(rooms, (std::vector<std::size_t>{65'524, 15'524, 65'536}));
+  EXPECT_EQ(rooms, (std::vector<std::size_t>{65'524, 15'548, 65'536}));
   const auto message = receiver.take();
   EXPECT_EQ(message->header().method, 3);
   ASSERT_EQ(message->payload().size(), kSize);

@@ -25,7 +25,8 @@ static_assert(sizeof(Message) == sizeof(message_header) && std::is_trivially_cop
 MessageReceiver::MessageReceiver(const message_header& header) {
   if (header.length > kMaxPayload)
     throw ostra::hresult_error(kMessageTooLong);
-  reserve(std::min<std::size_t>(header.length, kPiece - sizeof header));
+  // Enough for the most common long message, a write of 64 KiB.
+  reserve(std::min<std::size_t>(header.length, kPiece + sizeof header));
   new (message_.get()) Message(header);
 }
 
@@ -37,7 +38,9 @@ std::span<std::byte> MessageReceiver::room() {
   const std::size_t length = message_->header_.length;
   if (arrived_ == capacity_)
     reserve(std::min(length, std::max(2 * arrived_, arrived_ + kPiece)));
-  const std::size_t size = std::min<std::size_t>(capacity_ - arrived_, kPiece);
+  // The header belongs to the first piece.
+  const std::size_t piece = arrived_ == 0 ? kPiece - sizeof(message_header) : kPiece;
+  const std::size_t size = std::min(capacity_ - arrived_, piece);
   return {message_->data() + arrived_, size};
 }
 
