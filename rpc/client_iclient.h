@@ -23,8 +23,6 @@ class Client_IClient final : public IServer_Remote {
   ostra::future<bytes_result> Read(std::uint32_t size) override;
 
  private:
-  [[nodiscard]] std::shared_ptr<message_t> NewRequest(method number) const;
-
   IConnection& connection_;
 };
 
