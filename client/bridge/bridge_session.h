@@ -47,12 +47,12 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   [[nodiscard]] virtual ostra::future<void> take(std::vector<std::byte> bytes);
 
   [[nodiscard]] remote_line& line() const noexcept { return line_; }
-  [[nodiscard]] stream_writer& to_program() const noexcept { return *to_program_; }
+  [[nodiscard]] stream_writer& to_program() noexcept { return to_program_; }
 
  private:
   const std::shared_ptr<byte_stream> program_;
   remote_line& line_;
-  const std::shared_ptr<stream_writer> to_program_;
+  stream_writer to_program_;
 };
 
 }  // namespace tarnwheel::client

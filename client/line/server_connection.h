@@ -18,6 +18,9 @@ namespace tarnwheel::client {
 // For a server's own part in a call, on top of the time that the device may take.
 inline constexpr std::chrono::milliseconds kCallLimit(5000);
 
+// "COM5".
+[[nodiscard]] std::wstring port_name(std::uint32_t number);
+
 // Everything throws client_error. Any thread may make calls. Whoever destroys this does so when
 // nobody uses it any more, and not from within a call's completion; the server closes the client's
 // port then.

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "app/command_line/command_line.h"
+#include "client/line/remote_line.h"
 #include "client/verbs/verb_table.h"
 
 namespace tarnwheel::client {
@@ -25,6 +26,9 @@ void add_options_of(const verb& verb, Tamrin::command_line& line);
 // The words behind the verb. Throws cmd_line_syntax_error when they are not as many as it takes.
 [[nodiscard]] std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                               const Tamrin::command_line& line);
+
+// The line that the verb's SERVER and PORT and its options name. Throws cmd_line_syntax_error.
+[[nodiscard]] line_address address_of(const invocation& request);
 
 // --timeout: how long a verb waits for what comes back. Reading it throws cmd_line_syntax_error.
 void add_timeout_option(Tamrin::command_line& line);
