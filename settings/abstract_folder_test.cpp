@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
-#include <thread>
 
 #include "settings/folder_creation_error.h"
 #include "settings/test_support.h"
@@ -29,31 +27,18 @@ class AbstractFolder : public testing::TestWithParam<bool> {
 
 INSTANTIATE_TEST_SUITE_P(RegistryAndMemory, AbstractFolder, testing::Bool());
 
-TEST_P(AbstractFolder, StringsComeBackWithoutTrailingZeros) {
-  const std::pair<std::wstring, std::wstring> rows[] = {
-      {L"", L""},
-      {L"\u00e9\U0001F50C", L"\u00e9\U0001F50C"},
-      {std::wstring(3000, L'x'), std::wstring(3000, L'x')},
-      {std::wstring(L"a\0b\0\0", 5), std::wstring(L"a\0b", 3)}};
-  for (const auto& [written, expected] : rows) {
-    EXPECT_TRUE(folder_->write_string(L"text", written));
-    EXPECT_EQ(folder_->read_string(L"text"), expected);
-  }
-}
+TEST_P(AbstractFolder, ValuesComeBackAsWhatTheyAre) {
+  const std::wstring with_zeros(L"a\0\u00e9\U0001F50C\0\0", 7);
+  EXPECT_TRUE(folder_->write_string(L"text", with_zeros));
+  EXPECT_EQ(folder_->read_string(L"text"), with_zeros.substr(0, 5));
 
-TEST_P(AbstractFolder, NumbersAreCutOrZeroExtendedAndBytesAreNot) {
-  const struct {
-    std::size_t written;
-    std::size_t read;
-    std::uint64_t expected;
-  } rows[] = {{1, 1, 0x88},       {1, 4, 0x88},         {3, 4, 0x668788},  {4, 1, 0x88},
-              {4, 8, 0x85668788}, {5, 8, 0x8485668788}, {8, 4, 0x85668788}};
+  const std::size_t sizes[][2] = {{1, 1}, {1, 4}, {3, 4}, {4, 1}, {4, 8}, {5, 8}, {8, 4}};
   const std::uint64_t number = 0x8182838485668788;
-  for (const auto& row : rows) {
-    EXPECT_TRUE(folder_->write_value(L"number", &number, row.written));
-    std::uint64_t read = 0;
-    EXPECT_TRUE(folder_->read_value(L"number", &read, row.read));
-    EXPECT_EQ(read, row.expected) << row.written << " read as " << row.read;
+  for (const auto& [written, read] : sizes) {
+    EXPECT_TRUE(folder_->write_value(L"number", &number, written));
+    std::uint64_t value = 0;
+    EXPECT_TRUE(folder_->read_value(L"number", &value, read));
+    EXPECT_EQ(value, number & (~0ull >> (64 - 8 * std::min(written, read))));
   }
   const test::bytes written = {9, 8, 7, 6, 5, 4, 3, 2, 1};
   EXPECT_TRUE(folder_->write_value(L"bytes", written.data(), written.size()));
@@ -62,18 +47,12 @@ TEST_P(AbstractFolder, NumbersAreCutOrZeroExtendedAndBytesAreNot) {
     EXPECT_EQ(folder_->read_value(L"bytes", read.data(), size), size == 9);
     EXPECT_EQ(read, size == 9 ? written : test::bytes(size, 0xEE));
   }
-}
-
-TEST_P(AbstractFolder, ValuesOfAnotherTypeAndMissingOnesAreNotRead) {
-  std::uint32_t number = 7;
-  EXPECT_TRUE(folder_->write_string(L"text", L"ab"));
-  EXPECT_TRUE(folder_->write_value(L"number", &number, sizeof(number)));
+  std::byte byte{};
   EXPECT_EQ(folder_->read_string(L"number"), std::nullopt);
   EXPECT_EQ(folder_->read_string(L"missing"), std::nullopt);
-  EXPECT_FALSE(folder_->read_value(L"text", &number, sizeof(number)));
-  EXPECT_FALSE(folder_->read_value(L"missing", &number, sizeof(number)));
+  EXPECT_FALSE(folder_->read_value(L"text", &byte, 1));
+  EXPECT_FALSE(folder_->read_value(L"missing", &byte, 1));
   EXPECT_EQ(test::read_stream(*folder_, L"missing"), test::bytes());
-  EXPECT_EQ(number, 7u);
 }
 
 TEST_P(AbstractFolder, StreamWrittenInPiecesIsCommittedByItsRelease) {
@@ -111,28 +90,6 @@ TEST_P(AbstractFolder, NamesAreListedAndComparedWithoutCaseUntilTheyAreDeleted) 
   EXPECT_FALSE(child->delete_folder());
   EXPECT_TRUE(folder_->subfolder_names().empty());
   EXPECT_FALSE(root_->delete_folder());
-}
-
-// The first write to a registry folder replaces the handle with which it reads.
-TEST_P(AbstractFolder, AThreadMayReadWhileAnotherWrites) {
-  folder_->write_string(L"shared", L"value");
-  std::atomic<int> failures = 0;
-  for (int round = 0; round < 100; ++round) {
-    const std::shared_ptr<abstract_folder> fresh = root_->open_subfolder(test::registry_path());
-    std::atomic<bool> reading = false;
-    const std::jthread writer([&] {
-      reading.wait(false);
-      if (!fresh->write_value(L"round", &round, sizeof(round)))
-        ++failures;
-    });
-    for (int read = 0; read < 20; ++read) {
-      if (fresh->read_string(L"shared") != L"value")
-        ++failures;
-      reading = true;
-      reading.notify_one();
-    }
-  }
-  EXPECT_EQ(failures, 0);
 }
 
 TEST(FileStorage, StreamsKeepTheirModes) {

@@ -42,20 +42,15 @@ TEST(CommandLineHelp, Wrapping) {
   }
 }
 
-TEST(CommandLineHelp, NamesGroupsAndReferences) {
+TEST(CommandLineHelp, ReferencesAndOptionsWithoutAName) {
   command_line line;
   EXPECT_EQ(format_help(line, 80), L"");
-  auto& path = line.add_valued(L"path");
-  path.value_name = L"FILE";
-  path.description = L"Where.";
-  line.add_valued(L"mute").description = L"A value without a name.";
-  line.add_flag(L"", L"s").group_header = L"= Group =";
+  line.add_valued(L"path").value_name = L"FILE";
+  line.add_valued(L"mute");
+  line.add_flag(L"", L"s");
   line.add_reference(L"path").description = L"Again.";
   EXPECT_EQ(format_help(line, 80),
-            L"    --path FILE    Where.\n"
-            L"    --mute         A value without a name.\n"
-            L"\n= Group =\n"
-            L"    -s             \n"
+            L"    --path FILE    \n    --mute         \n    -s             \n"
             L"    --path FILE    Again.\n");
   line.add_reference(L"nowhere");
   EXPECT_THROW((void)format_help(line, 80), cmd_line_syntax_error);

@@ -37,7 +37,6 @@ TEST_F(CommandLine, Tokens) {
     const wchar_t* text;
     views tokens;
   } rows[] = {
-      {L"", {}},
       {L"program", {}},
       {L"  program  a  b ", {L"a", L"b"}},
       {L"\"C:\\My Files\\program.exe\" a", {L"a"}},
@@ -46,8 +45,6 @@ TEST_F(CommandLine, Tokens) {
       {L"program \"a\\\"b\" c", {L"a\\", L"b\"", L"c"}},
       {L"program a\"b c\"", {L"a\"b", L"c\""}},
       {L"program \"\" a", {L"", L"a"}},
-      {L"program \"a b", {L"a b"}},
-      {L"program a\tb", {L"a\tb"}},
   };
   for (const auto& row : rows) {
     line.parse(row.text);
@@ -62,10 +59,8 @@ TEST_F(CommandLine, Flags) {
     const wchar_t* name;
     bool value;
   } rows[] = {
-      {L"--verbose", L"verbose", true}, {L"-v", L"verbose", true},
-      {L"-v-", L"verbose", false},      {L"--quiet+", L"quiet", true},
-      {L"--quiet-", L"quiet", false},   {L"-same", L"same", true},
-      {L"\"--quiet\"", L"quiet", true}, {L"--quiet --quiet-", L"quiet", false},
+      {L"--verbose", L"verbose", true}, {L"-v", L"verbose", true},      {L"-v-", L"verbose", false},
+      {L"--quiet+", L"quiet", true},    {L"--quiet-", L"quiet", false}, {L"-same", L"same", true},
   };
   for (const auto& row : rows) {
     Parse(row.arguments);
