@@ -1,4 +1,4 @@
-// Where a coroutine goes on when another thread has what it waits for.
+// Policies for resuming a coroutine that another thread wakes.
 #pragma once
 
 #include <coroutine>

@@ -35,7 +35,7 @@ bool Logger::initialize(std::wstring_view path, bool screen, std::int32_t level)
   entries_ = std::make_shared<line_queue>();
   writer_ = write_entries(entries_);
   if (writer_.is_complete())
-    std::exchange(writer_, {}).get();  // what failed did so before the first entry
+    std::exchange(writer_, {}).get();  // failed before the first entry
   return true;
 }
 

@@ -32,7 +32,7 @@ namespace logging {
 //
 // A screen that stands still costs lines on the screen only; stop() gives it two seconds.
 //
-// What is logged while no writer runs, before initialize() or after the end, is dropped.
+// Messages logged while no writer runs, before initialize() or after the end, are dropped.
 //
 // The writer's coroutine uses this object until it ends; stop() and the destructor wait for that.
 class Logger final : public ILogger {

@@ -14,7 +14,7 @@ namespace logging {
 // Prints on a pool thread, one line after another in the order of write(). The queue belongs to the
 // printing too: a screen that stands still keeps it and a thread until the process ends.
 //
-// Where lines are missing because too many wait, the screen shows "(123 lines are not shown)".
+// In place of lines that were left out because too many waited, the screen shows "(123 lines are not shown)".
 class screen_copy {
  public:
   // Throws std::bad_alloc or hresult_error.

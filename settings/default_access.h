@@ -1,4 +1,4 @@
-// Who may connect to a server whose administrator says nothing of it.
+// The default access to a server.
 #pragma once
 
 namespace Tamrin::setman {

@@ -22,7 +22,7 @@ struct bridge_options {
 
 // Programs are taken from construction to destruction, and turned away with a line of text while
 // another one has the port, or while there is none to have. All else happens on the thread that
-// calls run(): what the pool's threads see, they put down as news for it.
+// calls run(), to which the pool's threads leave their news.
 class bridge final : private line_session {
  public:
   // Throws client_error. `listener` is for this alone.
@@ -39,7 +39,7 @@ class bridge final : private line_session {
  private:
   enum class availability { away, ready, taken };
 
-  // What has happened beside the end of the line.
+  // News besides the end of the line.
   struct arrivals {
     std::shared_ptr<byte_stream> program;
     bool program_has_gone = false;

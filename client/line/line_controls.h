@@ -43,7 +43,7 @@ class line_controls {
   // written.
   ostra::future<void> set_read_limit(std::chrono::milliseconds limit);
 
-  // What DTR and RTS were set to last survives a change of the flow control.
+  // The last setting of DTR and RTS survives a change of flow control.
   ostra::future<void> set_dtr(bool on);
   ostra::future<void> set_rts(bool on);
   ostra::future<void> set_break(bool on);

@@ -1,4 +1,4 @@
-// The thread that works with a line, and what it waits for.
+// The skeleton of a session on a line.
 #pragma once
 
 #include <chrono>

@@ -28,7 +28,7 @@ class line_receiver {
   // the device now misses nothing.
   virtual void changed(std::uint32_t events) = 0;
 
-  // The line has ended by itself: the server has gone, or the device does not do what it must.
+  // The line has ended by itself: the server has gone, or the device fails to respond.
   // Called once at most.
   virtual void ended(const client_error& reason) = 0;
 
@@ -46,8 +46,8 @@ struct line_address {
 
 // One connection with one port; reads, writes, a wait for events and controls pend side by side on
 // it. The constructor and the destructor block and belong to the owner's thread, everything else to
-// any. Ends by itself (line_receiver::ended), with hang_up() or with the destructor, after which
-// nothing of the receiver is called any more. The destructor waits for a call of the receiver that
+// any. It ends by itself (line_receiver::ended), with hang_up() or with the destructor, after which the
+// receiver is not called any more. The destructor waits for a call of the receiver that
 // is under way, so before it the owner brings futures that received() has given to completion.
 class remote_line {
  public:
@@ -67,8 +67,7 @@ class remote_line {
   // Ends the line: everything that waits for it completes soon, and ended() is not called any more.
   void hang_up();
 
-  // SERIAL_ERROR_* of what has come since the last call. Does not fail; completes before the
-  // destructor runs.
+  // SERIAL_ERROR_* since the last call. Does not fail; completes before the destructor runs.
   ostra::future<std::uint32_t> take_errors();
 
   // Settings and signals: each request has a limit, and its failure ends nothing else. Of the errors
@@ -85,7 +84,7 @@ class remote_line {
   // Completes when the device has taken everything, or the line has ended. One waiter.
   ostra::future<void> drained() { return output_.drained(); }
 
-  // Drops what is queued here and in the driver.
+  // Discards the queues, here and in the driver.
   ostra::future<void> purge(purged what);
 
  private:
@@ -108,7 +107,7 @@ class remote_line {
 
   line_receiver* receiver_ = nullptr;  // set before the coroutines start, constant afterwards
   std::atomic<bool> ended_ = false;
-  std::atomic<std::uint32_t> errors_ = 0;  // SERIAL_ERROR_* that nobody has asked for
+  std::atomic<std::uint32_t> errors_ = 0;  // SERIAL_ERROR_* not yet taken
 
   // The coroutines that use all that.
   std::vector<ostra::future<void>> running_;

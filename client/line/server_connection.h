@@ -33,7 +33,7 @@ class server_connection {
   server_connection& operator=(const server_connection&) = delete;
   ~server_connection();
 
-  // How messages call the server.
+  // The server's name in messages.
   [[nodiscard]] const std::wstring& display_name() const noexcept { return display_name_; }
 
   // Makes calls, each of which is to be waited for by wait() or answer().
@@ -65,7 +65,7 @@ class server_connection {
   // Completes when the connection has ended. Has one waiter.
   [[nodiscard]] const ostra::future<void>& ended() const noexcept { return ended_; }
 
-  // That the connection has ended, in words.
+  // The error for a connection that has ended.
   [[nodiscard]] client_error end_of_connection(std::wstring_view subject) const;
 
  private:
@@ -77,7 +77,7 @@ class server_connection {
 
   [[nodiscard]] bool lists(std::uint32_t number);
 
-  // Static, since a call that nobody waits for may end later than everything else.
+  // Static, since an abandoned call may end later than everything else.
   template <class T>
   static ostra::future<T> explained(ostra::future<T> call, std::wstring server,
                                     std::wstring subject, std::chrono::milliseconds limit) {

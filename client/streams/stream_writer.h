@@ -12,7 +12,7 @@
 namespace tarnwheel::client {
 
 // Writes what several coroutines send, each piece whole, in the order of the calls. Whoever waits
-// for a piece before the next one keeps what is in memory bounded. Any thread.
+// for a piece before sending the next one keeps memory bounded. Any thread.
 class stream_writer {
  public:
   explicit stream_writer(std::shared_ptr<byte_stream> stream);
@@ -20,10 +20,10 @@ class stream_writer {
   stream_writer& operator=(const stream_writer&) = delete;
   ~stream_writer() { close(); }
 
-  // Completes when the bytes are written, or never will be: then the stream has been cancelled.
+  // Completes when the bytes are written, or are discarded because the stream was cancelled.
   ostra::future<void> send(std::vector<std::byte> bytes);
 
-  // Drops the pieces that have not been begun, and all that is sent later.
+  // Discards the pieces that have not been started, and all later ones.
   void close() noexcept { pieces_->close(); }
 
  private:

@@ -15,7 +15,7 @@
 
 namespace tarnwheel::client {
 
-// How the port is set; outlives the clients.
+// The port's settings in effect, which outlive the clients.
 struct com_port_settings {
   line_settings line;
   bool break_on = false;
@@ -34,15 +34,15 @@ class com_port_control {
   com_port_control(remote_line& line, com_port_settings& settings, std::string signature)
       : line_(line), settings_(settings), signature_(std::move(signature)) {}
 
-  // Does what the client asks, and gives the answer: the state that is in effect then, whether or
-  // not it is the one that was asked for. Empty when there is nothing to answer, as for what makes
-  // no sense. The device is not bothered with a size or rate that it has already: clients send all
-  // of them to change one, and each that a device refuses takes the time that it has for its answer.
+  // Executes a client's command and gives the answer: the state that is then in effect, whether or
+  // not it is the one requested. Empty when nothing is to be answered, as for a malformed command.
+  // A size or rate that is in effect already is not sent to the device: clients send all of them to
+  // change one, and each refusal costs the whole time limit of a request.
   ostra::future<payload> execute(std::vector<std::byte> command);
 
-  // What the client is to be told of the modem lines' state (MS_CTS_ON and so on) or of errors
-  // (SERIAL_ERROR_*); empty when its mask leaves nothing of it. A first notice tells all lines. A
-  // ring is told by its end, when the line is as it was before.
+  // Notices of the modem lines' state (MS_CTS_ON and so on) and of errors (SERIAL_ERROR_*); empty
+  // when the client's mask suppresses them. The first notice reports all lines. A ring is reported at
+  // its end, when the line is unchanged.
   [[nodiscard]] payload modem_notice(std::uint32_t status, bool rang = false);
   [[nodiscard]] payload line_notice(std::uint32_t errors);
 
@@ -53,7 +53,7 @@ class com_port_control {
   [[nodiscard]] ostra::future<void> flowing() { return flowing_.wait(); }
   void close();
 
-  // How often the client has had the input dropped.
+  // The number of times that the client has purged the input.
   [[nodiscard]] unsigned input_purges() const noexcept { return input_purges_; }
 
   // Ends a break that the client has left.

@@ -16,7 +16,7 @@
 
 namespace tarnwheel::client {
 
-// Sends what is typed to the line and shows what comes from it. Constructed and run by one thread.
+// Sends the user's keys to the line and shows the bytes that it receives. Constructed and run by one thread.
 class terminal_session final : public line_session {
  public:
   // Opens the line; throws client_error. `screen` and `capture` must outlive this.

@@ -55,7 +55,7 @@ void copying::run(remote_line& line, HANDLE stop) {
   const bool ended = wait_out(stop, [this] { return until_quiet(); });
   line.hang_up();
   input_.abandon();
-  // What came is still written, unless the user does not want to wait for its reader.
+  // Received bytes are still written, unless the user does not want to wait for their reader.
   if (!ended || !wait_out(stop, [this] { return until_written(); }))
     output_.close();
   feeding.wait();

@@ -22,11 +22,11 @@ using std::chrono::milliseconds;
 // A line that says nothing for so long is taken to have finished.
 constexpr milliseconds kQuiet(200);
 
-// Collects what a line says.
+// Collects the bytes of a line.
 class answer final : public line_session {
  public:
   // Blocks until something has come and the line was then quiet for `quiet`, or until `limit` has
-  // passed; gives what has come. Throws client_error when the line has ended.
+  // passed; gives the bytes. Throws client_error when the line has ended.
   [[nodiscard]] std::vector<std::byte> wait(milliseconds quiet, milliseconds limit);
 
   ostra::future<void> received(std::vector<std::byte> bytes) override;
