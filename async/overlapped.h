@@ -19,8 +19,8 @@ struct threadpool_io_traits {
 };
 using unique_threadpool_io = Tamrin::unique_resource<threadpool_io_traits>;
 
-// What a handle does when a call on it succeeds at once: queue a completion like a pending call, or
-// let the caller go on at once.
+// A handle's behaviour when a call on it succeeds at once: to queue a completion as for a pending
+// call, or to let the caller continue inline.
 enum class immediate_success { queues_completion, continues_inline };
 
 // Ties a handle to the thread pool. The owner of the handle owns this too, keeps both until every

@@ -3,9 +3,9 @@
 
 #include <coroutine>
 
-#include "async/background.h"
 #include "async/cancellation.h"
 #include "async/handle_wait.h"
+#include "async/resumption.h"
 #include "async/srw_lock.h"
 
 namespace ostra {
@@ -57,27 +57,13 @@ class async_timer {
     const ticks duration_;
   };
 
-  // Resumes a cancelled waiter on the pool: the canceller's own thread may hold what it needs.
-  class resumption final : public background_call {
-   public:
-    void resume(std::coroutine_handle<> waiter) noexcept {
-      waiter_ = waiter;
-      post();
-    }
-
-   private:
-    void run() noexcept override { waiter_.resume(); }
-
-    std::coroutine_handle<> waiter_;
-  };
-
   [[nodiscard]] bool start(std::coroutine_handle<> waiter, ticks duration) noexcept;
   void finish();
   [[nodiscard]] std::coroutine_handle<> take_waiter() noexcept;
   static void CALLBACK on_fired(PTP_CALLBACK_INSTANCE instance, void* context,
                                 PTP_TIMER timer) noexcept;
 
-  resumption resumption_;
+  pool_resumption resumption_;  // of a cancelled waiter: the canceller may hold what it needs
 
   // Guarded by lock_.
   srw_lock lock_;

@@ -19,6 +19,7 @@ class work_queue {
   // Must not throw.
   using work = std::function<void()>;
 
+  // Throws hresult_error.
   work_queue();
   work_queue(const work_queue&) = delete;
   work_queue& operator=(const work_queue&) = delete;
@@ -32,10 +33,6 @@ class work_queue {
   void close();
 
  private:
-  struct entry {
-    work item;
-    promise<void> done;
-  };
   struct state;
 
   static future<void> run(std::shared_ptr<state> queue);

@@ -1,4 +1,4 @@
-// What the formatting library throws. Neither type carries a message.
+// The exceptions of the formatting library. Neither type carries a message.
 #pragma once
 
 namespace tfmt {

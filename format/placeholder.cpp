@@ -69,53 +69,52 @@ void take_widths(cursor& at, segment& placeholder) {
   placeholder.max_width = at.take_if(L',') ? at.take_number<std::uint16_t>() : std::uint16_t{0};
 }
 
-// Reads what follows `letter`, if anything belongs to it.
-void take_specifier(wchar_t letter, cursor& at, segment& placeholder) {
+// The flag of a letter that is a specifier by itself; 0 for any other.
+std::uint32_t flag_of(wchar_t letter) noexcept {
   switch (letter) {
     case L'+':
-      placeholder.flags |= kPlus;
-      break;
-    case L'?':
-      take_condition(at, placeholder);
-      break;
-    case L'a':
-      take_alignment(at, placeholder);
-      break;
-    case L'b':
-      take_base(at, placeholder);
-      break;
+      return kPlus;
     case L'c':
-      placeholder.flags |= kCharacter;
-      break;
+      return kCharacter;
     case L'e':
-      placeholder.flags |= kEllipsis;
-      break;
+      return kEllipsis;
+    case L'l':
+      return kGrouped;
+    case L'n':
+      return kLetterN;
+    case L'u':
+      return kUnsigned;
+    default:
+      return 0;
+  }
+}
+
+// Reads the rest of a specifier that begins with `letter`.
+void take_specifier(wchar_t letter, cursor& at, segment& placeholder) {
+  switch (letter) {
+    case L'?':
+      return take_condition(at, placeholder);
+    case L'a':
+      return take_alignment(at, placeholder);
+    case L'b':
+      return take_base(at, placeholder);
+    case L't':
+      return take_text_parameter(at, placeholder);
+    case L'w':
+      return take_widths(at, placeholder);
     case L'f':
       placeholder.fill = at.take();
-      break;
-    case L'l':
-      placeholder.flags |= kGrouped;
-      break;
-    case L'n':
-      placeholder.flags |= kLetterN;
-      break;
+      return;
     case L'p':
       placeholder.precision = at.take_number<std::uint16_t>();
-      break;
+      return;
     case L's':
       placeholder.flags |= at.take_if(L'a') ? kLettersSa : kLetterS;
-      break;
-    case L't':
-      take_text_parameter(at, placeholder);
-      break;
-    case L'u':
-      placeholder.flags |= kUnsigned;
-      break;
-    case L'w':
-      take_widths(at, placeholder);
-      break;
+      return;
     default:
-      throw bad_extended_format_string();
+      if (flag_of(letter) == 0)
+        throw bad_extended_format_string();
+      placeholder.flags |= flag_of(letter);
   }
 }
 

@@ -9,7 +9,7 @@
 
 namespace logging {
 
-// Below every level: what a logger that keeps nothing keeps.
+// Below every level: the greatest level that a logger of nothing keeps.
 inline constexpr std::int32_t kNothing = -1;
 
 // Until it is destroyed, everything that write() is given goes to `logger`. The destructor returns
@@ -17,7 +17,7 @@ inline constexpr std::int32_t kNothing = -1;
 // straggler on a pool thread can never reach a logger that is gone. At most one at a time.
 class process_logger {
  public:
-  // `most`: what the logger keeps anyway, so that nobody takes the trouble to make other lines.
+  // `most` is the greatest level that the logger keeps; lines above it are not even formatted.
   explicit process_logger(ILogger& logger, std::int32_t most = debug) noexcept;
   process_logger(const process_logger&) = delete;
   process_logger& operator=(const process_logger&) = delete;

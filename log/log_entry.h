@@ -10,12 +10,11 @@
 
 namespace logging {
 
-// As line_queue takes it.
 struct log_entry {
   std::wstring text;
   std::int32_t level = info;
-  std::int64_t time = 0;  // 100 ns since 1 January 1970 UTC
-  std::size_t left_out = 0;
+  std::int64_t time = 0;     // 100 ns since 1 January 1970 UTC
+  std::size_t left_out = 0;  // lines, in a gap of the line_queue
 };
 
 // With the present time.

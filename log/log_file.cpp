@@ -20,7 +20,8 @@ std::unique_ptr<log_file> log_file::open(std::wstring_view path) {
   const bool existed = ::GetLastError() == ERROR_ALREADY_EXISTS;
   if (!handle)
     return nullptr;
-  std::unique_ptr<log_file> file(new log_file(std::move(handle)));
+  std::unique_ptr<log_file> file(new log_file);
+  file->file_.set(std::move(handle), ostra::immediate_success::queues_completion);
   if (existed) {
     LARGE_INTEGER end = {};
     ostra::details::check_bool(::SetFilePointerEx(file->file_.get(), {}, &end, FILE_END));
@@ -31,13 +32,9 @@ std::unique_ptr<log_file> log_file::open(std::wstring_view path) {
   return file;
 }
 
-log_file::log_file(Tamrin::unique_file file) : file_(std::move(file)) {
-  binding_.bind(file_.get(), ostra::immediate_success::queues_completion);
-}
-
 ostra::future<void> log_file::append(std::wstring_view text) {
   const auto size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
-  ostra::io_call write(binding_, ostra::write_file{text.data(), size}, {}, offset_);
+  auto write = file_.call(ostra::write_file{text.data(), size}, offset_);
   const DWORD written = co_await write;
   offset_ += written;
   if (written != size)

@@ -6,8 +6,7 @@
 #include <string_view>
 
 #include "async/future.h"
-#include "async/overlapped.h"
-#include "platform/unique_resource.h"
+#include "async/overlapped_file.h"
 
 namespace logging {
 
@@ -25,10 +24,9 @@ class log_file {
   [[nodiscard]] ostra::future<void> append(std::wstring_view text);
 
  private:
-  explicit log_file(Tamrin::unique_file file);
+  log_file() = default;
 
-  const Tamrin::unique_file file_;
-  ostra::io_binding binding_;
+  ostra::overlapped_file file_;
   std::uint64_t offset_ = 0;  // bytes
 };
 

@@ -1,6 +1,5 @@
 #include "log/logger.h"
 
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -14,21 +13,29 @@ constexpr std::size_t kMostAtOnce = 32 * 1024;
 
 constexpr DWORD kScreenPatience = 2000;  // milliseconds
 
+// Whatever ends the writer, what is logged later is dropped.
+struct queue_end {
+  line_queue& entries;
+  ~queue_end() { entries.close(); }
+};
+
 }  // namespace
 
 bool Logger::initialize(std::wstring_view path, bool screen, std::int32_t level) {
   stop();
+  entries_.reset();
   file_.reset();
-  screen_ = screen ? std::make_shared<screen_copy>() : nullptr;
+  screen_ = screen ? std::make_unique<screen_copy>() : nullptr;
   level_ = level;
   if (!path.empty()) {
     file_ = log_file::open(path);
     if (!file_)
       return false;
   }
-  writer_ = write_entries();
+  entries_ = std::make_shared<line_queue>();
+  writer_ = write_entries(entries_);
   if (writer_.is_complete())
-    std::exchange(writer_, {}).get();  // what failed did so before the first entry
+    std::exchange(writer_, {}).get();  // failed before the first entry
   return true;
 }
 
@@ -48,7 +55,7 @@ void Logger::log(std::wstring&& message, std::int32_t level) {
 void Logger::stop() {
   if (!writer_.valid())
     return;
-  append({});
+  entries_->finish();
   const auto writer = std::exchange(writer_, {});
   writer.wait();
   if (screen_)
@@ -71,60 +78,23 @@ Logger::~Logger() {
 }
 
 void Logger::append(log_entry next) {
-  {
-    const std::lock_guard guard(lock_);
-    if (!open_)
-      return;
-    if (next.text.empty()) {
-      open_ = false;
-    } else {
-      entries_.push(std::move(next));
-    }
-    if (!std::exchange(writer_waits_, false))
-      return;
-  }
-  resumption_.post();
+  if (!entries_)
+    return;
+  if (next.text.empty())
+    entries_->finish();
+  else
+    entries_->push(std::move(next));
 }
 
-Logger::open_queue::open_queue(Logger& logger) noexcept : logger_(logger) {
-  const std::lock_guard guard(logger_.lock_);
-  logger_.open_ = true;
-}
-
-Logger::open_queue::~open_queue() {
-  const std::lock_guard guard(logger_.lock_);
-  logger_.open_ = false;
-  logger_.entries_.clear();
-}
-
-bool Logger::entries_come::await_suspend(std::coroutine_handle<> writer) const noexcept {
-  const std::lock_guard guard(logger_.lock_);
-  if (!logger_.open_ || !logger_.entries_.empty())
-    return false;
-  logger_.resumption_.writer = writer;
-  logger_.writer_waits_ = true;
-  return true;
-}
-
-bool Logger::entries_come::await_resume() const noexcept {
-  const std::lock_guard guard(logger_.lock_);
-  return !logger_.entries_.empty();
-}
-
-bool Logger::take(log_entry& next) noexcept {
-  const std::lock_guard guard(lock_);
-  return entries_.take(next);
-}
-
-ostra::future<void> Logger::write_entries() {
-  const open_queue open(*this);
+ostra::future<void> Logger::write_entries(std::shared_ptr<line_queue> entries) {
+  const queue_end at_the_end{*entries};
   const line_pattern pattern;
   for (;;) {
-    entries_come coming(*this);
-    const bool more = co_await coming;
-    if (!more)
+    auto popped = entries->pop();
+    auto next = co_await popped;
+    if (!next)
       co_return;
-    const std::wstring text = take_lines(pattern);
+    const std::wstring text = take_lines(std::move(next), *entries, pattern);
     if (!file_ || text.empty())
       continue;
     try {
@@ -136,17 +106,21 @@ ostra::future<void> Logger::write_entries() {
   }
 }
 
-std::wstring Logger::take_lines(const line_pattern& pattern) {
+std::wstring Logger::take_lines(std::optional<log_entry> next, line_queue& entries,
+                                const line_pattern& pattern) {
   std::wstring text;
-  for (log_entry next; text.size() < kMostAtOnce && take(next);) {
+  while (next) {
     try {
-      const std::wstring line = pattern.format(next);
+      const std::wstring line = pattern.format(*next);
       text += line;
       if (screen_)
         screen_->write(line);
     } catch (const std::bad_alloc&) {
-      continue;  // this line is lost
+      // This line is lost.
     }
+    if (text.size() >= kMostAtOnce)
+      break;
+    next = entries.try_pop();
   }
   return text;
 }

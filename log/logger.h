@@ -1,15 +1,13 @@
 // The log of the console server: a UTF-16 file and, if asked for, a copy on the screen.
 #pragma once
 
-#include <coroutine>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
-#include "async/background.h"
 #include "async/future.h"
-#include "async/srw_lock.h"
 #include "log/ilogger.h"
 #include "log/line_queue.h"
 #include "log/log_entry.h"
@@ -34,7 +32,7 @@ namespace logging {
 //
 // A screen that stands still costs lines on the screen only; stop() gives it two seconds.
 //
-// What is logged while no writer runs, before initialize() or after the end, is dropped.
+// Messages logged while no writer runs, before initialize() or after the end, are dropped.
 //
 // The writer's coroutine uses this object until it ends; stop() and the destructor wait for that.
 class Logger final : public ILogger {
@@ -55,60 +53,19 @@ class Logger final : public ILogger {
   ~Logger() override;
 
  private:
-  // The suspended writer's way back, on a pool thread.
-  class resumption final : public ostra::background_call {
-   public:
-    std::coroutine_handle<> writer;
-
-   private:
-    void run() noexcept override { writer.resume(); }
-  };
-
-  // The writer's frame holds it: while it exists the queue takes entries, and when the writer ends,
-  // for whatever reason, nothing is left in the queue.
-  class open_queue {
-   public:
-    explicit open_queue(Logger& logger) noexcept;
-    open_queue(const open_queue&) = delete;
-    open_queue& operator=(const open_queue&) = delete;
-    ~open_queue();
-
-   private:
-    Logger& logger_;
-  };
-
-  // Suspends the writer while the queue is empty and open; gives whether there are entries.
-  class entries_come {
-   public:
-    explicit entries_come(Logger& logger) noexcept : logger_(logger) {}
-    [[nodiscard]] bool await_ready() const noexcept { return false; }
-    [[nodiscard]] bool await_suspend(std::coroutine_handle<> writer) const noexcept;
-    [[nodiscard]] bool await_resume() const noexcept;
-
-   private:
-    Logger& logger_;
-  };
-
   void append(log_entry next);
-  [[nodiscard]] bool take(log_entry& next) noexcept;
-  // Takes lines off the queue, for the screen too.
-  [[nodiscard]] std::wstring take_lines(const line_pattern& pattern);
-  ostra::future<void> write_entries();
+  // The text of `next` and of what waits behind it, which goes to the screen too.
+  [[nodiscard]] std::wstring take_lines(std::optional<log_entry> next, line_queue& entries,
+                                        const line_pattern& pattern);
+  ostra::future<void> write_entries(std::shared_ptr<line_queue> entries);
 
   // Constant while the writer runs.
   std::unique_ptr<log_file> file_;       // null: no file
-  std::shared_ptr<screen_copy> screen_;  // null: no copy
+  std::unique_ptr<screen_copy> screen_;  // null: no copy
+  std::shared_ptr<line_queue> entries_;  // null before the first writer; it ends with its writer
   std::int32_t level_ = info;
 
   ostra::future<void> writer_;  // used by the owning thread only
-
-  // Guarded by lock_. writer_waits_ says that the writer is suspended and nobody wakes it yet.
-  ostra::srw_lock lock_;
-  line_queue<log_entry> entries_;
-  bool open_ = false;
-  bool writer_waits_ = false;
-
-  resumption resumption_;
 };
 
 }  // namespace logging

@@ -1,61 +1,46 @@
 #include "log/screen_copy.h"
 
-#include <mutex>
+#include <chrono>
 #include <new>
 #include <utility>
 
+#include "async/errors.h"
+#include "async/within.h"
 #include "console/print.h"
 
 namespace logging {
+namespace {
 
-void screen_copy::write(std::wstring line) {
-  {
-    const std::lock_guard guard(lock_);
-    lines_.push({std::move(line)});
-    if (printing_)
-      return;
-    printing_ = shared_from_this();
-  }
-  post();
-}
-
-void screen_copy::run() noexcept {
-  screen_line line;
-  std::shared_ptr<screen_copy> self;  // ends last: it may be what keeps this object
-  {
-    const std::lock_guard guard(lock_);
-    self = printing_;
-  }
-  while (take(line)) {
-    try {
-      if (line.left_out != 0)
-        line.text = L"(" + std::to_wstring(line.left_out) + L" lines are not shown)\n";
-      console::print(console::standard_stream::output, line.text);
-    } catch (const std::bad_alloc&) {
-      // A line for which there is no memory is lost.
-    }
+void print_line(log_entry line) noexcept {
+  try {
+    if (line.left_out != 0)
+      line.text = L"(" + std::to_wstring(line.left_out) + L" lines are not shown)\n";
+    console::print(console::standard_stream::output, line.text);
+  } catch (const std::bad_alloc&) {
+    // A line for which there is no memory is lost.
   }
 }
 
-bool screen_copy::take(screen_line& line) noexcept {
-  const std::lock_guard guard(lock_);
-  if (lines_.take(line))
+}  // namespace
+
+ostra::future<void> screen_copy::print_lines(std::shared_ptr<line_queue> lines) {
+  for (;;) {
+    auto popped = lines->pop();
+    auto next = co_await popped;
+    if (!next)
+      co_return;
+    print_line(std::move(*next));
+  }
+}
+
+bool screen_copy::finish(DWORD patience) {
+  lines_->finish();
+  try {
+    ostra::within(printing_, std::chrono::milliseconds(patience)).get();
     return true;
-  printing_.reset();
-  finished_.notify_one();
-  return false;
-}
-
-bool screen_copy::finish(DWORD patience) noexcept {
-  const ULONGLONG deadline = ::GetTickCount64() + patience;
-  const std::lock_guard guard(lock_);
-  while (printing_) {
-    const ULONGLONG now = ::GetTickCount64();
-    if (now >= deadline)
-      return false;
-    finished_.wait_for(lock_, static_cast<DWORD>(deadline - now));
+  } catch (const ostra::hresult_error&) {
+    return false;  // it stands still
   }
-  return true;
 }
 
 }  // namespace logging

@@ -2,46 +2,39 @@
 // selects text, a pipe that nobody reads) without holding up the log file or anybody who logs.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 
-#include "async/background.h"
-#include "async/srw_lock.h"
+#include "async/future.h"
 #include "log/line_queue.h"
+#include "platform/win32.h"
 
 namespace logging {
 
-// Prints on a pool thread, one line after another in the order of write(). Owned by the logger, and
-// by the printing itself while there is something to print: a screen that stands still keeps the
-// object and its thread until the process ends.
+// Prints on a pool thread, one line after another in the order of write(). The queue belongs to the
+// printing too: a screen that stands still keeps it and a thread until the process ends.
 //
-// At most line_queue::kMostBytes wait. Where lines are missing because of that, the screen shows
-// "(123 lines are not shown)".
-class screen_copy final : public std::enable_shared_from_this<screen_copy>,
-                          private ostra::background_call {
+// In place of lines that were left out because too many waited, the screen shows "(123 lines are not shown)".
+class screen_copy {
  public:
-  // Never blocks. Throws std::bad_alloc.
-  void write(std::wstring line);
+  // Throws std::bad_alloc or hresult_error.
+  screen_copy() : printing_(print_lines(lines_)) {}
+  screen_copy(const screen_copy&) = delete;
+  screen_copy& operator=(const screen_copy&) = delete;
+  ~screen_copy() { lines_->close(); }
 
-  // Blocks until all lines have been printed, for at most `patience` milliseconds; true when they
-  // have been.
-  bool finish(DWORD patience) noexcept;
+  // Never blocks. Throws std::bad_alloc.
+  void write(std::wstring line) { lines_->push({std::move(line)}); }
+
+  // Takes no more lines, and blocks until all have been printed, for at most `patience`
+  // milliseconds; true when they have been. To be called once.
+  bool finish(DWORD patience);
 
  private:
-  struct screen_line {
-    std::wstring text;
-    std::size_t left_out = 0;
-  };
+  static ostra::future<void> print_lines(std::shared_ptr<line_queue> lines);
 
-  void run() noexcept override;
-  [[nodiscard]] bool take(screen_line& line) noexcept;
-
-  // Guarded by lock_. printing_ is set from the first line's coming until the queue is empty again.
-  ostra::srw_lock lock_;
-  ostra::condition_variable finished_;
-  line_queue<screen_line> lines_;
-  std::shared_ptr<screen_copy> printing_;
+  const std::shared_ptr<line_queue> lines_ = std::make_shared<line_queue>();
+  const ostra::future<void> printing_;
 };
 
 }  // namespace logging

@@ -18,62 +18,41 @@ constexpr std::chrono::milliseconds kPollInterval(50);
 
 }  // namespace
 
-void Mailslot::LinkCancellation(const ostra::cancellation_source& owner) {
-  cancellation_ = ostra::cancellation_source();
-  token_ = cancellation_.token();
-  owner.link(cancellation_);
-  // An owner that was cancelled before the link does not reach what is linked later.
-  if (owner.is_cancelled())
-    cancellation_.cancel();
-}
-
-HRESULT Mailslot::keep(HANDLE created) {
-  Tamrin::unique_file file(created);
-  if (!file)
-    return ostra::details::last_hresult();
-  binding_ = ostra::io_binding();
-  file_ = std::move(file);
-  return S_OK;
-}
-
-void Mailslot::bind() {
-  binding_.bind(file_.get(), ostra::immediate_success::continues_inline);
-}
-
 HRESULT Mailslot::Create(std::wstring_view name, SECURITY_ATTRIBUTES* security) {
   const std::wstring path = tfmt::format(LR"(\\.\mailslot\{0})", name);
-  const HRESULT result = keep(::CreateMailslotW(path.c_str(), 0, MAILSLOT_WAIT_FOREVER, security));
-  if (FAILED(result))
-    return result;
+  Tamrin::unique_file made(::CreateMailslotW(path.c_str(), 0, MAILSLOT_WAIT_FOREVER, security));
+  if (!made)
+    return ostra::details::last_hresult();
   try {
-    bind();
+    file_.set(std::move(made));
   } catch (const ostra::hresult_error& error) {
     if (error.code() != kUnbindable)
       throw;
     // A synchronous mailslot: Read polls.
   }
-  return result;
+  return S_OK;
 }
 
 HRESULT Mailslot::Open(std::wstring_view target, std::wstring_view name) {
   const std::wstring path = tfmt::format(LR"(\\{0}\mailslot\{1})", target, name);
-  const HRESULT result = keep(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
-                                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                            OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
-  if (SUCCEEDED(result))
-    bind();
-  return result;
+  Tamrin::unique_file opened(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                           OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+  if (!opened)
+    return ostra::details::last_hresult();
+  file_.set(std::move(opened));
+  return S_OK;
 }
 
 ostra::future<std::vector<std::byte>> Mailslot::Read() {
-  return binding_.is_bound() ? read_overlapped() : read_polled();
+  return file_.is_bound() ? read_overlapped() : read_polled();
 }
 
 ostra::future<std::vector<std::byte>> Mailslot::read_overlapped() {
   const auto self = shared_from_this();
   std::vector<std::byte> message(kMaxMessage);
   try {
-    ostra::io_call read(binding_, ostra::read_file{message.data(), kMaxMessage}, token_);
+    auto read = file_.call(ostra::read_file{message.data(), kMaxMessage});
     const DWORD size = co_await read;
     message.resize(size);
     co_return message;
@@ -84,7 +63,7 @@ ostra::future<std::vector<std::byte>> Mailslot::read_overlapped() {
   const DWORD size = next_size();
   if (size != MAILSLOT_NO_MESSAGE) {
     message.resize(size);
-    ostra::io_call discarded(binding_, ostra::read_file{message.data(), size}, token_);
+    auto discarded = file_.call(ostra::read_file{message.data(), size});
     co_await discarded;
   }
   throw ostra::hresult_error(kTooLong);
@@ -92,7 +71,7 @@ ostra::future<std::vector<std::byte>> Mailslot::read_overlapped() {
 
 ostra::future<std::vector<std::byte>> Mailslot::read_polled() {
   const auto self = shared_from_this();
-  ostra::auto_cancel_timer timer(token_);
+  ostra::auto_cancel_timer timer(file_.token());
   DWORD size = next_size();
   while (size == MAILSLOT_NO_MESSAGE) {
     auto pause = timer.wait(kPollInterval);
@@ -120,10 +99,10 @@ DWORD Mailslot::next_size() const {
 
 ostra::future<std::uint32_t> Mailslot::Write(std::vector<std::byte> message) {
   const auto self = shared_from_this();
-  if (!binding_.is_bound())
+  if (!file_.is_bound())
     throw ostra::hresult_error(E_FAIL);
   const auto size = static_cast<DWORD>(message.size());
-  ostra::io_call write(binding_, ostra::write_file{message.data(), size}, token_);
+  auto write = file_.call(ostra::write_file{message.data(), size});
   const DWORD written = co_await write;
   co_return written;
 }

@@ -7,10 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "async/cancellation.h"
 #include "async/future.h"
-#include "async/overlapped.h"
-#include "platform/unique_resource.h"
+#include "async/overlapped_file.h"
 
 namespace tether {
 
@@ -31,10 +29,10 @@ class Mailslot final : public std::enable_shared_from_this<Mailslot> {
   static constexpr DWORD kMaxMessage = 1024;
 
   // From now on a cancellation of `owner` cancels the operations; called before the first of them.
-  void LinkCancellation(const ostra::cancellation_source& owner);
+  void LinkCancellation(const ostra::cancellation_source& owner) { file_.link(owner); }
 
   // Ends what is pending and refuses what comes later.
-  void Cancel() { cancellation_.cancel(); }
+  void Cancel() { file_.cancel(); }
 
   // Makes the mailslot "\\.\mailslot\<name>"; `security` may be null. Returns why it cannot be
   // made; throws hresult_error when it was made but cannot be bound to the thread pool, unless it
@@ -55,19 +53,12 @@ class Mailslot final : public std::enable_shared_from_this<Mailslot> {
   ostra::future<std::uint32_t> Write(std::vector<std::byte> message);
 
  private:
-  HRESULT keep(HANDLE created);
-  void bind();
   [[nodiscard]] DWORD next_size() const;
   ostra::future<std::vector<std::byte>> read_overlapped();
   ostra::future<std::vector<std::byte>> read_polled();
 
-  // Set by Create or Open, constant while operations run. The binding is closed before the file.
-  Tamrin::unique_file file_;
-  ostra::io_binding binding_;
-
-  // Replaced by LinkCancellation before the first operation; synchronise themselves.
-  ostra::cancellation_source cancellation_;
-  ostra::cancellation_token token_ = cancellation_.token();
+  // Set by Create or Open, constant while operations run.
+  ostra::overlapped_file file_;
 };
 
 }  // namespace tether

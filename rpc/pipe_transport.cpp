@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "async/errors.h"
 #include "rpc/pipe_state.h"
@@ -11,13 +12,12 @@ namespace {
 
 constexpr DWORD kPipeBuffer = 0x400000;  // bytes, in each direction
 
-struct connect_pipe {
+// Tells when the instance can be connected to.
+struct listen_for_client {
   const std::function<void()>* listening;
 
   DWORD operator()(HANDLE pipe, OVERLAPPED* overlapped) const noexcept {
-    const DWORD error = ::ConnectNamedPipe(pipe, overlapped) ? ERROR_SUCCESS : ::GetLastError();
-    if (error == ERROR_PIPE_CONNECTED)
-      return ERROR_SUCCESS;  // came before the call
+    const DWORD error = connect_pipe()(pipe, overlapped);
     if (error == ERROR_IO_PENDING && *listening)
       (*listening)();
     return error;
@@ -29,19 +29,6 @@ HRESULT result_of(BOOL succeeded) noexcept {
 }
 
 }  // namespace
-
-void PipeTransport::LinkCancellation(const ostra::cancellation_source& owner) {
-  cancellation_ = ostra::cancellation_source();
-  token_ = cancellation_.token();
-  owner.link(cancellation_);
-  // An owner that was cancelled before the link does not reach what is linked later.
-  if (owner.is_cancelled())
-    cancellation_.cancel();
-}
-
-void PipeTransport::bind() {
-  binding_.bind(pipe_.get(), ostra::immediate_success::continues_inline);
-}
 
 void PipeTransport::require_handle() const {
   if (!pipe_)
@@ -60,22 +47,22 @@ HRESULT PipeTransport::make_instance(std::wstring_view pipe, PSECURITY_DESCRIPTO
                                      DWORD more_flags) {
   SECURITY_ATTRIBUTES attributes = {sizeof attributes, security, FALSE};
   const std::wstring name = LR"(\\.\pipe\)" + std::wstring(pipe);
-  pipe_.reset(
+  Tamrin::unique_file made(
       ::CreateNamedPipeW(name.c_str(), FILE_FLAG_OVERLAPPED | PIPE_ACCESS_DUPLEX | more_flags,
                          PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, PIPE_UNLIMITED_INSTANCES,
                          kPipeBuffer, kPipeBuffer, 0, &attributes));
-  if (!pipe_)
+  if (!made)
     return ostra::details::last_hresult();
-  bind();
+  pipe_.set(std::move(made));
   server_end_ = true;
   return S_OK;
 }
 
 ostra::future<std::uint32_t> PipeTransport::WaitClient(bool, std::function<void()> listening) {
   const auto self = shared_from_this();
-  token_.throw_if_cancelled();
+  pipe_.token().throw_if_cancelled();
   require_handle();
-  ostra::io_call connection(binding_, connect_pipe{&listening}, token_);
+  auto connection = pipe_.call(listen_for_client{&listening});
   co_await connection;
   co_return 0;
 }
@@ -83,12 +70,13 @@ ostra::future<std::uint32_t> PipeTransport::WaitClient(bool, std::function<void(
 HRESULT PipeTransport::Connect(std::wstring_view server, std::wstring_view pipe, DWORD timeout,
                                DWORD attempts) {
   const std::wstring name = LR"(\\)" + std::wstring(server) + LR"(\pipe\)" + std::wstring(pipe);
-  pipe_.reset();
-  for (DWORD attempt = 0; attempt < attempts && !pipe_; ++attempt) {
-    pipe_.reset(::CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_OVERLAPPED, nullptr));
-    if (pipe_)
+  pipe_.close();
+  Tamrin::unique_file opened;
+  for (DWORD attempt = 0; attempt < attempts && !opened; ++attempt) {
+    opened.reset(::CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE,
+                               FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                               FILE_FLAG_OVERLAPPED, nullptr));
+    if (opened)
       break;
     const DWORD error = ::GetLastError();
     if (error != ERROR_FILE_NOT_FOUND)
@@ -99,16 +87,12 @@ HRESULT PipeTransport::Connect(std::wstring_view server, std::wstring_view pipe,
     if (wait_error != ERROR_SEM_TIMEOUT)
       return ostra::details::to_hresult(wait_error);
   }
-  if (!pipe_)
+  if (!opened)
     return ostra::details::to_hresult(ERROR_TIMEOUT);
   DWORD mode = PIPE_READMODE_BYTE | PIPE_WAIT;
-  if (!::SetNamedPipeHandleState(pipe_.get(), &mode, nullptr, nullptr)) {
-    const DWORD error = ::GetLastError();
-    pipe_.reset();
-    ostra::details::throw_win32(error);
-  }
+  ostra::details::check_bool(::SetNamedPipeHandleState(opened.get(), &mode, nullptr, nullptr));
+  pipe_.set(std::move(opened));
   server_end_ = false;
-  bind();
   return S_OK;
 }
 
@@ -119,13 +103,13 @@ void PipeTransport::Disconnect() {
     ::FlushFileBuffers(pipe_.get());
     ::DisconnectNamedPipe(pipe_.get());
   } else {
-    pipe_.reset();
+    pipe_.close();
   }
 }
 
 ostra::future<DWORD> PipeTransport::read_piece(std::span<std::byte> buffer) {
   const auto size = static_cast<DWORD>(buffer.size());
-  ostra::io_call read(binding_, ostra::read_file{buffer.data(), size}, token_);
+  auto read = pipe_.call(ostra::read_file{buffer.data(), size});
   const DWORD arrived = co_await read;
   co_return arrived;
 }
@@ -153,7 +137,7 @@ ostra::future<void> PipeTransport::WriteMessage(std::shared_ptr<message_t> messa
   require_handle();
   for (auto rest = message->bytes(); !rest.empty();) {
     const auto piece = static_cast<DWORD>(std::min<std::size_t>(rest.size(), kPiece));
-    ostra::io_call write(binding_, ostra::write_file{rest.data(), piece}, token_);
+    auto write = pipe_.call(ostra::write_file{rest.data(), piece});
     co_await write;
     rest = rest.subspan(piece);
   }

@@ -3,11 +3,18 @@
 
 #include <memory>
 
-#include "async/overlapped.h"
-#include "platform/unique_resource.h"
+#include "async/overlapped_file.h"
 #include "rpc/itransport.h"
 
 namespace tether {
+
+// ConnectNamedPipe, for io_call: a client that came before the call is a success.
+struct connect_pipe {
+  DWORD operator()(HANDLE pipe, OVERLAPPED* overlapped) const noexcept {
+    const DWORD error = ::ConnectNamedPipe(pipe, overlapped) ? ERROR_SUCCESS : ::GetLastError();
+    return error == ERROR_PIPE_CONNECTED ? ERROR_SUCCESS : error;
+  }
+};
 
 // Each operation's coroutine holds the transport, and each call's cancellation names that call
 // only, so the handle and its binding are closed when no call uses them any more. That closing is
@@ -22,9 +29,9 @@ class PipeTransport final : public ITransport, public std::enable_shared_from_th
     return std::make_shared<PipeTransport>(create_key());
   }
 
-  void LinkCancellation(const ostra::cancellation_source& owner) override;
-  ostra::cancellation_source& GetCancellation() override { return cancellation_; }
-  void Cancel() override { cancellation_.cancel(); }
+  void LinkCancellation(const ostra::cancellation_source& owner) override { pipe_.link(owner); }
+  ostra::cancellation_source& GetCancellation() override { return pipe_.cancellation(); }
+  void Cancel() override { pipe_.cancel(); }
   void Disconnect() override;
   ostra::future<std::shared_ptr<const Message>> ReadMessage() override;
   ostra::future<void> WriteMessage(std::shared_ptr<message_t> message) override;
@@ -51,18 +58,12 @@ class PipeTransport final : public ITransport, public std::enable_shared_from_th
 
  private:
   HRESULT make_instance(std::wstring_view pipe, PSECURITY_DESCRIPTOR security, DWORD more_flags);
-  void bind();
   void require_handle() const;
   ostra::future<DWORD> read_piece(std::span<std::byte> buffer);
 
-  // Set by Listen or Connect, constant while operations run. The binding is closed before the pipe.
-  Tamrin::unique_file pipe_;
-  ostra::io_binding binding_;
+  // Set by Listen or Connect, constant while operations run.
+  ostra::overlapped_file pipe_;
   bool server_end_ = false;
-
-  // Replaced by LinkCancellation before the first operation; synchronise themselves.
-  ostra::cancellation_source cancellation_;
-  ostra::cancellation_token token_ = cancellation_.token();
 };
 
 }  // namespace tether

@@ -24,11 +24,6 @@ std::vector<std::wstring> names_of(const Entries& entries) {
 
 }  // namespace
 
-bool name_less::operator()(const std::wstring& left, const std::wstring& right) const noexcept {
-  return ::CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(),
-                                static_cast<int>(right.size()), TRUE) == CSTR_LESS_THAN;
-}
-
 std::shared_ptr<directory> directory::open_directory(const std::wstring& name) {
   const std::lock_guard lock(mutex_);
   if (files_.contains(name)) {

@@ -7,14 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "platform/name_less.h"
 #include "settings/file.h"
 
 namespace Tamrin::setman {
-
-// Orders names without regard to case, as the registry compares them.
-struct name_less {
-  [[nodiscard]] bool operator()(const std::wstring& left, const std::wstring& right) const noexcept;
-};
 
 // Holds files and directories; a name belongs to one or the other, never to both. Owned by its
 // parent and by the storages over it. Has its own lock: any thread may use it.

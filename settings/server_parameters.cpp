@@ -90,7 +90,7 @@ HRESULT read_list(IStream& stream, std::vector<std::uint32_t>& numbers) {
   return FAILED(result) ? result : expect_end(stream);
 }
 
-// What an unsuccessful read of a value means.
+// The outcome of a read that gave no value: only a missing value has its default.
 HRESULT default_if_missing(abstract_folder& folder, const wchar_t* name) {
   return folder.has_value(name) ? HRESULT_FROM_WIN32(ERROR_INVALID_DATA) : S_OK;
 }

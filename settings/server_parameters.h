@@ -8,6 +8,7 @@
 
 #include "platform/win32.h"
 #include "settings/abstract_folder.h"
+#include "settings/default_access.h"
 
 namespace Tamrin::setman {
 
@@ -19,10 +20,6 @@ inline constexpr wchar_t kAutoDiscoveryName[] = L"AutoDiscovery";
 inline constexpr wchar_t kSharedPortsName[] = L"SharedPorts";
 // A number, always 0: the installation writes it so that the key exists.
 inline constexpr wchar_t kDummyName[] = L"Dummy";
-
-// Services may create instances of the pipe; everybody may connect, read and write.
-inline constexpr wchar_t kDefaultSecurityDescriptor[] =
-    L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)";
 
 struct server_parameters {
   std::wstring security_descriptor = kDefaultSecurityDescriptor;

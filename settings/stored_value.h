@@ -1,4 +1,4 @@
-// How strings, numbers and bytes are encoded as the value of a folder, the same in every storage.
+// The encoding of strings, numbers and bytes as values of a folder, the same in every storage.
 #pragma once
 
 #include <cstddef>

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -13,8 +12,8 @@
 namespace Tamrin::setman {
 
 // Works on bytes of its own, so streams that are open on the same file do not see each other until
-// one of them is committed; the last commit wins. Counts its references itself and may be released
-// by any thread, but is otherwise used by one thread at a time. Nothing is thrown.
+// one of them is released for the last time; the last one wins. Counts its references itself and may
+// be released by any thread, but is otherwise used by one thread at a time. Nothing is thrown.
 class StreamImpl final : public IStream {
  public:
   // Comes with one reference. `mode` is STGM_READ, STGM_WRITE or STGM_READWRITE.
@@ -23,36 +22,37 @@ class StreamImpl final : public IStream {
   StreamImpl& operator=(const StreamImpl&) = delete;
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) noexcept override;
-  ULONG STDMETHODCALLTYPE AddRef() noexcept override;
-  // The last release commits.
+  ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++references_; }
+  // The last release makes the bytes the value.
   ULONG STDMETHODCALLTYPE Release() noexcept override;
 
   // S_FALSE when fewer bytes than asked for are left; STG_E_ACCESSDENIED in mode STGM_WRITE.
   HRESULT STDMETHODCALLTYPE Read(void* data, ULONG size, ULONG* read) noexcept override;
-  // All or nothing. A gap between the end and the position is filled with zeros.
+  // All or nothing. STG_E_ACCESSDENIED in mode STGM_READ.
   HRESULT STDMETHODCALLTYPE Write(const void* data, ULONG size, ULONG* written) noexcept override;
-  HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin,
-                                 ULARGE_INTEGER* position) noexcept override;
-  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER size) noexcept override;
-  // The size and the mode; there is no name.
-  HRESULT STDMETHODCALLTYPE Stat(STATSTG* status, DWORD flags) noexcept override;
-  // Makes the bytes so far the value.
-  HRESULT STDMETHODCALLTYPE Commit(DWORD flags) noexcept override;
 
-  // Not supported: E_NOTIMPL.
-  HRESULT STDMETHODCALLTYPE CopyTo(IStream* target, ULARGE_INTEGER size, ULARGE_INTEGER* read,
-                                   ULARGE_INTEGER* written) noexcept override;
-  HRESULT STDMETHODCALLTYPE Revert() noexcept override;
-  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER offset, ULARGE_INTEGER size,
-                                       DWORD type) noexcept override;
-  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER offset, ULARGE_INTEGER size,
-                                         DWORD type) noexcept override;
-  HRESULT STDMETHODCALLTYPE Clone(IStream** clone) noexcept override;
+  // Not supported.
+  HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER, DWORD, ULARGE_INTEGER*) noexcept override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) noexcept override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*,
+                                   ULARGE_INTEGER*) noexcept override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE Commit(DWORD) noexcept override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Revert() noexcept override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) noexcept override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) noexcept override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE Stat(STATSTG*, DWORD) noexcept override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Clone(IStream**) noexcept override { return E_NOTIMPL; }
 
  private:
   ~StreamImpl() = default;
-
-  [[nodiscard]] HRESULT resize(std::uint64_t size) noexcept;
 
   // Constant after construction.
   const std::shared_ptr<file> file_;
@@ -62,7 +62,7 @@ class StreamImpl final : public IStream {
 
   // Used by the one thread that works with the stream.
   std::vector<std::byte> bytes_;
-  std::uint64_t position_ = 0;
+  std::size_t position_ = 0;  // at most the end
   bool changed_;
 };
 

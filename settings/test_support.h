@@ -1,4 +1,4 @@
-// What the tests of the settings folders share.
+// Shared by the tests of the settings folders.
 #pragma once
 
 #include <cstddef>

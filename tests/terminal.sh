@@ -196,11 +196,11 @@ a_device_that_does_not_know_them_is_told_of() {
   term "$loopback"
   greets "$loopback"
   press d
-  shows "[DTR is as it was; $loopback: no answer within 2000 ms (0x800705b4)]"
+  shows "[DTR is unchanged; $loopback: no answer within 2000 ms (0x800705b4)]"
   press d
-  shows "[DTR is as it was; $loopback: the device does not answer this request (0x80070032)]"
+  shows "[DTR is unchanged; $loopback: the device does not answer this request (0x80070032)]"
   press s
-  shows "the device does not tell CTS, DSR, RI and DCD; no errors]"
+  shows "the device does not report CTS, DSR, RI and DCD; no errors]"
   press q
   ends_with 0
 }

@@ -1,6 +1,5 @@
 #include "client/bridge/bridge.h"
 
-#include <array>
 #include <chrono>
 #include <mutex>
 #include <utility>
@@ -45,9 +44,8 @@ ostra::future<void> say_farewell(std::shared_ptr<byte_stream> program,
 
 bridge::bridge(bridge_options options, std::unique_ptr<stream_listener> listener)
     : options_(std::move(options)),
-      name_(tfmt::format(L"COM{0}", options_.port)),
+      name_(port_name(options_.line.port)),
       listener_(std::move(listener)),
-      news_event_(ostra::details::check_pointer(::CreateEventW(nullptr, FALSE, FALSE, nullptr))),
       accepting_(accept_programs()) {}
 
 bridge::~bridge() {
@@ -84,8 +82,8 @@ ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
     const std::lock_guard guard(lock_);
     switch (std::exchange(availability_, availability::taken)) {
       case availability::ready:
-        news_.program = program;
-        ::SetEvent(news_event_.get());
+        arrivals_.program = program;
+        notify();
         break;
       case availability::taken:
         reason = name_ + L" is in use by another program\r\n";
@@ -118,41 +116,38 @@ void bridge::run(HANDLE stop, const std::function<void()>& ready) {
     open_line();
   make_available(availability::ready);
   ready();
-  serve_all(stop);
-}
-
-bridge::withdrawal::~withdrawal() {
-  self.make_available(availability::away);
-  self.close_line();
-  const std::lock_guard guard(self.lock_);
-  self.news_ = {};
-}
-
-void bridge::serve_all(HANDLE stop) {
-  while (wait_for_news(stop)) {
-    news present;
+  while (wait_for({stop, news()}) != stop) {
+    handle_line_end();
+    arrivals present;
     {
       const std::lock_guard guard(lock_);
-      present = std::exchange(news_, {});
+      present = std::exchange(arrivals_, {});
     }
     handle(std::move(present));
   }
 }
 
-bool bridge::wait_for_news(HANDLE stop) const {
-  const std::array handles = {stop, news_event_.get()};
-  return ::WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE,
-                                  INFINITE) != WAIT_OBJECT_0;
+bridge::withdrawal::~withdrawal() {
+  self.make_available(availability::away);
+  self.close_line();
+  static_cast<void>(self.take_failure());
+  const std::lock_guard guard(self.lock_);
+  self.arrivals_ = {};
 }
 
-void bridge::handle(news present) {
-  if (present.line_end) {
-    if (!options_.releases)
-      throw *present.line_end;
-    tell(*present.line_end);
-    close_line();
-  }
-  if (present.line_end || present.program_has_gone) {
+void bridge::handle_line_end() {
+  const auto reason = take_failure();
+  if (!reason)
+    return;
+  if (!options_.releases)
+    throw *reason;
+  tell(*reason);
+  close_line();
+  make_available(availability::ready);
+}
+
+void bridge::handle(arrivals present) {
+  if (present.program_has_gone) {
     end_session();
     if (options_.releases)
       close_line();
@@ -163,9 +158,8 @@ void bridge::handle(news present) {
 }
 
 void bridge::open_line() {
-  auto line = std::make_unique<remote_line>(options_.server, options_.port, options_.pipe);
-  line->set_line(options_.line).get();
-  settings_ = {.line = options_.line};
+  auto line = std::make_unique<remote_line>(options_.line);
+  settings_ = {.line = options_.line.settings};
   line->start(*this, kEvents);
   line_ = std::move(line);
   if (!options_.telnet)
@@ -212,8 +206,8 @@ ostra::future<void> bridge::serve(std::shared_ptr<bridge_session> session) {
   auto running = session->run();
   co_await running;
   const std::lock_guard guard(lock_);
-  news_.program_has_gone = true;
-  ::SetEvent(news_event_.get());
+  arrivals_.program_has_gone = true;
+  notify();
 }
 
 void bridge::end_session() {
@@ -228,7 +222,7 @@ void bridge::end_session() {
   serving_.wait();
   print(standard_stream::output, tfmt::format(L"{0} has gone\n", peer_));
   const std::lock_guard guard(lock_);
-  news_.program_has_gone = false;
+  arrivals_.program_has_gone = false;
 }
 
 void bridge::tell(const client_error& reason) {
@@ -257,12 +251,6 @@ ostra::future<void> bridge::received(std::vector<std::byte> bytes) {
 void bridge::changed(std::uint32_t events) {
   if (const auto present = session())
     present->changed(events);
-}
-
-void bridge::ended(const client_error& reason) {
-  const std::lock_guard guard(lock_);
-  news_.line_end = reason;
-  ::SetEvent(news_event_.get());
 }
 
 }  // namespace tarnwheel::client

@@ -1,35 +1,29 @@
 // A remote port, offered to programs of this machine one after another.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "async/future.h"
 #include "async/srw_lock.h"
 #include "client/bridge/bridge_session.h"
-#include "client/line/remote_line.h"
+#include "client/line/line_session.h"
 #include "client/streams/byte_stream.h"
 #include "client/telnet/com_port_control.h"
-#include "platform/unique_resource.h"
 
 namespace tarnwheel::client {
 
 struct bridge_options {
-  std::wstring server;
-  std::uint32_t port = 0;
-  line_settings line = {};
+  line_address line;
   bool telnet = false;    // or bytes alone
   bool releases = false;  // gives the port back while no program is there
-  std::wstring_view pipe = tether::kServerPipe;
 };
 
 // Programs are taken from construction to destruction, and turned away with a line of text while
 // another one has the port, or while there is none to have. All else happens on the thread that
-// calls run(): what the pool's threads see, they put down as news for it.
-class bridge final : private line_receiver {
+// calls run(), to which the pool's threads leave their news.
+class bridge final : private line_session {
  public:
   // Throws client_error. `listener` is for this alone.
   bridge(bridge_options options, std::unique_ptr<stream_listener> listener);
@@ -45,11 +39,10 @@ class bridge final : private line_receiver {
  private:
   enum class availability { away, ready, taken };
 
-  // What has happened.
-  struct news {
+  // News besides the end of the line.
+  struct arrivals {
     std::shared_ptr<byte_stream> program;
     bool program_has_gone = false;
-    std::optional<client_error> line_end;
   };
 
   // Closes everything at the end of run().
@@ -63,9 +56,8 @@ class bridge final : private line_receiver {
   ostra::future<void> turn_away(std::shared_ptr<byte_stream> program, std::wstring reason);
   ostra::future<void> serve(std::shared_ptr<bridge_session> session);
 
-  void serve_all(HANDLE stop);
-  [[nodiscard]] bool wait_for_news(HANDLE stop) const;
-  void handle(news present);
+  void handle_line_end();
+  void handle(arrivals present);
   void open_line();
   void close_line();
   void begin_session(std::shared_ptr<byte_stream> program);
@@ -76,13 +68,11 @@ class bridge final : private line_receiver {
 
   ostra::future<void> received(std::vector<std::byte> bytes) override;
   void changed(std::uint32_t events) override;
-  void ended(const client_error& reason) override;
 
   // Constant after construction.
   const bridge_options options_;
   const std::wstring name_;
   const std::unique_ptr<stream_listener> listener_;
-  const Tamrin::unique_handle news_event_;  // signalled when there is some
 
   // Of the thread that calls run().
   std::unique_ptr<remote_line> line_;
@@ -93,7 +83,7 @@ class bridge final : private line_receiver {
   // Guarded by lock_.
   ostra::srw_lock lock_;
   availability availability_ = availability::away;
-  news news_;
+  arrivals arrivals_;
   std::shared_ptr<bridge_session> session_;
 
   ostra::future<void> accepting_;  // last: it uses the others from its start

@@ -12,9 +12,7 @@ constexpr std::size_t kReadSize = 16 * 1024;  // bytes
 }  // namespace
 
 bridge_session::bridge_session(std::shared_ptr<byte_stream> program, remote_line& line)
-    : program_(std::move(program)),
-      line_(line),
-      to_program_(std::make_shared<stream_writer>(program_)) {}
+    : program_(std::move(program)), line_(line), to_program_(program_) {}
 
 ostra::future<void> bridge_session::run() {
   const auto self = shared_from_this();
@@ -41,11 +39,11 @@ ostra::future<void> bridge_session::run() {
 
 void bridge_session::close() noexcept {
   program_->cancel();
-  to_program_->close();
+  to_program_.close();
 }
 
 ostra::future<void> bridge_session::deliver(std::vector<std::byte> bytes) {
-  return to_program_->send(std::move(bytes));
+  return to_program_.send(std::move(bytes));
 }
 
 ostra::future<void> bridge_session::begin() {

@@ -13,8 +13,8 @@
 
 namespace tarnwheel::client {
 
-// Bytes go through as they are; what else a program may do to a line, a derived class knows. Memory
-// is bounded in both directions: nothing is read from a side while the other one does not take it.
+// Passes bytes through unchanged; derived classes add whatever else a program may do to a line.
+// Memory is bounded in both directions: neither side is read while the other is not taking data.
 //
 // `line` must outlive run(). Everything else may be called from any thread, also when the program
 // has gone.
@@ -32,7 +32,7 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
 
   virtual void close() noexcept;
 
-  // Hands the program what has come on the line; completes when it was taken, or never will be.
+  // Sends the line's bytes to the program; completes when they are taken, or never will be.
   [[nodiscard]] virtual ostra::future<void> deliver(std::vector<std::byte> bytes);
 
   // SERIAL_EV_* have happened.
@@ -43,16 +43,16 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   [[nodiscard]] virtual ostra::future<void> begin();
   [[nodiscard]] virtual ostra::future<void> end();
 
-  // What the program has sent.
+  // Receives the program's bytes.
   [[nodiscard]] virtual ostra::future<void> take(std::vector<std::byte> bytes);
 
   [[nodiscard]] remote_line& line() const noexcept { return line_; }
-  [[nodiscard]] stream_writer& to_program() const noexcept { return *to_program_; }
+  [[nodiscard]] stream_writer& to_program() noexcept { return to_program_; }
 
  private:
   const std::shared_ptr<byte_stream> program_;
   remote_line& line_;
-  const std::shared_ptr<stream_writer> to_program_;
+  stream_writer to_program_;
 };
 
 }  // namespace tarnwheel::client

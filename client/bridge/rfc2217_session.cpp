@@ -10,31 +10,11 @@ constexpr char kSignature[] = "Tarnwheel bridge";
 constexpr std::uint32_t kModemEvents =
     SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD | SERIAL_EV_RING;
 
-ostra::future<bool> accepted(ostra::future<void> request) {
-  try {
-    co_await request;
-    co_return true;
-  } catch (const client_error&) {
-    co_return false;
-  }
-}
-
-// A port that lacks this signal, one of a virtual machine say, leaves every request for it without
-// an answer. Programs that set the signal all the same are to work with such a port too.
-ostra::future<bool> accepted_signal(line_controls& controls, ostra::future<void> request,
-                                    std::uint32_t code) {
-  auto done = accepted(std::move(request));
-  const bool accepted_by_device = co_await done;
-  co_return accepted_by_device || !controls.has_answered(code);
-}
-
 }  // namespace
 
 rfc2217_session::rfc2217_session(std::shared_ptr<byte_stream> program, remote_line& line,
                                  com_port_settings& settings)
-    : bridge_session(std::move(program), line),
-      settings_(settings),
-      control_(*this, settings, kSignature) {}
+    : bridge_session(std::move(program), line), control_(line, settings, kSignature) {}
 
 ostra::future<void> rfc2217_session::begin() {
   notifying_ = notify();
@@ -43,17 +23,14 @@ ostra::future<void> rfc2217_session::begin() {
 
 ostra::future<void> rfc2217_session::end() {
   co_await notifying_;
-  if (settings_.break_on) {
-    auto done = set_break(false);
-    co_await done;
-    settings_.break_on = false;
-  }
+  auto done = control_.end_break();
+  co_await done;
 }
 
 void rfc2217_session::close() noexcept {
   bridge_session::close();
   closed_ = true;
-  flowing_.set();
+  control_.close();
   news_.set();
 }
 
@@ -92,10 +69,10 @@ ostra::future<void> rfc2217_session::execute(std::vector<std::byte> command) {
 
 ostra::future<void> rfc2217_session::deliver(std::vector<std::byte> bytes) {
   const auto self = shared_from_this();
-  const unsigned purges = input_purges_;
-  auto flowing = flowing_.wait();
+  const unsigned purges = control_.input_purges();
+  auto flowing = control_.flowing();
   co_await flowing;
-  if (purges == input_purges_) {
+  if (purges == control_.input_purges()) {
     auto sent = to_program().send(telnet_.encode(bytes));
     co_await sent;
   }
@@ -124,7 +101,7 @@ ostra::future<void> rfc2217_session::notify() {
 
 ostra::future<void> rfc2217_session::notify_of(std::uint32_t events) {
   if ((events & kModemEvents) != 0) {
-    auto asked = modem_status();
+    auto asked = control_.modem_status();
     const std::uint32_t status = co_await asked;
     auto sent = send_notice(control_.modem_notice(status, (events & SERIAL_EV_RING) != 0));
     co_await sent;
@@ -142,60 +119,10 @@ ostra::future<void> rfc2217_session::notify_of(std::uint32_t events) {
 ostra::future<void> rfc2217_session::send_notice(std::vector<std::byte> notice) {
   if (notice.empty())
     co_return;
-  auto flowing = flowing_.wait();
+  auto flowing = control_.flowing();
   co_await flowing;
   auto sent = to_program().send(telnet::encode_com_port(notice));
   co_await sent;
-}
-
-ostra::future<bool> rfc2217_session::set_baud_rate(std::uint32_t rate) {
-  return accepted(line().set_baud_rate(rate));
-}
-
-ostra::future<bool> rfc2217_session::set_line_control(SERIAL_LINE_CONTROL settings) {
-  return accepted(line().controls().set_line_control(settings));
-}
-
-ostra::future<bool> rfc2217_session::set_flow_control(flow_control kind) {
-  return accepted(line().set_flow_control(kind));
-}
-
-ostra::future<bool> rfc2217_session::set_break(bool on) {
-  auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_break(on), IOCTL_SERIAL_SET_BREAK_ON);
-}
-
-ostra::future<bool> rfc2217_session::set_dtr(bool on) {
-  auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_dtr(on), IOCTL_SERIAL_SET_DTR);
-}
-
-ostra::future<bool> rfc2217_session::set_rts(bool on) {
-  auto& controls = line().controls();
-  return accepted_signal(controls, controls.set_rts(on), IOCTL_SERIAL_SET_RTS);
-}
-
-ostra::future<bool> rfc2217_session::purge(purged what) {
-  if (what != purged::output)
-    ++input_purges_;
-  return accepted(line().purge(what));
-}
-
-ostra::future<std::uint32_t> rfc2217_session::modem_status() {
-  try {
-    auto asked = line().controls().modem_status();
-    const std::uint32_t status = co_await asked;
-    co_return status;
-  } catch (const client_error&) {
-    co_return 0;
-  }
-}
-
-void rfc2217_session::suspend(bool suspended) {
-  if (suspended)
-    flowing_.reset();
-  if (!suspended || closed_)
-    flowing_.set();
 }
 
 }  // namespace tarnwheel::client

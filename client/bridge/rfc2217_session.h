@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <string>
 
 #include "async/event.h"
 #include "client/bridge/bridge_session.h"
@@ -14,7 +13,7 @@ namespace tarnwheel::client {
 
 // The modem lines' changes and errors reach the program from the line's events, in a coroutine of
 // their own: whatever happens while a notice is under way becomes one further notice.
-class rfc2217_session final : public bridge_session, private com_port {
+class rfc2217_session final : public bridge_session {
  public:
   // `settings` are those of the line, and outlive this as it does.
   rfc2217_session(std::shared_ptr<byte_stream> program, remote_line& line,
@@ -29,22 +28,11 @@ class rfc2217_session final : public bridge_session, private com_port {
   ostra::future<void> end() override;
   ostra::future<void> take(std::vector<std::byte> bytes) override;
 
-  ostra::future<bool> set_baud_rate(std::uint32_t rate) override;
-  ostra::future<bool> set_line_control(SERIAL_LINE_CONTROL settings) override;
-  ostra::future<bool> set_flow_control(flow_control kind) override;
-  ostra::future<bool> set_break(bool on) override;
-  ostra::future<bool> set_dtr(bool on) override;
-  ostra::future<bool> set_rts(bool on) override;
-  ostra::future<bool> purge(purged what) override;
-  ostra::future<std::uint32_t> modem_status() override;
-  void suspend(bool suspended) override;
-
   ostra::future<void> execute(std::vector<std::byte> command);
   ostra::future<void> notify();
   ostra::future<void> notify_of(std::uint32_t events);
   ostra::future<void> send_notice(std::vector<std::byte> notice);
 
-  com_port_settings& settings_;
   telnet telnet_;
   com_port_control control_;
   ostra::future<void> notifying_;  // from begin() to end()
@@ -52,9 +40,7 @@ class rfc2217_session final : public bridge_session, private com_port {
   std::atomic<bool> closed_ = false;
   std::atomic<bool> controls_port_ = false;
   std::atomic<std::uint32_t> events_ = 0;  // that no notice has been made of
-  std::atomic<unsigned> input_purges_ = 0;
-  ostra::async_event news_{false};    // set when there is an event, or the end
-  ostra::async_event flowing_{true};  // reset while the program wants nothing
+  ostra::async_event news_{false};         // set when there is an event, or the end
 };
 
 }  // namespace tarnwheel::client

@@ -9,7 +9,7 @@
 
 namespace tarnwheel::client {
 
-// The kinds of failure that a script can tell apart: the value is the program's exit code.
+// The kinds of failure that a script can tell apart; the value is the program's exit code.
 enum class failure {
   usage = 1,       // the command line, or a file that it names
   connection = 2,  // the server cannot be reached, or has gone

@@ -1,10 +1,14 @@
 #include "client/line/line_controls.h"
 
 #include <algorithm>
-#include <exception>
 #include <mutex>
+#include <set>
+#include <span>
+#include <type_traits>
+#include <utility>
 
 #include "async/errors.h"
+#include "async/srw_lock.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -18,6 +22,8 @@ constexpr UCHAR kXoff = 0x13;
 // its end the sender is to stop.
 constexpr LONG kXonLimit = 1024;
 constexpr LONG kXoffLimit = 1024;
+
+constexpr std::uint64_t kBitsOnTheLine = 12;  // of one byte, with start, parity and stop bits
 
 SERIAL_HANDFLOW hand_flow(flow_control kind, bool dtr, bool rts) {
   SERIAL_HANDFLOW settings = {};
@@ -68,75 +74,122 @@ Result result_of(const std::vector<std::byte>& bytes) {
   return result;
 }
 
-ostra::future<void> done(ostra::future<tether::bytes_result> answer) {
-  co_await answer;
-}
-
-ostra::future<void> both(ostra::future<void> first, ostra::future<void> second) {
-  co_await first;
-  co_await second;
-}
-
-ostra::future<void> nothing() {
-  co_return;
-}
-
 template <class Result>
-ostra::future<Result> value_of(ostra::future<tether::bytes_result> answer) {
-  const tether::bytes_result result = co_await answer;
-  co_return result_of<Result>(result.bytes);
-}
+constexpr std::uint32_t output_size = sizeof(Result);
+template <>
+constexpr std::uint32_t output_size<void> = 0;
 
-ostra::future<tether::bytes_result> not_asked(const std::wstring& name) {
-  ostra::promise<tether::bytes_result> promise;
-  auto failed = promise.get_future();
-  const client_error reason(name + L": the device does not answer this request",
-                            ostra::details::to_hresult(ERROR_NOT_SUPPORTED));
-  promise.set_exception(std::make_exception_ptr(reason));
-  return failed;
+template <class T>
+std::vector<std::byte> bytes_of(const T& value) {
+  const auto bytes = std::as_bytes(std::span(&value, 1));
+  return {bytes.begin(), bytes.end()};
 }
 
 }  // namespace
 
-template <class Settings>
-ostra::future<void> line_controls::set(std::uint32_t code, const Settings& settings) {
-  const auto input = std::as_bytes(std::span(&settings, 1));
-  return done(request(code, 0, input, kControlLimit));
-}
+struct line_controls::state {
+  [[nodiscard]] bool is_missed(std::uint32_t code) {
+    const std::lock_guard guard(lock);
+    return missed.contains(known_by(code));
+  }
 
-ostra::future<void> line_controls::set(std::uint32_t code) {
-  return done(request(code, 0, {}, kControlLimit));
-}
+  void note_answer(std::uint32_t code) {
+    const std::lock_guard guard(lock);
+    given.insert(known_by(code));
+    missed.erase(known_by(code));  // it came late
+  }
 
+  void note_miss(std::uint32_t code) {
+    const std::lock_guard guard(lock);
+    if (!given.contains(known_by(code)))
+      missed.insert(known_by(code));
+  }
+
+  // Notes an answer that comes behind the request's limit, too.
+  static ostra::future<tether::bytes_result> noted(std::shared_ptr<state> self, std::uint32_t code,
+                                                   ostra::future<tether::bytes_result> call) {
+    tether::bytes_result result = co_await call;
+    self->note_answer(code);
+    co_return result;
+  }
+
+  // Guarded by lock. Control codes, and how the line was set last.
+  ostra::srw_lock lock;
+  std::set<std::uint32_t> given;
+  std::set<std::uint32_t> missed;
+  std::uint32_t baud_rate = 0;  // 0 until it is set
+  flow_control flow = flow_control::none;
+  bool dtr = true;
+  bool rts = true;
+};
+
+line_controls::line_controls(server_connection& server, std::wstring name)
+    : server_(server), name_(std::move(name)), state_(std::make_shared<state>()) {}
+
+// Nothing of this object is used after the first wait.
 template <class Result>
-ostra::future<Result> line_controls::get(std::uint32_t code, milliseconds limit) {
-  return value_of<Result>(request(code, sizeof(Result), {}, limit));
+ostra::future<Result> line_controls::request(std::uint32_t code, bytes input, milliseconds limit) {
+  const auto shared = state_;
+  const auto name = name_;
+  if (shared->is_missed(code))
+    throw client_error(name + L": the device does not answer this request",
+                       ostra::details::to_hresult(ERROR_NOT_SUPPORTED));
+  auto call = server_.remote().IoControl(code, output_size<Result>, std::move(input));
+  auto answer = server_.answer(state::noted(shared, code, std::move(call)), name, limit);
+  tether::bytes_result result;
+  try {
+    result = co_await answer;
+  } catch (const client_error&) {
+    shared->note_miss(code);
+    throw;
+  }
+  if (FAILED(result.code))
+    throw explain(result.code, name);
+  if constexpr (!std::is_void_v<Result>)
+    co_return result_of<Result>(result.bytes);
+}
+
+ostra::future<void> line_controls::set_line(line_settings settings) {
+  auto rate = set_baud_rate(settings.baud_rate.BaudRate);
+  co_await rate;
+  auto control = set_line_control(settings.control);
+  co_await control;
+  auto flow = set_flow_control(settings.flow);
+  co_await flow;
 }
 
 ostra::future<void> line_controls::set_baud_rate(std::uint32_t rate) {
-  SERIAL_BAUD_RATE settings = {};
-  settings.BaudRate = rate;
-  return set(IOCTL_SERIAL_SET_BAUD_RATE, settings);
+  const auto shared = state_;
+  auto set = request(IOCTL_SERIAL_SET_BAUD_RATE, bytes_of(SERIAL_BAUD_RATE{rate}));
+  co_await set;
+  const std::lock_guard guard(shared->lock);
+  shared->baud_rate = rate;
 }
 
 ostra::future<void> line_controls::set_line_control(SERIAL_LINE_CONTROL settings) {
-  return set(IOCTL_SERIAL_SET_LINE_CONTROL, settings);
+  return request(IOCTL_SERIAL_SET_LINE_CONTROL, bytes_of(settings));
 }
 
 ostra::future<void> line_controls::set_flow_control(flow_control kind) {
+  const auto shared = state_;
   SERIAL_HANDFLOW settings = {};
   {
-    const std::lock_guard guard(lock_);
-    flow_ = kind;
-    settings = hand_flow(kind, dtr_, rts_);
+    const std::lock_guard guard(shared->lock);
+    settings = hand_flow(kind, shared->dtr, shared->rts);
   }
-  if (kind != flow_control::xon_xoff)
-    return set(IOCTL_SERIAL_SET_HANDFLOW, settings);
-  SERIAL_CHARS characters = {};
-  characters.XonChar = kXon;
-  characters.XoffChar = kXoff;
-  auto characters_set = set(IOCTL_SERIAL_SET_CHARS, characters);
-  return both(std::move(characters_set), set(IOCTL_SERIAL_SET_HANDFLOW, settings));
+  ostra::future<void> characters_set;
+  if (kind == flow_control::xon_xoff) {
+    SERIAL_CHARS characters = {};
+    characters.XonChar = kXon;
+    characters.XoffChar = kXoff;
+    characters_set = request(IOCTL_SERIAL_SET_CHARS, bytes_of(characters));
+  }
+  auto set = request(IOCTL_SERIAL_SET_HANDFLOW, bytes_of(settings));
+  if (characters_set.valid())
+    co_await characters_set;
+  co_await set;
+  const std::lock_guard guard(shared->lock);
+  shared->flow = kind;
 }
 
 ostra::future<void> line_controls::set_read_limit(milliseconds limit) {
@@ -144,98 +197,75 @@ ostra::future<void> line_controls::set_read_limit(milliseconds limit) {
   timeouts.ReadIntervalTimeout = MAXDWORD;
   timeouts.ReadTotalTimeoutMultiplier = MAXDWORD;
   timeouts.ReadTotalTimeoutConstant = static_cast<ULONG>(limit.count());
-  return set(IOCTL_SERIAL_SET_TIMEOUTS, timeouts);
+  return request(IOCTL_SERIAL_SET_TIMEOUTS, bytes_of(timeouts));
 }
 
 ostra::future<void> line_controls::set_dtr(bool on) {
   {
-    const std::lock_guard guard(lock_);
-    dtr_ = on;
+    const std::lock_guard guard(state_->lock);
+    state_->dtr = on;
   }
-  return set(on ? IOCTL_SERIAL_SET_DTR : IOCTL_SERIAL_CLR_DTR);
+  return request(on ? IOCTL_SERIAL_SET_DTR : IOCTL_SERIAL_CLR_DTR);
 }
 
 ostra::future<void> line_controls::set_rts(bool on) {
   bool driver_sets_it = false;
   {
-    const std::lock_guard guard(lock_);
-    rts_ = on;
-    driver_sets_it = flow_ == flow_control::rts_cts;
+    const std::lock_guard guard(state_->lock);
+    state_->rts = on;
+    driver_sets_it = state_->flow == flow_control::rts_cts;
   }
   if (driver_sets_it)
-    return nothing();
-  return set(on ? IOCTL_SERIAL_SET_RTS : IOCTL_SERIAL_CLR_RTS);
+    co_return;
+  auto set = request(on ? IOCTL_SERIAL_SET_RTS : IOCTL_SERIAL_CLR_RTS);
+  co_await set;
 }
 
 ostra::future<void> line_controls::set_break(bool on) {
-  return set(on ? IOCTL_SERIAL_SET_BREAK_ON : IOCTL_SERIAL_SET_BREAK_OFF);
+  return request(on ? IOCTL_SERIAL_SET_BREAK_ON : IOCTL_SERIAL_SET_BREAK_OFF);
 }
 
 ostra::future<void> line_controls::purge(purged what) {
-  return set(IOCTL_SERIAL_PURGE, purge_mask(what));
+  return request(IOCTL_SERIAL_PURGE, bytes_of(purge_mask(what)));
 }
 
 ostra::future<void> line_controls::set_event_mask(std::uint32_t events) {
-  return set(IOCTL_SERIAL_SET_WAIT_MASK, events);
+  return request(IOCTL_SERIAL_SET_WAIT_MASK, bytes_of(events));
+}
+
+ostra::future<std::uint32_t> line_controls::wait_for_events() {
+  return request<std::uint32_t>(IOCTL_SERIAL_WAIT_ON_MASK, {}, milliseconds::zero());
 }
 
 ostra::future<std::uint32_t> line_controls::modem_status() {
-  return get<std::uint32_t>(IOCTL_SERIAL_GET_MODEMSTATUS);
+  return request<std::uint32_t>(IOCTL_SERIAL_GET_MODEMSTATUS);
 }
 
 ostra::future<std::uint32_t> line_controls::baud_rate(milliseconds limit) {
-  return get<std::uint32_t>(IOCTL_SERIAL_GET_BAUD_RATE, limit);
+  return request<std::uint32_t>(IOCTL_SERIAL_GET_BAUD_RATE, {}, limit);
 }
 
 ostra::future<SERIAL_STATUS> line_controls::line_status() {
-  return get<SERIAL_STATUS>(IOCTL_SERIAL_GET_COMMSTATUS);
+  SERIAL_STATUS status = {};
+  try {
+    auto asked = request<SERIAL_STATUS>(IOCTL_SERIAL_GET_COMMSTATUS);
+    status = co_await asked;
+  } catch (const client_error&) {
+    // The device does not report it.
+  }
+  co_return status;
 }
 
 bool line_controls::has_answered(std::uint32_t code) const {
-  const std::lock_guard guard(answers_->lock);
-  return answers_->given.contains(known_by(code));
+  const std::lock_guard guard(state_->lock);
+  return state_->given.contains(known_by(code));
 }
 
-ostra::future<tether::bytes_result> line_controls::request(std::uint32_t code,
-                                                           std::uint32_t output_size,
-                                                           std::span<const std::byte> input,
-                                                           milliseconds limit) {
-  {
-    const std::lock_guard guard(answers_->lock);
-    if (answers_->missed.contains(known_by(code)))
-      return not_asked(name_);
-  }
-  auto call = server_.remote().IoControl(code, output_size, {input.begin(), input.end()});
-  auto answer =
-      server_.answer(note_answer(answers_, known_by(code), std::move(call)), name_, limit);
-  return note_miss(answers_, known_by(code), name_, std::move(answer));
-}
-
-ostra::future<tether::bytes_result> line_controls::note_answer(
-    std::shared_ptr<answers> answers, std::uint32_t code,
-    ostra::future<tether::bytes_result> call) {
-  tether::bytes_result result = co_await call;
-  const std::lock_guard guard(answers->lock);
-  answers->given.insert(code);
-  answers->missed.erase(code);  // it came late
-  co_return result;
-}
-
-ostra::future<tether::bytes_result> line_controls::note_miss(
-    std::shared_ptr<answers> answers, std::uint32_t code, std::wstring name,
-    ostra::future<tether::bytes_result> answer) {
-  tether::bytes_result result;
-  try {
-    result = co_await answer;
-  } catch (const client_error&) {
-    const std::lock_guard guard(answers->lock);
-    if (!answers->given.contains(code))
-      answers->missed.insert(code);
-    throw;
-  }
-  if (FAILED(result.code))
-    throw explain(result.code, name);
-  co_return result;
+milliseconds line_controls::write_limit(std::size_t size) const {
+  const std::lock_guard guard(state_->lock);
+  if (state_->baud_rate == 0 || state_->flow != flow_control::none)
+    return milliseconds::zero();
+  return kCallLimit + milliseconds(size * kBitsOnTheLine * 1000 / state_->baud_rate);
 }
 
 }  // namespace tarnwheel::client

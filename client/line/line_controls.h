@@ -5,14 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <set>
-#include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "async/future.h"
-#include "async/srw_lock.h"
 #include "client/line/line_settings.h"
 #include "client/line/server_connection.h"
 #include "platform/serial.h"
@@ -27,15 +23,17 @@ enum class purged { input, output, both };
 // Requests may be made from any thread, several at a time, and end on their own: futures may be
 // dropped, and may outlive this. They fail with client_error.
 //
-// A device that knows nothing of a request, or fails it, leaves it without an answer. Then only
-// this request has failed, at its limit; and a control code to which the device has never given an
+// A device that does not know a request, or fails it, leaves it without an answer. Then only this
+// request has failed, at its limit; and a control code to which the device has never given an
 // answer is not asked a second time: from then on it fails at once, as does the code for the
 // opposite.
 class line_controls {
  public:
   // `server`, whose port is open, must outlive this.
-  line_controls(server_connection& server, std::wstring name)
-      : server_(server), name_(std::move(name)) {}
+  line_controls(server_connection& server, std::wstring name);
+
+  // Rate, control and flow control, one after another. Completes before this is destroyed.
+  ostra::future<void> set_line(line_settings settings);
 
   ostra::future<void> set_baud_rate(std::uint32_t rate);
   ostra::future<void> set_line_control(SERIAL_LINE_CONTROL settings);
@@ -45,7 +43,7 @@ class line_controls {
   // written.
   ostra::future<void> set_read_limit(std::chrono::milliseconds limit);
 
-  // What DTR and RTS were set to last survives a change of the flow control.
+  // The last setting of DTR and RTS survives a change of flow control.
   ostra::future<void> set_dtr(bool on);
   ostra::future<void> set_rts(bool on);
   ostra::future<void> set_break(bool on);
@@ -53,51 +51,39 @@ class line_controls {
   // Never touches a read that is under way: the device would leave it without an answer.
   ostra::future<void> purge(purged what);
 
-  // SERIAL_EV_* of which a wait for events is to tell.
+  // SERIAL_EV_* that a wait for events is to report. The wait has no limit; it gives 0 when the
+  // device has no events.
   ostra::future<void> set_event_mask(std::uint32_t events);
+  ostra::future<std::uint32_t> wait_for_events();
 
-  // MS_CTS_ON and so on; the baud rate; errors (SERIAL_ERROR_*), which are forgotten once told, and
-  // queues.
+  // MS_CTS_ON and so on.
   ostra::future<std::uint32_t> modem_status();
   ostra::future<std::uint32_t> baud_rate(std::chrono::milliseconds limit = kControlLimit);
+
+  // Errors (SERIAL_ERROR_*), which the device forgets once it has told them, and queues. Does not
+  // fail: all is zero where the device does not report it.
   ostra::future<SERIAL_STATUS> line_status();
 
   // True when the device has given an answer to this control code, or the one for the opposite.
   [[nodiscard]] bool has_answered(std::uint32_t code) const;
 
+  // The longest time that a write of `size` bytes may take: as the baud rate gives it, or zero, for
+  // no limit, while flow control may hold it up.
+  [[nodiscard]] std::chrono::milliseconds write_limit(std::size_t size) const;
+
  private:
-  // Of control codes. Outlives this in the requests that are still without an answer.
-  struct answers {
-    ostra::srw_lock lock;
-    std::set<std::uint32_t> given;   // guarded by lock
-    std::set<std::uint32_t> missed;  // guarded by lock
-  };
+  // Outlives this in the requests that are still without an answer.
+  struct state;
+  using bytes = std::vector<std::byte>;
 
-  template <class Settings>
-  ostra::future<void> set(std::uint32_t code, const Settings& settings);
-  ostra::future<void> set(std::uint32_t code);
-  template <class Result>
-  ostra::future<Result> get(std::uint32_t code, std::chrono::milliseconds limit = kControlLimit);
-
-  ostra::future<tether::bytes_result> request(std::uint32_t code, std::uint32_t output_size,
-                                              std::span<const std::byte> input,
-                                              std::chrono::milliseconds limit);
-  static ostra::future<tether::bytes_result> note_answer(std::shared_ptr<answers> answers,
-                                                         std::uint32_t code,
-                                                         ostra::future<tether::bytes_result> call);
-  static ostra::future<tether::bytes_result> note_miss(std::shared_ptr<answers> answers,
-                                                       std::uint32_t code, std::wstring name,
-                                                       ostra::future<tether::bytes_result> answer);
+  // One request: everything above is one of them, or a few.
+  template <class Result = void>
+  ostra::future<Result> request(std::uint32_t code, bytes input = {},
+                                std::chrono::milliseconds limit = kControlLimit);
 
   server_connection& server_;
   const std::wstring name_;
-  const std::shared_ptr<answers> answers_ = std::make_shared<answers>();
-
-  // Guarded by lock_.
-  ostra::srw_lock lock_;
-  flow_control flow_ = flow_control::none;
-  bool dtr_ = true;
-  bool rts_ = true;
+  const std::shared_ptr<state> state_;
 };
 
 }  // namespace tarnwheel::client

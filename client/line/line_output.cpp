@@ -1,166 +1,163 @@
 #include "client/line/line_output.h"
 
 #include <algorithm>
-#include <exception>
-#include <iterator>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <utility>
+
+#include "async/async_queue.h"
 
 namespace tarnwheel::client {
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr std::size_t kPiece = 4096;          // bytes of one write
-constexpr std::uint64_t kBitsOnTheLine = 12;  // of one byte, with start, parity and stop bits
-
-void keep(std::optional<ostra::promise<void>>& promise) {
-  if (promise)
-    promise->set_value();
-}
+constexpr std::size_t kPiece = 4096;  // bytes of one write
 
 }  // namespace
 
-line_output::line_output(server_connection& server, std::wstring name)
-    : server_(server), name_(std::move(name)) {}
+struct line_output::turn {
+  // Small pieces go out together: those that wait join `bytes`.
+  void join_waiting(std::vector<std::byte>& bytes) {
+    while (bytes.size() < kPiece) {
+      const auto next = pieces.try_pop();
+      if (!next)
+        return;
+      bytes.insert(bytes.end(), next->begin(), next->end());
+    }
+  }
 
-void line_output::set_pace(std::uint32_t baud_rate, bool may_be_held) {
-  const std::lock_guard guard(lock_);
-  baud_rate_ = baud_rate;
-  may_be_held_ = may_be_held;
+  ostra::async_queue<std::vector<std::byte>> pieces;
+
+  // Guarded by the output's lock.
+  std::ptrdiff_t untaken = 0;  // bytes; below 0 while a piece that is being queued is sent already
+  std::optional<ostra::completion> room;
+  std::optional<ostra::completion> drained;
+};
+
+line_output::line_output(server_connection& server, const line_controls& controls,
+                         std::wstring name)
+    : server_(server), controls_(controls), name_(std::move(name)) {
+  begin_turn();
+}
+
+line_output::~line_output() {
+  close();
+  for (const auto& coroutine : sending_)
+    coroutine.wait();
+}
+
+// In place of the present turn, which ends.
+void line_output::begin_turn() {
+  const auto next = std::make_shared<turn>();
+  auto sending = send_all(next);
+  std::shared_ptr<turn> ended = next;
+  {
+    const std::lock_guard guard(lock_);
+    std::erase_if(sending_, [](const auto& coroutine) { return coroutine.is_complete(); });
+    sending_.push_back(std::move(sending));
+    if (!closed_)
+      ended = std::exchange(turn_, next);
+  }
+  if (ended)
+    end_turn(*ended);
 }
 
 ostra::future<void> line_output::write(std::vector<std::byte> bytes) {
-  promise room;
+  ostra::completion room;
   auto has_room = room.get_future();
-  bool starts = false;
-  unsigned turn = 0;
+  const auto size = static_cast<std::ptrdiff_t>(bytes.size());
+  std::shared_ptr<turn> present;
   {
     const std::lock_guard guard(lock_);
-    if (!closed_) {
-      queue_.insert(queue_.end(), bytes.begin(), bytes.end());
-      starts = !queue_.empty() && !std::exchange(pumping_, true);
-      turn = turn_;
-    }
+    present = turn_;
   }
-  if (starts)
-    static_cast<void>(pump(shared_from_this(), turn));
-  {
-    const std::lock_guard guard(lock_);
-    if (queue_.size() > kQueueLimit) {
-      room_ = std::move(room);
-      return has_room;
-    }
-  }
-  room.set_value();
+  if (!present->pieces.push(std::move(bytes)))
+    return has_room;
+  const std::lock_guard guard(lock_);
+  present->untaken += size;
+  if (present == turn_ && !closed_ && present->untaken > kQueueLimit)
+    present->room = std::move(room);
   return has_room;
 }
 
 ostra::future<void> line_output::drained() {
-  promise all;
+  ostra::completion all;
   auto result = all.get_future();
-  {
-    const std::lock_guard guard(lock_);
-    if (pumping_) {
-      drained_ = std::move(all);
-      return result;
-    }
-  }
-  all.set_value();
+  const std::lock_guard guard(lock_);
+  if (!closed_ && turn_->untaken > 0)
+    turn_->drained = std::move(all);
   return result;
 }
 
-ostra::future<void> line_output::pump(std::shared_ptr<line_output> self, unsigned turn) {
+ostra::future<void> line_output::send_all(std::shared_ptr<turn> present) {
   std::exception_ptr reason;
   try {
-    for (auto piece = self->next(turn); !piece.empty(); piece = self->next(turn)) {
-      auto answer = self->send(std::move(piece));
-      const HRESULT outcome = co_await answer;
-      if (FAILED(outcome))
-        throw explain(outcome, self->name_);
-      self->sent(turn);
+    for (;;) {
+      auto popped = present->pieces.pop();
+      auto bytes = co_await popped;
+      if (!bytes)
+        co_return;
+      present->join_waiting(*bytes);
+      for (auto rest = std::span<const std::byte>(*bytes); !rest.empty();) {
+        const auto piece = rest.first(std::min(rest.size(), kPiece));
+        auto sent = send({piece.begin(), piece.end()});
+        co_await sent;
+        if (!note_sent(*present, piece.size()))
+          co_return;
+        rest = rest.subspan(piece.size());
+      }
     }
   } catch (const client_error&) {
     reason = std::current_exception();
   }
-  if (reason)
-    self->fail(turn, reason);
+  end(present.get(), reason);
 }
 
-ostra::future<HRESULT> line_output::send(std::vector<std::byte> piece) const {
-  auto limit = milliseconds::zero();
-  {
-    const std::lock_guard guard(lock_);
-    if (!may_be_held_ && baud_rate_ != 0)
-      limit = kCallLimit + milliseconds(piece.size() * kBitsOnTheLine * 1000 / baud_rate_);
-  }
-  return server_.answer(server_.remote().Write(std::move(piece)), name_, limit);
+ostra::future<void> line_output::send(std::vector<std::byte> piece) const {
+  const auto limit = controls_.write_limit(piece.size());
+  auto answer = server_.answer(server_.remote().Write(std::move(piece)), name_, limit);
+  const HRESULT outcome = co_await answer;
+  if (FAILED(outcome))
+    throw explain(outcome, name_);
 }
 
-std::vector<std::byte> line_output::next(unsigned turn) {
-  std::vector<std::byte> piece;
-  std::optional<promise> drained;
-  {
-    const std::lock_guard guard(lock_);
-    if (turn != turn_)
-      return piece;
-    const auto size = static_cast<std::ptrdiff_t>(std::min(queue_.size(), kPiece));
-    piece.assign(queue_.begin(), queue_.begin() + size);
-    queue_.erase(queue_.begin(), queue_.begin() + size);
-    if (piece.empty()) {
-      pumping_ = false;
-      drained = std::exchange(drained_, std::nullopt);
-    }
-  }
-  keep(drained);
-  return piece;
+// False when the turn has ended.
+bool line_output::note_sent(turn& present, std::size_t size) {
+  std::optional<ostra::completion> room;
+  std::optional<ostra::completion> drained;
+  const std::lock_guard guard(lock_);
+  present.untaken -= static_cast<std::ptrdiff_t>(size);
+  if (present.untaken <= kQueueLimit)
+    room.swap(present.room);
+  if (present.untaken <= 0)
+    drained.swap(present.drained);
+  return &present == turn_.get() && !closed_;
 }
 
-void line_output::sent(unsigned turn) {
-  std::optional<promise> room;
-  {
-    const std::lock_guard guard(lock_);
-    if (turn == turn_ && queue_.size() <= kQueueLimit)
-      room = std::exchange(room_, std::nullopt);
-  }
-  keep(room);
-}
-
-void line_output::drop() {
-  std::optional<promise> room;
-  std::optional<promise> drained;
-  {
-    const std::lock_guard guard(lock_);
-    ++turn_;
-    pumping_ = false;
-    queue_.clear();
-    room = std::exchange(room_, std::nullopt);
-    drained = std::exchange(drained_, std::nullopt);
-  }
-  keep(room);
-  keep(drained);
+void line_output::end_turn(turn& ended) {
+  ended.pieces.close();
+  std::optional<ostra::completion> room;
+  std::optional<ostra::completion> drained;
+  const std::lock_guard guard(lock_);
+  room.swap(ended.room);
+  drained.swap(ended.drained);
 }
 
 void line_output::close() {
-  end(nullptr);
+  end(nullptr, nullptr);
 }
 
-void line_output::fail(unsigned turn, std::exception_ptr reason) {
+// `failed`, unless null, is the turn whose write has failed: one that was dropped has done so rightly.
+void line_output::end(const turn* failed, std::exception_ptr reason) {
+  std::shared_ptr<turn> present;
   {
     const std::lock_guard guard(lock_);
-    if (turn != turn_)
-      return;  // it was dropped, and the device has rightly left it without an answer
-  }
-  end(std::move(reason));
-}
-
-void line_output::end(std::exception_ptr reason) {
-  {
-    const std::lock_guard guard(lock_);
-    if (std::exchange(closed_, true))
+    present = turn_;
+    if (closed_ || (failed != nullptr && failed != present.get()))
       return;
+    closed_ = true;
   }
-  drop();
+  end_turn(*present);
   if (reason)
     failed_.set_exception(std::move(reason));
   else

@@ -1,4 +1,4 @@
-// How a serial line is set, and the options that say so.
+// The settings of a serial line, and the options for them.
 #pragma once
 
 #include "app/command_line/command_line.h"
@@ -6,10 +6,10 @@
 
 namespace tarnwheel::client {
 
-// How a receiver that is full stops the sender.
+// The means by which a full receiver stops the sender.
 enum class flow_control { none, rts_cts, xon_xoff };
 
-// In the form in which a serial driver takes it, but for the flow control.
+// In the serial driver's terms, except for the flow control.
 struct line_settings {
   SERIAL_BAUD_RATE baud_rate;
   SERIAL_LINE_CONTROL control;

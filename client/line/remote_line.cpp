@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <optional>
 #include <utility>
 
 namespace tarnwheel::client {
@@ -18,21 +16,15 @@ constexpr milliseconds kPauseBetweenReads(20);
 constexpr milliseconds kHeartbeat(5000);
 constexpr milliseconds kHeartbeatLimit(10'000);
 
-std::uint32_t events_in(const std::vector<std::byte>& output) {
-  std::uint32_t events = 0;
-  if (output.size() == sizeof events)
-    std::memcpy(&events, output.data(), sizeof events);
-  return events;
-}
-
 }  // namespace
 
-remote_line::remote_line(std::wstring_view server, std::uint32_t number, std::wstring_view pipe)
-    : server_(server, pipe),
-      name_(server_.open_port(number)),
+remote_line::remote_line(const line_address& address)
+    : server_(address.server, address.pipe),
+      name_(server_.open_port(address.port)),
       controls_(server_, name_),
-      output_(std::make_shared<line_output>(server_, name_)) {
+      output_(server_, controls_, name_) {
   controls_.set_read_limit(kReadLimit).get();
+  controls_.set_line(address.settings).get();
 }
 
 remote_line::~remote_line() {
@@ -58,7 +50,7 @@ void remote_line::hang_up() {
 
 void remote_line::stop() {
   server_.hang_up();
-  output_->close();
+  output_.close();
   pause_.cancel();
   heartbeat_.cancel();
 }
@@ -71,16 +63,21 @@ void remote_line::end(const client_error& reason) {
 }
 
 // A driver completes a read of one byte as soon as that byte comes. Of a longer one some complete
-// with what is there, others wait for all of it: so what is asked for then is what is there.
+// with what is there, others wait for all of it: so the next read asks for what is there. A device
+// that does not count is read byte by byte.
 ostra::future<void> remote_line::read() {
   try {
     while (!ended_) {
       const auto start = steady_clock::now();
       auto first_read = read_some(1);
-      auto first = co_await first_read;
-      if (!first.empty()) {
-        auto rest_read = read_rest(std::move(first));
-        auto bytes = co_await rest_read;
+      auto bytes = co_await first_read;
+      if (!bytes.empty()) {
+        auto asked = controls_.line_status();
+        const SERIAL_STATUS status = co_await asked;
+        note_errors(status.Errors);
+        auto rest_read = read_some(std::min<std::uint32_t>(status.AmountInInQueue, kGreatestRead));
+        const auto rest = co_await rest_read;
+        bytes.insert(bytes.end(), rest.begin(), rest.end());
         auto taken = receiver_->received(std::move(bytes));
         co_await taken;
       } else if (steady_clock::now() - start < kReadLimit / 2) {
@@ -97,6 +94,8 @@ ostra::future<void> remote_line::read() {
 }
 
 ostra::future<std::vector<std::byte>> remote_line::read_some(std::uint32_t size) {
+  if (size == 0)
+    co_return std::vector<std::byte>();
   auto call = server_.answer(server_.remote().Read(size), name_, milliseconds::zero());
   tether::bytes_result result = co_await call;
   if (FAILED(result.code))
@@ -104,36 +103,10 @@ ostra::future<std::vector<std::byte>> remote_line::read_some(std::uint32_t size)
   co_return std::move(result.bytes);
 }
 
-ostra::future<std::vector<std::byte>> remote_line::read_rest(std::vector<std::byte> bytes) {
-  auto asked = count_waiting();
-  const std::uint32_t count = co_await asked;
-  if (count != 0) {
-    auto rest_read = read_some(std::min(count, kGreatestRead));
-    const auto rest = co_await rest_read;
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
-  }
-  co_return bytes;
-}
-
-ostra::future<std::uint32_t> remote_line::count_waiting() {
-  try {
-    auto asked = controls_.line_status();
-    const SERIAL_STATUS status = co_await asked;
-    note_errors(status.Errors);
-    co_return status.AmountInInQueue;
-  } catch (const client_error&) {
-    co_return 0;  // this device is read byte by byte
-  }
-}
-
 ostra::future<std::uint32_t> remote_line::take_errors() {
-  try {
-    auto asked = controls_.line_status();
-    const SERIAL_STATUS status = co_await asked;
-    errors_ |= status.Errors;
-  } catch (const client_error&) {
-    // What the reads have found is all there is.
-  }
+  auto asked = controls_.line_status();
+  const SERIAL_STATUS status = co_await asked;
+  errors_ |= status.Errors;
   co_return errors_.exchange(0);
 }
 
@@ -146,23 +119,17 @@ void remote_line::note_errors(std::uint32_t errors) {
                                                         : SERIAL_EV_ERR);
 }
 
-ostra::future<tether::bytes_result> remote_line::next_events() {
-  auto call = server_.remote().IoControl(IOCTL_SERIAL_WAIT_ON_MASK, sizeof(std::uint32_t), {});
-  return server_.answer(std::move(call), name_, milliseconds::zero());
-}
-
 ostra::future<void> remote_line::wait_for_events(std::uint32_t events) {
   try {
     auto set = controls_.set_event_mask(events);
     co_await set;
-    auto wait = next_events();
+    auto wait = controls_.wait_for_events();
     while (!ended_) {
-      const tether::bytes_result result = co_await wait;
-      const std::uint32_t happened = events_in(result.bytes);
+      const std::uint32_t happened = co_await wait;
       // Nobody changes the mask, so a wait without a result comes from a device without events.
       if (happened == 0)
         co_return;
-      wait = next_events();
+      wait = controls_.wait_for_events();
       receiver_->changed(happened);
     }
   } catch (const client_error&) {
@@ -177,7 +144,7 @@ ostra::future<void> remote_line::watch_connection() {
 }
 
 ostra::future<void> remote_line::watch_output() {
-  const auto failure = output_->failure();
+  const auto failure = output_.failure();
   try {
     co_await failure;
   } catch (const client_error& error) {
@@ -203,32 +170,9 @@ ostra::future<void> remote_line::watch_device() {
   }
 }
 
-ostra::future<void> remote_line::set_line(line_settings settings) {
-  auto rate = set_baud_rate(settings.baud_rate.BaudRate);
-  co_await rate;
-  auto control = controls_.set_line_control(settings.control);
-  co_await control;
-  auto flow = set_flow_control(settings.flow);
-  co_await flow;
-}
-
-ostra::future<void> remote_line::set_baud_rate(std::uint32_t rate) {
-  auto set = controls_.set_baud_rate(rate);
-  co_await set;
-  baud_rate_ = rate;
-  output_->set_pace(baud_rate_, flow_ != flow_control::none);
-}
-
-ostra::future<void> remote_line::set_flow_control(flow_control kind) {
-  auto set = controls_.set_flow_control(kind);
-  co_await set;
-  flow_ = kind;
-  output_->set_pace(baud_rate_, flow_ != flow_control::none);
-}
-
 ostra::future<void> remote_line::purge(purged what) {
   if (what != purged::input)
-    output_->drop();
+    output_.drop();
   return controls_.purge(what);
 }
 

@@ -4,9 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "async/future.h"
@@ -30,7 +28,7 @@ class line_receiver {
   // the device now misses nothing.
   virtual void changed(std::uint32_t events) = 0;
 
-  // The line has ended by itself: the server has gone, or the device does not do what it must.
+  // The line has ended by itself: the server has gone, or the device fails to respond.
   // Called once at most.
   virtual void ended(const client_error& reason) = 0;
 
@@ -38,16 +36,23 @@ class line_receiver {
   ~line_receiver() = default;
 };
 
+// Which line, and how it is to be set.
+struct line_address {
+  std::wstring server;
+  std::uint32_t port = 0;  // its number
+  line_settings settings = {};
+  std::wstring pipe{tether::kServerPipe};
+};
+
 // One connection with one port; reads, writes, a wait for events and controls pend side by side on
 // it. The constructor and the destructor block and belong to the owner's thread, everything else to
-// any. Ends by itself (line_receiver::ended), with hang_up() or with the destructor, after which
-// nothing of the receiver is called any more. The destructor waits for a call of the receiver that
+// any. It ends by itself (line_receiver::ended), with hang_up() or with the destructor, after which the
+// receiver is not called any more. The destructor waits for a call of the receiver that
 // is under way, so before it the owner brings futures that received() has given to completion.
 class remote_line {
  public:
-  // Connects and opens COM`number`; throws client_error.
-  remote_line(std::wstring_view server, std::uint32_t number,
-              std::wstring_view pipe = tether::kServerPipe);
+  // Connects, opens the port and sets it; throws client_error.
+  explicit remote_line(const line_address& address);
   remote_line(const remote_line&) = delete;
   remote_line& operator=(const remote_line&) = delete;
   ~remote_line();
@@ -62,38 +67,30 @@ class remote_line {
   // Ends the line: everything that waits for it completes soon, and ended() is not called any more.
   void hang_up();
 
-  // Fail with client_error. To be completed before the destructor runs.
-  ostra::future<void> set_line(line_settings settings);
-  ostra::future<void> set_baud_rate(std::uint32_t rate);
-  ostra::future<void> set_flow_control(flow_control kind);
-
-  // SERIAL_ERROR_* of what has come since the last call; also where the device tells nothing.
+  // SERIAL_ERROR_* since the last call. Does not fail; completes before the destructor runs.
   ostra::future<std::uint32_t> take_errors();
 
-  // Everything else of the line, but for errors: each request has a limit, and its failure ends
-  // nothing else.
+  // Settings and signals: each request has a limit, and its failure ends nothing else. Of the errors
+  // there, some are told to take_errors() alone.
   [[nodiscard]] line_controls& controls() noexcept { return controls_; }
 
   // Queues the bytes and completes when there is room for more, with the end of the line at the
   // latest; the next call comes after that. Bytes that the device does not take in time end the
   // line, unless flow control may hold them up: then they wait for as long as it does.
   ostra::future<void> write(std::vector<std::byte> bytes) {
-    return output_->write(std::move(bytes));
+    return output_.write(std::move(bytes));
   }
 
   // Completes when the device has taken everything, or the line has ended. One waiter.
-  ostra::future<void> drained() { return output_->drained(); }
+  ostra::future<void> drained() { return output_.drained(); }
 
-  // Drops what is queued here and in the driver.
+  // Discards the queues, here and in the driver.
   ostra::future<void> purge(purged what);
 
  private:
   ostra::future<void> read();
   ostra::future<std::vector<std::byte>> read_some(std::uint32_t size);
-  ostra::future<std::vector<std::byte>> read_rest(std::vector<std::byte> bytes);
-  ostra::future<std::uint32_t> count_waiting();
   void note_errors(std::uint32_t errors);
-  ostra::future<tether::bytes_result> next_events();
   ostra::future<void> wait_for_events(std::uint32_t events);
   ostra::future<void> watch_connection();
   ostra::future<void> watch_output();
@@ -104,15 +101,13 @@ class remote_line {
   server_connection server_;
   const std::wstring name_;
   line_controls controls_;
-  const std::shared_ptr<line_output> output_;
+  line_output output_;
   ostra::async_timer heartbeat_;
   ostra::async_timer pause_;
 
   line_receiver* receiver_ = nullptr;  // set before the coroutines start, constant afterwards
   std::atomic<bool> ended_ = false;
-  std::atomic<std::uint32_t> baud_rate_ = 0;  // 0 until it is set
-  std::atomic<std::uint32_t> errors_ = 0;     // SERIAL_ERROR_* that nobody has asked for
-  std::atomic<flow_control> flow_ = flow_control::none;
+  std::atomic<std::uint32_t> errors_ = 0;  // SERIAL_ERROR_* not yet taken
 
   // The coroutines that use all that.
   std::vector<ostra::future<void>> running_;

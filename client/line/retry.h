@@ -1,4 +1,4 @@
-// --retry: coming back by itself, for verbs that stay connected.
+// --retry: reconnecting, for verbs that stay connected.
 #pragma once
 
 #include <chrono>
@@ -30,7 +30,7 @@ class growing_pause {
 // Runs sessions on the thread that calls run().
 class attempts {
  public:
-  // What a pause is made with: blocks, and is true when the user wants no further attempt.
+  // Blocks for the pause; true when the user wants no further attempt.
   using pause_function = std::function<bool(std::chrono::milliseconds)>;
 
   // Tries again when the parsed options have --retry, until `stop` is signalled, which must outlive
@@ -42,8 +42,8 @@ class attempts {
   // that it waits; without --retry, or when the user wants no more, throws the failure.
   void run(const std::function<void()>& session);
 
-  // To be called by the session when it has what it needs; says that `what` is back if run() had
-  // said that it waits.
+  // To be called by the session once it has its line; reports that `what` is back if run() had
+  // reported that it waits.
   void reached(std::wstring_view what);
 
  private:

@@ -15,50 +15,38 @@ TEST(GrowingPause, DoublesUpToALimitAndStartsAgainAfterASessionThatHeld) {
     EXPECT_EQ(pauses.next(milliseconds::zero()), milliseconds(expected));
   EXPECT_EQ(pauses.next(growing_pause::kLongest), milliseconds(8000));
   EXPECT_EQ(pauses.next(growing_pause::kLongest + milliseconds(1)), milliseconds(250));
-  EXPECT_EQ(pauses.next(milliseconds(10)), milliseconds(500));
 }
 
-struct Attempts : testing::Test {
-  // Runs sessions that fail in these ways, one after another; the one behind them succeeds. True
-  // when run() returns, false when it throws.
-  bool Run(bool again, const std::vector<failure>& failures, std::size_t patience = 100) {
-    attempts sessions(again, [&](milliseconds) { return ++pauses > patience; });
+TEST(Attempts, WhatMayPassIsTriedAgainWhileTheUserWants) {
+  using enum failure;
+  const struct {
+    bool again;
+    std::vector<failure> failures;  // of the sessions, one after another; the next one succeeds
+    std::size_t patience;           // in pauses
+    bool succeeds;
+    std::size_t sessions;
+  } rows[] = {
+      {false, {connection}, 9, false, 1},
+      {true, {connection, refused, device}, 9, true, 4},
+      {true, {connection, usage}, 9, false, 2},
+      {true, {connection, device, device}, 1, false, 2},
+  };
+  for (const auto& row : rows) {
+    std::size_t pauses = 0;
+    std::size_t sessions = 0;
+    attempts tried(row.again, [&](milliseconds) { return ++pauses > row.patience; });
+    bool succeeded = true;
     try {
-      sessions.run([&] {
-        if (sessions_run++ < failures.size())
-          throw client_error(L"x", E_FAIL, failures[sessions_run - 1]);
+      tried.run([&] {
+        if (sessions++ < row.failures.size())
+          throw client_error(L"x", E_FAIL, row.failures[sessions - 1]);
       });
-      return true;
-    } catch (const client_error& error) {
-      EXPECT_EQ(error.kind(), failures[sessions_run - 1]);
-      return false;
+    } catch (const client_error&) {
+      succeeded = false;
     }
+    EXPECT_EQ(succeeded, row.succeeds);
+    EXPECT_EQ(sessions, row.sessions);
   }
-
-  std::size_t sessions_run = 0;
-  std::size_t pauses = 0;
-};
-
-TEST_F(Attempts, WithoutRetryTheFirstFailureEnds) {
-  EXPECT_FALSE(Run(false, {failure::connection}));
-  EXPECT_EQ(sessions_run, 1u);
-  EXPECT_EQ(pauses, 0u);
-}
-
-TEST_F(Attempts, WhatMayPassIsTriedAgain) {
-  EXPECT_TRUE(Run(true, {failure::connection, failure::refused, failure::device}));
-  EXPECT_EQ(sessions_run, 4u);
-  EXPECT_EQ(pauses, 3u);
-}
-
-TEST_F(Attempts, AMistakeOfTheUserDoesNotPass) {
-  EXPECT_FALSE(Run(true, {failure::connection, failure::usage}));
-  EXPECT_EQ(sessions_run, 2u);
-}
-
-TEST_F(Attempts, TheUserMayHaveEnough) {
-  EXPECT_FALSE(Run(true, {failure::connection, failure::device, failure::device}, 1));
-  EXPECT_EQ(sessions_run, 2u);
 }
 
 }  // namespace

@@ -18,9 +18,9 @@ constexpr DWORD kBusyPause = 50;  // milliseconds
 constexpr known_cause kConnectCauses[] = {
     {ERROR_FILE_NOT_FOUND, L"No server runs on {0}", failure::connection},
     {ERROR_TIMEOUT, L"No server runs on {0}", failure::connection},
-    {ERROR_PATH_NOT_FOUND, L"There is no way to {0}", failure::connection},
-    {ERROR_BAD_NETPATH, L"There is no way to {0}", failure::connection},
-    {ERROR_BAD_NET_NAME, L"There is no way to {0}", failure::connection},
+    {ERROR_PATH_NOT_FOUND, L"{0} cannot be reached", failure::connection},
+    {ERROR_BAD_NETPATH, L"{0} cannot be reached", failure::connection},
+    {ERROR_BAD_NET_NAME, L"{0} cannot be reached", failure::connection},
     {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account", failure::refused},
     {ERROR_PIPE_BUSY, L"The server on {0} is busy", failure::connection},
 };
@@ -69,6 +69,10 @@ std::shared_ptr<tether::ITransport> connect(std::wstring_view name, std::wstring
 
 }  // namespace
 
+std::wstring port_name(std::uint32_t number) {
+  return tfmt::format(L"COM{0}", number);
+}
+
 server_connection::server_connection(std::wstring_view name, std::wstring_view pipe)
     : display_name_(display_name_of(name)),
       connection_(std::make_shared<connection>(connect(name, pipe), kClientCode,
@@ -88,7 +92,7 @@ ostra::future<void> server_connection::run(std::shared_ptr<connection> connectio
 }
 
 std::wstring server_connection::open_port(std::uint32_t number) {
-  std::wstring name = tfmt::format(L"COM{0}", number);
+  std::wstring name = port_name(number);
   const HRESULT outcome = wait(remote().OpenPort(number), name);
   // One code says two things, of which a port that is shared leaves one.
   if (outcome == E_ACCESSDENIED && lists(number))

@@ -18,6 +18,9 @@ namespace tarnwheel::client {
 // For a server's own part in a call, on top of the time that the device may take.
 inline constexpr std::chrono::milliseconds kCallLimit(5000);
 
+// "COM5".
+[[nodiscard]] std::wstring port_name(std::uint32_t number);
+
 // Everything throws client_error. Any thread may make calls. Whoever destroys this does so when
 // nobody uses it any more, and not from within a call's completion; the server closes the client's
 // port then.
@@ -30,7 +33,7 @@ class server_connection {
   server_connection& operator=(const server_connection&) = delete;
   ~server_connection();
 
-  // How messages call the server.
+  // The server's name in messages.
   [[nodiscard]] const std::wstring& display_name() const noexcept { return display_name_; }
 
   // Makes calls, each of which is to be waited for by wait() or answer().
@@ -62,7 +65,7 @@ class server_connection {
   // Completes when the connection has ended. Has one waiter.
   [[nodiscard]] const ostra::future<void>& ended() const noexcept { return ended_; }
 
-  // That the connection has ended, in words.
+  // The error for a connection that has ended.
   [[nodiscard]] client_error end_of_connection(std::wstring_view subject) const;
 
  private:
@@ -74,7 +77,7 @@ class server_connection {
 
   [[nodiscard]] bool lists(std::uint32_t number);
 
-  // Static, since a call that nobody waits for may end later than everything else.
+  // Static, since an abandoned call may end later than everything else.
   template <class T>
   static ostra::future<T> explained(ostra::future<T> call, std::wstring server,
                                     std::wstring subject, std::chrono::milliseconds limit) {

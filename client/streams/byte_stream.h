@@ -1,5 +1,5 @@
-// A connection with a program that uses a remote port as bytes, and what such connections come
-// from.
+// A connection with a program that uses a remote port, and the listener that accepts such
+// connections.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 namespace tarnwheel::client {
 
 // One read and one write may be under way side by side; each keeps the stream. Futures fail with
-// hresult_error. cancel() may come from any thread and ends both, and what is begun later.
+// hresult_error. cancel() may come from any thread and ends both, and every later call.
 class byte_stream {
  public:
   // Gives the number of bytes, 0 when the other end writes no more. The buffer stays until then.
@@ -26,7 +26,7 @@ class byte_stream {
 
   virtual void cancel() noexcept = 0;
 
-  // Who is at the other end, for messages.
+  // The other end's name, for messages.
   [[nodiscard]] virtual std::wstring peer() const = 0;
 
   virtual ~byte_stream() = default;
@@ -42,7 +42,7 @@ class stream_listener {
 
   virtual void cancel() noexcept = 0;
 
-  // What programs are to connect to.
+  // The address for programs to connect to.
   [[nodiscard]] virtual std::wstring address() const = 0;
 
   virtual ~stream_listener() = default;

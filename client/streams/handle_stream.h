@@ -5,27 +5,23 @@
 #include <memory>
 #include <utility>
 
-#include "async/cancellation.h"
 #include "async/errors.h"
-#include "async/overlapped.h"
+#include "async/overlapped_file.h"
 #include "client/streams/byte_stream.h"
 
 namespace tarnwheel::client {
 
-// Owner is a unique_resource; Owner::get() converts to HANDLE by a cast. Read and Write start the
-// calls.
+// Owner as overlapped_handle takes it. Read and Write start the calls.
 template <class Owner, class Read = ostra::read_file, class Write = ostra::write_file>
 class handle_stream : public byte_stream,
                       public std::enable_shared_from_this<handle_stream<Owner, Read, Write>> {
  public:
-  explicit handle_stream(Owner handle) : handle_(std::move(handle)) {
-    binding_.bind(to_handle(handle_), ostra::immediate_success::continues_inline);
-  }
+  explicit handle_stream(Owner handle) { handle_.set(std::move(handle)); }
 
   ostra::future<std::size_t> read(std::span<std::byte> buffer) override {
     const auto self = this->shared_from_this();
     const auto size = static_cast<DWORD>(std::min(buffer.size(), kGreatestCall));
-    ostra::io_call call(binding_, Read{buffer.data(), size}, token_);
+    auto call = handle_.call(Read{buffer.data(), size});
     std::size_t arrived = 0;
     try {
       arrived = co_await call;
@@ -40,29 +36,22 @@ class handle_stream : public byte_stream,
     const auto self = this->shared_from_this();
     while (!bytes.empty()) {
       const auto size = static_cast<DWORD>(std::min(bytes.size(), kGreatestCall));
-      ostra::io_call call(binding_, Write{bytes.data(), size}, token_);
+      auto call = handle_.call(Write{bytes.data(), size});
       const DWORD written = co_await call;
       bytes = bytes.subspan(written);
     }
   }
 
-  void cancel() noexcept override { cancellation_.cancel(); }
-
-  static HANDLE to_handle(const Owner& owner) noexcept {
-    return reinterpret_cast<HANDLE>(owner.get());
-  }
+  void cancel() noexcept override { handle_.cancel(); }
 
  protected:
-  [[nodiscard]] const Owner& owner() const noexcept { return handle_; }
-  [[nodiscard]] const ostra::io_binding& binding() const noexcept { return binding_; }
+  [[nodiscard]] const Owner& owner() const noexcept { return handle_.owner(); }
+  [[nodiscard]] const ostra::overlapped_handle<Owner>& handle() const noexcept { return handle_; }
 
  private:
   static constexpr std::size_t kGreatestCall = 64 * 1024;
 
-  const Owner handle_;
-  ostra::io_binding binding_;  // closed before the handle
-  const ostra::cancellation_source cancellation_;
-  const ostra::cancellation_token token_ = cancellation_.token();
+  ostra::overlapped_handle<Owner> handle_;
 };
 
 }  // namespace tarnwheel::client

@@ -6,6 +6,7 @@
 #include "client/streams/handle_stream.h"
 #include "platform/unique_resource.h"
 #include "rpc/client_identity.h"
+#include "rpc/pipe_transport.h"
 #include "rpc/security_descriptor.h"
 
 // After win32.h.
@@ -20,7 +21,7 @@ constexpr DWORD kBuffer = 64 * 1024;  // bytes, in each direction
 constexpr known_cause kListenCauses[] = {
     {ERROR_ACCESS_DENIED, L"{0} is in use by another program", failure::usage},
     {ERROR_PIPE_BUSY, L"{0} is in use by another program", failure::usage},
-    {ERROR_INVALID_NAME, L"{0} is no name for a pipe", failure::usage},
+    {ERROR_INVALID_NAME, L"{0} is not a valid pipe name", failure::usage},
 };
 
 // The SID of the account that this process runs under.
@@ -35,7 +36,7 @@ std::wstring own_sid() {
   return text;
 }
 
-// The system's default would let everybody read what the port sends.
+// The system's default would let everybody read the port's data.
 tether::security_descriptor own_account_only() {
   return tether::security_descriptor::from_sddl(L"D:P(A;;GA;;;SY)(A;;GA;;;" + own_sid() + L")");
 }
@@ -49,24 +50,17 @@ Tamrin::unique_file make_pipe(const std::wstring& path, DWORD more_flags,
       PIPE_UNLIMITED_INSTANCES, kBuffer, kBuffer, 0, &attributes)));
 }
 
-struct connect_pipe {
-  DWORD operator()(HANDLE pipe, OVERLAPPED* overlapped) const noexcept {
-    const DWORD error = ::ConnectNamedPipe(pipe, overlapped) ? ERROR_SUCCESS : ::GetLastError();
-    return error == ERROR_PIPE_CONNECTED ? ERROR_SUCCESS : error;  // came before the call
-  }
-};
-
 class pipe_stream final : public handle_stream<Tamrin::unique_file> {
  public:
   using handle_stream::handle_stream;
 
   ostra::future<void> connect(ostra::cancellation_token token) {
     const auto self = shared_from_this();
-    ostra::io_call call(binding(), connect_pipe(), token);
+    auto call = handle().call(tether::connect_pipe(), token);
     co_await call;
   }
 
-  // A pipe has no end but its closing, behind which what was written can still be read.
+  // A pipe has no end but its closing, after which written bytes can still be read.
   void finish() noexcept override {}
   [[nodiscard]] std::wstring peer() const override { return L"A program"; }
 };

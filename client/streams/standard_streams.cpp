@@ -43,7 +43,7 @@ struct input_stream::state {
   // Guarded by lock.
   ostra::srw_lock lock;
   bool reading = false;
-  std::optional<bytes> ready;  // nobody waited any more when it came
+  std::optional<bytes> ready;  // arrived after its call had been abandoned
   std::optional<ostra::promise<bytes>> waiter;
 };
 

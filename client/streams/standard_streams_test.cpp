@@ -33,19 +33,7 @@ struct anonymous_pipe {
   Tamrin::unique_handle writer;
 };
 
-TEST(InputStream, GivesWhatComesAndThenTheEnd) {
-  anonymous_pipe pipe;
-  input_stream input(pipe.reader.release());
-  const auto first = input.read();
-  EXPECT_FALSE(first.is_complete());
-  pipe.Write(console::to_utf8(L"one"));
-  EXPECT_EQ(first.get(), console::to_utf8(L"one"));
-  pipe.writer.reset();
-  EXPECT_EQ(input.read().get(), bytes());
-  EXPECT_EQ(input.read().get(), bytes());
-}
-
-TEST(InputStream, ReadThatIsAbandonedLosesNothing) {
+TEST(InputStream, ReadThatIsAbandonedLosesNothingUpToTheEnd) {
   anonymous_pipe pipe;
   input_stream input(pipe.reader.release());
   const auto abandoned = input.read();
@@ -53,9 +41,8 @@ TEST(InputStream, ReadThatIsAbandonedLosesNothing) {
   EXPECT_THROW(abandoned.get(), ostra::operation_cancelled);
   pipe.Write(console::to_utf8(L"one"));
   EXPECT_EQ(input.read().get(), console::to_utf8(L"one"));
-  const auto next = input.read();
-  pipe.Write(console::to_utf8(L"two"));
-  EXPECT_EQ(next.get(), console::to_utf8(L"two"));
+  pipe.writer.reset();
+  EXPECT_EQ(input.read().get(), bytes());
 }
 
 TEST(OutputStream, WriteThatNobodyReadsHoldsUpNobody) {

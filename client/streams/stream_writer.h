@@ -2,44 +2,41 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
 #include <memory>
 #include <vector>
 
-#include "async/future.h"
-#include "async/srw_lock.h"
+#include "async/async_queue.h"
+#include "async/completion.h"
 #include "client/streams/byte_stream.h"
 
 namespace tarnwheel::client {
 
 // Writes what several coroutines send, each piece whole, in the order of the calls. Whoever waits
-// for a piece before the next one keeps what is in memory bounded. Kept by its writing; any thread.
-class stream_writer : public std::enable_shared_from_this<stream_writer> {
+// for a piece before sending the next one keeps memory bounded. Any thread.
+class stream_writer {
  public:
-  explicit stream_writer(std::shared_ptr<byte_stream> stream) : stream_(std::move(stream)) {}
+  explicit stream_writer(std::shared_ptr<byte_stream> stream);
+  stream_writer(const stream_writer&) = delete;
+  stream_writer& operator=(const stream_writer&) = delete;
+  ~stream_writer() { close(); }
 
-  // Completes when the bytes are written, or never will be: then the stream has been cancelled.
+  // Completes when the bytes are written, or are discarded because the stream was cancelled.
   ostra::future<void> send(std::vector<std::byte> bytes);
 
-  // Drops what has not been begun, and all that is sent later.
-  void close();
+  // Discards the pieces that have not been started, and all later ones.
+  void close() noexcept { pieces_->close(); }
 
  private:
   struct piece {
     std::vector<std::byte> bytes;
-    ostra::promise<void> done;
+    ostra::completion done;
   };
+  using queue = ostra::async_queue<piece>;
 
-  ostra::future<void> pump();
-  [[nodiscard]] bool next(piece& taken);
+  static ostra::future<void> write_all(std::shared_ptr<byte_stream> stream,
+                                       std::shared_ptr<queue> pieces);
 
-  const std::shared_ptr<byte_stream> stream_;
-
-  // Guarded by lock_.
-  ostra::srw_lock lock_;
-  bool closed_ = false;
-  bool pumping_ = false;
-  std::deque<piece> queue_;
+  const std::shared_ptr<queue> pieces_ = std::make_shared<queue>();
 };
 
 }  // namespace tarnwheel::client

@@ -26,8 +26,8 @@ constexpr DWORD kAddressRoom = sizeof(sockaddr_storage) + 16;  // as AcceptEx wa
 constexpr known_cause kListenCauses[] = {
     {WSAEADDRINUSE, L"{0} is in use by another program", failure::usage},
     {WSAEACCES, L"{0} is in use by another program", failure::usage},
-    {WSAEADDRNOTAVAIL, L"{0} is no address of this machine", failure::usage},
-    {WSAHOST_NOT_FOUND, L"{0} is no address of this machine", failure::usage},
+    {WSAEADDRNOTAVAIL, L"{0} is not an address of this machine", failure::usage},
+    {WSAHOST_NOT_FOUND, L"{0} is not an address of this machine", failure::usage},
 };
 
 struct socket_traits {
@@ -159,22 +159,21 @@ class tcp_listener final : public stream_listener {
   explicit tcp_listener(const tcp_address& address) {
     const auto list = resolve(address);
     family_ = list.get()->ai_family;
-    socket_ = make_socket(family_);
+    unique_socket socket = make_socket(family_);
     const BOOL on = TRUE;
-    set_option(socket_, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, &on, sizeof on);
+    set_option(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, &on, sizeof on);
     const auto size = static_cast<int>(list.get()->ai_addrlen);
-    check_socket_call(::bind(socket_.get(), list.get()->ai_addr, size));
-    check_socket_call(::listen(socket_.get(), SOMAXCONN));
-    binding_.bind(reinterpret_cast<HANDLE>(socket_.get()),
-                  ostra::immediate_success::continues_inline);
+    check_socket_call(::bind(socket.get(), list.get()->ai_addr, size));
+    check_socket_call(::listen(socket.get(), SOMAXCONN));
+    socket_.set(std::move(socket));
   }
 
   ostra::future<std::shared_ptr<byte_stream>> accept() override {
     unique_socket client = make_socket(family_);
     accept_connection start{client.get(), {}, 0};
-    ostra::io_call call(binding_, std::ref(start), token_);
+    auto call = socket_.call(std::ref(start));
     co_await call;
-    const SOCKET listener = socket_.get();
+    const SOCKET listener = socket_.owner().get();
     set_option(client, SOL_SOCKET, SO_UPDATE_ACCEPT_CONTEXT, &listener, sizeof listener);
     const BOOL on = TRUE;
     set_option(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -182,19 +181,15 @@ class tcp_listener final : public stream_listener {
     co_return stream;
   }
 
-  void cancel() noexcept override { cancellation_.cancel(); }
-  [[nodiscard]] std::wstring address() const override { return name_of(socket_, &::getsockname); }
+  void cancel() noexcept override { socket_.cancel(); }
+  [[nodiscard]] std::wstring address() const override {
+    return name_of(socket_.owner(), &::getsockname);
+  }
 
  private:
   const std::shared_ptr<winsock> library_ = std::make_shared<winsock>();
-
-  // Constant after construction.
-  int family_ = AF_INET;
-  unique_socket socket_;
-  ostra::io_binding binding_;  // closed before the socket
-
-  const ostra::cancellation_source cancellation_;
-  const ostra::cancellation_token token_ = cancellation_.token();
+  int family_ = AF_INET;  // constant after construction, as the socket is
+  ostra::overlapped_handle<unique_socket> socket_;
 };
 
 }  // namespace

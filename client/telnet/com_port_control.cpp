@@ -11,7 +11,7 @@ namespace tarnwheel::client {
 namespace {
 
 using namespace com_port_option;
-using payload = std::vector<std::byte>;
+using payload = com_port_control::payload;
 
 payload answer(std::uint8_t command, std::uint8_t value) {
   return {std::byte(command + kToClient), std::byte(value)};
@@ -82,7 +82,33 @@ std::uint8_t changes_between(std::uint8_t before, std::uint8_t now) {
   return static_cast<std::uint8_t>(told >> 4);
 }
 
+ostra::future<bool> accepted(ostra::future<void> request) {
+  try {
+    co_await request;
+    co_return true;
+  } catch (const client_error&) {
+    co_return false;
+  }
+}
+
 }  // namespace
+
+// A signal that the client sets. Its codes follow one another: the query, on, off.
+struct com_port_control::signal {
+  [[nodiscard]] bool has(std::uint8_t value) const { return value >= query && value <= query + 2; }
+
+  std::uint8_t query;
+  bool com_port_settings::*state;
+  ostra::future<void> (line_controls::*set)(bool);
+  std::uint32_t device_code;
+};
+
+const com_port_control::signal com_port_control::kSignals[] = {
+    {kQueryBreak, &com_port_settings::break_on, &line_controls::set_break,
+     IOCTL_SERIAL_SET_BREAK_ON},
+    {kQueryDtr, &com_port_settings::dtr_on, &line_controls::set_dtr, IOCTL_SERIAL_SET_DTR},
+    {kQueryRts, &com_port_settings::rts_on, &line_controls::set_rts, IOCTL_SERIAL_SET_RTS},
+};
 
 ostra::future<payload> com_port_control::execute(std::vector<std::byte> command) {
   if (command.empty())
@@ -100,7 +126,7 @@ ostra::future<payload> com_port_control::execute(std::vector<std::byte> command)
       return tell_modem_state();
     case kFlowControlSuspend:
     case kFlowControlResume:
-      port_.suspend(code == kFlowControlSuspend);
+      suspend(code == kFlowControlSuspend);
       return ready({});
     default:
       return argument.size() == 1 ? execute(code, value) : ready({});
@@ -134,7 +160,7 @@ payload com_port_control::own_signature() const {
 
 ostra::future<payload> com_port_control::set_baud_rate(std::uint32_t rate) {
   if (rate != kQuery && rate != settings_.line.baud_rate.BaudRate) {
-    auto set = port_.set_baud_rate(rate);
+    auto set = accepted(line_.controls().set_baud_rate(rate));
     const bool accepted = co_await set;
     if (accepted)
       settings_.line.baud_rate.BaudRate = rate;
@@ -152,7 +178,7 @@ ostra::future<payload> com_port_control::set_size(std::uint8_t command, std::uin
   if (wanted != row.codes.end() && wanted->driver != settings_.line.control.*row.member) {
     SERIAL_LINE_CONTROL line = settings_.line.control;
     line.*row.member = wanted->driver;
-    auto set = port_.set_line_control(as_driver_takes_it(line));
+    auto set = accepted(line_.controls().set_line_control(as_driver_takes_it(line)));
     const bool accepted = co_await set;
     if (accepted)
       settings_.line.control = line;
@@ -161,27 +187,24 @@ ostra::future<payload> com_port_control::set_size(std::uint8_t command, std::uin
 }
 
 ostra::future<payload> com_port_control::set_control(std::uint8_t value) {
-  switch (value) {
-    case kFlowNone:
-    case kFlowXonXoff:
-    case kFlowRtsCts:
-      return set_flow(value);
-    case kBreakOn:
-    case kBreakOff:
-      return set_signal(&com_port::set_break, settings_.break_on, value == kBreakOn, kBreakOn);
-    case kDtrOn:
-    case kDtrOff:
-      return set_signal(&com_port::set_dtr, settings_.dtr_on, value == kDtrOn, kDtrOn);
-    case kRtsOn:
-    case kRtsOff:
-      return set_signal(&com_port::set_rts, settings_.rts_on, value == kRtsOn, kRtsOn);
-    default:
-      return ready(control_state(value));
+  for (const signal& row : kSignals) {
+    if (value == row.query)
+      return ready(signal_state(row));
+    if (row.has(value))
+      return set_signal(row, value == row.query + 1);
   }
+  if (value == kFlowNone || value == kFlowXonXoff || value == kFlowRtsCts)
+    return set_flow(value);
+  return ready(flow_state(value));
+}
+
+payload com_port_control::signal_state(const signal& asked) const {
+  const int code = asked.query + (settings_.*asked.state ? 1 : 2);
+  return answer(kSetControl, static_cast<std::uint8_t>(code));
 }
 
 // Queries, and kinds of flow control that no port here has.
-payload com_port_control::control_state(std::uint8_t value) const {
+payload com_port_control::flow_state(std::uint8_t value) const {
   const auto kind = static_cast<UCHAR>(settings_.line.flow);
   const std::uint8_t flow = option_code(kFlows, kind);
   switch (value) {
@@ -189,12 +212,6 @@ payload com_port_control::control_state(std::uint8_t value) const {
     case kFlowDcd:
     case kFlowDsr:
       return answer(kSetControl, flow);
-    case kQueryBreak:
-      return answer(kSetControl, settings_.break_on ? kBreakOn : kBreakOff);
-    case kQueryDtr:
-      return answer(kSetControl, settings_.dtr_on ? kDtrOn : kDtrOff);
-    case kQueryRts:
-      return answer(kSetControl, settings_.rts_on ? kRtsOn : kRtsOff);
     case kQueryInputFlow:
     case kInputFlowNone:
     case kInputFlowXonXoff:
@@ -209,21 +226,29 @@ payload com_port_control::control_state(std::uint8_t value) const {
 ostra::future<payload> com_port_control::set_flow(std::uint8_t value) {
   const auto row = std::ranges::find(kFlows, value, &code_pair::option);
   const auto kind = static_cast<flow_control>(row->driver);
-  auto set = port_.set_flow_control(kind);
-  const bool accepted = co_await set;
-  if (accepted)
+  auto set = accepted(line_.controls().set_flow_control(kind));
+  const bool accepted_by_device = co_await set;
+  if (accepted_by_device)
     settings_.line.flow = kind;
-  co_return control_state(kQueryFlow);
+  co_return flow_state(kQueryFlow);
 }
 
-ostra::future<payload> com_port_control::set_signal(setter set, bool& state, bool on,
-                                                    std::uint8_t code_when_on) {
-  auto done = (port_.*set)(on);
-  const bool accepted = co_await done;
-  if (accepted)
-    state = on;
-  const int code = state ? code_when_on : code_when_on + 1;
-  co_return answer(kSetControl, static_cast<std::uint8_t>(code));
+// A port that lacks a signal, one of a virtual machine say, leaves every request for it without an
+// answer. Programs that set the signal all the same are to work with such a port too.
+ostra::future<payload> com_port_control::set_signal(const signal& changed, bool on) {
+  auto set = accepted((line_.controls().*changed.set)(on));
+  const bool accepted_by_device = co_await set;
+  if (accepted_by_device || !line_.controls().has_answered(changed.device_code))
+    settings_.*changed.state = on;
+  co_return signal_state(changed);
+}
+
+ostra::future<void> com_port_control::end_break() {
+  if (!settings_.break_on)
+    co_return;
+  auto ended = accepted(line_.controls().set_break(false));
+  co_await ended;
+  settings_.break_on = false;
 }
 
 ostra::future<payload> com_port_control::purge(std::uint8_t value) {
@@ -232,9 +257,23 @@ ostra::future<payload> com_port_control::purge(std::uint8_t value) {
   const purged what = value == kPurgeInput    ? purged::input
                       : value == kPurgeOutput ? purged::output
                                               : purged::both;
-  auto done = port_.purge(what);
+  if (what != purged::output)
+    ++input_purges_;
+  auto done = accepted(line_.purge(what));
   co_await done;
   co_return answer(kPurgeData, value);
+}
+
+void com_port_control::suspend(bool suspended) {
+  if (suspended)
+    flowing_.reset();
+  if (!suspended || closed_)
+    flowing_.set();
+}
+
+void com_port_control::close() {
+  closed_ = true;
+  flowing_.set();
 }
 
 payload com_port_control::set_mask(std::uint8_t command, std::uint8_t value) {
@@ -245,8 +284,19 @@ payload com_port_control::set_mask(std::uint8_t command, std::uint8_t value) {
   return answer(command, value);
 }
 
+ostra::future<std::uint32_t> com_port_control::modem_status() {
+  std::uint32_t status = 0;
+  try {
+    auto asked = line_.controls().modem_status();
+    status = co_await asked;
+  } catch (const client_error&) {
+    // The device does not report them.
+  }
+  co_return status;
+}
+
 ostra::future<payload> com_port_control::tell_modem_state() {
-  auto asked = port_.modem_status();
+  auto asked = modem_status();
   const std::uint32_t status = co_await asked;
   const std::lock_guard guard(lock_);
   co_return answer(kNotifyModemState, next_modem_state(status));

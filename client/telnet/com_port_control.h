@@ -1,41 +1,21 @@
 // Control of a serial port over Telnet: the server's side of RFC 2217.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "async/event.h"
 #include "async/future.h"
 #include "async/srw_lock.h"
-#include "client/line/line_controls.h"
+#include "client/line/remote_line.h"
 
 namespace tarnwheel::client {
 
-// The port as it is controlled here. The futures do not fail: they are false when the port refuses.
-class com_port {
- public:
-  virtual ostra::future<bool> set_baud_rate(std::uint32_t rate) = 0;
-  virtual ostra::future<bool> set_line_control(SERIAL_LINE_CONTROL settings) = 0;
-  virtual ostra::future<bool> set_flow_control(flow_control kind) = 0;
-  virtual ostra::future<bool> set_break(bool on) = 0;
-  virtual ostra::future<bool> set_dtr(bool on) = 0;
-  virtual ostra::future<bool> set_rts(bool on) = 0;
-  virtual ostra::future<bool> purge(purged what) = 0;
-
-  // MS_CTS_ON and so on; 0 from a port that has no such lines.
-  virtual ostra::future<std::uint32_t> modem_status() = 0;
-
-  // Whether data and notifications are to be held back from the client.
-  virtual void suspend(bool suspended) = 0;
-
- protected:
-  ~com_port() = default;
-};
-
-// How the port is set; outlives the clients.
+// The port's settings in effect, which outlive the clients.
 struct com_port_settings {
   line_settings line;
   bool break_on = false;
@@ -43,47 +23,69 @@ struct com_port_settings {
   bool rts_on = true;
 };
 
-// Serves one client. execute() is called by one coroutine at a time, the notices may be asked for
-// from any thread meanwhile. Payloads are those of the option's subnegotiations.
+// Serves one client. execute() is called by one coroutine at a time, everything else from any thread
+// meanwhile. Payloads are those of the option's subnegotiations. The futures do not fail, and
+// complete before this is destroyed.
 class com_port_control {
  public:
-  // `port` and `settings` must outlive this.
-  com_port_control(com_port& port, com_port_settings& settings, std::string signature)
-      : port_(port), settings_(settings), signature_(std::move(signature)) {}
+  using payload = std::vector<std::byte>;
 
-  // Does what the client asks, and gives the answer: the state that is in effect then, whether or
-  // not it is the one that was asked for. Empty when there is nothing to answer, as for what makes
-  // no sense. The port is not bothered with a size or rate that it has already: clients send all of
-  // them to change one, and each that a device refuses takes the time that it has for its answer.
-  ostra::future<std::vector<std::byte>> execute(std::vector<std::byte> command);
+  // `line` and `settings` must outlive this.
+  com_port_control(remote_line& line, com_port_settings& settings, std::string signature)
+      : line_(line), settings_(settings), signature_(std::move(signature)) {}
 
-  // What the client is to be told of the modem lines' state (MS_CTS_ON and so on) or of errors
-  // (SERIAL_ERROR_*); empty when its mask leaves nothing of it. A first notice tells all lines. A
-  // ring is told by its end, when the line is as it was before.
-  [[nodiscard]] std::vector<std::byte> modem_notice(std::uint32_t status, bool rang = false);
-  [[nodiscard]] std::vector<std::byte> line_notice(std::uint32_t errors);
+  // Executes a client's command and gives the answer: the state that is then in effect, whether or
+  // not it is the one requested. Empty when nothing is to be answered, as for a malformed command.
+  // A size or rate that is in effect already is not sent to the device: clients send all of them to
+  // change one, and each refusal costs the whole time limit of a request.
+  ostra::future<payload> execute(std::vector<std::byte> command);
+
+  // Notices of the modem lines' state (MS_CTS_ON and so on) and of errors (SERIAL_ERROR_*); empty
+  // when the client's mask suppresses them. The first notice reports all lines. A ring is reported at
+  // its end, when the line is unchanged.
+  [[nodiscard]] payload modem_notice(std::uint32_t status, bool rang = false);
+  [[nodiscard]] payload line_notice(std::uint32_t errors);
+
+  // MS_CTS_ON and so on; 0 from a device that has no such lines.
+  ostra::future<std::uint32_t> modem_status();
+
+  // Completes when the client wants data and notices, which it may suspend until close().
+  [[nodiscard]] ostra::future<void> flowing() { return flowing_.wait(); }
+  void close();
+
+  // The number of times that the client has purged the input.
+  [[nodiscard]] unsigned input_purges() const noexcept { return input_purges_; }
+
+  // Ends a break that the client has left.
+  ostra::future<void> end_break();
 
  private:
-  using payload = std::vector<std::byte>;
-  using setter = ostra::future<bool> (com_port::*)(bool);
+  struct signal;
+  static const signal kSignals[3];
 
   ostra::future<payload> execute(std::uint8_t code, std::uint8_t value);
   ostra::future<payload> set_baud_rate(std::uint32_t rate);
   ostra::future<payload> set_size(std::uint8_t command, std::uint8_t value);
   ostra::future<payload> set_control(std::uint8_t value);
   ostra::future<payload> set_flow(std::uint8_t value);
-  ostra::future<payload> set_signal(setter set, bool& state, bool on, std::uint8_t code_when_on);
+  ostra::future<payload> set_signal(const signal& changed, bool on);
   ostra::future<payload> purge(std::uint8_t value);
   ostra::future<payload> tell_modem_state();
+  void suspend(bool suspended);
 
   [[nodiscard]] payload own_signature() const;
-  [[nodiscard]] payload control_state(std::uint8_t value) const;
+  [[nodiscard]] payload signal_state(const signal& asked) const;
+  [[nodiscard]] payload flow_state(std::uint8_t value) const;
   [[nodiscard]] payload set_mask(std::uint8_t command, std::uint8_t value);
   [[nodiscard]] std::uint8_t next_modem_state(std::uint32_t status);
 
-  com_port& port_;
+  remote_line& line_;
   com_port_settings& settings_;
   const std::string signature_;
+
+  std::atomic<unsigned> input_purges_ = 0;
+  std::atomic<bool> closed_ = false;
+  ostra::async_event flowing_{true};
 
   // Guarded by lock_.
   ostra::srw_lock lock_;

@@ -16,7 +16,7 @@ inline constexpr std::uint8_t kSuppressGoAhead = 3;
 inline constexpr std::uint8_t kComPort = 44;  // RFC 2217
 }  // namespace telnet_option
 
-// A piece of what the peer has sent, or of what is to be sent to it because of that.
+// A piece of the peer's input, or of the reply to it.
 struct telnet_item {
   enum class kind {
     data,
@@ -28,7 +28,7 @@ struct telnet_item {
   std::vector<std::byte> bytes;
 };
 
-// Turns the peer's bytes into items, and what is for the peer into bytes. Both ends may use the
+// Decodes the peer's bytes into items, and encodes bytes for the peer. Both ends may use the
 // three options above; every other one is refused. Any input is legal: what cannot be understood is
 // skipped, and no input makes this keep more than kLongestSubnegotiation bytes.
 //
@@ -38,7 +38,7 @@ class telnet {
  public:
   static constexpr std::size_t kLongestSubnegotiation = 512;
 
-  // What is said first: the options that this end wants.
+  // The opening offer: the options that this end wants.
   [[nodiscard]] std::vector<std::byte> offer();
 
   // In the order of the input; commands may be cut anywhere between two calls.

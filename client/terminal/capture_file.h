@@ -1,4 +1,4 @@
-// The file that keeps what a line has said.
+// The file that records the bytes of a line.
 #pragma once
 
 #include <cstddef>

@@ -16,7 +16,7 @@ class hex_view {
  public:
   static constexpr std::size_t kBytesInRow = 16;
 
-  // What the screen is to be given for these bytes, which follow those of the last call.
+  // The text to show for these bytes, which follow those of the last call.
   [[nodiscard]] std::wstring add(std::span<const std::byte> bytes);
 
  private:

@@ -81,7 +81,7 @@ ostra::future<void> terminal_commands::toggle(output_line& toggled) {
     screen_.note(on_or_off(toggled.name, on));
   } catch (const client_error& error) {
     toggled.on = !on;
-    screen_.note(tfmt::format(L"{0} is as it was; {1}", toggled.name, error.message()));
+    screen_.note(tfmt::format(L"{0} is unchanged; {1}", toggled.name, error.message()));
   }
 }
 
@@ -102,7 +102,7 @@ ostra::future<std::wstring> terminal_commands::modem_lines() {
     for (const auto& [bit, name] : kModemLines)
       text += (text.empty() ? L"" : L", ") + on_or_off(name, (status & bit) != 0);
   } catch (const client_error&) {
-    text = L"the device does not tell CTS, DSR, RI and DCD";
+    text = L"the device does not report CTS, DSR, RI and DCD";
   }
   co_return text;
 }

@@ -1,4 +1,4 @@
-// The commands of a terminal that ask something of the line.
+// The commands of a terminal that act on the line.
 #pragma once
 
 #include <atomic>
@@ -21,7 +21,7 @@ class terminal_commands {
   // Both must outlive this.
   terminal_commands(remote_line& line, terminal_screen& screen) : line_(line), screen_(screen) {}
 
-  // Ignores what is no such command.
+  // Ignores all other commands.
   void run(key_command command);
 
   // Waits for the commands under way; to be called when the line has been hung up, which ends them.

@@ -16,7 +16,7 @@ namespace tarnwheel::client {
 // holds up nobody. Any thread.
 class terminal_screen {
  public:
-  // How bytes are shown: as UTF-8 text with its escape sequences, or in hexadecimal columns.
+  // UTF-8 text with its escape sequences, or hexadecimal columns.
   enum class view { text, hex };
 
   explicit terminal_screen(view kind);
@@ -24,13 +24,13 @@ class terminal_screen {
   // Completes when the bytes are shown, or dropped.
   ostra::future<void> show(std::vector<std::byte> bytes);
 
-  // What the user has struck, as it goes to the line.
+  // The user's keystrokes, as they are sent to the line.
   void echo(std::vector<std::byte> bytes);
 
   // A line of this program's own, or several with CR LF between them.
   void note(std::wstring_view text);
 
-  // Drops what is not shown yet.
+  // Discards whatever is not shown yet.
   void close() { work_.close(); }
 
  private:

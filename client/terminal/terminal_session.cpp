@@ -1,7 +1,6 @@
 #include "client/terminal/terminal_session.h"
 
 #include <array>
-#include <mutex>
 #include <span>
 #include <utility>
 
@@ -26,7 +25,7 @@ void terminal_session::run(HANDLE keys, const console::interrupt& stop) {
   while (serve(keys, stop)) {
   }
   line_.hang_up();
-  const auto failed = reason();
+  const auto failed = failure();
   if (failed)
     screen_.show({}).wait();  // behind everything that has come
   screen_.close();
@@ -39,21 +38,14 @@ void terminal_session::run(HANDLE keys, const console::interrupt& stop) {
 
 // Waits for something and does it; false when that ends the session.
 bool terminal_session::serve(HANDLE keys, const console::interrupt& stop) {
-  const HANDLE signals[] = {stop.event(), news_.get(), stop.ctrl_c(), keys};
-  switch (::WaitForMultipleObjects(4, signals, FALSE, INFINITE)) {
-    case WAIT_OBJECT_0:
-      return false;
-    case WAIT_OBJECT_0 + 1:
-      send_typed();
-      return !reason();
-    case WAIT_OBJECT_0 + 2: {
-      const bool stays = strike(kCtrlC);
-      send_typed();
-      return stays;
-    }
-    default:
-      return read_keys(keys);
-  }
+  const HANDLE signalled = wait_for({stop.event(), news(), stop.ctrl_c(), keys});
+  if (signalled == stop.event())
+    return false;
+  if (signalled == keys)
+    return read_keys(keys);
+  const bool stays = signalled == news() || strike(kCtrlC);
+  send_typed();
+  return stays && !failure();
 }
 
 bool terminal_session::read_keys(HANDLE keys) {
@@ -102,24 +94,13 @@ ostra::future<void> terminal_session::send(std::vector<std::byte> bytes) {
   auto room = line_.write(std::move(bytes));
   co_await room;
   has_room_ = true;
-  ::SetEvent(news_.get());
+  notify();
 }
 
 ostra::future<void> terminal_session::received(std::vector<std::byte> bytes) {
   if (const auto failure = capture_.add(bytes))
     screen_.note(failure->message());
   return screen_.show(std::move(bytes));
-}
-
-void terminal_session::ended(const client_error& reason) {
-  const std::lock_guard guard(lock_);
-  reason_ = reason;
-  ::SetEvent(news_.get());
-}
-
-std::optional<client_error> terminal_session::reason() {
-  const std::lock_guard guard(lock_);
-  return reason_;
 }
 
 }  // namespace tarnwheel::client

@@ -2,13 +2,12 @@
 #include <string>
 
 #include "app/command_line/cmd_line_syntax_error.h"
-#include "app/command_line/numbers.h"
 #include "client/bridge/bridge.h"
 #include "client/line/line_settings.h"
 #include "client/line/retry.h"
 #include "client/streams/pipe_listener.h"
 #include "client/streams/tcp_listener.h"
-#include "client/verbs/verb_table.h"
+#include "client/verbs/client_options.h"
 #include "console/interrupt.h"
 #include "console/print.h"
 #include "format/format.h"
@@ -29,9 +28,7 @@ bridge_options options_of(const invocation& request) {
   if (options.at(kListen).present == options.at(kPipe).present)
     throw Tamrin::cmd_line_syntax_error("Either --listen or --pipe is needed.");
   bridge_options result;
-  result.server = request.arguments[0];
-  result.port = Tamrin::parse_port(request.arguments[1]);
-  result.line = line_settings_of(options);
+  result.line = address_of(request);
   result.telnet = options.at(kListen).present && !options.at(kRaw).flag();
   result.releases = options.at(kRelease).flag();
   return result;
@@ -75,7 +72,7 @@ void bridge_port(const invocation& request) {
   auto listener = listen(request);
   const std::wstring listening = tfmt::format(L"Listening on {0}\n", listener->address());
   bridge bridge(options, std::move(listener));
-  const std::wstring name = tfmt::format(L"COM{0}", options.port);
+  const std::wstring name = port_name(options.line.port);
   bool told = false;
   const auto ready = [&] {
     attempts.reached(name);

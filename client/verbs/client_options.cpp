@@ -57,6 +57,14 @@ std::span<const std::wstring_view> arguments_of(const verb& verb,
   return words;
 }
 
+line_address address_of(const invocation& request) {
+  line_address address;
+  address.server = request.arguments[0];
+  address.port = Tamrin::parse_port(request.arguments[1]);
+  address.settings = line_settings_of(request.options);
+  return address;
+}
+
 void add_timeout_option(Tamrin::command_line& line) {
   auto& timeout = line.add_valued(kTimeout);
   timeout.value_name = L"MS";

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "app/command_line/command_line.h"
+#include "client/line/remote_line.h"
 #include "client/verbs/verb_table.h"
 
 namespace tarnwheel::client {
@@ -22,11 +23,14 @@ inline constexpr wchar_t kJsonOption[] = L"json";
 // Registers the verb's options and those of all verbs.
 void add_options_of(const verb& verb, Tamrin::command_line& line);
 
-// The words behind the verb. Throws cmd_line_syntax_error when they are not as many as it takes.
+// The arguments after the verb. Throws cmd_line_syntax_error when their number is wrong.
 [[nodiscard]] std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                               const Tamrin::command_line& line);
 
-// --timeout: how long a verb waits for what comes back. Reading it throws cmd_line_syntax_error.
+// The line that the verb's SERVER and PORT and its options name. Throws cmd_line_syntax_error.
+[[nodiscard]] line_address address_of(const invocation& request);
+
+// --timeout: the longest wait for an answer. Reading it throws cmd_line_syntax_error.
 void add_timeout_option(Tamrin::command_line& line);
 [[nodiscard]] std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line);
 

@@ -126,12 +126,6 @@ std::wstring answering_servers::json() const {
   return array.text();
 }
 
-bool answering_servers::ignoring_case::operator()(std::wstring_view left,
-                                                  std::wstring_view right) const noexcept {
-  return ::CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(),
-                                static_cast<int>(right.size()), TRUE) == CSTR_LESS_THAN;
-}
-
 std::optional<client_error> query_failure(std::wstring_view target, HRESULT outcome) {
   const bool local = target == kThisMachine;
   const bool no_server = local && outcome == to_hresult(ERROR_FILE_NOT_FOUND);

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "client/line/client_error.h"
+#include "platform/name_less.h"
 
 namespace tarnwheel::client {
 
@@ -32,11 +33,7 @@ class answering_servers {
   [[nodiscard]] std::wstring json() const;
 
  private:
-  struct ignoring_case {
-    bool operator()(std::wstring_view left, std::wstring_view right) const noexcept;
-  };
-
-  std::set<std::wstring, ignoring_case> names_;
+  std::set<std::wstring, Tamrin::name_less> names_;
 };
 
 // The error to show for the outcome of a query to kThisMachine or kAllMachines; none when it was

@@ -10,21 +10,17 @@ namespace {
 
 using port_list = std::vector<tether::port_record>;
 
-std::wstring name_of(const tether::port_record& port) {
-  return tfmt::format(L"COM{0}", port.number);
-}
-
 std::wstring lines(const port_list& ports) {
   std::wstring lines;
   for (const tether::port_record& port : ports)
-    lines += tfmt::format(L"{0}\t{1}\n", name_of(port), port.friendly_name);
+    lines += tfmt::format(L"{0}\t{1}\n", port_name(port.number), port.friendly_name);
   return lines;
 }
 
 std::wstring json(const port_list& ports) {
   json_array array;
   for (const tether::port_record& port : ports)
-    array.add({{L"port", name_of(port)}, {L"name", port.friendly_name}});
+    array.add({{L"port", port_name(port.number)}, {L"name", port.friendly_name}});
   return array.text();
 }
 

@@ -24,7 +24,7 @@ void run(const verb& chosen, std::wstring_view command_line) {
     chosen.run({arguments_of(chosen, options), options});
 }
 
-// Standard output stays free for what a script reads from it.
+// On standard error: a script reads standard output.
 void report(const Tamrin::cmd_line_syntax_error& error, const verb* chosen) {
   const std::string message = error.what();
   print(standard_stream::error,

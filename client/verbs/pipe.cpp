@@ -1,17 +1,15 @@
 #include <chrono>
 #include <mutex>
-#include <optional>
 
 #include "app/command_line/numbers.h"
 #include "async/errors.h"
 #include "async/srw_lock.h"
+#include "client/line/line_session.h"
 #include "client/line/line_settings.h"
-#include "client/line/remote_line.h"
 #include "client/line/retry.h"
 #include "client/streams/standard_streams.h"
-#include "client/verbs/verb_table.h"
+#include "client/verbs/client_options.h"
 #include "console/interrupt.h"
-#include "platform/unique_resource.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -22,7 +20,7 @@ constexpr wchar_t kQuiet[] = L"quiet";
 constexpr std::uint32_t kGreatestQuiet = 24 * 60 * 60 * 1000;  // milliseconds
 
 // One connection of the standard streams with a line.
-class copying final : public line_receiver {
+class copying final : public line_session {
  public:
   copying(input_stream& input, output_stream& output, milliseconds quiet)
       : input_(input), output_(output), quiet_(quiet) {}
@@ -32,28 +30,20 @@ class copying final : public line_receiver {
   void run(remote_line& line, HANDLE stop);
 
   ostra::future<void> received(std::vector<std::byte> bytes) override;
-  void changed(std::uint32_t) override {}
-  void ended(const client_error& reason) override { fail(reason); }
 
  private:
   using clock = std::chrono::steady_clock;
 
   ostra::future<void> feed(remote_line& line);
-  template <class Limit>
-  [[nodiscard]] bool wait(HANDLE stop, Limit limit);
-  void fail(const client_error& reason);
   [[nodiscard]] DWORD until_quiet();
   [[nodiscard]] DWORD until_written();
 
   input_stream& input_;
   output_stream& output_;
   const milliseconds quiet_;
-  const Tamrin::unique_handle news_{
-      ostra::details::check_pointer(::CreateEventW(nullptr, FALSE, FALSE, nullptr))};
 
   // Guarded by lock_.
   ostra::srw_lock lock_;
-  std::optional<client_error> reason_;
   bool all_sent_ = false;
   bool writing_ = false;
   clock::time_point last_ = clock::now();  // when something was sent, or came
@@ -62,16 +52,14 @@ class copying final : public line_receiver {
 void copying::run(remote_line& line, HANDLE stop) {
   line.start(*this, 0);
   const auto feeding = feed(line);
-  const bool ended = wait(stop, [this] { return until_quiet(); });
+  const bool ended = wait_out(stop, [this] { return until_quiet(); });
   line.hang_up();
   input_.abandon();
-  // What came is still written, unless the user does not want to wait for its reader.
-  if (!ended || !wait(stop, [this] { return until_written(); }))
+  // Received bytes are still written, unless the user does not want to wait for their reader.
+  if (!ended || !wait_out(stop, [this] { return until_written(); }))
     output_.close();
   feeding.wait();
-  const std::lock_guard guard(lock_);
-  if (reason_)
-    throw *reason_;
+  throw_failure();
 }
 
 ostra::future<void> copying::feed(remote_line& line) {
@@ -92,7 +80,7 @@ ostra::future<void> copying::feed(remote_line& line) {
   const std::lock_guard guard(lock_);
   all_sent_ = true;
   last_ = clock::now();
-  ::SetEvent(news_.get());
+  notify();
 }
 
 ostra::future<void> copying::received(std::vector<std::byte> bytes) {
@@ -108,25 +96,7 @@ ostra::future<void> copying::received(std::vector<std::byte> bytes) {
   const std::lock_guard guard(lock_);
   writing_ = false;
   last_ = clock::now();
-  ::SetEvent(news_.get());
-}
-
-// Until `limit` gives 0; false when `stop` was signalled before. Asks again after all news.
-template <class Limit>
-bool copying::wait(HANDLE stop, Limit limit) {
-  const HANDLE signals[] = {stop, news_.get()};
-  while (const DWORD time = limit()) {
-    if (::WaitForMultipleObjects(2, signals, FALSE, time) == WAIT_OBJECT_0)
-      return false;
-  }
-  return true;
-}
-
-void copying::fail(const client_error& reason) {
-  const std::lock_guard guard(lock_);
-  if (!reason_)
-    reason_ = reason;
-  ::SetEvent(news_.get());
+  notify();
 }
 
 DWORD copying::until_written() {
@@ -136,13 +106,10 @@ DWORD copying::until_written() {
 
 // 0 when the session is over.
 DWORD copying::until_quiet() {
-  const std::lock_guard guard(lock_);
-  if (reason_)
+  if (failure())
     return 0;
-  if (!all_sent_ || writing_)
-    return INFINITE;
-  const auto left = std::chrono::ceil<milliseconds>(last_ + quiet_ - clock::now());
-  return left > milliseconds::zero() ? static_cast<DWORD>(left.count()) : 0;
+  const std::lock_guard guard(lock_);
+  return all_sent_ && !writing_ ? milliseconds_until(last_ + quiet_) : INFINITE;
 }
 
 }  // namespace
@@ -158,8 +125,7 @@ void add_pipe_options(Tamrin::command_line& line) {
 }
 
 void pipe_port(const invocation& request) {
-  const std::uint32_t number = Tamrin::parse_port(request.arguments[1]);
-  const line_settings settings = line_settings_of(request.options);
+  const line_address address = address_of(request);
   const milliseconds quiet(
       Tamrin::parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kGreatestQuiet));
 
@@ -169,8 +135,7 @@ void pipe_port(const invocation& request) {
   attempts sessions(request.options, stop);
   sessions.run([&] {
     copying session(input, output, quiet);
-    remote_line line(request.arguments[0], number);
-    line.set_line(settings).get();
+    remote_line line(address);
     sessions.reached(line.name());
     session.run(line, stop.event());
   });

@@ -1,9 +1,8 @@
-#include "app/command_line/numbers.h"
 #include "async/errors.h"
 #include "client/line/line_settings.h"
 #include "client/line/retry.h"
 #include "client/terminal/terminal_session.h"
-#include "client/verbs/verb_table.h"
+#include "client/verbs/client_options.h"
 #include "console/interrupt.h"
 #include "console/raw_console.h"
 #include "format/format.h"
@@ -35,8 +34,7 @@ void add_terminal_options(Tamrin::command_line& line) {
 
 void open_terminal(const invocation& request) {
   const Tamrin::command_line& options = request.options;
-  const std::uint32_t number = Tamrin::parse_port(request.arguments[1]);
-  const line_settings settings = line_settings_of(options);
+  const line_address address = address_of(request);
   const bool echo = options.at(kEcho).flag();
   const bool hex = options.at(kHex).flag();
   if (!console::raw_console::is_there())
@@ -49,11 +47,10 @@ void open_terminal(const invocation& request) {
   attempts sessions(options, stop);
   sessions.run([&] {
     terminal_screen screen(hex ? terminal_screen::view::hex : terminal_screen::view::text);
-    terminal_session session(request.arguments[0], number, screen, capture, echo);
-    session.line().set_line(settings).get();
+    terminal_session session(address, screen, capture, echo);
     sessions.reached(session.line().name());
     console::raw_console raw(stop);
-    screen.note(greeting(session.line(), request.arguments[0]));
+    screen.note(greeting(session.line(), address.server));
     session.run(raw.input(), stop);
   });
 }

@@ -10,7 +10,7 @@
 
 namespace tarnwheel::client {
 
-// The words behind the verb, as many as it takes, and the values of its options.
+// The arguments after the verb, as many as it takes, and the values of its options.
 struct invocation {
   std::span<const std::wstring_view> arguments;
   const Tamrin::command_line& options;
@@ -35,15 +35,15 @@ void list_ports(const invocation& request);
 void add_discover_options(Tamrin::command_line& line);
 void discover_servers(const invocation& request);
 
-// Sends a text to a port and prints what comes back.
+// Sends a text to a port and prints the answer.
 void add_send_options(Tamrin::command_line& line);
 void send_text(const invocation& request);
 
-// Standard input to a port, and what the port says to standard output.
+// Connects a port with standard input and output.
 void add_pipe_options(Tamrin::command_line& line);
 void pipe_port(const invocation& request);
 
-// A port at the keyboard and on the screen.
+// Operates a port from the keyboard and the screen.
 void add_terminal_options(Tamrin::command_line& line);
 void open_terminal(const invocation& request);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <span>
 #include <utility>
 
 #include "async/errors.h"
@@ -15,15 +16,6 @@ std::wstring next_pipe_name() {
   static std::atomic<unsigned> count = 0;
   return L"client_test_" + std::to_wstring(::GetCurrentProcessId()) + L"_" +
          std::to_wstring(++count);
-}
-
-ostra::future<void> done() {
-  co_return;
-}
-
-void give(std::optional<ostra::promise<void>>& signal) {
-  if (signal)
-    signal->set_value();
 }
 
 template <class T>
@@ -42,39 +34,21 @@ ostra::future<HRESULT> fake_device::OpenPort(std::uint32_t) {
   co_return open_outcome;
 }
 
-void fake_device::send(std::span<const std::byte> bytes) {
-  signal came;
+void fake_device::send(std::string_view text) {
   {
     const std::lock_guard guard(lock_);
+    const auto bytes = std::as_bytes(std::span(text));
     coming_.insert(coming_.end(), bytes.begin(), bytes.end());
-    came = std::exchange(byte_came_, std::nullopt);
   }
-  give(came);
+  byte_came_.set();
 }
 
 void fake_device::raise(std::uint32_t events) {
-  signal came;
   {
     const std::lock_guard guard(lock_);
     events_ |= events;
-    came = std::exchange(event_came_, std::nullopt);
   }
-  give(came);
-}
-
-void fake_device::hold_writes() {
-  const std::lock_guard guard(lock_);
-  holds_writes_ = true;
-}
-
-void fake_device::release_writes() {
-  signal released;
-  {
-    const std::lock_guard guard(lock_);
-    holds_writes_ = false;
-    released = std::exchange(released_, std::nullopt);
-  }
-  give(released);
+  event_came_.set();
 }
 
 std::vector<control_call> fake_device::controls() const {
@@ -87,37 +61,17 @@ std::size_t fake_device::count(std::uint32_t code) const {
   return static_cast<std::size_t>(std::ranges::count(controls_, code, &control_call::code));
 }
 
-std::size_t fake_device::reads() const {
-  const std::lock_guard guard(lock_);
-  return reads_;
-}
-
 std::vector<std::byte> fake_device::written() const {
   const std::lock_guard guard(lock_);
   return written_;
 }
 
-// The futures that a signal completes are made where the test's and the client's threads meet.
-ostra::future<void> fake_device::next_byte() {
-  const std::lock_guard guard(lock_);
-  ++reads_;
-  return coming_.empty() ? byte_came_.emplace().get_future() : done();
-}
-
-ostra::future<void> fake_device::next_event() {
-  const std::lock_guard guard(lock_);
-  return events_ == 0 && has_events ? event_came_.emplace().get_future() : done();
-}
-
-ostra::future<void> fake_device::release() {
-  const std::lock_guard guard(lock_);
-  return holds_writes_ ? released_.emplace().get_future() : done();
-}
-
 std::vector<std::byte> fake_device::output_of(std::uint32_t code) {
   const std::lock_guard guard(lock_);
-  if (code == IOCTL_SERIAL_WAIT_ON_MASK)
+  if (code == IOCTL_SERIAL_WAIT_ON_MASK) {
+    event_came_.reset();
     return bytes_of(std::exchange(events_, 0));
+  }
   if (const auto found = outputs.find(code); found != outputs.end())
     return found->second;
   if (code != IOCTL_SERIAL_GET_COMMSTATUS)
@@ -135,8 +89,8 @@ ostra::future<tether::bytes_result> fake_device::IoControl(std::uint32_t code, s
   }
   if (unanswered.contains(code))
     ostra::details::throw_win32(ERROR_NOT_SUPPORTED);
-  if (code == IOCTL_SERIAL_WAIT_ON_MASK) {
-    auto event = next_event();
+  if (code == IOCTL_SERIAL_WAIT_ON_MASK && has_events) {
+    auto event = event_came_.wait();
     co_await event;
   }
   tether::bytes_result result;
@@ -148,7 +102,7 @@ ostra::future<tether::bytes_result> fake_device::IoControl(std::uint32_t code, s
 ostra::future<HRESULT> fake_device::Write(std::vector<std::byte> data) {
   if (write_fails)
     ostra::details::throw_win32(ERROR_GEN_FAILURE);
-  auto released = release();
+  auto released = writes_.wait();
   co_await released;
   const std::lock_guard guard(lock_);
   written_.insert(written_.end(), data.begin(), data.end());
@@ -156,15 +110,17 @@ ostra::future<HRESULT> fake_device::Write(std::vector<std::byte> data) {
 }
 
 ostra::future<tether::bytes_result> fake_device::Read(std::uint32_t size) {
-  auto byte = next_byte();
+  ++reads;
+  auto byte = byte_came_.wait();
   co_await byte;
   tether::bytes_result result;
   result.code = outcome;
   const std::lock_guard guard(lock_);
-  const auto end =
-      coming_.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(size, coming_.size()));
-  result.bytes.assign(coming_.begin(), end);
-  coming_.erase(coming_.begin(), end);
+  const auto taken = static_cast<std::ptrdiff_t>(std::min<std::size_t>(size, coming_.size()));
+  result.bytes.assign(coming_.begin(), coming_.begin() + taken);
+  coming_.erase(coming_.begin(), coming_.begin() + taken);
+  if (coming_.empty())
+    byte_came_.reset();
   co_return result;
 }
 

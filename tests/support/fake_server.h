@@ -2,15 +2,16 @@
 // has told it to.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
-#include <optional>
 #include <set>
-#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "async/cancellation.h"
+#include "async/event.h"
 #include "async/srw_lock.h"
 #include "rpc/client_iclient.h"
 #include "rpc/connection.h"
@@ -36,15 +37,16 @@ class fake_device final : public tether::IServer_Remote {
   bool has_events = true;              // otherwise every wait for them ends at once
   std::map<std::uint32_t, std::vector<std::byte>> outputs;  // of control codes
 
-  // Bytes come; events happen; writes wait from now on, until they are let go or purged.
-  void send(std::span<const std::byte> bytes);
+  std::atomic<std::size_t> reads = 0;
+
+  // Bytes come; events happen; writes wait from now on, until they are let go.
+  void send(std::string_view text);
   void raise(std::uint32_t events);
-  void hold_writes();
-  void release_writes();
+  void hold_writes() { writes_.reset(); }
+  void release_writes() { writes_.set(); }
 
   [[nodiscard]] std::vector<control_call> controls() const;
   [[nodiscard]] std::size_t count(std::uint32_t code) const;
-  [[nodiscard]] std::size_t reads() const;
   [[nodiscard]] std::vector<std::byte> written() const;
 
   ostra::future<std::vector<tether::port_record>> EnumeratePorts() override;
@@ -55,24 +57,18 @@ class fake_device final : public tether::IServer_Remote {
   ostra::future<tether::bytes_result> Read(std::uint32_t size) override;
 
  private:
-  using signal = std::optional<ostra::promise<void>>;
-
   [[nodiscard]] std::vector<std::byte> output_of(std::uint32_t code);
-  ostra::future<void> next_byte();
-  ostra::future<void> next_event();
-  ostra::future<void> release();
+
+  ostra::async_event byte_came_{false};
+  ostra::async_event event_came_{false};
+  ostra::async_event writes_{true};
 
   // Guarded by lock_.
   mutable ostra::srw_lock lock_;
   std::vector<std::byte> coming_;
   std::uint32_t events_ = 0;
-  bool holds_writes_ = false;
-  std::size_t reads_ = 0;
   std::vector<control_call> controls_;
   std::vector<std::byte> written_;
-  signal byte_came_;
-  signal event_came_;
-  signal released_;
 };
 
 // Listens from construction to destruction on a pipe of its own, for one client after another.

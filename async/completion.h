@@ -1,0 +1,36 @@
+// A promise that is kept in any case.
+#pragma once
+
+#include <optional>
+#include <utility>
+
+#include "async/future.h"
+
+namespace ostra {
+
+// For waiters that go on when something is done, or never will be: the future completes with
+// complete() or with the destructor, whichever comes first, and never fails. The waiter runs inside
+// that call. One thread at a time.
+class completion {
+ public:
+  completion() = default;
+  completion(completion&& other) noexcept : promise_(std::exchange(other.promise_, std::nullopt)) {}
+  completion& operator=(completion&& other) noexcept {
+    std::swap(promise_, other.promise_);
+    return *this;
+  }
+  ~completion() { complete(); }
+
+  // Before complete().
+  [[nodiscard]] future<void> get_future() const { return promise_->get_future(); }
+
+  void complete() {
+    if (auto promise = std::exchange(promise_, std::nullopt))
+      promise->set_value();
+  }
+
+ private:
+  std::optional<promise<void>> promise_{std::in_place};
+};
+
+}  // namespace ostra
