@@ -53,6 +53,15 @@ def bytes_of(line):
     return bytes.fromhex(line[1:].partition("#")[0])
 
 
+class Page(unittest.TestCase):
+    def test_control_codes_are_those_of_serial_drivers(self):
+        table = dict(re.findall(r"^\| `0x001B(\w{4})` \| `(IOCTL_\w+)`", PAGE, re.M))
+        self.assertGreater(len(table), 25)
+        for code, name in table.items():
+            number = re.search(rf"#define{name}CTL_CODE\(FILE_DEVICE_SERIAL_PORT,(\d+),", CODES)
+            self.assertEqual(int(code, 16), int(number[1]) << 2, name)
+
+
 class Protocol(unittest.TestCase):
     def setUp(self):
         for port, name in (("COM5", "Scale (COM5)"), ("COM7", "Modem (COM7)")):
@@ -88,13 +97,6 @@ class Protocol(unittest.TestCase):
                 with self.subTest(name):
                     methods.add(self.replay(relays[connection], exchange))
         self.assertEqual(methods, set(range(5)))
-
-    def test_control_codes_are_those_of_serial_drivers(self):
-        table = dict(re.findall(r"^\| `0x001B(\w{4})` \| `(IOCTL_\w+)`", PAGE, re.M))
-        self.assertGreater(len(table), 25)
-        for code, name in table.items():
-            number = re.search(rf"#define{name}CTL_CODE\(FILE_DEVICE_SERIAL_PORT,(\d+),", CODES)
-            self.assertEqual(int(code, 16), int(number[1]) << 2, name)
 
     def test_example_client(self):
         def output_of(*arguments):
