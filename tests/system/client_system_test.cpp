@@ -3,7 +3,6 @@
 
 #include <chrono>
 
-#include "platform/serial.h"
 #include "tests/support/raw_client.h"
 #include "tests/support/serial_ports.h"
 #include "tests/support/server_process.h"
@@ -22,10 +21,6 @@ constexpr wchar_t kAnswerMailslot[] =
 constexpr DWORD kUsage = 1;
 constexpr DWORD kConnection = 2;
 constexpr DWORD kRefused = 3;
-constexpr DWORD kDevice = 4;
-
-// A device that has vanished is noticed by a request every 5 s, which has 10 s to be answered.
-constexpr DWORD kUntilDeviceIsMissed = 30'000;  // milliseconds
 
 void Expect(DWORD exit_code, const std::wstring& arguments, const std::wstring& output,
             const std::wstring& errors = L"") {
@@ -104,12 +99,6 @@ class PipeClient : public Program {
   [[nodiscard]] bool Gives(const std::string& bytes) const {
     return Eventually([&] { return OutputBytes() == bytes || !Runs(); }) && OutputBytes() == bytes;
   }
-
-  // Waits for the end.
-  void ExpectEnd(DWORD exit_code, const std::wstring& errors, DWORD limit = kPatience) const {
-    EXPECT_EQ(ExitCode(limit), exit_code);
-    EXPECT_EQ(Errors(), errors);
-  }
 };
 
 // Every value, and so much that no buffer on the way has room for it.
@@ -120,41 +109,26 @@ TEST(Pipe, BringsBackWhatALoopbackIsGiven) {
   PipeClient client(LoopbackPort());
   client.Write(bytes);
   client.EndInput();
-  client.ExpectEnd(0, L"", 60'000);
+  EXPECT_EQ(client.ExitCode(60'000), 0u);
   EXPECT_TRUE(client.OutputBytes() == bytes) << client.OutputBytes().size() << " bytes";
 }
 
 TEST(Pipe, StaysUntilTheLineHasBeenQuiet) {
   VirtualPort port;
   const ServerProcess server;
-  PipeClient client(kVirtualPort, L"--quiet 3000");
+  PipeClient client(kVirtualPort, L"--quiet 1500");
   client.Write("\r\n\x1A\n");
   client.EndInput();
   Bytes sent;
   EXPECT_TRUE(Eventually([&] { return (sent = Join({sent, port.TakeSent()})).size() >= 4; }));
   EXPECT_EQ(sent, ToBytes("\r\n\x1A\n"));
-  ::Sleep(1000);  // the quiet time has begun
+  ::Sleep(500);  // the quiet time has begun
   const auto start = std::chrono::steady_clock::now();
   port.Receive(ToBytes("late\r\n\x1A"));
   EXPECT_TRUE(client.Gives("late\r\n\x1A"));  // at once, not at the end
-  client.ExpectEnd(0, L"");
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2990));
+  EXPECT_EQ(client.ExitCode(), 0u);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1490));
   EXPECT_TRUE(port.ComesToBeClosed());
-}
-
-// Its input never ends, and the line has much to say.
-TEST(Pipe, EndsWellWithConsoleEvents) {
-  VirtualPort port;
-  const ServerProcess server;
-  for (const DWORD event : {CTRL_C_EVENT, CTRL_BREAK_EVENT}) {
-    const PipeClient client(kVirtualPort);
-    EXPECT_TRUE(port.ComesToHave({.reads = 1}));
-    port.Receive(ToBytes("said"));
-    EXPECT_TRUE(client.Gives("said"));
-    client.SendConsoleEvent(event);
-    client.ExpectEnd(0, L"");
-    EXPECT_TRUE(port.ComesToBeClosed());
-  }
 }
 
 TEST(Pipe, EndsWithTheServerUnlessItRetries) {
@@ -178,25 +152,6 @@ TEST(Pipe, EndsWithTheServerUnlessItRetries) {
   }
   client.SendConsoleEvent(CTRL_C_EVENT);
   EXPECT_EQ(client.ExitCode(), kConnection);
-}
-
-TEST(Pipe, MissesTheAnswerOfADevice) {
-  VirtualPort mute;
-  VirtualPort deaf(kOtherVirtualPort);
-  mute.Fault(IOCTL_SERIAL_SET_BAUD_RATE, FAULT_HOLD_FOR_GOOD);
-  deaf.Fault(REQUEST_WRITE, FAULT_HOLD_FOR_GOOD);
-  const ServerProcess server;
-  const PipeClient of_mute(kVirtualPort);
-  const PipeClient of_deaf(kOtherVirtualPort);
-  of_deaf.Write("x");
-  of_mute.ExpectEnd(kDevice, L"COM7: no answer within 2000 ms (0x800705b4)\n");
-  of_deaf.ExpectEnd(kDevice, L"COM8: no answer within 5000 ms (0x800705b4)\n");
-  mute.Reset();
-  const PipeClient of_vanished(kVirtualPort);
-  EXPECT_TRUE(mute.ComesToHave({.reads = 1}));
-  mute.Vanish();
-  of_vanished.ExpectEnd(kDevice, L"COM7: no answer within 10000 ms (0x800705b4)\n",
-                        kUntilDeviceIsMissed);
 }
 
 }  // namespace

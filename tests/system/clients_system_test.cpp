@@ -1,9 +1,6 @@
-// Clients that send what no client should, read nothing, or are many.
+// Clients that send what no client should, or read nothing.
 #include <gtest/gtest.h>
 
-#include <list>
-
-#include "platform/serial.h"
 #include "tests/support/raw_client.h"
 #include "tests/support/serial_ports.h"
 #include "tests/support/server_process.h"
@@ -71,24 +68,6 @@ TEST_F(SilentReader, HoldsUpNeitherItsDepartureNorTheStop) {
     EXPECT_TRUE(other.Request(call, kRead, U32(kFilePortSize)));
   server_.Stop();
   EXPECT_EQ(server_.Count(L"INFO", L" disconnected"), 2u);
-}
-
-// On Windows only the first of them would get the port; Wine opens a terminal as often as asked.
-TEST(Sessions, StopEndsSixtyBusyOnes) {
-  constexpr std::size_t kClients = 60;
-  ServerProcess server;
-  std::list<RawClient> clients(kClients);
-  for (RawClient& client : clients) {
-    client.OpenPort(kSilentPort);
-    EXPECT_TRUE(client.Request(
-        1, kIoControl, ControlArguments(IOCTL_SERIAL_SET_TIMEOUTS, 0, ReadTimeouts(0, 0, 0))));
-    EXPECT_TRUE(client.Request(2, kRead, U32(1000)));
-    EXPECT_TRUE(client.Request(3, kIoControl, ControlArguments(IOCTL_SERIAL_WAIT_ON_MASK, 4, {})));
-  }
-  server.Stop();
-  EXPECT_EQ(server.Count(L"INFO", L" disconnected"), kClients);
-  for (RawClient& client : clients)
-    EXPECT_TRUE(client.ServerHangsUp());
 }
 
 }  // namespace

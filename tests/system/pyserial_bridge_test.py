@@ -88,12 +88,6 @@ class PyserialBridge(unittest.TestCase):
         self.assertEqual(len(received), len(sent))
         self.assertTrue(received == sent)
 
-    def test_visits(self):
-        for number in range(5):
-            port = self.open(self.loopback)
-            self.assert_echoes(port, b"visit %d" % number)
-            port.close()
-
 
 if __name__ == "__main__":
     unittest.main()
