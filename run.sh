@@ -28,7 +28,7 @@ fail() {
 
 # The device that makes servers list the port stays until $device_end is closed.
 start_device() {
-  coproc device { exec setsid tools/wine build/release/tools/tarnwheel-test-port.exe "$port" "$name"; }
+  coproc device { exec setsid tools/wine build/release/tests/tarnwheel-test-port.exe "$port" "$name"; }
   device_pid=${device_PID-} device_end=${device[1]}
   local answer=
   read -r -t "$start_limit" answer <&"${device[0]}" || true

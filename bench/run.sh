@@ -22,7 +22,7 @@ build release benchmarks flood soak
 start_wine
 make_loopback 5
 make_loopback 9
-tests/make_file_port.sh 6
+tests/support/make_file_port.sh 6
 if (($#)); then
   run "$@"
 else

@@ -61,12 +61,11 @@ class Recorder final : public logging::ILogger {
   std::vector<std::wstring> lines_;
 };
 
-// A server whose parameters are in memory; with that descriptor everybody may connect.
-inline std::unique_ptr<server> make_server(bool auto_discovery,
-                                           std::wstring sddl = L"D:(A;;GA;;;WD)") {
+// A server whose parameters are in memory; everybody may connect.
+inline std::unique_ptr<server> make_server(bool auto_discovery) {
   auto folder =
       std::make_shared<Tamrin::setman::file_storage>(std::make_shared<Tamrin::setman::directory>());
-  const Tamrin::setman::server_parameters parameters = {std::move(sddl), auto_discovery, {}};
+  const Tamrin::setman::server_parameters parameters = {L"D:(A;;GA;;;WD)", auto_discovery, {}};
   ostra::details::check_hresult(Tamrin::setman::write_server_parameters(*folder, parameters));
   return create_server(std::move(folder));
 }

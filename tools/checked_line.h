@@ -10,7 +10,6 @@
 #include "async/future.h"
 #include "client/line/server_connection.h"
 #include "platform/win32.h"
-#include "tests/patience.h"
 
 namespace tarnwheel::tools {
 
@@ -24,9 +23,21 @@ struct check_failure {
 inline constexpr DWORD kAnswerLimit = 1500;  // milliseconds, for what a device does at once
 inline constexpr DWORD kNoAnswer = 500;      // milliseconds after which none is to be expected
 
+// Asks `condition` again and again until it holds; false when it does not within `milliseconds`.
+template <class Condition>
+[[nodiscard]] bool comes_to_hold(Condition condition, DWORD milliseconds) {
+  const ULONGLONG deadline = ::GetTickCount64() + milliseconds;
+  while (!condition()) {
+    if (::GetTickCount64() > deadline)
+      return false;
+    ::Sleep(2);
+  }
+  return true;
+}
+
 template <class T>
 [[nodiscard]] bool ends_within(const ostra::future<T>& call, DWORD milliseconds) {
-  return system_test::Eventually([&] { return call.is_complete(); }, milliseconds);
+  return comes_to_hold([&] { return call.is_complete(); }, milliseconds);
 }
 
 [[nodiscard]] bytes integers(std::initializer_list<std::uint32_t> values);

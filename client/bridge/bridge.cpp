@@ -130,6 +130,7 @@ void bridge::run(HANDLE stop, const std::function<void()>& ready) {
 bridge::withdrawal::~withdrawal() {
   self.make_available(availability::away);
   self.close_line();
+  self.tell_departure();
   static_cast<void>(self.take_failure());
   const std::lock_guard guard(self.lock_);
   self.arrivals_ = {};
@@ -144,6 +145,7 @@ void bridge::handle_line_end() {
   tell(*reason);
   close_line();
   make_available(availability::ready);
+  tell_departure();
 }
 
 void bridge::handle(arrivals present) {
@@ -152,6 +154,7 @@ void bridge::handle(arrivals present) {
     if (options_.releases)
       close_line();
     make_available(availability::ready);
+    tell_departure();
   }
   if (present.program)
     begin_session(std::move(present.program));
@@ -220,9 +223,15 @@ void bridge::end_session() {
     return;
   ending->close();
   serving_.wait();
-  print(standard_stream::output, tfmt::format(L"{0} has gone\n", peer_));
+  departed_ = std::exchange(peer_, {});
   const std::lock_guard guard(lock_);
   arrivals_.program_has_gone = false;
+}
+
+void bridge::tell_departure() {
+  if (!departed_.empty())
+    print(standard_stream::output, tfmt::format(L"{0} has gone\n", departed_));
+  departed_.clear();
 }
 
 void bridge::tell(const client_error& reason) {

@@ -64,6 +64,8 @@ class bridge final : private line_session {
   void end_session();
   void tell(const client_error& reason);
   void make_available(availability now);
+  // Told only when the port is free: whoever reads it may send the next program.
+  void tell_departure();
   [[nodiscard]] std::shared_ptr<bridge_session> session();
 
   ostra::future<void> received(std::vector<std::byte> bytes) override;
@@ -79,6 +81,7 @@ class bridge final : private line_session {
   com_port_settings settings_;
   ostra::future<void> serving_;
   std::wstring peer_;
+  std::wstring departed_;  // the peer that has gone and is not told of yet
 
   // Guarded by lock_.
   ostra::srw_lock lock_;

@@ -1,4 +1,4 @@
-// What a test can order of a virtual serial port. Shared by the driver, in C, and by the tests.
+// Orders of a test to a virtual serial port. Shared by the driver, in C, and by the tests.
 #pragma once
 
 #include <stdint.h>
@@ -10,31 +10,23 @@
 #define VIRTUAL_SERIAL_ORDER(number) (0x220000 + ((0x800 + (number)) << 2))
 
 enum virtual_serial_order {
-  // Ends every request, forgets all faults, bytes and settings, and is connected again.
+  // Ends every request, forgets all faults, bytes and settings; the device is there and has no plug.
   ORDER_RESET = VIRTUAL_SERIAL_ORDER(0),
-  // In: uint32_t. With 0 the device vanishes: its name, what is pending, and all that comes later
-  // on handles that are open. With 1 all of this works again.
-  ORDER_CONNECT = VIRTUAL_SERIAL_ORDER(1),
-  // In: uint32_t. With 1 what is written comes back to be read, DTR feeds DSR and DCD, and RTS
-  // feeds CTS.
-  ORDER_LOOP_BACK = VIRTUAL_SERIAL_ORDER(2),
-  // In: uint32_t of modem_input.
-  ORDER_MODEM_INPUTS = VIRTUAL_SERIAL_ORDER(3),
-  // In: virtual_serial_incident.
-  ORDER_INCIDENT = VIRTUAL_SERIAL_ORDER(4),
+  // In: virtual_serial_line.
+  ORDER_LINE = VIRTUAL_SERIAL_ORDER(1),
   // In: the bytes that arrive at the port.
-  ORDER_RECEIVE = VIRTUAL_SERIAL_ORDER(5),
+  ORDER_RECEIVE = VIRTUAL_SERIAL_ORDER(2),
   // Out: the bytes that the port has sent, which are then forgotten.
-  ORDER_TAKE_SENT = VIRTUAL_SERIAL_ORDER(6),
+  ORDER_TAKE_SENT = VIRTUAL_SERIAL_ORDER(3),
   // In: virtual_serial_fault. Faults of one kind of request strike in the order of these orders.
-  ORDER_FAULT = VIRTUAL_SERIAL_ORDER(7),
+  ORDER_FAULT = VIRTUAL_SERIAL_ORDER(4),
   // Requests that are held go on as though they had just come.
-  ORDER_RELEASE = VIRTUAL_SERIAL_ORDER(8),
+  ORDER_RELEASE = VIRTUAL_SERIAL_ORDER(5),
   // Out: virtual_serial_state.
-  ORDER_GET_STATE = VIRTUAL_SERIAL_ORDER(9),
-  // Out: virtual_serial_entry for each request since the last time, the oldest first. What does not
-  // fit into the driver's memory is left out.
-  ORDER_TAKE_JOURNAL = VIRTUAL_SERIAL_ORDER(10)
+  ORDER_GET_STATE = VIRTUAL_SERIAL_ORDER(6),
+  // Out: virtual_serial_entry for each request since the last time, the oldest first, as far as the
+  // driver's memory goes.
+  ORDER_TAKE_JOURNAL = VIRTUAL_SERIAL_ORDER(7)
 };
 
 // The bits of a modem status.
@@ -43,12 +35,14 @@ enum modem_input { INPUT_CTS = 0x10, INPUT_DSR = 0x20, INPUT_RING = 0x40, INPUT_
 enum modem_output { OUTPUT_DTR = 1, OUTPUT_RTS = 2, OUTPUT_BREAK = 4 };
 
 // A kind of request; a device control is the kind of its code.
-enum request_kind { REQUEST_OPEN = 1, REQUEST_CLOSE, REQUEST_READ, REQUEST_WRITE, REQUEST_CANCEL };
+enum request_kind { REQUEST_CLOSE = 1, REQUEST_READ, REQUEST_WRITE };
 
-// What happens on the line besides the bytes.
-struct virtual_serial_incident {
-  uint32_t events;  // as in a wait mask
-  uint32_t errors;  // as in the port's status
+struct virtual_serial_line {
+  uint32_t vanished;    // the device's name, its pending requests, and all that comes later
+  uint32_t loops_back;  // a plug joins TX with RX, DTR with DSR and DCD, and RTS with CTS
+  uint32_t inputs;      // modem_input, where there is no plug
+  uint32_t events;      // that happen now, as in a wait mask
+  uint32_t errors;      // that happen now, as in the port's status
 };
 
 enum fault_effect {
@@ -79,5 +73,5 @@ struct virtual_serial_entry {
   uint32_t kind;
   uint32_t size;  // of what is read or written, or of a control's input
   uint32_t data_size;
-  uint8_t data[24];  // the start of a control's input; of what is cancelled, its kind
+  uint8_t data[24];  // the start of a control's input
 };

@@ -6,38 +6,31 @@
 
 #include <ntddser.h>
 
-#include "tests/virtual_serial/byte_queue.h"
 #include "tests/virtual_serial/orders.h"
 
-#define NEVER MAXULONGLONG
-
-struct settings {
-  SERIAL_BAUD_RATE baud_rate;
-  SERIAL_LINE_CONTROL line_control;
-  SERIAL_TIMEOUTS timeouts;
-  SERIAL_CHARS chars;
-  SERIAL_HANDFLOW handflow;
+// Bytes in the order of their arrival; those without room are lost.
+struct queue {
+  ULONG size;
+  UCHAR bytes[0x100000];
 };
+
+#define SETTINGS 5
 
 struct port {
   ULONG number;  // constant
 
   // Guarded by the driver's lock.
-  BOOLEAN connected;
-  BOOLEAN loops_back;
-  BOOLEAN stopped_by_xoff;
+  struct virtual_serial_line line;
   ULONG open_handles;
   LIST_ENTRY pending;  // struct request, in the order of their arrival
-  struct settings settings;
-  struct byte_queue received;
-  struct byte_queue sent;
+  UCHAR settings[SETTINGS][sizeof(SERIAL_TIMEOUTS)];
+  struct queue received;
+  struct queue sent;
   ULONG outputs;
-  ULONG inputs_by_order;
   ULONG inputs;
   ULONG wait_mask;
   ULONG events;  // those of the mask that have happened since the last wait
   ULONG errors;
-  SERIALPERF_STATS statistics;
   ULONG fault_count;
   struct virtual_serial_fault faults[8];
   ULONG entry_count;
@@ -52,25 +45,20 @@ struct request {
   LIST_ENTRY link;  // in the port's pending requests
   struct port* port;
   IRP* irp;
+  IO_STACK_LOCATION* stack;
   ULONG kind;
-  ULONG limit;          // of the bytes to move
-  ULONG done;           // bytes moved so far
-  ULONGLONG started;    // when it became the first of the reads, in milliseconds; 0 before
-  ULONGLONG last_byte;  // when the last byte came
-  ULONGLONG deadline;   // or NEVER
+  ULONG limit;        // of the bytes to move
+  ULONG done;         // bytes moved so far
+  ULONGLONG started;  // when it became the first of the reads, in milliseconds; 0 before
   BOOLEAN held;
   BOOLEAN ignores_cancel;
   BOOLEAN finished;
 };
 
-// requests.c: what is pending. Between enter() and leave() the ports belong to the caller; leave()
-// completes the requests that were finished in between.
-NTSTATUS start_requests(void);
-void stop_requests(void);  // after it nothing may be submitted
+// requests.c: what is pending. Between enter() and leave() the ports belong to the caller; all
+// functions below are called there.
 void enter(void);
 void leave(void);
-
-// The functions below are called between the two.
 
 // STATUS_PENDING, or the status with which the caller completes the request itself.
 NTSTATUS submit(struct request* request);
@@ -81,26 +69,15 @@ void release_held(struct port* port);
 // Carries on what may have got what it waits for.
 void settle(struct port* port);
 struct request* first_pending(struct port* port, ULONG kind);  // none that is held
-void record(struct port* port, ULONG kind, ULONG size, const void* data, ULONG data_size);
 
-// line.c: what happens on the line and between the driver and its far end.
+// line.c: the line between the driver and its far end.
 void reset_line(struct port* port);
-void open_line(struct port* port);
 void receive(struct port* port, const UCHAR* bytes, ULONG size);
-void transmit(struct port* port, const UCHAR* bytes, ULONG size);
+ULONG take(struct queue* queue, UCHAR* bytes, ULONG size);  // gives the number of bytes taken
 void raise_events(struct port* port, ULONG events);
-void set_outputs(struct port* port, ULONG outputs);
 void update_inputs(struct port* port);
-NTSTATUS advance_read(struct request* request);
-NTSTATUS advance_write(struct request* request);
+// Goes on with the request: STATUS_PENDING, or the status with which it ends.
+NTSTATUS advance(struct request* request);
 
-// controls.c
-NTSTATUS advance_control(struct request* request);
-
-// orders.c: carries out one order at a time, outside of enter() and leave(). `size` is that of the
-// input in `buffer`, and becomes that of the output.
+// orders.c: carries out an order; `size` is that of the input, and becomes that of the output.
 NTSTATUS carry_out(struct port* port, ULONG code, void* buffer, ULONG* size, ULONG capacity);
-
-// driver.c: the port's name, by which it can be opened.
-NTSTATUS set_name(struct port* port, BOOLEAN present);
-ULONGLONG milliseconds(void);

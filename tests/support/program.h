@@ -1,0 +1,88 @@
+// A program of this project, run as a process of its own. What does not go well throws
+// std::runtime_error.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/unique_resource.h"
+#include "tests/support/patience.h"
+
+namespace system_test {
+
+// The path of a new file of the test's own in the temporary folder; the file is deleted with this
+// object.
+class TemporaryFile {
+ public:
+  explicit TemporaryFile(std::wstring_view extension);
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+  ~TemporaryFile();
+
+  [[nodiscard]] const std::wstring& path() const noexcept { return path_; }
+
+  // What is in the file by now, also while a program writes to it; empty when there is no file.
+  [[nodiscard]] std::string Content() const;
+
+ private:
+  std::wstring path_;
+};
+
+enum class Input { kNone, kPipe };
+
+// Runs from construction; ended by force with this object when it still runs then.
+class Program {
+ public:
+  // `name` is that of an executable of this build, such as L"tarnwheel-server".
+  Program(std::wstring_view name, std::wstring_view arguments, Input input = Input::kNone);
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+  ~Program();
+
+  // Writes to its standard input and returns when the program, or the pipe's buffer, has taken all.
+  void Write(std::string_view bytes) const;
+  void EndInput() { input_.reset(); }
+
+  // What it has written so far; as text, with "\n" as line ends.
+  [[nodiscard]] std::string OutputBytes() const { return output_.Content(); }
+  [[nodiscard]] std::wstring Output() const;
+  [[nodiscard]] std::wstring Errors() const;
+
+  // True when the output, or what it writes to standard error, comes to have `text` before the
+  // deadline or the end of the program.
+  [[nodiscard]] bool Prints(std::wstring_view text) const;
+  [[nodiscard]] bool Complains(std::wstring_view text) const;
+
+  // Waits for the end; the 32-bit exit code.
+  [[nodiscard]] DWORD ExitCode(DWORD milliseconds = kPatience) const;
+  [[nodiscard]] bool Runs() const;
+  [[nodiscard]] DWORD ProcessId() const { return ::GetProcessId(process_.get()); }
+
+  // Bytes of memory that the process has for itself: in use, and made sure of, used or not.
+  [[nodiscard]] std::size_t MemoryInUse() const;
+  [[nodiscard]] std::size_t CommittedMemory() const;
+
+  [[nodiscard]] std::size_t HandleCount() const;
+
+  // Sends CTRL_C_EVENT or another event as the console does, `times` times without a pause.
+  void SendConsoleEvent(DWORD event, int times = 1) const;
+
+ private:
+  void Start(std::wstring command_line, HANDLE input);
+
+  TemporaryFile output_{L".out"};
+  TemporaryFile errors_{L".err"};
+  Tamrin::unique_file input_;
+  Tamrin::unique_handle process_;
+};
+
+// What a program that ends by itself leaves.
+struct CompletedRun {
+  CompletedRun(std::wstring_view name, std::wstring_view arguments);
+
+  DWORD exit_code;
+  std::wstring output;
+  std::wstring errors;
+};
+
+}  // namespace system_test

@@ -1,0 +1,157 @@
+// Every call of Windows on the way of a request, and every allocation, fails in turn.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "platform/serial.h"
+#include "tests/support/server_process.h"
+#include "tests/support/test_port.h"
+#include "tests/support/visits.h"
+
+namespace system_test {
+namespace {
+
+// How long a session whose server was disturbed waits for an answer, which may rightly never come.
+constexpr DWORD kShortPatience = 150;
+
+struct Step {
+  std::uint16_t method;
+  Bytes arguments;
+  Bytes reply;
+};
+
+// A whole session: lists, opens, sets the line, and sends something through the loopback.
+std::vector<Step> Steps(const Bytes& list) {
+  const Bytes text = ToBytes("abc");
+  const auto control = [](std::uint32_t code, const Bytes& input) {
+    return Step{kIoControl, ControlArguments(code, 0, input), Join({U32(0), U32(0)})};
+  };
+  return {{kEnumeratePorts, {}, list},
+          {kOpenPort, U32(LoopbackPort()), U32(0)},
+          control(IOCTL_SERIAL_SET_TIMEOUTS, ReadTimeouts(0, 0, kPatience)),
+          control(IOCTL_SERIAL_PURGE, U32(SERIAL_PURGE_RXCLEAR)),
+          {kWrite, Vector(text), U32(0)},
+          {kRead, U32(3), Join({U32(0), Vector(text)})}};
+}
+
+class Faults : public ::testing::Test {
+ protected:
+  Faults() {
+    EXPECT_EQ(bystander_.OpenPort(kFilePort), 0u);
+    list_ = bystander_.Call(kEnumeratePorts, {});
+    // Caches fill, and the pool gets its threads.
+    for (int i = 0; i < 30; ++i)
+      EXPECT_EQ(Session(), "");
+    blocks_ = LeastBlocks();
+    handles_ = server_.program().HandleCount();
+    const RawClient idle;
+    EXPECT_TRUE(Eventually([this] { return !NothingIsLeft(); }))
+        << "no session can be told from none";
+  }
+
+  // Gives what went wrong, nothing when every answer was right. While calls fail the client leaves
+  // with a read pending.
+  std::string Session(DWORD patience = kPatience) {
+    RawClient client;
+    std::uint32_t call = 0;
+    std::string trouble;
+    for (const Step& step : Steps(list_)) {
+      const auto reply = client.Request(++call, step.method, step.arguments)
+                             ? client.TryReceive(patience)
+                             : std::nullopt;
+      if (reply != Message{call, kClientCode, step.method, step.reply}) {
+        trouble = "request " + std::to_string(call) + " has no answer or a wrong one";
+        break;
+      }
+    }
+    if (patience == kShortPatience)
+      client.Request(1000, kRead, U32(100));
+    return trouble;
+  }
+
+  // Sessions that have ended may still be letting go.
+  std::int64_t LeastBlocks() {
+    std::int64_t least = server_.LiveBlocks();
+    Eventually([&] { return (least = std::min(least, server_.LiveBlocks())) < 0; }, 200);
+    return least;
+  }
+
+  [[nodiscard]] bool NothingIsLeft() const {
+    return server_.LiveBlocks() <= blocks_ + kThreadBlocks;
+  }
+
+  void ExpectNothingLeft() {
+    EXPECT_TRUE(Eventually([this] { return NothingIsLeft(); }))
+        << server_.LiveBlocks() << " blocks, once there were " << blocks_;
+  }
+
+  void ExpectHandlesCameBack() {
+    EXPECT_TRUE(server_.HandlesComeDownTo(handles_ + kPoolHandles))
+        << server_.program().HandleCount() << " handles, once there were " << handles_;
+  }
+
+  void ExpectUnharmed() {
+    ASSERT_TRUE(server_.program().Runs());
+    EXPECT_EQ(bystander_.Read(1).code, 0u);
+    EXPECT_EQ(Session(), "");
+    ExpectNothingLeft();
+  }
+
+  // Each occurrence of the call until a session has made it less often. The number of them.
+  int FailAtEachOccurrence(std::size_t point) {
+    for (int occurrence = 1;; ++occurrence) {
+      SCOPED_TRACE("occurrence " + std::to_string(occurrence));
+      server_.Fail(point, occurrence);
+      const std::string trouble = Session(kShortPatience);
+      Eventually([this] { return NothingIsLeft(); }, kShortPatience);
+      if (!server_.Relent()) {
+        EXPECT_EQ(trouble, "") << "without a fault";
+        return occurrence - 1;
+      }
+      ExpectUnharmed();
+      if (HasFailure())
+        return occurrence;
+    }
+  }
+
+  // What the runtime library keeps for the threads that the pool may have made meanwhile.
+  static constexpr std::int64_t kThreadBlocks = 6;
+
+  const TestPort listed_{L"COM207", L"A port that is listed"};
+  FaultyServer server_{L"--no-screen-log"};
+  RawClient bystander_;
+  Bytes list_;
+  std::int64_t blocks_ = 0;
+  std::size_t handles_ = 0;
+};
+
+TEST_F(Faults, CostNoMoreThanTheSessionTheyStrike) {
+  const auto points = server_.FaultPoints();
+  for (std::size_t point = 0; point < points.size() && !HasFailure(); ++point) {
+    SCOPED_TRACE(points[point]);
+    if (points[point] == "CloseHandle")
+      continue;  // does not fail
+    const int occurrences = FailAtEachOccurrence(point);
+    std::cout << points[point] << ": " << occurrences << " calls failed, "
+              << server_.LiveBlocks() - blocks_ << " blocks more\n";
+  }
+  ExpectHandlesCameBack();
+}
+
+// Each visit twice as often as a leaked handle could hide behind the pool's. The threads of the pool
+// that bursts of them need have blocks too, and go after five idle seconds.
+TEST_F(Faults, VisitsLeaveNothingBehind) {
+  for (const Visit& visit : kVisits) {
+    SCOPED_TRACE(visit.name);
+    for (std::uint32_t time = 0; time < 2 * kPoolHandles; ++time) {
+      RawClient client;
+      visit.make(client, time * 2654435761u >> 8);
+    }
+  }
+  ExpectNothingLeft();
+  ExpectHandlesCameBack();
+}
+
+}  // namespace
+}  // namespace system_test

@@ -1,0 +1,133 @@
+#!/usr/bin/env python3
+"""protocol_test.py BUILD: does what docs/protocol.md shows with a live server, and runs the example
+client against it. Both reach it through a relay."""
+import collections
+import contextlib
+import io
+import pathlib
+import re
+import struct
+import subprocess
+import sys
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+import programs
+
+sys.path.insert(0, str(programs.project / "examples"))
+import tarnwheel_client as example
+
+PAGE = (programs.project / "docs/protocol.md").read_text()
+CODES = re.sub(r"[\s\\]", "", pathlib.Path("/usr/share/mingw-w64/include/ntddser.h").read_text())
+HEADER = struct.Struct("<IHHI")
+
+
+class Relay:
+    """Stands in for the pipe, which is no file here. Gives the bytes in small pieces."""
+
+    def __init__(self):
+        pipes = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE}
+        self._process = programs.start("tests/pipe_relay.exe", **pipes)
+
+    def read(self, size):
+        return self._process.stdout.read(min(size, 3))
+
+    def write(self, data):
+        return self._process.stdin.write(data[:1000])
+
+    def read_message(self):
+        message = b""
+        while len(message) < 12 or len(message) < 12 + HEADER.unpack(message[:12])[3]:
+            piece = self._process.stdout.read(1)
+            assert piece, "the connection has ended"
+            message += piece
+        return message
+
+    def close(self):
+        self._process.stdin.close()
+        self._process.wait(10)
+        self._process.stdout.close()
+
+
+def bytes_of(line):
+    return bytes.fromhex(line[1:].partition("#")[0])
+
+
+class Page(unittest.TestCase):
+    def test_control_codes_are_those_of_serial_drivers(self):
+        table = dict(re.findall(r"^\| `0x001B(\w{4})` \| `(IOCTL_\w+)`", PAGE, re.M))
+        self.assertGreater(len(table), 25)
+        for code, name in table.items():
+            number = re.search(rf"#define{name}CTL_CODE\(FILE_DEVICE_SERIAL_PORT,(\d+),", CODES)
+            self.assertEqual(int(code, 16), int(number[1]) << 2, name)
+
+
+class Protocol(unittest.TestCase):
+    def setUp(self):
+        for port, name in (("COM5", "Scale (COM5)"), ("COM7", "Modem (COM7)")):
+            programs.start_device(self.addCleanup, port, name)
+        programs.start_device(self.addCleanup, "loop")
+        self.server = programs.start_server(self.addCleanup, "--share-ports", "5,7,77")
+
+    def connect(self, _=None):
+        relay = Relay()
+        self.addCleanup(relay.close)
+        return relay
+
+    def replay(self, relay, exchange):
+        """Sends what the transcript sends. The replies may come in any order."""
+        sent, rest = (b"".join(map(bytes_of, re.findall(rf"^{mark}.*", exchange, re.M))) for mark in "><")
+        relay.write(sent)
+        expected = []
+        while rest:
+            size = 12 + HEADER.unpack(rest[:12])[3]
+            expected.append(rest[:size].hex(" "))
+            rest = rest[size:]
+        received = [relay.read_message().hex(" ") for _ in expected]
+        self.assertEqual(sorted(received), sorted(expected))
+        return HEADER.unpack(sent[:12])[2]
+
+    def test_transcripts_are_what_the_server_sends(self):
+        relays = collections.defaultdict(self.connect)
+        blocks = re.findall(r"^```transcript (\w+) (\S+)\n(.*?)^```$", PAGE, re.M | re.S)
+        methods = set()
+        for connection, name, text in blocks:
+            # A request that stands below a reply is sent after it.
+            for exchange in re.findall(r"(?:^>.*\n)+(?:^<.*\n)*", text, re.M):
+                with self.subTest(name):
+                    methods.add(self.replay(relays[connection], exchange))
+        self.assertEqual(methods, set(range(5)))
+
+    def test_example_client(self):
+        def output_of(*arguments):
+            with contextlib.redirect_stdout(io.StringIO()) as output:
+                example.main(".", *arguments, connect=self.connect)
+            return output.getvalue()
+
+        self.assertEqual(output_of(), "COM5\tScale (COM5)\nCOM7\tModem (COM7)\n")
+        self.assertEqual(output_of("COM5", "Grüße", "9600"), "Grüße\n")
+
+        connection = example.Connection(self.connect())
+        for reason, attempt in ((r"no port is open \(0x800708CA\)", connection.read),
+                                (r"in use, or not shared \(0x80070005\)", lambda: connection.open(6)),
+                                (r"no such port \(0x80070002\)", lambda: connection.open(77))):
+            self.assertRaisesRegex(example.Refused, reason, attempt)
+        connection.open(5)
+        connection.set_line(115200)
+        sent = bytes(range(256)) * 8
+        connection.write(sent)
+        received = b""
+        while piece := connection.read():
+            received += piece
+        self.assertEqual(received, sent)
+
+        waiting = example.Connection(self.connect())
+        waiting.open(5)
+        with self.assertRaisesRegex(TimeoutError, "no answer within 0.2 s"):
+            waiting.call(example.IO_CONTROL, struct.pack("<3I", 0x001B0FFC, 0, 0), limit=0.2)
+        programs.stop(self.server)
+        self.assertRaises(OSError, connection.ports)
+
+
+if __name__ == "__main__":
+    unittest.main()
