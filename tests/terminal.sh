@@ -200,7 +200,7 @@ a_device_that_does_not_know_them_is_told_of() {
   press d
   shows "[DTR is unchanged; $loopback: the device does not answer this request (0x80070032)]"
   press s
-  shows "the device does not report CTS, DSR, RI and DCD; no errors]"
+  shows "the device does not report CTS, DSR, RI and DCD;"
   press q
   ends_with 0
 }
