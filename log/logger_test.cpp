@@ -4,10 +4,15 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <cwchar>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <new>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -44,10 +49,6 @@ using namespace std::string_view_literals;
 class LoggerFile : public ::testing::Test {
  protected:
   LoggerFile() {
-    wchar_t folder[MAX_PATH];
-    ::GetTempPathW(MAX_PATH, folder);
-    path_ =
-        std::wstring(folder) + L"logger_test_" + std::to_wstring(::GetCurrentProcessId()) + L".log";
     ::DeleteFileW(path_.c_str());
     Start();
   }
@@ -62,13 +63,10 @@ class LoggerFile : public ::testing::Test {
   }
 
   std::wstring Content() const {
-    const Tamrin::unique_file file(::CreateFileW(path_.c_str(), GENERIC_READ,
-                                                 FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                                 OPEN_EXISTING, 0, nullptr));
-    const DWORD size = ::GetFileSize(file.get(), nullptr);
-    std::wstring content(size / 2, L'\0');
-    DWORD read = 0;
-    EXPECT_TRUE(::ReadFile(file.get(), content.data(), size, &read, nullptr));
+    std::ifstream file(std::filesystem::path(path_), std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    std::wstring content(bytes.size() / 2, L'\0');
+    std::memcpy(content.data(), bytes.data(), bytes.size() / 2 * 2);
     return content;
   }
 
@@ -78,18 +76,14 @@ class LoggerFile : public ::testing::Test {
     const std::wstring content = Content();
     EXPECT_EQ(content.substr(0, 1), L"\xFEFF");
     EXPECT_EQ(content.find(L'\xFEFF', 1), std::wstring::npos);
-    for (std::size_t from = 1; from < content.size();) {
-      const auto end = content.find(L"\r\n", from);
-      if (end == std::wstring::npos)
-        break;
-      const auto tab = content.rfind(L'\t', end);
-      messages.push_back(content.substr(tab + 1, end - tab - 1));
-      from = end + 2;
-    }
+    std::wistringstream lines(content.substr(1));
+    for (std::wstring line; std::getline(lines, line);)
+      messages.push_back(line.substr(line.rfind(L'\t') + 1, line.size() - line.rfind(L'\t') - 2));
     return messages;
   }
 
-  std::wstring path_;
+  const std::wstring path_ = std::filesystem::temp_directory_path().wstring() + L"logger_test_" +
+                             std::to_wstring(::GetCurrentProcessId()) + L".log";
   std::unique_ptr<Logger> logger_;
 };
 

@@ -20,8 +20,8 @@ constexpr wchar_t kRetry[] = L"retry";
 
 void add_retry_option(Tamrin::command_line& line) {
   line.add_flag(kRetry).description =
-      L"Wait for the server and the port, and come back to them when they were gone. What was on "
-      L"its way when they went is lost.";
+      L"Wait for the server and the port, and reconnect when they were lost. Data in transit at "
+      L"that moment is lost.";
 }
 
 milliseconds growing_pause::next(milliseconds held) noexcept {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 #include "tests/support/fake_server.h"
@@ -18,6 +19,21 @@ bytes Bytes(std::initializer_list<int> values) {
   return result;
 }
 
+// "1 0 255", bytes in decimal.
+bytes Parsed(const std::string& text) {
+  std::istringstream in(text);
+  bytes result;
+  for (int value; in >> value;)
+    result.push_back(static_cast<std::byte>(value));
+  return result;
+}
+std::string Text(const bytes& data) {
+  std::string text;
+  for (const std::byte byte : data)
+    text += (text.empty() ? "" : " ") + std::to_string(std::to_integer<int>(byte));
+  return text;
+}
+
 struct ComPortControl : testing::Test {
   bytes Execute(const bytes& command) { return control.execute(command).get(); }
 
@@ -28,8 +44,7 @@ struct ComPortControl : testing::Test {
     for (auto call = calls.begin() + static_cast<std::ptrdiff_t>(from); call != calls.end();
          ++call) {
       done += std::to_string((call->code >> 2) & 0x3FF);
-      for (const std::byte byte : call->input)
-        done += " " + std::to_string(std::to_integer<int>(byte));
+      done += (call->input.empty() ? "" : " ") + Text(call->input);
     }
     return done;
   }
@@ -44,46 +59,44 @@ struct ComPortControl : testing::Test {
 
 struct Command {
   const char* name;
-  bytes command;
+  std::string command;
   std::string done;
-  bytes answer;
-  bytes refusal;  // the answer of a port that refuses
+  std::string answer;
+  std::string refusal;  // the answer of a port that refuses
 };
 
 // The answers of a device that refuses tell the state before. A device is asked for nothing that it
 // has already. Numbers of its requests: 1 rate, 3 line (stop bits, parity, size), 4 and 5 break, 9 and
 // 10 DTR, 12 and 13 RTS, 19 purge.
 const Command kCommands[] = {
-    {"BaudRate", Bytes({1, 0, 1, 0xC2, 0}), "1 0 194 1 0", Bytes({101, 0, 1, 0xC2, 0}),
-     Bytes({101, 0, 0, 0x25, 0x80})},
-    {"BaudRateQuery", Bytes({1, 0, 0, 0, 0}), "", Bytes({101, 0, 0, 0x25, 0x80}),
-     Bytes({101, 0, 0, 0x25, 0x80})},
-    {"BaudRateCut", Bytes({1, 0, 1}), "", {}, {}},
-    {"DataSize", Bytes({2, 7}), "3 0 0 7", Bytes({102, 7}), Bytes({102, 8})},
-    {"DataSizeAsItIs", Bytes({2, 8}), "", Bytes({102, 8}), Bytes({102, 8})},
-    {"DataSizeOfNoLine", Bytes({2, 9}), "", Bytes({102, 8}), Bytes({102, 8})},
-    {"ParityOdd", Bytes({3, 2}), "3 0 1 8", Bytes({103, 2}), Bytes({103, 1})},
-    {"ParityEven", Bytes({3, 3}), "3 0 2 8", Bytes({103, 3}), Bytes({103, 1})},
-    {"ParitySpace", Bytes({3, 5}), "3 0 4 8", Bytes({103, 5}), Bytes({103, 1})},
-    {"TwoStopBits", Bytes({4, 2}), "3 2 0 8", Bytes({104, 2}), Bytes({104, 1})},
-    {"OneAndAHalfOf8Bits", Bytes({4, 3}), "3 2 0 8", Bytes({104, 3}), Bytes({104, 1})},
-    {"FlowByDcdIsNotToBeHad", Bytes({5, 17}), "", Bytes({105, 1}), Bytes({105, 1})},
-    {"BreakQuery", Bytes({5, 4}), "", Bytes({105, 6}), Bytes({105, 6})},
-    {"BreakOn", Bytes({5, 5}), "4", Bytes({105, 5}), Bytes({105, 6})},
-    {"DtrOff", Bytes({5, 9}), "10", Bytes({105, 9}), Bytes({105, 8})},
-    {"RtsOff", Bytes({5, 12}), "13", Bytes({105, 12}), Bytes({105, 11})},
-    {"InputFlowIsNotSetAlone", Bytes({5, 16}), "", Bytes({105, 14}), Bytes({105, 14})},
-    {"ControlOfNothing", Bytes({5, 20}), "", {}, {}},
-    {"PurgeInput", Bytes({12, 1}), "19 8 0 0 0", Bytes({112, 1}), Bytes({112, 1})},
-    {"PurgeOutput", Bytes({12, 2}), "19 5 0 0 0", Bytes({112, 2}), Bytes({112, 2})},
-    {"PurgeBoth", Bytes({12, 3}), "19 13 0 0 0", Bytes({112, 3}), Bytes({112, 3})},
-    {"PurgeOfNothing", Bytes({12, 0}), "", {}, {}},
-    {"LineStateMask", Bytes({10, 6}), "", Bytes({110, 6}), Bytes({110, 6})},
-    {"Signature", Bytes({0}), "", Bytes({100, 'm', 'e'}), Bytes({100, 'm', 'e'})},
-    {"SignatureOfTheClient", Bytes({0, 'y', 'o', 'u'}), "", {}, {}},
-    {"Nothing", {}, "", {}, {}},
-    {"WithoutItsArgument", Bytes({2}), "", {}, {}},
-    {"UnknownCommand", Bytes({77, 1}), "", {}, {}},
+    {"BaudRate", "1 0 1 194 0", "1 0 194 1 0", "101 0 1 194 0", "101 0 0 37 128"},
+    {"BaudRateQuery", "1 0 0 0 0", "", "101 0 0 37 128", "101 0 0 37 128"},
+    {"BaudRateCut", "1 0 1", "", "", ""},
+    {"DataSize", "2 7", "3 0 0 7", "102 7", "102 8"},
+    {"DataSizeAsItIs", "2 8", "", "102 8", "102 8"},
+    {"DataSizeOfNoLine", "2 9", "", "102 8", "102 8"},
+    {"ParityOdd", "3 2", "3 0 1 8", "103 2", "103 1"},
+    {"ParityEven", "3 3", "3 0 2 8", "103 3", "103 1"},
+    {"ParitySpace", "3 5", "3 0 4 8", "103 5", "103 1"},
+    {"TwoStopBits", "4 2", "3 2 0 8", "104 2", "104 1"},
+    {"OneAndAHalfOf8Bits", "4 3", "3 2 0 8", "104 3", "104 1"},
+    {"FlowByDcdIsNotToBeHad", "5 17", "", "105 1", "105 1"},
+    {"BreakQuery", "5 4", "", "105 6", "105 6"},
+    {"BreakOn", "5 5", "4", "105 5", "105 6"},
+    {"DtrOff", "5 9", "10", "105 9", "105 8"},
+    {"RtsOff", "5 12", "13", "105 12", "105 11"},
+    {"InputFlowIsNotSetAlone", "5 16", "", "105 14", "105 14"},
+    {"ControlOfNothing", "5 20", "", "", ""},
+    {"PurgeInput", "12 1", "19 8 0 0 0", "112 1", "112 1"},
+    {"PurgeOutput", "12 2", "19 5 0 0 0", "112 2", "112 2"},
+    {"PurgeBoth", "12 3", "19 13 0 0 0", "112 3", "112 3"},
+    {"PurgeOfNothing", "12 0", "", "", ""},
+    {"LineStateMask", "10 6", "", "110 6", "110 6"},
+    {"Signature", "0", "", "100 109 101", "100 109 101"},
+    {"SignatureOfTheClient", "0 121 111 117", "", "", ""},
+    {"Nothing", "", "", "", ""},
+    {"WithoutItsArgument", "2", "", "", ""},
+    {"UnknownCommand", "77 1", "", "", ""},
 };
 
 TEST_F(ComPortControl, CommandsAreDoneAndAnsweredWithTheStateInEffect) {
@@ -93,7 +106,8 @@ TEST_F(ComPortControl, CommandsAreDoneAndAnsweredWithTheStateInEffect) {
       const std::size_t before = device.controls().size();
       com_port_settings state{.line = line_settings_};
       com_port_control one(line, state, "me");
-      EXPECT_EQ(one.execute(row.command).get(), accepts ? row.answer : row.refusal) << row.name;
+      EXPECT_EQ(Text(one.execute(Parsed(row.command)).get()), accepts ? row.answer : row.refusal)
+          << row.name;
       EXPECT_EQ(Done(before), row.done) << row.name;
     }
   }

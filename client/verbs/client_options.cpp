@@ -69,7 +69,7 @@ void add_timeout_option(Tamrin::command_line& line) {
   auto& timeout = line.add_valued(kTimeout);
   timeout.value_name = L"MS";
   timeout.default_value = std::wstring_view(L"2000");
-  timeout.description = L"Longest time to wait for what comes back. Default value is 2000.";
+  timeout.description = L"Longest time to wait for an answer. Default value is 2000.";
 }
 
 std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {

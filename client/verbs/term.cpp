@@ -22,12 +22,12 @@ std::wstring greeting(const remote_line& line, std::wstring_view server) {
 }  // namespace
 
 void add_terminal_options(Tamrin::command_line& line) {
-  line.add_flag(kEcho).description = L"Show what is typed, for devices that do not send it back.";
-  line.add_flag(kHex).description = L"Show what comes in hexadecimal columns.";
+  line.add_flag(kEcho).description = L"Show typed text, for devices that do not echo it.";
+  line.add_flag(kHex).description = L"Show received bytes in hexadecimal columns.";
   auto& log = line.add_valued(kLog);
   log.value_name = L"FILE";
   log.default_value = std::wstring_view();
-  log.description = L"Add the bytes that come to this file.";
+  log.description = L"Append the received bytes to this file.";
   add_retry_option(line);
   add_line_options(line);
 }
