@@ -7,36 +7,24 @@
 
 namespace stand_in {
 
-clock::time_point time_of(const FILETIME& due) noexcept {
-  const auto bits = std::uint64_t{due.dwHighDateTime} << 32 | due.dwLowDateTime;
-  using ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
-  return clock::now() + ticks(-static_cast<std::int64_t>(bits));
-}
-
 thread_pool& thread_pool::instance() {
   static thread_pool& pool = *new thread_pool;  // its threads outlive main
   return pool;
 }
 
-thread_pool::thread_pool() {
-  std::thread([this] { watch_time(); }).detach();
+void thread_pool::submit(TP_OBJECT& object, const outcome& told, const FILETIME& due) {
+  const auto bits = std::uint64_t{due.dwHighDateTime} << 32 | due.dwLowDateTime;
+  const auto nanoseconds = -100 * static_cast<std::int64_t>(bits);
+  submit(object, told, clock::now() + std::chrono::nanoseconds(nanoseconds));
 }
 
-void thread_pool::submit(pool_object* object, pool_call call) {
-  auto submitted = std::make_unique<job>();
-  submitted->call = std::move(call);
+void thread_pool::submit(TP_OBJECT& object, const outcome& told, clock::time_point due) {
+  std::unique_ptr<job> submitted(new job{nullptr, told});
   happens_before(submitted.get());
   const unseen scope;
-  if (object != nullptr)
-    submitted->object = object->shared_from_this();
+  submitted->object = object.shared_from_this();
   const std::lock_guard guard(lock_);
-  enqueue(std::move(submitted));
-}
-
-void thread_pool::enqueue(std::unique_ptr<job> job) {
-  if (job->object)
-    ++job->object->outstanding;
-  jobs_.push_back(std::move(job));
+  jobs_.emplace(due, std::move(submitted));
   // As Windows does: a thread that waits in its call does not hold up the others.
   if (idle_threads_ < jobs_.size()) {
     ++idle_threads_;
@@ -48,10 +36,17 @@ void thread_pool::enqueue(std::unique_ptr<job> job) {
 std::unique_ptr<thread_pool::job> thread_pool::take() {
   const unseen scope;
   std::unique_lock guard(lock_);
-  submitted_.wait(guard, [this] { return !jobs_.empty(); });
+  for (;;) {
+    if (jobs_.empty())
+      submitted_.wait(guard);
+    else if (const auto due = jobs_.begin()->first; due > clock::now())
+      submitted_.wait_until(guard, due);
+    else
+      break;
+  }
+  auto taken = std::move(jobs_.extract(jobs_.begin()).mapped());
   --idle_threads_;
-  auto taken = std::move(jobs_.front());
-  jobs_.pop_front();
+  ++taken->object->running;
   return taken;
 }
 
@@ -61,7 +56,7 @@ void thread_pool::work() {
       const auto taken = take();
       happens_after(taken.get());
       TP_CALLBACK_INSTANCE instance{taken->object};
-      taken->call(&instance);
+      taken->object->call(&instance, taken->told);
       disassociate(instance);
     }
     const unseen scope;
@@ -77,75 +72,37 @@ void thread_pool::disassociate(TP_CALLBACK_INSTANCE& instance) {
   const unseen scope;
   {
     const std::lock_guard guard(lock_);
-    --instance.object->outstanding;
+    --instance.object->running;
     ended_.notify_all();
   }
   instance.object.reset();
 }
 
-void thread_pool::wait(pool_object& object, bool drop) {
+void thread_pool::withdraw(TP_OBJECT& object) {
+  const unseen scope;
+  const std::lock_guard guard(lock_);
+  std::erase_if(jobs_, [&](const auto& entry) { return entry.second->object.get() == &object; });
+}
+
+void thread_pool::stop(TP_OBJECT& object) {
+  withdraw(object);
   {
     const unseen scope;
     std::unique_lock guard(lock_);
-    if (drop) {
-      object.outstanding -= static_cast<int>(
-          std::erase_if(jobs_, [&](const auto& job) { return job->object.get() == &object; }));
-    }
-    ended_.wait(guard, [&] { return object.outstanding == 0; });
+    ended_.wait(guard, [&] { return object.running == 0; });
   }
   happens_after(&object);
 }
 
-void thread_pool::submit_at(clock::time_point time, pool_object& object, pool_call call) {
-  withdraw(object);
-  auto submitted = std::make_unique<job>();
-  submitted->call = std::move(call);
-  happens_before(submitted.get());
-  const unseen scope;
-  submitted->object = object.shared_from_this();
-  const std::lock_guard guard(lock_);
-  scheduled_.emplace(time, std::move(submitted));
-  rescheduled_.notify_one();
-}
-
-void thread_pool::withdraw(pool_object& object) {
-  const unseen scope;
-  const std::lock_guard guard(lock_);
-  std::erase_if(scheduled_,
-                [&](const auto& entry) { return entry.second->object.get() == &object; });
-}
-
-void thread_pool::watch_time() {
-  const unseen scope;
-  std::unique_lock guard(lock_);
-  for (;;) {
-    if (scheduled_.empty()) {
-      rescheduled_.wait(guard);
-    } else if (const auto first = scheduled_.begin()->first; first > clock::now()) {
-      rescheduled_.wait_until(guard, first);
-    } else {
-      enqueue(std::move(scheduled_.extract(scheduled_.begin()).mapped()));
-    }
-  }
-}
-
 }  // namespace stand_in
 
-using stand_in::hand_out;
-using stand_in::pool_target;
+using stand_in::outcome;
 using stand_in::thread_pool;
 
-struct TP_WORK : pool_target<work_callback> {
-  using pool_target::pool_target;
-};
-
-struct TP_TIMER : pool_target<timer_callback> {
-  using pool_target::pool_target;
-};
-
 BOOL TrySubmitThreadpoolCallback(simple_callback* callback, void* context, void*) {
-  thread_pool::instance().submit(
-      nullptr, [=](PTP_CALLBACK_INSTANCE instance) { callback(instance, context); });
+  const auto once = std::make_shared<TP_OBJECT>();
+  once->call = [=](PTP_CALLBACK_INSTANCE instance, auto&) { callback(instance, context); };
+  thread_pool::instance().submit(*once);
   return TRUE;
 }
 
@@ -153,31 +110,28 @@ void DisassociateCurrentThreadFromCallback(PTP_CALLBACK_INSTANCE instance) {
   thread_pool::instance().disassociate(*instance);
 }
 
-PTP_WORK CreateThreadpoolWork(work_callback* callback, void* context, void*) {
-  return hand_out(std::make_shared<TP_WORK>(callback, context));
-}
-
-void SubmitThreadpoolWork(PTP_WORK work) {
-  thread_pool::instance().submit(work, [work](PTP_CALLBACK_INSTANCE instance) {
-    work->callback(instance, work->context, work);
+PTP_WORK CreateThreadpoolWork(object_callback* callback, void* context, void*) {
+  return stand_in::hand_out([=](PTP_CALLBACK_INSTANCE instance, const outcome&, TP_OBJECT* object) {
+    callback(instance, context, object);
   });
 }
 
-PTP_TIMER CreateThreadpoolTimer(timer_callback* callback, void* context, void*) {
-  return hand_out(std::make_shared<TP_TIMER>(callback, context));
+void SubmitThreadpoolWork(PTP_WORK work) {
+  thread_pool::instance().submit(*work);
+}
+
+PTP_TIMER CreateThreadpoolTimer(object_callback* callback, void* context, void* environment) {
+  return CreateThreadpoolWork(callback, context, environment);
 }
 
 void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* due, DWORD, DWORD) {
-  if (due == nullptr)
-    return thread_pool::instance().withdraw(*timer);
-  thread_pool::instance().submit_at(stand_in::time_of(*due), *timer,
-                                    [timer](PTP_CALLBACK_INSTANCE instance) {
-                                      timer->callback(instance, timer->context, timer);
-                                    });
+  thread_pool::instance().withdraw(*timer);
+  if (due != nullptr)
+    thread_pool::instance().submit(*timer, {}, *due);
 }
 
-void WaitForThreadpoolTimerCallbacks(PTP_TIMER timer, BOOL cancel_pending) {
-  thread_pool::instance().wait(*timer, cancel_pending != FALSE);
+void WaitForThreadpoolTimerCallbacks(PTP_TIMER timer, BOOL) {
+  thread_pool::instance().stop(*timer);
 }
 
 void CloseThreadpoolTimer(PTP_TIMER timer) {

@@ -1,9 +1,9 @@
-// The stand-in's thread pool: threads that run calls, some of them at a time.
+// The stand-in's thread pool: threads that run calls, each at its time.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -13,79 +13,72 @@
 
 namespace stand_in {
 
-// What timers, waits, I/O and work have in common. The pointer that Windows hands out owns the
-// object through `self`; calls that have not ended keep it alive longer.
-struct pool_object : std::enable_shared_from_this<pool_object> {
-  virtual ~pool_object() = default;
+using clock = std::chrono::steady_clock;
 
-  std::shared_ptr<pool_object> self;
-  int outstanding = 0;  // calls that wait for a thread or run; guarded by the pool's lock
+// What a call is told; each kind of object has a use for some of it.
+struct outcome {
+  DWORD result = ERROR_SUCCESS;
+  OVERLAPPED* overlapped = nullptr;
 };
 
-// An object whose calls go to one function, with the context it was created with.
-template <class Callback>
-struct pool_target : pool_object {
-  pool_target(Callback* callback_, void* context_) : callback(callback_), context(context_) {}
+}  // namespace stand_in
 
-  Callback* const callback;
-  void* const context;
+// Work, a timer, a wait or the binding of a handle. The pointer that Windows hands out owns it
+// through `self` until it is closed; calls that have not ended keep it alive longer.
+struct TP_OBJECT : std::enable_shared_from_this<TP_OBJECT> {
+  std::function<void(PTP_CALLBACK_INSTANCE, const stand_in::outcome&)> call;
+  std::shared_ptr<TP_OBJECT> self;
+  std::atomic<int> started = 0;  // of a binding: calls whose completion is still to come
+  int running = 0;               // guarded by the pool's lock
 };
 
-// Hands out a new object.
-template <class Object>
-Object* hand_out(std::shared_ptr<Object> object) {
+struct TP_CALLBACK_INSTANCE {
+  std::shared_ptr<TP_OBJECT> object;
+};
+
+namespace stand_in {
+
+// Makes an object whose calls are `call(instance, outcome, object)`.
+template <class Call>
+TP_OBJECT* hand_out(Call call) {
+  const auto object = std::make_shared<TP_OBJECT>();
+  object->call = [call, raw = object.get()](PTP_CALLBACK_INSTANCE instance, const outcome& told) {
+    call(instance, told, raw);
+  };
   object->self = object;
   return object.get();
 }
-
-using clock = std::chrono::steady_clock;
-using pool_call = std::function<void(PTP_CALLBACK_INSTANCE)>;
-
-// The time that a relative FILETIME stands for.
-clock::time_point time_of(const FILETIME& due) noexcept;
 
 class thread_pool {
  public:
   static thread_pool& instance();
 
-  // The object may be null.
-  void submit(pool_object* object, pool_call call);
+  void submit(TP_OBJECT& object, const outcome& told = {}, clock::time_point due = {});
+  void submit(TP_OBJECT& object, const outcome& told, const FILETIME& due);
 
-  // At most one call an object waits for its time; another one replaces it.
-  void submit_at(clock::time_point time, pool_object& object, pool_call call);
-  void withdraw(pool_object& object);
+  // Drops the object's calls that have not begun; stop() also waits for those that have.
+  void withdraw(TP_OBJECT& object);
+  void stop(TP_OBJECT& object);
 
-  // Until no call of the object is outstanding; `drop` takes away those that have not started.
-  void wait(pool_object& object, bool drop);
-
-  // The call that runs no longer counts as outstanding.
+  // The call that runs is not waited for any longer.
   void disassociate(TP_CALLBACK_INSTANCE& instance);
 
  private:
   struct job {
-    std::shared_ptr<pool_object> object;
-    pool_call call;
+    std::shared_ptr<TP_OBJECT> object;
+    outcome told;
   };
 
-  thread_pool();
   [[noreturn]] void work();
-  [[noreturn]] void watch_time();
   std::unique_ptr<job> take();
-  void enqueue(std::unique_ptr<job> job);
 
   std::mutex lock_;
   std::condition_variable submitted_;
-  std::condition_variable rescheduled_;
   std::condition_variable ended_;
 
   // Guarded by lock_.
-  std::deque<std::unique_ptr<job>> jobs_;
-  std::multimap<clock::time_point, std::unique_ptr<job>> scheduled_;
+  std::multimap<clock::time_point, std::unique_ptr<job>> jobs_;
   std::size_t idle_threads_ = 0;
 };
 
 }  // namespace stand_in
-
-struct TP_CALLBACK_INSTANCE {
-  std::shared_ptr<stand_in::pool_object> object;
-};
