@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <semaphore>
 
 #include "async/published.h"
@@ -57,19 +56,18 @@ TEST(Cancellation, CascadesToLinkedSourcesThatStillExist) {
 
 TEST(Cancellation, DestructorWaitsForACallbackThatHasBegun) {
   const cancellation_source source;
-  std::binary_semaphore begun(0), go(0);
+  std::binary_semaphore begun(0);
   bool finished = false;
-  std::optional<subscription> waiting(std::in_place, source.token(), [&] {
-    begun.release();
-    go.acquire();
-    finished = true;
-  });
-  source.cancel();
-  begun.acquire();
-  std::thread release([&] { go.release(); });
-  waiting.reset();
+  {
+    const subscription waiting(source.token(), [&] {
+      begun.release();
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      finished = true;
+    });
+    source.cancel();
+    begun.acquire();
+  }
   EXPECT_TRUE(finished);
-  release.join();
 }
 
 TEST(Cancellation, StressOfSubscriptionsTokensAndLinks) {
@@ -102,18 +100,18 @@ TEST(Cancellation, StressOfSubscriptionsTokensAndLinks) {
 }
 
 TEST(Published, ObjectIsUsedOnlyUntilItIsWithdrawn) {
-  published<std::atomic<bool>> pointer;
+  published<int> pointer;
   std::atomic<bool> done = false;
   std::thread user([&] {
     while (!done)
-      pointer.use([](auto& alive) { EXPECT_TRUE(alive); });
+      pointer.use([](int& object) { EXPECT_EQ(object, 1); });
   });
   for (int round = 0; round < 1000; ++round) {
-    std::atomic<bool> alive = true;
-    pointer.publish(alive);
+    int object = 1;
+    pointer.publish(object);
     std::this_thread::yield();
     pointer.withdraw();
-    alive = false;
+    object = 2;
   }
   done = true;
   user.join();

@@ -1,7 +1,6 @@
 #include "rpc/security_descriptor.h"
 
 #include "tests/support/unit/testing.h"
-#include "tests/support/unit/unique_name.h"
 
 // After win32.h.
 #include <sddl.h>
@@ -33,17 +32,6 @@ TEST(SecurityDescriptor, KeepsWhatItWasMadeFromEvenAfterAMove) {
     const Tamrin::unique_local_memory owner(text);
     EXPECT_TRUE(text == expected);
   }
-}
-
-TEST(SecurityDescriptor, GuardsWhatIsMadeWithIt) {
-  const auto descriptor = security_descriptor::everyone(EVENT_MODIFY_STATE);
-  SECURITY_ATTRIBUTES attributes = descriptor.attributes();
-  const auto name = testing_support::unique_name();
-  const Tamrin::unique_handle event(::CreateEventW(&attributes, TRUE, FALSE, name.c_str()));
-  const Tamrin::unique_handle granted(::OpenEventW(EVENT_MODIFY_STATE, FALSE, name.c_str()));
-  EXPECT_TRUE(granted);
-  const Tamrin::unique_handle refused(::OpenEventW(EVENT_ALL_ACCESS, FALSE, name.c_str()));
-  EXPECT_FALSE(refused);
 }
 
 }  // namespace

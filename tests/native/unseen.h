@@ -8,10 +8,6 @@
 #if __has_feature(thread_sanitizer)
 #include <sanitizer/tsan_interface.h>
 #define STAND_IN_SANITIZER(call) call
-#else
-#define STAND_IN_SANITIZER(call)
-#endif
-
 extern "C" {
 void AnnotateIgnoreReadsBegin(const char* file, int line);
 void AnnotateIgnoreReadsEnd(const char* file, int line);
@@ -20,18 +16,18 @@ void AnnotateIgnoreWritesEnd(const char* file, int line);
 void AnnotateIgnoreSyncBegin(const char* file, int line);
 void AnnotateIgnoreSyncEnd(const char* file, int line);
 }
+#else
+#define STAND_IN_SANITIZER(call) static_cast<void>(0)
+#endif
 
 namespace stand_in {
 
-class unseen {
- public:
+struct unseen {
   unseen() noexcept {
     STAND_IN_SANITIZER(AnnotateIgnoreReadsBegin(__FILE__, __LINE__));
     STAND_IN_SANITIZER(AnnotateIgnoreWritesBegin(__FILE__, __LINE__));
     STAND_IN_SANITIZER(AnnotateIgnoreSyncBegin(__FILE__, __LINE__));
   }
-  unseen(const unseen&) = delete;
-  unseen& operator=(const unseen&) = delete;
   ~unseen() {
     STAND_IN_SANITIZER(AnnotateIgnoreSyncEnd(__FILE__, __LINE__));
     STAND_IN_SANITIZER(AnnotateIgnoreWritesEnd(__FILE__, __LINE__));
@@ -42,7 +38,6 @@ class unseen {
 inline void happens_before([[maybe_unused]] void* subject) noexcept {
   STAND_IN_SANITIZER(__tsan_release(subject));
 }
-
 inline void happens_after([[maybe_unused]] void* subject) noexcept {
   STAND_IN_SANITIZER(__tsan_acquire(subject));
 }

@@ -29,22 +29,22 @@ class MemoryTransport final : public ITransport,
   }
   ~MemoryTransport() override { EndWriting(); }
 
-  // Sends any bytes, however many.
+  // Sends any bytes.
   void WriteBytes(std::span<const std::byte> bytes) {
-    static_cast<void>(peer_.lock()->Accept(bytes, SIZE_MAX));
+    peer_.lock()->Change([&](MemoryTransport& peer) {
+      peer.inbox_.insert(peer.inbox_.end(), bytes.begin(), bytes.end());
+    });
   }
 
   // The peer finds this end gone when it has read everything.
   void EndWriting() {
-    const auto peer = peer_.lock();
-    if (!peer)
-      return;
-    {
-      const std::lock_guard guard(peer->lock_);
-      peer->peer_gone_ = true;
-    }
-    peer->arrived_.set();
-    peer->room_.set();
+    if (const auto peer = peer_.lock())
+      peer->Change([](MemoryTransport& end) { end.peer_gone_ = true; });
+  }
+
+  // Writes of this end wait from now on, until they may go on.
+  void HoldWrites(bool held) {
+    Change([&](MemoryTransport& self) { self.is_held_ = held; });
   }
 
   ostra::future<std::shared_ptr<const Message>> ReadMessage() override {
@@ -62,30 +62,22 @@ class MemoryTransport final : public ITransport,
     co_return message.take();
   }
 
-  // Waits while the peer has kCapacity bytes or more to read.
   ostra::future<void> WriteMessage(std::shared_ptr<message_t> message) override {
     const auto self = shared_from_this();
     if (is_writing_.exchange(true))
       std::terminate();  // two writes at a time
-    for (bool accepted = false; !accepted;) {
-      token_.throw_if_cancelled();
-      if (const auto peer = peer_.lock())
-        accepted = peer->Accept(message->bytes(), kCapacity);
-      else
-        ostra::details::throw_win32(ERROR_BROKEN_PIPE);
-      if (!accepted) {
-        auto room = room_.wait_for(std::chrono::hours(1));
-        co_await room;
-      }
+    token_.throw_if_cancelled();
+    while (is_held_) {
+      auto release = release_.wait_for(std::chrono::hours(1));
+      co_await release;
     }
+    if (peer_.expired())
+      ostra::details::throw_win32(ERROR_BROKEN_PIPE);
     is_writing_ = false;
+    WriteBytes(message->bytes());
   }
 
-  [[nodiscard]] bool PeerHasGone() const noexcept override {
-    const std::lock_guard guard(lock_);
-    return peer_gone_;
-  }
-
+  [[nodiscard]] bool PeerHasGone() const noexcept override { return peer_gone_; }
   ostra::cancellation_source& GetCancellation() override { return cancellation_; }
   void Cancel() override { cancellation_.cancel(); }
 
@@ -100,61 +92,52 @@ class MemoryTransport final : public ITransport,
   HRESULT Connect(std::wstring_view, std::wstring_view, DWORD, DWORD) override { return E_NOTIMPL; }
 
  private:
-  static constexpr std::size_t kCapacity = 1 << 20;
-
-  ostra::future<void> Fill(std::span<std::byte> room) {
-    while (!room.empty()) {
-      token_.throw_if_cancelled();
-      const std::size_t size = Take(room);
-      room = room.subspan(size);
-      if (size == 0) {
-        auto arrival = arrived_.wait_for(std::chrono::hours(1));
-        co_await arrival;
-      }
-    }
-  }
-
-  // Moves what there is. Throws when there is nothing, and never will be.
-  std::size_t Take(std::span<std::byte> room) {
-    std::size_t size = 0;
+  template <class Action>
+  void Change(Action action) {
     {
       const std::lock_guard guard(lock_);
-      size = std::min(room.size(), inbox_.size() - read_);
-      if (size == 0 && peer_gone_)
-        ostra::details::throw_win32(ERROR_BROKEN_PIPE);
-      std::copy_n(inbox_.data() + read_, size, room.data());
-      read_ += size;
-      if (read_ == inbox_.size())
-        inbox_.resize(read_ = 0);
-    }
-    if (const auto peer = peer_.lock())
-      peer->room_.set();
-    return size;
-  }
-
-  [[nodiscard]] bool Accept(std::span<const std::byte> bytes, std::size_t capacity) {
-    {
-      const std::lock_guard guard(lock_);
-      if (inbox_.size() - read_ >= capacity)
-        return false;
-      inbox_.insert(inbox_.end(), bytes.begin(), bytes.end());
+      action(*this);
     }
     arrived_.set();
+    release_.set();
+  }
+
+  ostra::future<void> Fill(std::span<std::byte> room) {
+    token_.throw_if_cancelled();
+    while (!Take(room)) {
+      auto arrival = arrived_.wait_for(std::chrono::hours(1));
+      co_await arrival;
+    }
+  }
+
+  // False when there is not enough. Throws when there never will be.
+  [[nodiscard]] bool Take(std::span<std::byte> room) {
+    const std::lock_guard guard(lock_);
+    if (inbox_.size() - read_ < room.size()) {
+      if (peer_gone_)
+        ostra::details::throw_win32(ERROR_BROKEN_PIPE);
+      return false;
+    }
+    std::copy_n(inbox_.data() + read_, room.size(), room.data());
+    read_ += room.size();
+    if (read_ == inbox_.size())
+      inbox_.resize(read_ = 0);
     return true;
   }
 
   std::weak_ptr<MemoryTransport> peer_;  // constant once paired
-  std::atomic<bool> is_writing_ = false;
   ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_ = cancellation_.token();
-  ostra::auto_reset_event arrived_{token_};  // bytes, or the peer's end
-  ostra::auto_reset_event room_{token_};     // at the peer, or its end
+  ostra::auto_reset_event arrived_{token_};
+  ostra::auto_reset_event release_{token_};
+  std::atomic<bool> is_writing_ = false;
+  std::atomic<bool> is_held_ = false;
+  std::atomic<bool> peer_gone_ = false;
 
   // Guarded by lock_.
-  mutable ostra::srw_lock lock_;
+  ostra::srw_lock lock_;
   std::vector<std::byte> inbox_;
   std::size_t read_ = 0;  // of the inbox
-  bool peer_gone_ = false;
 };
 
 // Bytes in which neighbours differ.
