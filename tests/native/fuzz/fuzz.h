@@ -31,7 +31,7 @@ inline std::wstring wide(input bytes) {
 
 }  // namespace fuzz
 
-extern "C" inline int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::run({data, size});
   return 0;
 }

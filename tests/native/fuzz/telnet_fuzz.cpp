@@ -14,7 +14,7 @@ using tarnwheel::client::telnet_item;
 std::vector<std::vector<std::byte>> joined(const std::vector<telnet_item>& items) {
   std::vector<std::vector<std::byte>> all;
   for (const telnet_item& item : items) {
-    const std::byte kind(static_cast<unsigned char>(item.what));
+    const auto kind = static_cast<std::byte>(item.what);
     if (all.empty() || all.back()[0] != kind || item.what == telnet_item::kind::com_port)
       all.push_back({kind});
     all.back().insert(all.back().end(), item.bytes.begin(), item.bytes.end());
