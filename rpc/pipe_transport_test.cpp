@@ -37,9 +37,8 @@ class PipeEnds : public ::testing::Test {
   }
   void WriteRaw(std::span<const std::byte> bytes) {
     DWORD written = 0;
-    if (!bytes.empty())
-      EXPECT_TRUE(::WriteFile(raw_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
-                              nullptr));
+    const auto size = static_cast<DWORD>(bytes.size());
+    EXPECT_TRUE(size == 0 || ::WriteFile(raw_.get(), bytes.data(), size, &written, nullptr));
   }
 
   const std::wstring name_ = unique_name();

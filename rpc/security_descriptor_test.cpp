@@ -1,5 +1,6 @@
 #include "rpc/security_descriptor.h"
 
+#include "platform/unique_resource.h"
 #include "tests/support/unit/testing.h"
 
 // After win32.h.

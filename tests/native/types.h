@@ -56,8 +56,7 @@ inline constexpr CONDITION_VARIABLE CONDITION_VARIABLE_INIT = {PTHREAD_MUTEX_INI
 
 // Relative times are negative counts of 100 nanoseconds.
 struct FILETIME {
-  DWORD dwLowDateTime;
-  DWORD dwHighDateTime;
+  DWORD dwLowDateTime, dwHighDateTime;
 };
 using PTP_CALLBACK_INSTANCE = struct TP_CALLBACK_INSTANCE*;
 using PTP_WORK = struct TP_OBJECT*;
@@ -67,10 +66,8 @@ using PTP_IO = TP_OBJECT*;
 using TP_WAIT_RESULT = DWORD;
 
 struct OVERLAPPED {
-  ULONG_PTR Internal;
-  ULONG_PTR InternalHigh;
-  DWORD Offset;
-  DWORD OffsetHigh;
+  ULONG_PTR Internal, InternalHigh;
+  DWORD Offset, OffsetHigh;
 };
 inline constexpr BYTE FILE_SKIP_COMPLETION_PORT_ON_SUCCESS = 1;
 enum COMPUTER_NAME_FORMAT { ComputerNameDnsHostname };
