@@ -4,17 +4,17 @@
 
 #include <memory>
 
-#include "async/test_support.h"
 #include "log/log.h"
 #include "rpc/discovery_datagram.h"
 #include "rpc/mailslot.h"
 #include "server/test_support.h"
+#include "tests/support/unit/testing.h"
 
 namespace tarnwheel {
 namespace {
 
 using namespace std::chrono_literals;
-using ostra::test::code_of;
+using testing_support::code_of;
 using bytes = std::vector<std::byte>;
 using Lines = std::vector<std::wstring>;
 
@@ -107,7 +107,7 @@ TEST_F(Discovery, QueriesThatCannotBeAnsweredCostNothingElse) {
 
 TEST_F(Discovery, NameThatIsTakenFailsDiscoveryAndNotTheServer) {
   const auto taken = make_mailslot(tether::kQueryMailslot);
-  EXPECT_EQ(code_of([&] { discover(true, cancellation_).get(); }), kTaken);
+  EXPECT_EQ(code_of([&] { return discover(true, cancellation_).get(), 0; }), kTaken);
 
   const auto server = test::make_server(true);
   const auto running = server->run();

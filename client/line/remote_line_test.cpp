@@ -5,16 +5,16 @@
 #include <cstring>
 #include <mutex>
 
-#include "async/test_support.h"
 #include "console/utf8.h"
 #include "tests/support/fake_server.h"
+#include "tests/support/unit/testing.h"
 
 namespace tarnwheel::client {
 namespace {
 
-using ostra::test::eventually;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+using testing_support::eventually;
 using bytes = std::vector<std::byte>;
 
 constexpr line_settings kSettings = {{9600}, {STOP_BITS_2, EVEN_PARITY, 7}, flow_control::xon_xoff};
