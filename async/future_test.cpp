@@ -1,18 +1,17 @@
 #include "async/future.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "async/background.h"
-#include "async/test_support.h"
+#include "async/event.h"
+#include "tests/support/unit/testing.h"
 
 namespace ostra {
 namespace {
 
-using test::counted;
+using testing_support::code_of;
+using testing_support::counted;
 
 future<int> value_at_once(int value) {
   co_return value;
@@ -23,9 +22,13 @@ future<int> throw_at_once() {
   co_return 0;
 }
 
-future<int> add_on_pool(int a, int b) {
-  co_await resume_background();
-  co_return a + b;
+// Changes its thread so many times.
+future<int> hop(int hops, counted) {
+  for (int i = 0; i < hops; ++i) {
+    resume_background elsewhere;
+    co_await elsewhere;
+  }
+  co_return hops;
 }
 
 future<int> await_both(future<int> first, future<int> second) {
@@ -35,32 +38,19 @@ future<int> await_both(future<int> first, future<int> second) {
 }
 
 TEST(Future, ValuesAndFailuresTravelThroughAwaitAndWait) {
-  EXPECT_EQ(await_both(value_at_once(1), add_on_pool(2, 3)).get(), 6);
-  EXPECT_EQ(test::code_of([] { throw_at_once().get(); }), static_cast<HRESULT>(0x80070005));
-  EXPECT_EQ(test::code_of([] { await_both(add_on_pool(1, 1), throw_at_once()).get(); }),
-            static_cast<HRESULT>(0x80070005));
-}
-
-TEST(Future, RunsOnTheCallersThreadUntilItSuspends) {
-  EXPECT_TRUE(value_at_once(1).is_complete());
+  std::atomic<int> living = 0;
+  constexpr auto kDenied = static_cast<HRESULT>(0x80070005);
+  EXPECT_EQ(await_both(value_at_once(1), hop(2, counted(living))).get(), 3);
+  EXPECT_EQ(code_of([&] { return await_both(hop(1, counted(living)), throw_at_once()).get(); }),
+            kDenied);
+  // On the caller's thread until it suspends.
+  EXPECT_TRUE(await_both(value_at_once(1), value_at_once(2)).is_complete());
   EXPECT_TRUE(throw_at_once().is_complete());
-  const auto thread_of = [](future<int> done, std::thread::id& after) -> future<void> {
-    co_await done;
-    after = std::this_thread::get_id();
-  };
-  std::thread::id after;
-  EXPECT_TRUE(thread_of(value_at_once(1), after).is_complete());
-  EXPECT_EQ(after, std::this_thread::get_id());
 }
 
 // Locals and parameters of the finished coroutine are gone when its waiter runs.
-future<void> hold(counted parameter) {
-  const counted local(*parameter.count);
-  co_await resume_background();
-}
-
 future<int> living_after(std::atomic<int>& living) {
-  auto held = hold(counted(living));
+  auto held = hop(1, counted(living));
   co_await held;
   co_return living.load();
 }
@@ -71,23 +61,23 @@ TEST(Future, FrameDiesBeforeTheWaiterResumes) {
     ASSERT_EQ(living_after(living).get(), 0);
 }
 
-future<void> set_when_released(future<void> gate, counted, std::atomic<bool>& finished) {
-  co_await gate;
-  finished = true;
+future<void> pass_on(future<int> from, std::atomic<int>& sum, counted) {
+  const int value = co_await from;
+  sum += value;
 }
 
 TEST(Future, RunsToItsEndWhenNobodyKeepsIt) {
   std::atomic<int> living = 0;
-  std::atomic<bool> finished = false;
-  promise<void> gate;
-  static_cast<void>(set_when_released(gate.get_future(), counted(living), finished));
+  std::atomic<int> sum = 0;
+  promise<int> gate;
+  static_cast<void>(pass_on(gate.get_future(), sum, counted(living)));
   EXPECT_EQ(living, 1);
-  gate.set_value();
-  EXPECT_TRUE(finished);
+  gate.set_value(7);
+  EXPECT_EQ(sum, 7);
   EXPECT_EQ(living, 0);
 }
 
-TEST(Future, AbandonedPromiseCancelsItsWaiter) {
+TEST(Promise, ThatIsAbandonedCancelsItsWaiter) {
   future<int> orphan;
   {
     promise<int> promised;
@@ -99,29 +89,52 @@ TEST(Future, AbandonedPromiseCancelsItsWaiter) {
   EXPECT_THROW(orphan.get(), operation_cancelled);
 }
 
-TEST(Future, MoveOnlyValuesAreMovedOut) {
-  promise<std::unique_ptr<int>> promised;
-  const auto future = promised.get_future();
-  promised.set_value(std::make_unique<int>(7));
-  EXPECT_EQ(*future.get(), 7);
-}
-
-future<void> count_completed(int rounds, int& count) {
+future<int> sum_of_ones(int rounds) {
+  int sum = 0;
   for (int i = 0; i < rounds; ++i) {
     auto step = value_at_once(1);
-    count += co_await step;
+    sum += co_await step;
   }
+  co_return sum;
 }
 
 TEST(Future, LoopsOverCompletedFuturesDoNotGrowTheStack) {
-  int count = 0;
-  count_completed(1'000'000, count).get();
-  EXPECT_EQ(count, 1'000'000);
+  EXPECT_EQ(sum_of_ones(300'000).get(), 300'000);
 }
 
-TEST(Future, BlockingWaitMeetsCompletionFromAnotherThread) {
-  for (int i = 0; i < 500; ++i)
-    ASSERT_EQ(add_on_pool(i, 1).get(), i + 1);
+// The thread that blocks leaves its frame the moment it is woken.
+TEST(Future, StressOfCompletionAgainstItsWaiters) {
+  std::atomic<int> living = 0;
+  std::atomic<int> sum = 0;
+  int rounds = 0;
+  testing_support::stress([&](auto& random) {
+    promise<int> promised;
+    auto result = promised.get_future();
+    std::thread completer([&, steps = random() % 500] {
+      testing_support::spin(steps);
+      promised.set_value(1);
+    });
+    static_cast<void>(pass_on(std::move(result), sum, counted(living)));
+    const int hops = ++rounds % 4;
+    EXPECT_EQ(hop(hops, counted(living)).get(), hops);
+    completer.join();
+    EXPECT_EQ(living, 0);
+    EXPECT_EQ(sum, rounds);
+  });
+}
+
+TEST(AsyncEvent, ReleasesTheWaiterThatComesWithTheSignal) {
+  async_event event(true);
+  for (int round = 0; round < 200; ++round) {
+    EXPECT_TRUE(event.wait().is_complete());
+    event.reset();
+    const auto first = event.wait();
+    EXPECT_FALSE(first.is_complete());
+    std::thread setter([&event] { event.set(); });
+    event.wait().get();
+    first.get();
+    setter.join();
+  }
 }
 
 }  // namespace

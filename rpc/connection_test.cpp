@@ -1,66 +1,57 @@
 #include "rpc/connection.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <cstring>
-#include <deque>
-#include <map>
 #include <mutex>
 #include <optional>
-#include <thread>
 
 #include "async/background.h"
+#include "async/event.h"
 #include "rpc/client_iclient.h"
-#include "rpc/marshalling.h"
 #include "rpc/server_iserver.h"
-#include "rpc/test_support.h"
+#include "tests/support/unit/memory_transport.h"
+#include "tests/support/unit/testing.h"
 
 namespace tether {
 namespace {
 
-using namespace std::chrono_literals;
-using ostra::test::eventually;
-using test::code_of;
-using test::make_message;
-
+using test::MakeMessage;
+using test::MemoryTransport;
+using test::Pattern;
+using testing_support::eventually;
+using bytes = std::vector<std::byte>;
 using test_connection = Connection<Client_IClient, Server_IServer>;
 
 constexpr std::uint16_t kClientCode = 1;
 
+bytes Integers(std::initializer_list<std::uint32_t> values) {
+  const auto view = std::as_bytes(std::span(values));
+  return {view.begin(), view.end()};
+}
+
 // Stands in for a session. Opening ends on another thread than it began, and not before it may;
-// reads wait for a Write each; a read of size 13 fails.
+// reads wait for a Write; a read of size 13 fails.
 class FakeServer final : public IServer_Remote {
  public:
-  explicit FakeServer(std::atomic<int>& living) : living_(living) { ++living_; }
-  ~FakeServer() override { --living_; }
+  explicit FakeServer(std::atomic<int>& living) : living_(living) {}
 
   ostra::future<std::vector<port_record>> EnumeratePorts() override {
     std::vector<port_record> ports;
-    ports.push_back({L"first", 1});
+    ports.push_back({L"PQ", 1});
     ports.push_back({L"", 70'000});
     co_return ports;
   }
 
   ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
-    auto released = may_open_.get_future();
-    ++opens_;
+    auto may_open = may_open_.wait();
+    ++opens;
     ostra::resume_background elsewhere;
     co_await elsewhere;
-    if (holds_opens_) {
-      co_await released;
-    }
+    co_await may_open;
     co_return static_cast<HRESULT>(number);
   }
-  void HoldOpens() { holds_opens_ = true; }
-  void ReleaseOpens() {
-    holds_opens_ = false;
-    may_open_.set_value();
-  }
-  [[nodiscard]] int opens() const { return opens_; }
 
   ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t output_size,
-                                        std::vector<std::byte> input) override {
+                                        bytes input) override {
     bytes_result result;
     result.code = static_cast<HRESULT>(code);
     result.bytes = std::move(input);
@@ -68,281 +59,246 @@ class FakeServer final : public IServer_Remote {
     co_return result;
   }
 
-  ostra::future<HRESULT> Write(std::vector<std::byte> data) override {
-    std::optional<ostra::promise<std::vector<std::byte>>> reader;
+  ostra::future<HRESULT> Write(bytes data) override {
+    const auto size = static_cast<HRESULT>(data.size());
     {
       const std::lock_guard guard(lock_);
-      if (!readers_.empty()) {
-        reader = std::move(readers_.front());
-        readers_.pop_front();
-      }
+      written_ = std::move(data);
     }
-    if (reader)
-      reader->set_value(std::move(data));
-    co_return S_OK;
-  }
-
-  [[nodiscard]] bool IsReading() {
-    const std::lock_guard guard(lock_);
-    return !readers_.empty();
-  }
-  void EndReads() {
-    const std::lock_guard guard(lock_);
-    readers_.clear();
+    may_read_.set();
+    co_return size;
   }
 
   ostra::future<bytes_result> Read(std::uint32_t size) override {
     if (size == 13)
-      ostra::details::throw_win32(ERROR_BAD_COMMAND);
-    ostra::promise<std::vector<std::byte>> promised;
-    auto data = promised.get_future();
-    {
-      const std::lock_guard guard(lock_);
-      readers_.push_back(std::move(promised));
-    }
+      throw ostra::hresult_error(E_FAIL);
+    auto may_read = may_read_.wait();
+    co_await may_read;
     bytes_result result;
-    result.bytes = co_await data;
+    const std::lock_guard guard(lock_);
+    result.bytes = written_;
     co_return result;
   }
 
- private:
-  std::atomic<int>& living_;
-  ostra::srw_lock lock_;
-  std::deque<ostra::promise<std::vector<std::byte>>> readers_;
+  std::atomic<int> opens = 0;
+  ostra::async_event may_open_{true};
+  ostra::async_event may_read_{false};
 
-  std::atomic<bool> holds_opens_ = false;
-  std::atomic<int> opens_ = 0;
-  ostra::promise<void> may_open_;
+ private:
+  testing_support::counted living_;
+  ostra::srw_lock lock_;
+  bytes written_;  // guarded by lock_
 };
 
+// A server's end, and the transport of its peer.
 class ServerEnd : public ::testing::Test {
  protected:
-  void Serve() {
-    pipe_.transport->WaitClient(false, nullptr).get();
-    server_ = std::make_shared<test_connection>(std::move(pipe_.transport), kServerCode,
-                                                std::weak_ptr(implementation_));
+  ServerEnd() {
+    std::tie(transport_, peer_) = MemoryTransport::MakePair();
+    server_ =
+        std::make_shared<test_connection>(transport_, kServerCode, std::weak_ptr(implementation_));
     server_running_ = server_->Run();
   }
-
   ~ServerEnd() override {
-    if (server_) {
-      server_->Cancel();
-      server_running_.wait();
-      // A request holds the implementation a little longer than its reply takes.
-      EXPECT_TRUE(eventually([this] { return server_->RequestsInProgress() == 0; }));
-      server_.reset();
-    }
+    server_->Cancel();
+    server_running_.wait();
+    // A request holds the implementation a little longer than its reply takes.
     implementation_.reset();
-    EXPECT_EQ(living_, 0);
+    EXPECT_TRUE(eventually([this] { return living_ == 0 && server_->RequestsInProgress() == 0; }));
   }
 
+  // The peer's side, as bytes.
+  void Send(message_header header, const bytes& payload = {}) {
+    peer_->WriteBytes(MakeMessage(header, payload)->bytes());
+  }
+  void ExpectReply(std::uint32_t call, std::uint16_t method, const bytes& payload) {
+    const auto reply = peer_->ReadMessage().get();
+    EXPECT_EQ(reply->header().call, call);
+    EXPECT_EQ(reply->header().code, kClientCode);
+    EXPECT_EQ(reply->header().method, method);
+    EXPECT_TRUE(std::ranges::equal(reply->payload(), payload)) << call;
+  }
+
+  MemoryTransport::pointer transport_, peer_;
   std::atomic<int> living_ = 0;
   std::shared_ptr<FakeServer> implementation_ = std::make_shared<FakeServer>(living_);
-  test::listening_pipe pipe_;
   std::shared_ptr<test_connection> server_;
   ostra::future<HRESULT> server_running_;
 };
 
-// Both ends of a connection are ours.
+TEST_F(ServerEnd, RequestsAreAnsweredByteForByteAndAllElseIsNot) {
+  struct row {
+    std::uint16_t method;
+    bytes arguments;
+    std::optional<bytes> reply;
+    std::uint16_t code = kClientCode;
+  };
+  const bytes cut_count(11);
+  const row rows[] = {
+      {0, {}, Integers({2, 2, 'P' | 'Q' << 16, 1, 0, 70'000})},
+      {1, Integers({0x800700B7}), Integers({0x800700B7})},
+      {1, Integers({7, 8, 9}), Integers({7})},  // what follows the arguments is ignored
+      {2, Integers({5, 8, 4, 0x04030201}), Integers({5, 8, 0x04030201, 0})},
+      {3, Integers({4, 1}), Integers({4})},
+      {4, Integers({13}), {}},               // the method fails
+      {5, {}, {}},                           // no such method
+      {0xFFFF, {}, {}},                      //
+      {1, bytes(4), {}, kNoConnection},      // neither request nor reply
+      {1, bytes(4), {}, kServerCode},        // a reply to nothing
+      {1, bytes(3), {}},                     // cut short
+      {2, cut_count, {}},                    //
+      {3, Integers({5, 1}), {}},             // the count overruns the payload
+      {3, Integers({0xFFFFFFFF, 0xFF}), {}}  //
+  };
+  std::uint32_t call = 0;
+  for (const row& each : rows) {
+    Send({++call, each.code, each.method, 0}, each.arguments);
+    if (each.reply)
+      ExpectReply(call, each.method, *each.reply);
+  }
+  Send({100, kClientCode, 1, 0}, bytes(4));
+  ExpectReply(100, 1, bytes(4));  // and nothing came before it
+}
+
+TEST_F(ServerEnd, AnnouncedGiantEndsTheConnection) {
+  const message_header header{1, kClientCode, 3, kMaxPayload + 1};
+  peer_->WriteBytes(std::as_bytes(std::span(&header, 1)));
+  EXPECT_EQ(server_running_.get(), kMessageTooLong);
+}
+
+// Replies of 1 MiB that nobody reads; at the bound requests are left unread, and none is lost.
+TEST_F(ServerEnd, RequestsAreLeftWhileTooManyRepliesWait) {
+  constexpr std::uint32_t kReply = 1024 * 1024;
+  transport_->HoldWrites(true);
+  for (std::uint32_t call = 0; call < 16; ++call)
+    Send({call, kClientCode, 2, 0}, Integers({0, kReply, 0}));
+  EXPECT_TRUE(eventually(
+      [this] { return server_->RequestsInProgress() == RequestLoad::kMostBytes / kReply; }));
+  transport_->HoldWrites(false);
+  for (std::uint32_t call = 0; call < 16; ++call)
+    EXPECT_EQ(peer_->ReadMessage().get()->header().call, call);
+  // A write that nobody takes does not hold up the end.
+  transport_->HoldWrites(true);
+  Send({1, kClientCode, 1, 0}, bytes(4));
+  server_->Cancel();
+  server_running_.wait();
+  EXPECT_EQ(server_->Transport(), nullptr);
+}
+
+// Reads that nobody feeds; at their bound the connection reads no more, and sees the peer go all
+// the same.
+TEST_F(ServerEnd, PeerThatGoesIsMissedAtTheBound) {
+  for (std::uint32_t call = 0; call < RequestLoad::kMostRequests + 10; ++call)
+    Send({call, kClientCode, 4, 0}, bytes(4));
+  EXPECT_TRUE(
+      eventually([this] { return server_->RequestsInProgress() == RequestLoad::kMostRequests; }));
+  peer_.reset();
+  EXPECT_EQ(server_running_.get(), ostra::details::to_hresult(ERROR_BROKEN_PIPE));
+  implementation_->may_read_.set();
+}
+
+TEST_F(ServerEnd, WhatComesBehindAnOpenWaitsForItsEnd) {
+  implementation_->may_open_.reset();
+  for (std::uint32_t call = 1; call <= 3; ++call)
+    Send({call, kClientCode, static_cast<std::uint16_t>(call == 2 ? 3 : 1), 0}, Integers({0}));
+  EXPECT_TRUE(eventually([this] { return implementation_->opens == 1; }));
+  EXPECT_EQ(server_->RequestsInProgress(), 1u);
+  implementation_->may_open_.set();
+  for (std::uint32_t call = 1; call <= 3; ++call)
+    ExpectReply(call, call == 2 ? 3 : 1, Integers({0}));
+}
+
+// The peer is a connection, too.
 class BothEnds : public ServerEnd {
  protected:
-  BothEnds() {
-    const auto transport = PipeTransport::Create();
-    EXPECT_EQ(transport->Connect(L".", pipe_.name, 1000, 1), S_OK);
-    Serve();
-    client_ =
-        std::make_shared<test_connection>(transport, kClientCode, std::weak_ptr<IServer_Remote>());
-    client_running_ = client_->Run();
+  BothEnds()
+      : client_(std::make_shared<test_connection>(std::move(peer_), kClientCode,
+                                                  std::weak_ptr<IServer_Remote>())),
+        client_running_(client_->Run()),
+        remote_(client_->Remote()) {
+    transport_.reset();
   }
   ~BothEnds() override {
     client_->Cancel();
     client_running_.wait();
   }
 
-  static std::vector<std::byte> Bytes(std::size_t size) {
-    return std::vector(size, std::byte{0x5A});
-  }
-
-  std::shared_ptr<test_connection> client_;
-  ostra::future<HRESULT> client_running_;
+  const std::shared_ptr<test_connection> client_;
+  const ostra::future<HRESULT> client_running_;
+  Client_IClient& remote_;
 };
 
 TEST_F(BothEnds, EveryMethodCarriesItsArgumentsAndResult) {
-  auto& remote = client_->Remote();
-  const auto ports = remote.EnumeratePorts().get();
+  const auto ports = remote_.EnumeratePorts().get();
   ASSERT_EQ(ports.size(), 2u);
-  EXPECT_EQ(ports[0].friendly_name, L"first");
+  EXPECT_EQ(ports[0].friendly_name, L"PQ");
   EXPECT_EQ(ports[1].number, 70'000u);
-  EXPECT_EQ(remote.OpenPort(0x800700B7).get(), static_cast<HRESULT>(0x800700B7));
-  const auto control = remote.IoControl(5, 300'000, Bytes(7)).get();
+  EXPECT_EQ(remote_.OpenPort(7).get(), 7);
+  const auto control = remote_.IoControl(5, 300'000, Pattern(300'000)).get();
   EXPECT_EQ(control.code, 5);
-  EXPECT_EQ(control.bytes.size(), 300'000u);
-  EXPECT_EQ(control.bytes[6], std::byte{0x5A});
-  EXPECT_EQ(remote.Write({}).get(), S_OK);
+  EXPECT_EQ(control.bytes, Pattern(300'000));
+  // A read that waits does not hold back the write that feeds it.
+  const auto read = remote_.Read(5);
+  EXPECT_EQ(remote_.Write(Pattern(200'000)).get(), 200'000);
+  EXPECT_EQ(read.get().bytes, Pattern(200'000));
 }
 
-TEST_F(BothEnds, PendingReadDoesNotHoldBackTheWriteThatFeedsIt) {
-  auto& remote = client_->Remote();
-  const auto read = remote.Read(5);
-  EXPECT_EQ(remote.Write(Bytes(200'000)).get(), S_OK);
-  EXPECT_EQ(read.get().bytes, Bytes(200'000));
-}
-
-TEST_F(BothEnds, FailedMethodGetsNoReplyAndTheConnectionLives) {
-  auto& remote = client_->Remote();
-  const auto failed = remote.Read(13);
+TEST_F(BothEnds, CallsWithoutAReplyEndWithTheConnection) {
+  const auto failed = remote_.Read(13);
   for (int i = 0; i < 50; ++i)
-    EXPECT_EQ(remote.OpenPort(1).get(), 1);
+    EXPECT_EQ(remote_.OpenPort(1).get(), 1);
   EXPECT_FALSE(failed.is_complete());
-  while (server_->RequestsInProgress() != 0)
-    std::this_thread::yield();
   server_->Cancel();
   EXPECT_THROW(failed.get(), ostra::operation_cancelled);
   client_running_.wait();
-  EXPECT_THROW(remote.OpenPort(1).get(), ostra::operation_cancelled);
+  EXPECT_THROW(remote_.OpenPort(1).get(), ostra::operation_cancelled);
 }
 
 TEST_F(BothEnds, RequestHoldsTheImplementationUntilItEnds) {
-  auto& remote = client_->Remote();
-  const auto read = remote.Read(5);
-  while (!implementation_->IsReading())
-    std::this_thread::yield();
-  FakeServer* const implementation = implementation_.get();
+  const auto read = remote_.Read(5);
+  EXPECT_TRUE(eventually([this] { return server_->RequestsInProgress() == 1; }));
+  EXPECT_EQ(remote_.OpenPort(1).get(), 1);
+  FakeServer& implementation = *implementation_;
   implementation_.reset();
-  EXPECT_EQ(living_, 1);
   server_->Cancel();
   server_running_.wait();
   EXPECT_EQ(living_, 1);
   EXPECT_EQ(server_->Transport(), nullptr);
-  implementation->Write({}).get();
+  implementation.Write({}).get();
   EXPECT_EQ(living_, 0);
 }
 
-TEST_F(BothEnds, ManyThreadsCallAtOnce) {
+TEST_F(BothEnds, ManyThreadsCallUntilTheEnd) {
   std::vector<std::thread> threads;
+  std::atomic<int> done = 0;
   for (std::uint32_t thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([this, thread] {
-      for (std::uint32_t i = 0; i < 500; ++i) {
-        const auto control = client_->Remote().IoControl(thread * 1000 + i, i, {}).get();
-        ASSERT_EQ(control.code, static_cast<HRESULT>(thread * 1000 + i));
-        ASSERT_EQ(control.bytes.size(), i);
-        ASSERT_EQ(client_->Remote().OpenPort(i).get(), static_cast<HRESULT>(i));
+    threads.emplace_back([this, thread, &done] {
+      for (std::uint32_t i = 0; i < 300; ++i) {
+        ASSERT_EQ(remote_.IoControl(thread, i, {}).get().bytes.size(), i);
+        ASSERT_EQ(remote_.OpenPort(i).get(), static_cast<HRESULT>(i));
       }
+      ++done;
+      while (client_->Transport() != nullptr)
+        testing_support::code_of([&] { return remote_.Write({}).get(); });
     });
   }
+  EXPECT_TRUE(eventually([&] { return done == 4; }));
+  client_->Cancel();
   for (auto& thread : threads)
     thread.join();
 }
 
-// The client end is ours to misuse.
-class RawPeer : public ServerEnd {
- protected:
-  RawPeer() : client_(pipe_.name) { Serve(); }
-
-  void Send(message_header header, std::vector<std::byte> payload = {}) {
-    client_.write(make_message(header, payload)->bytes());
-  }
-
-  // Sends an OpenPort request under `call` and expects its reply to be the next message.
-  void ExpectServed(std::uint32_t call) {
-    std::vector<std::byte> number(4, std::byte{1});
-    Send({call, kClientCode, 1, 0}, number);
-    const auto reply = client_.read(16);
-    ASSERT_EQ(reply.size(), 16u);
-    message_header header;
-    std::memcpy(&header, reply.data(), sizeof header);
-    EXPECT_EQ(header.call, call);
-    EXPECT_EQ(header.code, kClientCode);
-    EXPECT_EQ(header.method, 1);
-    EXPECT_EQ(header.length, 4u);
-  }
-
-  test::raw_client client_;
-};
-
-TEST_F(RawPeer, WhatIsNoProperRequestGetsNoAnswerAndHarmsNothing) {
-  Send({1, kClientCode, 5, 0});                               // no such method
-  Send({2, kClientCode, 0xFFFF, 0});                          // no such method
-  Send({3, kNoConnection, 1, 0}, std::vector<std::byte>(4));  // neither request nor reply
-  Send({4, kServerCode, 1, 0}, std::vector<std::byte>(4));    // a reply to nothing
-  Send({5, kClientCode, 1, 0}, std::vector<std::byte>(3));    // cut short
-  Send({6, kClientCode, 2, 0}, std::vector<std::byte>(11));   // count cut short
-  Send({7, kClientCode, 3, 0}, std::vector<std::byte>(8, std::byte{0xFF}));  // count overruns
-  ExpectServed(8);
-}
-
-TEST_F(RawPeer, TrailingBytesOfAPayloadAreIgnored) {
-  Send({1, kClientCode, 1, 0}, std::vector<std::byte>(100));
-  EXPECT_EQ(client_.read(16).size(), 16u);
-  ExpectServed(2);
-}
-
-TEST_F(RawPeer, AnnouncedGiantEndsTheConnection) {
-  message_header header{1, kClientCode, 3, kMaxPayload + 1};
-  client_.write(std::as_bytes(std::span(&header, 1)));
-  EXPECT_EQ(server_running_.get(), kMessageTooLong);
-}
-
-// Replies of 1 MiB that nobody reads fill the pipe and then the bounds; from then on requests are
-// left in the pipe.
-TEST_F(RawPeer, RequestsAreLeftWhileTooManyRepliesWait) {
-  constexpr std::uint32_t kReply = 1024 * 1024;
-  constexpr std::uint32_t kRequests = 64;
-  std::vector<std::byte> arguments(12);
-  std::memcpy(arguments.data() + 4, &kReply, sizeof kReply);
-  for (std::uint32_t call = 0; call < kRequests; ++call) {
-    Send({call, kClientCode, 2, 0}, arguments);
-  }
-  EXPECT_TRUE(eventually(
-      [this] { return server_->RequestsInProgress() == RequestLoad::kMostBytes / kReply; }));
-  std::vector<bool> answered(kRequests);
-  for (std::uint32_t call = 0; call < kRequests; ++call) {
-    const auto reply = client_.read(12 + 8 + kReply);
-    ASSERT_EQ(reply.size(), 12 + 8 + kReply);
-    message_header header;
-    std::memcpy(&header, reply.data(), sizeof header);
-    ASSERT_LT(header.call, kRequests);
-    EXPECT_FALSE(answered[header.call]);
-    answered[header.call] = true;
-  }
-}
-
-// Reads that nobody feeds; at their bound the connection reads no more, and sees the peer go all
-// the same, with requests left unread.
-TEST_F(RawPeer, PeerThatGoesIsMissedAtTheBound) {
-  for (std::uint32_t call = 0; call < RequestLoad::kMostRequests + 10; ++call)
-    Send({call, kClientCode, 4, 0}, std::vector<std::byte>(4));
-  EXPECT_TRUE(
-      eventually([this] { return server_->RequestsInProgress() == RequestLoad::kMostRequests; }));
-  client_.disconnect();
-  EXPECT_EQ(server_running_.get(), ostra::details::to_hresult(ERROR_BROKEN_PIPE));
-  implementation_->EndReads();
-}
-
-TEST_F(RawPeer, WhatComesBehindAnOpenWaitsForItsEnd) {
-  implementation_->HoldOpens();
-  Send({1, kClientCode, 1, 0}, std::vector<std::byte>(4));
-  Send({2, kClientCode, 3, 0}, std::vector<std::byte>(4));
-  Send({3, kClientCode, 1, 0}, std::vector<std::byte>(4));
-  EXPECT_TRUE(eventually([this] { return implementation_->opens() == 1; }));
-  EXPECT_EQ(server_->RequestsInProgress(), 1u);
-  implementation_->ReleaseOpens();
-  for (std::uint32_t call = 1; call <= 3; ++call) {
-    const auto reply = client_.read(16);
-    ASSERT_EQ(reply.size(), 16u);
-    EXPECT_EQ(reply[0], std::byte(call));
-  }
-}
-
-TEST_F(RawPeer, PeerThatDoesNotReadHoldsUpNobodysEnd) {
-  std::vector<std::byte> arguments(12);
-  const std::uint32_t size = 15 * 1024 * 1024;
-  std::memcpy(arguments.data() + 4, &size, sizeof size);
-  Send({1, kClientCode, 2, 0}, arguments);
-  Send({2, kClientCode, 2, 0}, arguments);
-  server_->Cancel();
-  server_running_.wait();
-  EXPECT_EQ(server_->Transport(), nullptr);
+TEST(Writer, FailedWriteEndsTheSendingAndTheReading) {
+  auto [transport, peer] = MemoryTransport::MakePair();
+  const auto writer = std::make_shared<Writer>();
+  const auto running = writer->Run(transport);
+  const auto load = std::make_shared<RequestLoad>(ostra::cancellation_source());
+  peer.reset();
+  writer->Send(MakeMessage({}), load->Begin({}));
+  running.get();
+  EXPECT_TRUE(transport->GetCancellation().is_cancelled());
+  writer->Send(MakeMessage({}), load->Begin({}));
+  EXPECT_EQ(load->count(), 0u);
 }
 
 }  // namespace

@@ -6,22 +6,14 @@ set -euo pipefail
 # shellcheck source=tools/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../../tools/setup.sh"
 
-seconds=${1:-60}
 names=("${@:2}")
 ((${#names[@]})) || names=(command_line_fuzz datagram_fuzz format_fuzz message_fuzz telnet_fuzz)
 build native-asan "${names[@]}"
-export ASAN_OPTIONS=external_symbolizer_path=/usr/bin/addr2line
-export UBSAN_OPTIONS=print_stacktrace=1:$ASAN_OPTIONS
-
+export ASAN_OPTIONS=external_symbolizer_path=/usr/bin/addr2line UBSAN_OPTIONS=print_stacktrace=1
 cd build/native-asan
 for name in "${names[@]}"; do
   mkdir -p "corpus/$name"
-  log=tests/$name.log
-  if ! "tests/$name" -max_total_time="$seconds" -max_len=1000 -print_final_stats=1 \
-    -artifact_prefix="tests/${name}_" "corpus/$name" "$project/tests/native/corpus/$name" 2>"$log"; then
-    tail -60 "$log"
-    exit 1
-  fi
-  echo "$name: $(grep -o 'cov: .* corp: [0-9]*' "$log" | tail -1)," \
-    "$(grep -o 'executed_units: .*' "$log"), $(grep -o 'average_exec_per_sec: .*' "$log")"
+  echo "$name"
+  "tests/$name" -max_total_time="${1:-60}" -max_len=1000 -print_final_stats=1 -verbosity=0 \
+    -artifact_prefix="tests/${name}_" "corpus/$name" "$project/tests/native/fuzz/corpus/$name"
 done

@@ -5,15 +5,9 @@
 // before the end of a wait for it.
 #pragma once
 
-#if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
-#define STAND_IN_THREAD_SANITIZER
-#endif
-#endif
-
-#ifdef STAND_IN_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
-
+#define STAND_IN_SANITIZER(call) call
 extern "C" {
 void AnnotateIgnoreReadsBegin(const char* file, int line);
 void AnnotateIgnoreReadsEnd(const char* file, int line);
@@ -22,40 +16,30 @@ void AnnotateIgnoreWritesEnd(const char* file, int line);
 void AnnotateIgnoreSyncBegin(const char* file, int line);
 void AnnotateIgnoreSyncEnd(const char* file, int line);
 }
+#else
+#define STAND_IN_SANITIZER(call) static_cast<void>(0)
 #endif
 
 namespace stand_in {
 
-class unseen {
- public:
+struct unseen {
   unseen() noexcept {
-#ifdef STAND_IN_THREAD_SANITIZER
-    AnnotateIgnoreReadsBegin(__FILE__, __LINE__);
-    AnnotateIgnoreWritesBegin(__FILE__, __LINE__);
-    AnnotateIgnoreSyncBegin(__FILE__, __LINE__);
-#endif
+    STAND_IN_SANITIZER(AnnotateIgnoreReadsBegin(__FILE__, __LINE__));
+    STAND_IN_SANITIZER(AnnotateIgnoreWritesBegin(__FILE__, __LINE__));
+    STAND_IN_SANITIZER(AnnotateIgnoreSyncBegin(__FILE__, __LINE__));
   }
-  unseen(const unseen&) = delete;
-  unseen& operator=(const unseen&) = delete;
   ~unseen() {
-#ifdef STAND_IN_THREAD_SANITIZER
-    AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
-    AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
-    AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
-#endif
+    STAND_IN_SANITIZER(AnnotateIgnoreSyncEnd(__FILE__, __LINE__));
+    STAND_IN_SANITIZER(AnnotateIgnoreWritesEnd(__FILE__, __LINE__));
+    STAND_IN_SANITIZER(AnnotateIgnoreReadsEnd(__FILE__, __LINE__));
   }
 };
 
 inline void happens_before([[maybe_unused]] void* subject) noexcept {
-#ifdef STAND_IN_THREAD_SANITIZER
-  __tsan_release(subject);
-#endif
+  STAND_IN_SANITIZER(__tsan_release(subject));
 }
-
 inline void happens_after([[maybe_unused]] void* subject) noexcept {
-#ifdef STAND_IN_THREAD_SANITIZER
-  __tsan_acquire(subject);
-#endif
+  STAND_IN_SANITIZER(__tsan_acquire(subject));
 }
 
 }  // namespace stand_in

@@ -11,6 +11,9 @@ namespace fuzz {
 
 using input = std::span<const std::uint8_t>;
 
+// Each fuzzer's own; called with every input.
+void run(input bytes);
+
 // Ends the program, which the fuzzer reports with the input, when something does not hold.
 inline void require(bool holds) {
   if (!holds)
@@ -27,3 +30,8 @@ inline std::wstring wide(input bytes) {
 }
 
 }  // namespace fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::run({data, size});
+  return 0;
+}

@@ -1,0 +1,67 @@
+// Shared by the tests of async/ and of what stands on it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+#include "async/errors.h"
+
+namespace testing_support {
+
+// Counts its living copies.
+struct counted {
+  explicit counted(std::atomic<int>& living) : count(&living) { ++*count; }
+  counted(const counted& other) : count(other.count) { ++*count; }
+  counted& operator=(const counted&) = delete;
+  ~counted() { --*count; }
+  std::atomic<int>* count;
+};
+
+// True when `condition` holds within ten seconds.
+template <class Condition>
+bool eventually(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline)
+      return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+// The code of the hresult_error that `action` throws; S_OK when it throws none.
+template <class Action>
+HRESULT code_of(Action action) {
+  try {
+    static_cast<void>(action());
+  } catch (const ostra::hresult_error& error) {
+    return error.code();
+  }
+  return S_OK;
+}
+
+// Calls `round(random)` for TARNWHEEL_STRESS_SECONDS, half a second by default, or until a check
+// fails.
+template <class Round>
+void stress(Round round) {
+  const char* const text = std::getenv("TARNWHEEL_STRESS_SECONDS");
+  const auto duration = std::chrono::milliseconds(text != nullptr ? 1000 * std::atoi(text) : 500);
+  std::minstd_rand random(12345);
+  const auto end = std::chrono::steady_clock::now() + duration;
+  while (std::chrono::steady_clock::now() < end && !::testing::Test::HasFailure())
+    round(random);
+}
+
+// Lets some time pass without giving up the processor.
+inline void spin(std::uint_fast32_t steps) {
+  static std::atomic<std::uint_fast32_t> sink = 0;
+  for (std::uint_fast32_t i = 0; i < steps; ++i)
+    sink.store(i, std::memory_order_relaxed);
+}
+
+}  // namespace testing_support
