@@ -1,7 +1,6 @@
 #include "rpc/connection.h"
 
 #include <cstring>
-#include <deque>
 #include <mutex>
 #include <optional>
 
@@ -30,7 +29,7 @@ bytes Integers(std::initializer_list<std::uint32_t> values) {
 }
 
 // Stands in for a session. Opening ends on another thread than it began, and not before it may;
-// reads wait for a Write each; a read of size 13 fails.
+// reads wait for a Write; a read of size 13 fails.
 class FakeServer final : public IServer_Remote {
  public:
   explicit FakeServer(std::atomic<int>& living) : living_(living) {}
@@ -61,46 +60,34 @@ class FakeServer final : public IServer_Remote {
   }
 
   ostra::future<HRESULT> Write(bytes data) override {
-    auto size = static_cast<HRESULT>(data.size());
-    std::optional<ostra::promise<bytes>> reader;
+    const auto size = static_cast<HRESULT>(data.size());
     {
       const std::lock_guard guard(lock_);
-      if (!readers_.empty()) {
-        reader = std::move(readers_.front());
-        readers_.pop_front();
-      }
+      written_ = std::move(data);
     }
-    if (reader)
-      reader->set_value(std::move(data));
+    may_read_.set();
     co_return size;
   }
 
   ostra::future<bytes_result> Read(std::uint32_t size) override {
     if (size == 13)
       throw ostra::hresult_error(E_FAIL);
-    ostra::promise<bytes> promised;
-    auto data = promised.get_future();
-    {
-      const std::lock_guard guard(lock_);
-      readers_.push_back(std::move(promised));
-    }
+    auto may_read = may_read_.wait();
+    co_await may_read;
     bytes_result result;
-    result.bytes = co_await data;
-    co_return result;
-  }
-
-  void EndReads() {
     const std::lock_guard guard(lock_);
-    readers_.clear();
+    result.bytes = written_;
+    co_return result;
   }
 
   std::atomic<int> opens = 0;
   ostra::async_event may_open_{true};
+  ostra::async_event may_read_{false};
 
  private:
   testing_support::counted living_;
   ostra::srw_lock lock_;
-  std::deque<ostra::promise<bytes>> readers_;
+  bytes written_;  // guarded by lock_
 };
 
 // A server's end, and the transport of its peer.
@@ -207,7 +194,7 @@ TEST_F(ServerEnd, PeerThatGoesIsMissedAtTheBound) {
       eventually([this] { return server_->RequestsInProgress() == RequestLoad::kMostRequests; }));
   peer_.reset();
   EXPECT_EQ(server_running_.get(), ostra::details::to_hresult(ERROR_BROKEN_PIPE));
-  implementation_->EndReads();
+  implementation_->may_read_.set();
 }
 
 TEST_F(ServerEnd, WhatComesBehindAnOpenWaitsForItsEnd) {

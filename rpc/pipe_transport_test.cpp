@@ -121,7 +121,7 @@ TEST_F(PipeEnds, ConnectTellsAMissingPipeFromABusyOne) {
 TEST_F(PipeEnds, WhatCannotWorkIsReported) {
   // Wine knows no first instance; a pipe that has all its instances refuses another on any system.
   const auto taken = unique_name();
-  raw_.reset(::CreateNamedPipeW((LR"(\.\pipe\)" + taken).c_str(), PIPE_ACCESS_DUPLEX,
+  raw_.reset(::CreateNamedPipeW((LR"(\\.\pipe\)" + taken).c_str(), PIPE_ACCESS_DUPLEX,
                                 PIPE_TYPE_BYTE, 1, 512, 512, 0, nullptr));
   EXPECT_EQ(client_->Listen(taken, nullptr), Error(ERROR_PIPE_BUSY));
   EXPECT_NE(client_->ListenFirst(taken, nullptr), S_OK);
