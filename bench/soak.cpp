@@ -85,6 +85,7 @@ class Soak {
       for (int visitor = 0; visitor < kVisitorsOfAKind; ++visitor)
         visitors_.emplace_back([this, &visit] { KeepVisiting(visit); });
     }
+    visitors_.emplace_back([this] { CompareEchoes(); });
   }
 
   void Run(double seconds) {
@@ -131,6 +132,28 @@ class Soak {
         std::printf("%s: %s\n", visit.name, error.what());
         ++wrong_;
       }
+    }
+  }
+
+  // By one client that stays: under Wine a departure purges what the next one has sent.
+  void CompareEchoes() {
+    try {
+      RawClient client;
+      system_test::Require(client.OpenPort(system_test::LoopbackPort()) == 0, "opening a port");
+      client.ReadsWait();
+      for (std::uint32_t round = 1; !ending_; ++round) {
+        const auto sent = system_test::Pattern(1 + 977 * round % 5000, round);
+        client.Request(1, system_test::kRead, system_test::U32(1 + 977 * round % 5000));
+        client.Request(2, system_test::kWrite, system_test::Vector(sent));
+        for (int replies = 0; replies < 2; ++replies) {
+          const auto reply = client.Receive();
+          const auto expected = system_test::Join({system_test::U32(0), system_test::Vector(sent)});
+          system_test::Require(reply.call == 2 || reply.payload == expected, "comparing an echo");
+        }
+      }
+    } catch (const std::exception& error) {
+      std::printf("echoes: %s\n", error.what());
+      ++wrong_;
     }
   }
 

@@ -2,12 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <mutex>
 
 #include "log/log.h"
 #include "rpc/discovery_datagram.h"
 #include "rpc/mailslot.h"
-#include "server/test_support.h"
+#include "server/server.h"
+#include "settings/directory.h"
+#include "settings/file_storage.h"
+#include "settings/server_parameters.h"
+#include "tests/support/patience.h"
 #include "tests/support/unit/testing.h"
 
 namespace tarnwheel {
@@ -34,6 +40,35 @@ std::shared_ptr<tether::Mailslot> make_mailslot(const wchar_t* name) {
   return mailslot;
 }
 
+// Keeps the lines that it is given, of every level.
+class Recorder final : public logging::ILogger {
+ public:
+  bool initialize(std::wstring_view, bool, std::int32_t) override { return true; }
+  void log(const std::wstring_view& message, std::int32_t) override {
+    const std::lock_guard guard(lock_);
+    lines_.emplace_back(message);
+  }
+  void log(std::wstring&& message, std::int32_t level) override {
+    log(std::wstring_view(message), level);
+  }
+  void stop() override {}
+
+  Lines Taken() {
+    const std::lock_guard guard(lock_);
+    return lines_;
+  }
+
+  // How many lines have `part` in them.
+  std::ptrdiff_t Count(std::wstring_view part) {
+    return std::ranges::count_if(
+        Taken(), [&](const auto& line) { return line.find(part) != std::wstring::npos; });
+  }
+
+ private:
+  std::mutex lock_;
+  Lines lines_;
+};
+
 // A client on this machine.
 class Discovery : public ::testing::Test {
  protected:
@@ -55,7 +90,7 @@ class Discovery : public ::testing::Test {
   const bytes good_query_ = tether::make_datagram(computer_name());
   const ostra::cancellation_source cancellation_;
   ostra::future<void> discovery_;
-  test::Recorder log_;
+  Recorder log_;
   const logging::process_logger published_{log_};
 };
 
@@ -63,7 +98,7 @@ TEST_F(Discovery, TurnedOffCreatesNothing) {
   const auto off = discover(false, cancellation_);
   EXPECT_TRUE(off.is_complete());
   EXPECT_EQ(Query(good_query_), kMissing);
-  EXPECT_EQ(log_.Lines(), Lines{L"Auto-discovery is turned off"});
+  EXPECT_EQ(log_.Taken(), Lines{L"Auto-discovery is turned off"});
 }
 
 TEST_F(Discovery, AnswersWithTheNameOfThisComputer) {
@@ -74,14 +109,15 @@ TEST_F(Discovery, AnswersWithTheNameOfThisComputer) {
   ASSERT_EQ(Query(tether::make_datagram(L".")), S_OK);
   EXPECT_EQ(answers->Read().get(), good_query_);
   Stop();
-  EXPECT_EQ(log_.Lines(), (Lines{L"Starting auto-discovery", L"Auto-discovery has been started",
+  EXPECT_EQ(log_.Taken(), (Lines{L"Starting auto-discovery", L"Auto-discovery has been started",
                                  L"Auto-discovery has been stopped"}));
 }
 
 TEST_F(Discovery, QueriesThatCannotBeAnsweredCostNothingElse) {
   Start();
   ASSERT_EQ(Query(good_query_), S_OK);  // nobody waits for the answer
-  ASSERT_TRUE(log_.Eventually(L"not answered: 0x80070002", 1));
+  ASSERT_TRUE(
+      system_test::Eventually([&] { return log_.Count(L"not answered: 0x80070002") == 1; }));
   const auto answers = make_mailslot(tether::kAnswerMailslot);
   bytes lying = good_query_;
   lying[3] = std::byte{0x80};
@@ -109,22 +145,15 @@ TEST_F(Discovery, NameThatIsTakenFailsDiscoveryAndNotTheServer) {
   const auto taken = make_mailslot(tether::kQueryMailslot);
   EXPECT_EQ(code_of([&] { return discover(true, cancellation_).get(), 0; }), kTaken);
 
-  const auto server = test::make_server(true);
+  const auto folder =
+      std::make_shared<Tamrin::setman::file_storage>(std::make_shared<Tamrin::setman::directory>());
+  ASSERT_EQ(Tamrin::setman::write_server_parameters(*folder, {L"D:(A;;GA;;;WD)", true, {}}), S_OK);
+  const auto server = create_server(folder);
   const auto running = server->run();
   EXPECT_EQ(log_.Count(L"Error starting auto-discovery 0x800700b7"), 1);
   EXPECT_FALSE(running.is_complete());
   server->stop();
   running.get();
-}
-
-TEST_F(Discovery, RunsFromTheStartOfTheServerToItsStop) {
-  const auto server = test::make_server(true);
-  const auto running = server->run();
-  EXPECT_EQ(Query(good_query_), S_OK);
-  server->stop();
-  running.get();
-  EXPECT_EQ(log_.Count(L"Auto-discovery has been stopped"), 1);
-  EXPECT_EQ(Query(good_query_), kMissing);
 }
 
 }  // namespace

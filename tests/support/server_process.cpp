@@ -125,13 +125,13 @@ void FaultyServer::Block(std::string_view name) {
 }
 
 bool FaultyServer::Strikes() const {
-  return Eventually([this] { return board_->failures != 0; });
+  return Eventually([this] { return HasStruck(); });
 }
 
 bool FaultyServer::Relent() {
   board_->point = kNoFault;
   board_->error = ERROR_NO_SYSTEM_RESOURCES;
-  return board_->failures != 0;
+  return HasStruck();
 }
 
 }  // namespace system_test

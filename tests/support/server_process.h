@@ -84,7 +84,8 @@ class FaultyServer : public ServerProcess {
   void Fail(std::size_t point, int occurrence);
   // The next call at the point of that name blocks until Relent.
   void Block(std::string_view name);
-  // True when the call that was to fail is made before the deadline.
+  // Whether the call that was to fail has been made; or comes to be made before the deadline.
+  [[nodiscard]] bool HasStruck() const { return board_->failures != 0; }
   [[nodiscard]] bool Strikes() const;
   // From now on nothing fails or blocks; says whether the call that was to fail was made.
   bool Relent();

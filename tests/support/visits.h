@@ -1,8 +1,6 @@
 // The ways in which clients come and go; the fault tests and the soak have servers visited so.
 #pragma once
 
-#include <mutex>
-
 #include "tests/support/raw_client.h"
 #include "tests/support/serial_ports.h"
 
@@ -14,24 +12,6 @@ struct Visit {
   void (*make)(RawClient& client, std::uint32_t random);
 };
 
-inline void CompareEchoes(RawClient& client, std::uint32_t random) {
-  // Windows opens a port once at a time, Wine as often as asked.
-  static std::mutex one_at_a_time;
-  const std::lock_guard guard(one_at_a_time);
-  Require(Eventually([&] { return client.OpenPort(LoopbackPort()) == 0; }), "opening the loopback");
-  client.ReadsWait();
-  for (std::uint32_t round = 0; round < 10; ++round) {
-    const Bytes sent = Pattern(1 + (random + 977 * round) % 5000, random + round);
-    client.Request(1, kRead, U32(static_cast<std::uint32_t>(sent.size())));
-    client.Request(2, kWrite, Vector(sent));
-    for (int replies = 0; replies < 2; ++replies) {
-      const Message reply = client.Receive();
-      const Bytes expected = reply.call == 1 ? Join({U32(0), Vector(sent)}) : U32(0);
-      Require(reply.payload == expected, "comparing an echo");
-    }
-  }
-}
-
 inline constexpr Visit kVisits[] = {
     {"leaves at once", [](RawClient&, std::uint32_t) {}},
     {"calls",
@@ -39,7 +19,6 @@ inline constexpr Visit kVisits[] = {
        for (std::uint32_t calls = random % 100; calls != 0; --calls)
          Require(client.Read(1).code == kNotConnected, "reading without a port");
      }},
-    {"compares echoes", &CompareEchoes},
     {"leaves within a header",
      [](RawClient& client, std::uint32_t) { client.Send(ToBytes("12345")); }},
     {"leaves within a payload",

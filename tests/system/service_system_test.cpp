@@ -180,7 +180,10 @@ TEST_F(Service, SlowStopIsReportedWithRisingCheckpoints) {
       checkpoints.push_back(status.dwCheckPoint);
     return status.dwCurrentState == SERVICE_STOPPED;
   }));
-  EXPECT_EQ(checkpoints, (std::vector<DWORD>{0, 1, 2, 3}));
+  // How many there are in its three and a half seconds is the machine's affair.
+  ASSERT_GE(checkpoints.size(), 3u);
+  for (DWORD expected = 0; expected < checkpoints.size(); ++expected)
+    EXPECT_EQ(checkpoints[expected], expected);
 }
 
 }  // namespace
