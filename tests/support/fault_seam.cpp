@@ -29,9 +29,11 @@ bool Fails(std::int32_t point) noexcept {
 
 // False when the call is to block instead; it goes on after that.
 bool ShallFail(std::int32_t point) noexcept {
-  while (board->error == 0 && board->point == point)
+  if (board->error != 0)
+    return true;
+  while (board->point == point)
     ::Sleep(10);
-  return board->error != 0;
+  return false;
 }
 
 void CountBlocks(int added) noexcept {
