@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything with all checks and runs every test under Wine; beside that it builds what is
-# shipped, and builds and tests the portable core natively, under the sanitizers. Ends with ctest's
-# summary and its exit code.
+# Builds everything with all checks and runs every test under Wine; beside that it builds and tests the
+# portable core natively, under the sanitizers. Ends with ctest's summary and its exit code.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tools/setup.sh

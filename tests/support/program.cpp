@@ -8,7 +8,7 @@ namespace system_test {
 namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-constexpr std::size_t kHighestHandle = 0x4000;
+constexpr std::size_t kHighestHandle = 0x1000;
 
 std::wstring TemporaryPath(std::wstring_view extension) {
   static unsigned serial = 0;

@@ -78,7 +78,8 @@ TEST(Log, IsTheSameInTheFileAndOnTheScreen) {
     EXPECT_EQ(lines.at(line).message, L"Logging system is initialized");
     std::wstring expected;
     for (; line + 1 < lines.size(); ++line)
-      expected += lines[line].time + L"\t" + lines[line].level + L"\t" + lines[line].message + L"\n";
+      expected +=
+          lines[line].time + L"\t" + lines[line].level + L"\t" + lines[line].message + L"\n";
     ++line;
     EXPECT_EQ(server.program().Output(), expected);
   }
