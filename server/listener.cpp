@@ -57,8 +57,12 @@ ostra::future<void> listener::start() {
   std::vector<ostra::future<void>> acceptors;
   acceptors.reserve(kAcceptors);
   try {
-    for (auto& next : made)
+    for (auto& next : made) {
       acceptors.push_back(accept(std::move(next)));
+      if (acceptors.back().is_complete())
+        acceptors.back()
+            .get();  // it failed before its first wait; none ends before the cancellation
+    }
     return all_of(acceptors);
   } catch (...) {
     cancellation_.cancel();

@@ -35,9 +35,9 @@ class listener : public std::enable_shared_from_this<listener> {
            ostra::cancellation_source cancellation, std::shared_ptr<session_group> sessions);
 
   // Makes the pipe and starts the acceptors. Throws hresult_error when the pipe cannot be made, and
-  // whatever keeps the first acceptor from starting; one that cannot start later is missing, and
-  // does no other harm. The future completes when the cancellation has ended all of them; the
-  // sessions go on.
+  // whatever keeps an acceptor from starting; those that had started have ended by then, for which
+  // the call may block for a moment. The future completes when the cancellation has ended all of
+  // them; the sessions go on.
   [[nodiscard]] ostra::future<void> start();
 
  private:
