@@ -7,6 +7,15 @@ if(WIN32)
   target_link_options(tarnwheel_options INTERFACE -static)
 endif()
 
+# The headers that nearly every source includes are translated once. A source includes what it names
+# all the same: the preset `release` builds without this.
+add_library(common_headers OBJECT ${CMAKE_CURRENT_LIST_DIR}/common_headers.cpp)
+target_link_libraries(common_headers PRIVATE tarnwheel_options platform)
+set(common_headers
+  <platform/win32.h> <algorithm> <atomic> <chrono> <coroutine> <functional> <memory> <mutex>
+  <optional> <span> <string> <string_view> <utility> <vector>)
+target_precompile_headers(common_headers PRIVATE ${common_headers})
+
 # A library sees the headers of another only by linking it: each folder is published through an
 # include directory of its own, in which that folder alone stands, under its path from the project's
 # root. So "client/line/retry.h" is found by those who link that room, and by no others.
@@ -18,8 +27,8 @@ function(tarnwheel_publish_folder target scope)
   file(REMOVE_RECURSE ${root})  # the folder may have moved since
   file(MAKE_DIRECTORY ${root}/${parent})
   file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${folder} SYMBOLIC)
-  # Each header must compile alone. A source of its name includes it first and so shows it; the
-  # others are compiled by themselves.
+  # Each header must compile alone. A source of its name includes it first and so shows it, where
+  # nothing is precompiled; the others are compiled by themselves.
   set(shown "")
   set(unshown "")
   foreach(header ${ARGN})
@@ -43,6 +52,7 @@ function(tarnwheel_library name)
     set(scope INTERFACE)
   else()
     add_library(${name} STATIC ${arg_SOURCES})
+    target_precompile_headers(${name} REUSE_FROM common_headers)
     set(scope PUBLIC)
   endif()
   tarnwheel_publish_folder(${name} ${scope} ${arg_HEADERS})
@@ -53,6 +63,7 @@ endfunction()
 function(tarnwheel_program name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPENDS")
   add_executable(${name} ${arg_SOURCES})
+  target_precompile_headers(${name} REUSE_FROM common_headers)
   target_link_libraries(${name} PRIVATE tarnwheel_options ${arg_DEPENDS})
 endfunction()
 
@@ -61,14 +72,22 @@ set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 
+# A test's own code runs once, so to translate it is what takes time; ours is what is examined, and not
+# GoogleTest.
+target_compile_options(gtest PRIVATE -O0 -g0 -fno-sanitize=all)
+add_library(test_headers OBJECT ${CMAKE_CURRENT_LIST_DIR}/common_headers.cpp)
+target_link_libraries(test_headers PRIVATE tarnwheel_options platform gtest)
+target_compile_options(test_headers PRIVATE -O0)
+target_precompile_headers(test_headers PRIVATE <gtest/gtest.h> ${common_headers})
+
 # tarnwheel_test(NAME SOURCES ... [DEPENDS ...]): one executable and one ctest entry a subsystem,
 # so that Wine starts few times.
 function(tarnwheel_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPENDS")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE tarnwheel_options ${arg_DEPENDS} gtest gtest_main)
-  # A test's own code runs once, so to translate it is what takes time.
   target_compile_options(${name} PRIVATE -O0)
+  target_precompile_headers(${name} REUSE_FROM test_headers)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   add_test(NAME ${name} COMMAND ${name})
   if(NOT arg_TIMEOUT)
