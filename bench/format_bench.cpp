@@ -60,13 +60,12 @@ void MeasureFormats() {
       [] { return Swprintf(L"Error accepting clients: 0x%08x", failure + 0); },
       [] { return fmt::format(L"Error accepting clients: 0x{0:08x}", failure + 0); });
 
-  PrintHeading("A whole line of the log; ours is parsed once");
-  static const tfmt::parsed_pattern line(
-      L"{0w2arf0}.{1w2arf0}.{2} {3w2arf0}:{4w2arf0}:{5w2arf0}\t{6}\t{7}\r\n");
+  PrintHeading("A whole line of the log");
   Compare(
       "log line",
       [] {
-        return line.format(port + 0, 11, 2026, 14, 7, 9, std::wstring_view(L"INFO"), kMessage);
+        return tfmt::format(L"{0w2arf0}.{1w2arf0}.{2} {3w2arf0}:{4w2arf0}:{5w2arf0}\t{6}\t{7}\r\n",
+                            port + 0, 11, 2026, 14, 7, 9, std::wstring_view(L"INFO"), kMessage);
       },
       [] {
         return Swprintf(L"%02u.%02d.%d %02d:%02d:%02d\t%ls\t%ls\r\n", port + 0, 11, 2026, 14, 7, 9,

@@ -22,17 +22,6 @@ std::wstring make_output(std::size_t length, std::span<const details::argument> 
 
 }  // namespace
 
-parsed_pattern::parsed_pattern(std::wstring_view text)
-    : length_(text.size()), table_(details::parse(text)) {}
-
-std::wstring parsed_pattern::render(std::span<const details::argument> arguments) const {
-  std::wstring output = make_output(length_, arguments);
-  details::renderer renderer(output, arguments);
-  for (const auto& part : table_)
-    renderer.add(part);
-  return output;
-}
-
 std::wstring details::format(std::wstring_view pattern, std::span<const argument> arguments) {
   std::wstring output = make_output(pattern.size(), arguments);
   renderer renderer(output, arguments);

@@ -29,30 +29,8 @@
 
 #include "format/argument.h"
 #include "format/exceptions.h"
-#include "format/segment.h"
 
 namespace tfmt {
-
-// A pattern parsed once, for rendering many times. The text is not copied: it must outlive this
-// object. Immutable, so any number of threads may render it at once.
-class parsed_pattern {
- public:
-  // Throws bad_extended_format_string when `text` is malformed.
-  explicit parsed_pattern(std::wstring_view text);
-
-  // As tfmt::format.
-  template <details::formattable... Args>
-  [[nodiscard]] std::wstring format(const Args&... args) const {
-    const std::array<details::argument, sizeof...(Args)> arguments{details::to_argument(args)...};
-    return render(arguments);
-  }
-
- private:
-  [[nodiscard]] std::wstring render(std::span<const details::argument> arguments) const;
-
-  std::size_t length_;  // of the pattern, in code units
-  details::segment_table table_;
-};
 
 namespace details {
 [[nodiscard]] std::wstring format(std::wstring_view pattern, std::span<const argument> arguments);

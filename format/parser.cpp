@@ -1,7 +1,6 @@
 #include "format/parser.h"
 
 #include <algorithm>
-#include <cstddef>
 
 #include "format/placeholder.h"
 
@@ -34,16 +33,6 @@ bool parser::next(segment& result) {
   result = take_placeholder(at_, next_index_);
   next_index_ = static_cast<std::uint16_t>(result.index + 1);
   return true;
-}
-
-segment_table parse(std::wstring_view pattern) {
-  segment_table table;
-  const auto braces = static_cast<std::size_t>(std::ranges::count(pattern, L'{'));
-  table.reserve(2 * braces + 1);
-  segment part;
-  for (parser parts(pattern); parts.next(part);)
-    table.push_back(part);
-  return table;
 }
 
 }  // namespace tfmt::details

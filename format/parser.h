@@ -9,8 +9,8 @@
 
 namespace tfmt::details {
 
-// The segments in their order, one at a time, so that a pattern that is used once needs no table.
-// Their views point into the pattern.
+// The segments in their order, one at a time: each call of format parses its pattern anew, without a
+// table. Their views point into the pattern.
 class parser {
  public:
   explicit parser(std::wstring_view pattern) noexcept : at_(pattern) {}
@@ -22,8 +22,5 @@ class parser {
   cursor at_;
   std::uint16_t next_index_ = 0;
 };
-
-// All of them, in one allocation.
-[[nodiscard]] segment_table parse(std::wstring_view pattern);
 
 }  // namespace tfmt::details

@@ -1,9 +1,8 @@
-// The parsed form of a pattern: a table of literal runs and placeholders in the pattern's order.
+// The parsed form of a pattern: literal runs and placeholders, in the pattern's order.
 #pragma once
 
 #include <cstdint>
 #include <string_view>
-#include <vector>
 
 namespace tfmt::details {
 
@@ -45,7 +44,5 @@ struct segment {
 
   [[nodiscard]] bool has(std::uint32_t flag) const noexcept { return (flags & flag) != 0; }
 };
-
-using segment_table = std::vector<segment>;
 
 }  // namespace tfmt::details

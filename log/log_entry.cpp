@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include "format/format.h"
+
 namespace logging {
 namespace {
 
@@ -27,17 +29,16 @@ log_entry make_entry(std::wstring text, std::int32_t level) {
   return {std::move(text), level, std::chrono::duration_cast<ticks>(since_epoch).count()};
 }
 
-line_pattern::line_pattern() : pattern_(kLine) {}
-
-std::wstring line_pattern::format(const log_entry& entry) const {
+std::wstring format_line(const log_entry& entry) {
   if (entry.left_out != 0)
-    return format(make_entry(std::to_wstring(entry.left_out) + L" lines were left out", warning));
+    return format_line(
+        make_entry(std::to_wstring(entry.left_out) + L" lines were left out", warning));
   const __time64_t seconds = entry.time / kTicksPerSecond;
   std::tm local = {};
   ::_localtime64_s(&local, &seconds);
-  return pattern_.format(local.tm_mday, local.tm_mon + 1, local.tm_year + 1900, local.tm_hour,
-                         local.tm_min, local.tm_sec,
-                         kLevelNames[static_cast<std::size_t>(entry.level)], entry.text);
+  return tfmt::format(kLine, local.tm_mday, local.tm_mon + 1, local.tm_year + 1900, local.tm_hour,
+                      local.tm_min, local.tm_sec,
+                      kLevelNames[static_cast<std::size_t>(entry.level)], entry.text);
 }
 
 }  // namespace logging

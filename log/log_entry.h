@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <string>
 
-#include "format/format.h"
 #include "log/ilogger.h"
 
 namespace logging {
@@ -22,13 +21,6 @@ struct log_entry {
 
 // dd.mm.yyyy hh:mm:ss <tab> LEVEL <tab> text <CR LF>, in local time. A gap says how many lines were
 // left out, at level warning and with the time of the call.
-class line_pattern {
- public:
-  line_pattern();
-  [[nodiscard]] std::wstring format(const log_entry& entry) const;
-
- private:
-  const tfmt::parsed_pattern pattern_;
-};
+[[nodiscard]] std::wstring format_line(const log_entry& entry);
 
 }  // namespace logging

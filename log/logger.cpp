@@ -88,13 +88,12 @@ void Logger::append(log_entry next) {
 
 ostra::future<void> Logger::write_entries(std::shared_ptr<line_queue> entries) {
   const queue_end at_the_end{*entries};
-  const line_pattern pattern;
   for (;;) {
     auto popped = entries->pop();
     auto next = co_await popped;
     if (!next)
       co_return;
-    const std::wstring text = take_lines(std::move(next), *entries, pattern);
+    const std::wstring text = take_lines(std::move(next), *entries);
     if (!file_ || text.empty())
       continue;
     try {
@@ -106,12 +105,11 @@ ostra::future<void> Logger::write_entries(std::shared_ptr<line_queue> entries) {
   }
 }
 
-std::wstring Logger::take_lines(std::optional<log_entry> next, line_queue& entries,
-                                const line_pattern& pattern) {
+std::wstring Logger::take_lines(std::optional<log_entry> next, line_queue& entries) {
   std::wstring text;
   while (next) {
     try {
-      const std::wstring line = pattern.format(*next);
+      const std::wstring line = format_line(*next);
       text += line;
       if (screen_)
         screen_->write(line);

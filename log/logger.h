@@ -55,8 +55,7 @@ class Logger final : public ILogger {
  private:
   void append(log_entry next);
   // The text of `next` and of what waits behind it, which goes to the screen too.
-  [[nodiscard]] std::wstring take_lines(std::optional<log_entry> next, line_queue& entries,
-                                        const line_pattern& pattern);
+  [[nodiscard]] std::wstring take_lines(std::optional<log_entry> next, line_queue& entries);
   ostra::future<void> write_entries(std::shared_ptr<line_queue> entries);
 
   // Constant while the writer runs.

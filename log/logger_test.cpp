@@ -102,10 +102,9 @@ TEST(LinePattern, LocalTimeLevelsAndGaps) {
     wchar_t expected[80];
     ::swprintf(expected, 80, L"%02u.%02u.%u %02u:%02u:%02u\t%ls\tfirst \x4E2D\r\n", local.wDay,
                local.wMonth, local.wYear, local.wHour, local.wMinute, local.wSecond, levels[level]);
-    EXPECT_EQ(line_pattern().format({L"first \x4E2D", level, time}), expected);
+    EXPECT_EQ(format_line({L"first \x4E2D", level, time}), expected);
   }
-  EXPECT_TRUE(
-      line_pattern().format({{}, info, 0, 12}).ends_with(L"\tWARNING\t12 lines were left out\r\n"));
+  EXPECT_TRUE(format_line({{}, info, 0, 12}).ends_with(L"\tWARNING\t12 lines were left out\r\n"));
   const auto now = std::time(nullptr);
   EXPECT_LT(std::abs(make_entry(L"", info).time / 10'000'000 - now), 60);
 }
