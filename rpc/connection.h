@@ -50,6 +50,10 @@ class ConnectionBase : public IConnection, public std::enable_shared_from_this<C
   // Ends the connection. Any thread.
   void Cancel() noexcept { cancellation_.cancel(); }
 
+  // As Cancel(), and all calls of this end fail now, inside this call, without waiting for the
+  // transport: one over a network that has gone may take minutes to give up its read.
+  void End() noexcept;
+
   // Null once the connection has ended.
   [[nodiscard]] std::shared_ptr<ITransport> Transport() const noexcept;
 
@@ -75,7 +79,6 @@ class ConnectionBase : public IConnection, public std::enable_shared_from_this<C
   ostra::future<void> Receive(std::shared_ptr<ITransport> transport);
   ostra::future<void> WaitUntilAdmitted(RequestCost cost, std::shared_ptr<ITransport> transport);
   void Complete(std::shared_ptr<const Message> reply);
-  void End() noexcept;
 
   // Constant after construction.
   const std::uint16_t code_;

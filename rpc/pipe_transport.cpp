@@ -107,10 +107,14 @@ void PipeTransport::Disconnect() {
   }
 }
 
+// A read without bytes is an empty write of the peer, which no peer of ours makes, or a completion
+// that has lost what had come: to go on would shift the stream.
 ostra::future<DWORD> PipeTransport::read_piece(std::span<std::byte> buffer) {
   const auto size = static_cast<DWORD>(buffer.size());
   auto read = pipe_.call(ostra::read_file{buffer.data(), size});
   const DWORD arrived = co_await read;
+  if (arrived == 0)
+    ostra::details::throw_win32(ERROR_BROKEN_PIPE);
   co_return arrived;
 }
 

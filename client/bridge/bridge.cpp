@@ -22,6 +22,7 @@ constexpr std::uint32_t kEvents = SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD
                                   SERIAL_EV_BREAK | SERIAL_EV_ERR;
 
 constexpr milliseconds kFarewell(500);
+constexpr milliseconds kHandOver(2000);
 constexpr milliseconds kPauseAfterFailure(100);
 
 // A connection that is closed with something unread may take the line with the reason along, so
@@ -50,6 +51,7 @@ bridge::bridge(bridge_options options, std::unique_ptr<stream_listener> listener
 
 bridge::~bridge() {
   listener_->cancel();
+  freed_.set();
   accepting_.wait();
   end_session();
 }
@@ -77,27 +79,35 @@ ostra::future<void> bridge::accept_programs() {
 }
 
 ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
-  std::wstring reason;
-  {
-    const std::lock_guard guard(lock_);
-    switch (std::exchange(availability_, availability::taken)) {
-      case availability::ready:
-        arrivals_.program = program;
-        notify();
-        break;
-      case availability::taken:
-        reason = name_ + L" is in use by another program\r\n";
-        break;
-      case availability::away:
-        availability_ = availability::away;
-        reason = name_ + L" is not there at the moment\r\n";
-        break;
-    }
+  const auto deadline = std::chrono::steady_clock::now() + kHandOver;
+  availability found = hand_over(program);
+  while (found == availability::taken) {
+    const auto left = deadline - std::chrono::steady_clock::now();
+    if (left <= left.zero())
+      break;
+    auto freed = freed_.wait_for(std::chrono::ceil<ostra::ticks>(left));
+    co_await freed;
+    found = hand_over(program);
   }
-  if (!reason.empty()) {
-    auto turned_away = turn_away(std::move(program), std::move(reason));
-    co_await turned_away;
+  if (found == availability::ready)
+    co_return;
+  const std::wstring_view reason = found == availability::taken
+                                       ? L" is in use by another program\r\n"
+                                       : L" is not there at the moment\r\n";
+  auto turned_away = turn_away(std::move(program), name_ + std::wstring(reason));
+  co_await turned_away;
+}
+
+// Gives what the port was; the program has it when it was ready.
+bridge::availability bridge::hand_over(const std::shared_ptr<byte_stream>& program) {
+  const std::lock_guard guard(lock_);
+  const availability found = availability_;
+  if (found == availability::ready) {
+    availability_ = availability::taken;
+    arrivals_.program = program;
+    notify();
   }
+  return found;
 }
 
 ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std::wstring reason) {
@@ -116,7 +126,7 @@ void bridge::run(HANDLE stop, const std::function<void()>& ready) {
     open_line();
   make_available(availability::ready);
   ready();
-  while (wait_for({stop, news()}) != stop) {
+  while (wait_for_news(stop)) {
     handle_line_end();
     arrivals present;
     {
@@ -125,6 +135,26 @@ void bridge::run(HANDLE stop, const std::function<void()>& ready) {
     }
     handle(std::move(present));
   }
+}
+
+// False when `stop` is signalled. A program that is idle for too long has gone.
+bool bridge::wait_for_news(HANDLE stop) {
+  const DWORD limit = until_idle();
+  if (limit != 0)
+    return wait_for({stop, news()}, limit) != stop;
+  print(standard_stream::output, tfmt::format(L"{0} is idle and is cut off\n", peer_));
+  const std::lock_guard guard(lock_);
+  arrivals_.program_has_gone = true;
+  return true;
+}
+
+// In milliseconds, 0 when a program is idle for too long.
+DWORD bridge::until_idle() {
+  const auto present = session();
+  if (!present || options_.idle_limit == milliseconds::zero())
+    return INFINITE;
+  return milliseconds_until(std::chrono::steady_clock::now() - present->idle_time() +
+                            options_.idle_limit);
 }
 
 bridge::withdrawal::~withdrawal() {
@@ -163,6 +193,7 @@ void bridge::handle(arrivals present) {
 void bridge::open_line() {
   auto line = std::make_unique<remote_line>(options_.line);
   settings_ = {.line = options_.line.settings};
+  is_used_ = false;
   line->start(*this, kEvents);
   line_ = std::move(line);
   if (!options_.telnet)
@@ -171,6 +202,15 @@ void bridge::open_line() {
   static_cast<void>(line_->controls().modem_status());
   static_cast<void>(line_->controls().set_dtr(true));
   static_cast<void>(line_->controls().set_rts(true));
+}
+
+// What one program has set is not the next one's.
+void bridge::restore_line() {
+  auto& controls = line_->controls();
+  static_cast<void>(controls.set_dtr(true));
+  static_cast<void>(controls.set_rts(true));
+  controls.set_line(options_.line.settings).get();
+  settings_ = {.line = options_.line.settings};
 }
 
 void bridge::close_line() {
@@ -185,6 +225,8 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
   try {
     if (!line_)
       open_line();
+    if (std::exchange(is_used_, true) && options_.telnet && !options_.keeps_settings)
+      restore_line();
   } catch (const client_error& error) {
     tell(error);
     turn_away(std::move(program), error.message() + L"\r\n").wait();
@@ -239,8 +281,11 @@ void bridge::tell(const client_error& reason) {
 }
 
 void bridge::make_available(availability now) {
-  const std::lock_guard guard(lock_);
-  availability_ = now;
+  {
+    const std::lock_guard guard(lock_);
+    availability_ = now;
+  }
+  freed_.set();
 }
 
 std::shared_ptr<bridge_session> bridge::session() {

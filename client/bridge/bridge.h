@@ -1,10 +1,12 @@
 // A remote port, offered to programs of this machine one after another.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "async/auto_reset_event.h"
 #include "async/future.h"
 #include "async/srw_lock.h"
 #include "client/bridge/bridge_session.h"
@@ -16,12 +18,16 @@ namespace tarnwheel::client {
 
 struct bridge_options {
   line_address line;
-  bool telnet = false;    // or bytes alone
-  bool releases = false;  // gives the port back while no program is there
+  bool telnet = false;          // or bytes alone
+  bool releases = false;        // gives the port back while no program is there
+  bool keeps_settings = false;  // of one program for the next
+  std::chrono::milliseconds idle_limit{
+      0};  // a program that is silent for so long is cut off; 0: none
 };
 
 // Programs are taken from construction to destruction, and turned away with a line of text while
-// another one has the port, or while there is none to have. All else happens on the thread that
+// another one has the port, or while there is none to have. A newcomer waits two seconds for its
+// predecessor, which may have gone without the bridge being through with what it had sent. All else happens on the thread that
 // calls run(), to which the pool's threads leave their news.
 class bridge final : private line_session {
  public:
@@ -53,12 +59,16 @@ class bridge final : private line_session {
 
   ostra::future<void> accept_programs();
   ostra::future<void> greet(std::shared_ptr<byte_stream> program);
+  [[nodiscard]] availability hand_over(const std::shared_ptr<byte_stream>& program);
   ostra::future<void> turn_away(std::shared_ptr<byte_stream> program, std::wstring reason);
   ostra::future<void> serve(std::shared_ptr<bridge_session> session);
 
+  [[nodiscard]] bool wait_for_news(HANDLE stop);
+  [[nodiscard]] DWORD until_idle();
   void handle_line_end();
   void handle(arrivals present);
   void open_line();
+  void restore_line();
   void close_line();
   void begin_session(std::shared_ptr<byte_stream> program);
   void end_session();
@@ -79,9 +89,12 @@ class bridge final : private line_session {
   // Of the thread that calls run().
   std::unique_ptr<remote_line> line_;
   com_port_settings settings_;
+  bool is_used_ = false;  // the line, by a program that is there or has gone
   ostra::future<void> serving_;
   std::wstring peer_;
   std::wstring departed_;  // the peer that has gone and is not told of yet
+
+  ostra::auto_reset_event freed_;  // set when the availability changes
 
   // Guarded by lock_.
   ostra::srw_lock lock_;

@@ -25,6 +25,7 @@ ostra::future<void> bridge_session::run() {
       const std::size_t size = co_await read;
       if (size == 0)
         break;
+      active_ = std::chrono::steady_clock::now();
       const auto end = buffer.begin() + static_cast<std::ptrdiff_t>(size);
       auto taken = take(std::vector<std::byte>(buffer.begin(), end));
       co_await taken;
@@ -43,7 +44,18 @@ void bridge_session::close() noexcept {
 }
 
 ostra::future<void> bridge_session::deliver(std::vector<std::byte> bytes) {
+  const auto self = shared_from_this();
+  auto sent = send(std::move(bytes));
+  co_await sent;
+  active_ = std::chrono::steady_clock::now();
+}
+
+ostra::future<void> bridge_session::send(std::vector<std::byte> bytes) {
   return to_program_.send(std::move(bytes));
+}
+
+std::chrono::steady_clock::duration bridge_session::idle_time() const noexcept {
+  return std::chrono::steady_clock::now() - active_.load();
 }
 
 ostra::future<void> bridge_session::begin() {

@@ -1,6 +1,8 @@
 // One program at one end of a bridge, and the line at the other.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -33,15 +35,21 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   virtual void close() noexcept;
 
   // Sends the line's bytes to the program; completes when they are taken, or never will be.
-  [[nodiscard]] virtual ostra::future<void> deliver(std::vector<std::byte> bytes);
+  [[nodiscard]] ostra::future<void> deliver(std::vector<std::byte> bytes);
 
   // SERIAL_EV_* have happened.
   virtual void changed(std::uint32_t) {}
+
+  // The time since the program has sent a byte, or taken one.
+  [[nodiscard]] std::chrono::steady_clock::duration idle_time() const noexcept;
 
  protected:
   // Around the serving.
   [[nodiscard]] virtual ostra::future<void> begin();
   [[nodiscard]] virtual ostra::future<void> end();
+
+  // Writes the line's bytes to the program, in whatever way it understands.
+  [[nodiscard]] virtual ostra::future<void> send(std::vector<std::byte> bytes);
 
   // Receives the program's bytes.
   [[nodiscard]] virtual ostra::future<void> take(std::vector<std::byte> bytes);
@@ -53,6 +61,7 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   const std::shared_ptr<byte_stream> program_;
   remote_line& line_;
   stream_writer to_program_;
+  std::atomic<std::chrono::steady_clock::time_point> active_ = std::chrono::steady_clock::now();
 };
 
 }  // namespace tarnwheel::client

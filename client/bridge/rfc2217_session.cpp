@@ -45,6 +45,9 @@ ostra::future<void> rfc2217_session::take(std::vector<std::byte> bytes) {
       case telnet_item::kind::reply:
         done = to_program().send(std::move(item.bytes));
         break;
+      case telnet_item::kind::break_request:
+        done = control_.send_break();
+        break;
       case telnet_item::kind::com_port:
         controls = true;
         done = execute(std::move(item.bytes));
@@ -67,8 +70,7 @@ ostra::future<void> rfc2217_session::execute(std::vector<std::byte> command) {
   }
 }
 
-ostra::future<void> rfc2217_session::deliver(std::vector<std::byte> bytes) {
-  const auto self = shared_from_this();
+ostra::future<void> rfc2217_session::send(std::vector<std::byte> bytes) {
   const unsigned purges = control_.input_purges();
   auto flowing = control_.flowing();
   co_await flowing;

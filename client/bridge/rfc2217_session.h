@@ -20,12 +20,12 @@ class rfc2217_session final : public bridge_session {
                   com_port_settings& settings);
 
   void close() noexcept override;
-  [[nodiscard]] ostra::future<void> deliver(std::vector<std::byte> bytes) override;
   void changed(std::uint32_t events) override;
 
  private:
   ostra::future<void> begin() override;
   ostra::future<void> end() override;
+  ostra::future<void> send(std::vector<std::byte> bytes) override;
   ostra::future<void> take(std::vector<std::byte> bytes) override;
 
   ostra::future<void> execute(std::vector<std::byte> command);

@@ -15,6 +15,11 @@ namespace {
 
 using std::chrono::milliseconds;
 
+constexpr milliseconds kBreakTime(250);
+
+// In milliseconds. Ends a read that asks for more bytes than there are, some having been purged.
+constexpr ULONG kByteInterval = 20;
+
 constexpr UCHAR kXon = 0x11;
 constexpr UCHAR kXoff = 0x13;
 
@@ -192,10 +197,13 @@ ostra::future<void> line_controls::set_flow_control(flow_control kind) {
   shared->flow = kind;
 }
 
+ostra::future<void> line_controls::set_queue_size(std::uint32_t size) {
+  return request(IOCTL_SERIAL_SET_QUEUE_SIZE, bytes_of(SERIAL_QUEUE_SIZE{size, size}));
+}
+
 ostra::future<void> line_controls::set_read_limit(milliseconds limit) {
   SERIAL_TIMEOUTS timeouts = {};
-  timeouts.ReadIntervalTimeout = MAXDWORD;
-  timeouts.ReadTotalTimeoutMultiplier = MAXDWORD;
+  timeouts.ReadIntervalTimeout = kByteInterval;
   timeouts.ReadTotalTimeoutConstant = static_cast<ULONG>(limit.count());
   return request(IOCTL_SERIAL_SET_TIMEOUTS, bytes_of(timeouts));
 }
@@ -223,6 +231,15 @@ ostra::future<void> line_controls::set_rts(bool on) {
 
 ostra::future<void> line_controls::set_break(bool on) {
   return request(on ? IOCTL_SERIAL_SET_BREAK_ON : IOCTL_SERIAL_SET_BREAK_OFF);
+}
+
+ostra::future<void> line_controls::send_break(ostra::async_timer& time) {
+  auto begun = set_break(true);
+  co_await begun;
+  auto over = time.wait(kBreakTime);
+  co_await over;
+  auto ended = set_break(false);
+  co_await ended;
 }
 
 ostra::future<void> line_controls::purge(purged what) {

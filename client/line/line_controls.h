@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "async/future.h"
+#include "async/timer.h"
 #include "client/line/line_settings.h"
 #include "client/line/server_connection.h"
 #include "platform/serial.h"
@@ -39,14 +40,21 @@ class line_controls {
   ostra::future<void> set_line_control(SERIAL_LINE_CONTROL settings);
   ostra::future<void> set_flow_control(flow_control kind);
 
-  // Reads are to end as soon as a byte is there, or without one after `limit`; writes when all is
-  // written.
+  // The driver's queues, in bytes, in each direction.
+  ostra::future<void> set_queue_size(std::uint32_t size);
+
+  // Reads are to end with all their bytes, or with less after a gap in them, or after `limit`;
+  // writes when all is written.
   ostra::future<void> set_read_limit(std::chrono::milliseconds limit);
 
   // The last setting of DTR and RTS survives a change of flow control.
   ostra::future<void> set_dtr(bool on);
   ostra::future<void> set_rts(bool on);
   ostra::future<void> set_break(bool on);
+
+  // A break of the usual length, a quarter of a second. Cancelling `time` cuts it short and fails
+  // this with timer_cancelled; the break goes on then.
+  ostra::future<void> send_break(ostra::async_timer& time);
 
   // Never touches a read that is under way: the device would leave it without an answer.
   ostra::future<void> purge(purged what);

@@ -11,19 +11,24 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr std::uint32_t kGreatestRead = 16 * 1024;  // bytes
-constexpr milliseconds kReadLimit(30'000);
+constexpr ULONG kDriverQueue = 64 * 1024;           // bytes, in each direction
 constexpr milliseconds kPauseBetweenReads(20);
-constexpr milliseconds kHeartbeat(5000);
+
+// Not five seconds: Wine's pool threads retire when they were idle for that long, and a thread that
+// retires while the answer to its read comes loses it.
+constexpr milliseconds kHeartbeat(3000);
 constexpr milliseconds kHeartbeatLimit(10'000);
 
 }  // namespace
 
 remote_line::remote_line(const line_address& address)
-    : server_(address.server, address.pipe),
-      name_(server_.open_port(address.port)),
+    : limits_(address.limits),
+      server_(address.server, address.pipe),
+      name_(server_.open_port(address.port, address.stop)),
       controls_(server_, name_),
       output_(server_, controls_, name_) {
-  controls_.set_read_limit(kReadLimit).get();
+  static_cast<void>(controls_.set_queue_size(kDriverQueue));  // which it may refuse
+  controls_.set_read_limit(limits_.driver).get();
   controls_.set_line(address.settings).get();
 }
 
@@ -80,7 +85,7 @@ ostra::future<void> remote_line::read() {
         bytes.insert(bytes.end(), rest.begin(), rest.end());
         auto taken = receiver_->received(std::move(bytes));
         co_await taken;
-      } else if (steady_clock::now() - start < kReadLimit / 2) {
+      } else if (steady_clock::now() - start < limits_.driver / 2) {
         // A driver that does not know these time-outs must not be asked without a pause.
         auto pause = pause_.wait(kPauseBetweenReads);
         co_await pause;
@@ -96,7 +101,7 @@ ostra::future<void> remote_line::read() {
 ostra::future<std::vector<std::byte>> remote_line::read_some(std::uint32_t size) {
   if (size == 0)
     co_return std::vector<std::byte>();
-  auto call = server_.answer(server_.remote().Read(size), name_, milliseconds::zero());
+  auto call = server_.answer(server_.remote().Read(size), name_, limits_.driver + limits_.patience);
   tether::bytes_result result = co_await call;
   if (FAILED(result.code))
     throw explain(result.code, name_);
@@ -138,7 +143,7 @@ ostra::future<void> remote_line::wait_for_events(std::uint32_t events) {
 }
 
 ostra::future<void> remote_line::watch_connection() {
-  const auto ended = server_.ended();
+  auto ended = server_.ended();
   co_await ended;
   end(server_.end_of_connection(name_));
 }

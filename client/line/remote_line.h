@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -36,12 +37,21 @@ class line_receiver {
   ~line_receiver() = default;
 };
 
+// The driver ends a read without bytes after `driver`. One whose answer has not come by `patience`
+// later has failed: a server leaves it without a reply.
+struct read_limits {
+  std::chrono::milliseconds driver{12'000};
+  std::chrono::milliseconds patience{8000};
+};
+
 // Which line, and how it is to be set.
 struct line_address {
   std::wstring server;
   std::uint32_t port = 0;  // its number
   line_settings settings = {};
   std::wstring pipe{tether::kServerPipe};
+  HANDLE stop = nullptr;  // unless null, an event that ends the opening
+  read_limits limits = {};
 };
 
 // One connection with one port; reads, writes, a wait for events and controls pend side by side on
@@ -98,6 +108,7 @@ class remote_line {
   void end(const client_error& reason);
   void stop();
 
+  const read_limits limits_;
   server_connection server_;
   const std::wstring name_;
   line_controls controls_;

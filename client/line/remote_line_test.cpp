@@ -99,7 +99,8 @@ TEST_F(RemoteLine, LineIsSetAsAskedAndKeepsItsSignals) {
   EXPECT_EQ(std::memcmp(&control, &kSettings.control, sizeof control), 0);
   EXPECT_EQ(Controlled<SERIAL_CHARS>(IOCTL_SERIAL_SET_CHARS).XoffChar, 0x13);
   const auto timeouts = Controlled<SERIAL_TIMEOUTS>(IOCTL_SERIAL_SET_TIMEOUTS);
-  EXPECT_EQ(timeouts.ReadIntervalTimeout & timeouts.ReadTotalTimeoutMultiplier, MAXDWORD);
+  EXPECT_LT(timeouts.ReadIntervalTimeout - 1, 100u);
+  EXPECT_EQ(timeouts.ReadTotalTimeoutMultiplier, 0u);
   EXPECT_LT(timeouts.ReadTotalTimeoutConstant - 1, MAXDWORD - 1);
 
   const auto flow_is = [&](DWORD handshake, DWORD replace) {
@@ -226,6 +227,20 @@ TEST_F(RemoteLine, WriteThatFailsEndsTheLine) {
   EXPECT_TRUE(recorder.Ends().ends_with(L" (0x800708ca)\n"));
   line.write(bytes(200'000)).get();  // goes nowhere, and keeps nobody
   line.drained().get();
+}
+
+TEST_F(RemoteLine, ReadThatFailsEndsTheLine) {
+  device.read_fails = true;
+  server.accept();
+  remote_line impatient({.server = L".",
+                         .port = 5,
+                         .settings = kSettings,
+                         .pipe = server.pipe(),
+                         .limits = {milliseconds(100), milliseconds(200)}});
+  EXPECT_GE(device.count(IOCTL_SERIAL_SET_QUEUE_SIZE), 1u);
+  impatient.start(recorder, 0);
+  EXPECT_TRUE(Ends());
+  EXPECT_EQ(recorder.Ends(), L"COM5: no answer within 300 ms (0x800705b4)\n");
 }
 
 TEST_F(RemoteLine, ServerThatGoesAwayEndsTheLineOnce) {

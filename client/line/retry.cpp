@@ -45,13 +45,12 @@ void attempts::run(const std::function<void()>& session) {
     } catch (const client_error& error) {
       failed = error;  // this is where a session ends
     }
-    if (!failed)
+    if (!failed || pause_function_(milliseconds::zero()) || !wait_after(*failed))
       return;
-    wait_after(*failed);
   }
 }
 
-void attempts::wait_after(const client_error& error) {
+bool attempts::wait_after(const client_error& error) {
   if (!again_ || error.kind() == failure::usage)
     throw error;
   if (!std::exchange(waiting_, true))
@@ -59,8 +58,7 @@ void attempts::wait_after(const client_error& error) {
   const auto now = clock::now();
   const auto held = reached_ > now ? milliseconds::zero()
                                    : std::chrono::duration_cast<milliseconds>(now - reached_);
-  if (pause_function_(pauses_.next(held)))
-    throw error;
+  return !pause_function_(pauses_.next(held));
 }
 
 void attempts::reached(std::wstring_view what) {

@@ -30,7 +30,7 @@ class growing_pause {
 // Runs sessions on the thread that calls run().
 class attempts {
  public:
-  // Blocks for the pause; true when the user wants no further attempt.
+  // Blocks for the pause, which may be zero; true when the user wants no further attempt.
   using pause_function = std::function<bool(std::chrono::milliseconds)>;
 
   // Tries again when the parsed options have --retry, until `stop` is signalled, which must outlive
@@ -39,7 +39,8 @@ class attempts {
   attempts(bool again, pause_function pause);
 
   // Runs `session` until it returns. After a failure that may pass, runs it again, and says once
-  // that it waits; without --retry, or when the user wants no more, throws the failure.
+  // that it waits; without --retry throws the failure. Returns when the user wants no more, which
+  // is the cause of any failure then.
   void run(const std::function<void()>& session);
 
   // To be called by the session once it has its line; reports that `what` is back if run() had
@@ -49,7 +50,8 @@ class attempts {
  private:
   using clock = std::chrono::steady_clock;
 
-  void wait_after(const client_error& error);
+  // False when the user wants no more.
+  [[nodiscard]] bool wait_after(const client_error& error);
 
   const bool again_;
   const pause_function pause_function_;

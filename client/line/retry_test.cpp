@@ -22,19 +22,21 @@ TEST(Attempts, WhatMayPassIsTriedAgainWhileTheUserWants) {
   const struct {
     bool again;
     std::vector<failure> failures;  // of the sessions, one after another; the next one succeeds
-    std::size_t patience;           // in pauses
+    std::size_t patience;           // in pauses, of which those of no length do not count
     bool succeeds;
     std::size_t sessions;
   } rows[] = {
       {false, {connection}, 9, false, 1},
       {true, {connection, refused, device}, 9, true, 4},
       {true, {connection, usage}, 9, false, 2},
-      {true, {connection, device, device}, 1, false, 2},
+      {true, {connection, device, device}, 1, true, 2},  // the user's wish is no failure
   };
   for (const auto& row : rows) {
     std::size_t pauses = 0;
     std::size_t sessions = 0;
-    attempts tried(row.again, [&](milliseconds) { return ++pauses > row.patience; });
+    attempts tried(row.again, [&](milliseconds time) {
+      return time > milliseconds::zero() && ++pauses > row.patience;
+    });
     bool succeeded = true;
     try {
       tried.run([&] {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "async/handle_wait.h"
 #include "format/format.h"
 #include "rpc/pipe_transport.h"
 
@@ -13,6 +14,7 @@ using std::chrono::steady_clock;
 
 constexpr std::uint16_t kClientCode = 1;
 constexpr milliseconds kBusyLimit(2000);
+constexpr milliseconds kLeaveLimit(2000);
 constexpr DWORD kBusyPause = 50;  // milliseconds
 
 constexpr known_cause kConnectCauses[] = {
@@ -69,6 +71,31 @@ std::shared_ptr<tether::ITransport> connect(std::wstring_view name, std::wstring
 
 }  // namespace
 
+// Calls `hang_up` of a connection when `signal` is signalled during its life.
+class server_connection::hang_up_signal {
+ public:
+  hang_up_signal(HANDLE signal, const server_connection& connection)
+      : wait_(ostra::details::check_pointer(::CreateThreadpoolWait(
+            &on_signal, const_cast<server_connection*>(&connection), nullptr))) {
+    if (signal != nullptr)
+      ::SetThreadpoolWait(wait_.get(), signal, nullptr);
+  }
+  hang_up_signal(const hang_up_signal&) = delete;
+  hang_up_signal& operator=(const hang_up_signal&) = delete;
+  ~hang_up_signal() {
+    ::SetThreadpoolWait(wait_.get(), nullptr, nullptr);
+    ::WaitForThreadpoolWaitCallbacks(wait_.get(), TRUE);
+  }
+
+ private:
+  static void CALLBACK on_signal(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT,
+                                 TP_WAIT_RESULT) noexcept {
+    static_cast<const server_connection*>(context)->hang_up();
+  }
+
+  const ostra::unique_threadpool_wait wait_;
+};
+
 std::wstring port_name(std::uint32_t number) {
   return tfmt::format(L"COM{0}", number);
 }
@@ -77,23 +104,33 @@ server_connection::server_connection(std::wstring_view name, std::wstring_view p
     : display_name_(display_name_of(name)),
       connection_(std::make_shared<connection>(connect(name, pipe), kClientCode,
                                                std::weak_ptr<tether::IServer_Remote>())),
-      receiving_(run(connection_, std::move(end_))) {}
+      receiving_(run(connection_, end_)) {}
 
 server_connection::~server_connection() {
-  connection_->Cancel();
-  receiving_.wait();
+  hang_up();
+  try {
+    ostra::within(std::move(receiving_), kLeaveLimit).get();
+  } catch (...) {
+    // The network has gone, or there is no memory to wait with. What the read uses is its own.
+  }
 }
 
 ostra::future<void> server_connection::run(std::shared_ptr<connection> connection,
-                                           ostra::promise<void> ended) {
+                                           std::shared_ptr<ostra::async_event> end) {
   auto receiving = connection->Run();
   co_await receiving;
-  ended.set_value();
+  end->set();
 }
 
-std::wstring server_connection::open_port(std::uint32_t number) {
+void server_connection::hang_up() const noexcept {
+  connection_->End();
+  end_->set();
+}
+
+std::wstring server_connection::open_port(std::uint32_t number, HANDLE stop) {
   std::wstring name = port_name(number);
-  const HRESULT outcome = wait(remote().OpenPort(number), name);
+  const hang_up_signal stopping(stop, *this);
+  const HRESULT outcome = wait(remote().OpenPort(number), name, kOpenLimit);
   // One code says two things, of which a port that is shared leaves one.
   if (outcome == E_ACCESSDENIED && lists(number))
     throw explain(outcome, name, kInUseCauses);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "async/errors.h"
+#include "async/event.h"
 #include "async/within.h"
 #include "client/line/client_error.h"
 #include "rpc/client_iclient.h"
@@ -18,12 +19,15 @@ namespace tarnwheel::client {
 // For a server's own part in a call, on top of the time that the device may take.
 inline constexpr std::chrono::milliseconds kCallLimit(5000);
 
+// Drivers for Bluetooth and for sleeping USB adapters take many seconds to open a port.
+inline constexpr std::chrono::milliseconds kOpenLimit(60'000);
+
 // "COM5".
 [[nodiscard]] std::wstring port_name(std::uint32_t number);
 
 // Everything throws client_error. Any thread may make calls. Whoever destroys this does so when
 // nobody uses it any more, and not from within a call's completion; the server closes the client's
-// port then.
+// port then. The destructor waits for the end of the transport's read, two seconds at the most.
 class server_connection {
  public:
   // `name` is a computer's name, or "." for this machine. A server whose pipe instances are all
@@ -55,25 +59,29 @@ class server_connection {
     return answer(std::move(call), subject, limit).get();
   }
 
-  // Opens COM`number` for this client; blocks. A server has no call that closes a port: it closes
-  // with the connection, so one connection opens one port. Gives the port's name, such as "COM5".
-  std::wstring open_port(std::uint32_t number);
+  // Opens COM`number` for this client; blocks, for up to kOpenLimit or until `stop` is signalled,
+  // which ends the connection; null is no such signal. A server has no call that closes a port: it
+  // closes with the connection, so one connection opens one port. Gives the port's name, such as
+  // "COM5".
+  std::wstring open_port(std::uint32_t number, HANDLE stop = nullptr);
 
-  // Ends the connection: all calls end soon.
-  void hang_up() const noexcept { connection_->Cancel(); }
+  // Ends the connection: all calls end inside this one.
+  void hang_up() const noexcept;
 
-  // Completes when the connection has ended. Has one waiter.
-  [[nodiscard]] const ostra::future<void>& ended() const noexcept { return ended_; }
+  // Completes when the connection has ended.
+  [[nodiscard]] ostra::future<void> ended() const { return end_->wait(); }
 
   // The error for a connection that has ended.
   [[nodiscard]] client_error end_of_connection(std::wstring_view subject) const;
 
  private:
+  class hang_up_signal;
+
   // Its requests, of which a server makes none, are without an implementation here.
   using connection = tether::Connection<tether::Client_IClient, tether::Server_IServer>;
 
   static ostra::future<void> run(std::shared_ptr<connection> connection,
-                                 ostra::promise<void> ended);
+                                 std::shared_ptr<ostra::async_event> end);
 
   [[nodiscard]] bool lists(std::uint32_t number);
 
@@ -98,9 +106,8 @@ class server_connection {
   // Constant after construction.
   const std::wstring display_name_;
   const std::shared_ptr<connection> connection_;
-  ostra::promise<void> end_;
-  const ostra::future<void> ended_ = end_.get_future();
-  const ostra::future<void> receiving_;
+  const std::shared_ptr<ostra::async_event> end_ = std::make_shared<ostra::async_event>(false);
+  ostra::future<void> receiving_;  // may outlive this, on a network that has gone
 };
 
 }  // namespace tarnwheel::client

@@ -58,6 +58,17 @@ TEST_F(ServerConnection, CallWithoutReplyEndsAtItsLimitOrWithTheServer) {
   EXPECT_LT(steady_clock::now() - started, milliseconds(30'000));
 }
 
+TEST_F(ServerConnection, SlowOpenEndsWithTheUsersWish) {
+  server.device->open_blocks = true;
+  auto client = Connect();
+  const Tamrin::unique_handle stop(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  auto opened = std::async(std::launch::async,
+                           [&] { return Failure([&] { client.open_port(5, stop.get()); }); });
+  EXPECT_EQ(opened.wait_for(milliseconds(200)), std::future_status::timeout);
+  ::SetEvent(stop.get());
+  EXPECT_EQ(opened.get(), L"COM5: the server on this machine ended the connection (0x800704c7)");
+}
+
 TEST_F(ServerConnection, RefusalsAreExplained) {
   EXPECT_EQ(Failure([] { server_connection(L".", L"client_test_no_such_pipe"); }),
             L"No server runs on this machine (0x80070002)");

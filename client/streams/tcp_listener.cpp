@@ -7,6 +7,9 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+// Behind those, whose types it uses.
+#include <mstcpip.h>
+
 #include <array>
 #include <functional>
 
@@ -21,6 +24,11 @@ namespace tarnwheel::client {
 namespace {
 
 constexpr wchar_t kLoopback[] = L"127.0.0.1";
+
+// In milliseconds. A program whose machine has gone is missed after half a minute and then, with
+// Windows, ten probes.
+constexpr tcp_keepalive kKeepAlive = {1, 30'000, 5000};
+
 constexpr DWORD kAddressRoom = sizeof(sockaddr_storage) + 16;  // as AcceptEx wants it
 
 constexpr known_cause kListenCauses[] = {
@@ -65,6 +73,13 @@ void check_socket_call(int outcome) {
 void set_option(const unique_socket& socket, int level, int option, const void* value, int size) {
   check_socket_call(
       ::setsockopt(socket.get(), level, option, static_cast<const char*>(value), size));
+}
+
+void keep_alive(const unique_socket& socket) {
+  tcp_keepalive settings = kKeepAlive;
+  DWORD size = 0;
+  check_socket_call(::WSAIoctl(socket.get(), SIO_KEEPALIVE_VALS, &settings, sizeof settings,
+                               nullptr, 0, &size, nullptr, nullptr));
 }
 
 unique_socket make_socket(int family) {
@@ -177,6 +192,7 @@ class tcp_listener final : public stream_listener {
     set_option(client, SOL_SOCKET, SO_UPDATE_ACCEPT_CONTEXT, &listener, sizeof listener);
     const BOOL on = TRUE;
     set_option(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    keep_alive(client);
     std::shared_ptr<byte_stream> stream = std::make_shared<tcp_stream>(library_, std::move(client));
     co_return stream;
   }

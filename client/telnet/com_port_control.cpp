@@ -243,6 +243,19 @@ ostra::future<payload> com_port_control::set_signal(const signal& changed, bool 
   co_return signal_state(changed);
 }
 
+ostra::future<void> com_port_control::send_break() {
+  settings_.break_on = true;  // for end_break(), should the client go meanwhile
+  try {
+    auto sent = line_.controls().send_break(break_time_);
+    co_await sent;
+    settings_.break_on = false;
+  } catch (const client_error&) {
+    settings_.break_on = line_.controls().has_answered(IOCTL_SERIAL_SET_BREAK_ON);
+  } catch (const ostra::timer_cancelled&) {
+    // The session ends.
+  }
+}
+
 ostra::future<void> com_port_control::end_break() {
   if (!settings_.break_on)
     co_return;
@@ -274,6 +287,7 @@ void com_port_control::suspend(bool suspended) {
 void com_port_control::close() {
   closed_ = true;
   flowing_.set();
+  break_time_.cancel();
 }
 
 payload com_port_control::set_mask(std::uint8_t command, std::uint8_t value) {

@@ -11,6 +11,7 @@
 #include "async/event.h"
 #include "async/future.h"
 #include "async/srw_lock.h"
+#include "async/timer.h"
 #include "client/line/remote_line.h"
 
 namespace tarnwheel::client {
@@ -56,6 +57,10 @@ class com_port_control {
   // The number of times that the client has purged the input.
   [[nodiscard]] unsigned input_purges() const noexcept { return input_purges_; }
 
+  // As executing the commands that turn a break on and, after the usual time, off; one call at a
+  // time, which close() cuts short.
+  ostra::future<void> send_break();
+
   // Ends a break that the client has left.
   ostra::future<void> end_break();
 
@@ -86,6 +91,7 @@ class com_port_control {
   std::atomic<unsigned> input_purges_ = 0;
   std::atomic<bool> closed_ = false;
   ostra::async_event flowing_{true};
+  ostra::async_timer break_time_;
 
   // Guarded by lock_.
   ostra::srw_lock lock_;

@@ -8,6 +8,7 @@ namespace tarnwheel::client {
 namespace {
 
 constexpr std::uint8_t kSe = 240;
+constexpr std::uint8_t kBreak = 243;
 constexpr std::uint8_t kSb = 250;
 constexpr std::uint8_t kWill = 251;
 constexpr std::uint8_t kWont = 252;
@@ -34,7 +35,7 @@ void append_doubling_iac(std::vector<std::byte>& bytes, std::byte byte) {
 
 class telnet::output {
  public:
-  // Neighbours of a kind are one item, but for subnegotiations.
+  // Neighbours of a kind are one item, but for subnegotiations and breaks.
   void add(telnet_item::kind what, std::initializer_list<std::uint8_t> bytes) {
     if (items_.empty() || items_.back().what != what)
       items_.push_back({what, {}});
@@ -44,6 +45,8 @@ class telnet::output {
   void add_com_port(std::vector<std::byte> payload) {
     items_.push_back({telnet_item::kind::com_port, std::move(payload)});
   }
+
+  void add_break() { items_.push_back({telnet_item::kind::break_request, {}}); }
 
   [[nodiscard]] std::vector<telnet_item> take() { return std::move(items_); }
 
@@ -126,6 +129,8 @@ void telnet::take_command(std::uint8_t byte, output& out) {
     case kIac:
       out.add(telnet_item::kind::data, {byte});
       return;
+    case kBreak:
+      return out.add_break();
     case kSb:
       state_ = state::option;
       return;

@@ -1,7 +1,6 @@
 // One end of a Telnet connection that carries a serial line: RFC 854, 855 and 856.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +11,7 @@ namespace tarnwheel::client {
 
 namespace telnet_option {
 inline constexpr std::uint8_t kBinary = 0;
+inline constexpr std::uint8_t kEcho = 1;  // RFC 857
 inline constexpr std::uint8_t kSuppressGoAhead = 3;
 inline constexpr std::uint8_t kComPort = 44;  // RFC 2217
 }  // namespace telnet_option
@@ -20,8 +20,9 @@ inline constexpr std::uint8_t kComPort = 44;  // RFC 2217
 struct telnet_item {
   enum class kind {
     data,
-    com_port,  // a subnegotiation of the option kComPort, without the option's number
-    reply,     // goes to the peer as it is
+    com_port,       // a subnegotiation of the option kComPort, without the option's number
+    break_request,  // the command BREAK, without bytes
+    reply,          // goes to the peer as it is
   };
 
   kind what;
@@ -29,8 +30,10 @@ struct telnet_item {
 };
 
 // Decodes the peer's bytes into items, and encodes bytes for the peer. Both ends may use the
-// three options above; every other one is refused. Any input is legal: what cannot be understood is
-// skipped, and no input makes this keep more than kLongestSubnegotiation bytes.
+// options above, but for the echo, which this end alone offers: it is the device that echoes, or
+// does not, and a terminal must not do so too. Every other option is refused. Any input is legal:
+// what cannot be understood is skipped, and no input makes this keep more than
+// kLongestSubnegotiation bytes.
 //
 // An option is answered only when its state changes, so two ends that agree say nothing more. Not
 // synchronised: receive() and offer() belong to one thread at a time, encode() to another.
@@ -68,10 +71,10 @@ class telnet {
   // Of one option at one end.
   struct option_state {
     std::uint8_t number;
-    bool on;
-    bool asked;  // by this end, and not answered yet
+    bool on = false;
+    bool asked = false;  // by this end, and not answered yet
   };
-  using option_states = std::array<option_state, 3>;
+  using option_states = std::vector<option_state>;
 
   class output;  // collects items
 
@@ -93,11 +96,13 @@ class telnet {
   bool sent_cr_ = false;  // encode()'s last byte, where lines are padded
 
   static constexpr std::size_t kBinaryIndex = 0;
-  static constexpr option_states kAll = {{{telnet_option::kBinary, false, false},
-                                          {telnet_option::kSuppressGoAhead, false, false},
-                                          {telnet_option::kComPort, false, false}}};
-  option_states ours_ = kAll;    // WILL and WONT of this end
-  option_states theirs_ = kAll;  // DO and DONT of this end
+  option_states ours_ = {{telnet_option::kBinary},  // WILL and WONT of this end
+                         {telnet_option::kEcho},
+                         {telnet_option::kSuppressGoAhead},
+                         {telnet_option::kComPort}};
+  option_states theirs_ = {{telnet_option::kBinary},  // DO and DONT of this end
+                           {telnet_option::kSuppressGoAhead},
+                           {telnet_option::kComPort}};
 };
 
 }  // namespace tarnwheel::client

@@ -27,9 +27,10 @@ std::string Shown(const std::vector<telnet_item>& items) {
   std::string open;
   const auto close = [&] { shown += std::exchange(open, {}).empty() ? "" : ")"; };
   for (const telnet_item& item : items) {
-    const std::string name = item.what == telnet_item::kind::data    ? " data("
-                             : item.what == telnet_item::kind::reply ? " reply("
-                                                                     : " port(";
+    const std::string name = item.what == telnet_item::kind::data       ? " data("
+                             : item.what == telnet_item::kind::reply    ? " reply("
+                             : item.what == telnet_item::kind::com_port ? " port("
+                                                                        : " break(";
     if (name != open || item.what == telnet_item::kind::com_port) {
       close();
       shown += name;
@@ -61,7 +62,8 @@ const Exchange kExchanges[] = {
      "a\xFF\xF1"
      "b\xFF\xF6"s,
      " data(ab)"},
-    {"EchoIsRefused", "\xFF\xFD\x01"s, " reply(\xFF\xFC\x01)"s},
+    {"Break", "a\xFF\xF3\x62"s, " data(a) break() data(b)"s},
+    {"EchoIsTheDevices", "\xFF\xFD\x01\xFF\xFB\x01"s, " reply(\xFF\xFB\x01\xFF\xFE\x01)"s},
     {"StrangeOptionIsRefused", "\xFF\xFB\x2D"s, " reply(\xFF\xFE\x2D)"s},
     {"NoIsNotAnswered", "\xFF\xFC\x01\xFF\xFE\x2C\xFF\xFE\x2C"s, ""},
     {"WantedOptionIsAgreedTo", "\xFF\xFB\x2C\xFF\xFD\x03"s, " reply(\xFF\xFD\x2C\xFF\xFB\x03)"s},
@@ -78,7 +80,7 @@ const Exchange kExchanges[] = {
      " data(b)"},
     {"EmptySubnegotiation", "\xFF\xFA\x2C\xFF\xF0"s, " port()"},
     {"SubnegotiationCutByACommand", "\xFF\xFA\x2C\x01\xFF\xFD\x01x"s,
-     " reply(\xFF\xFC\x01) data(x)"s},
+     " reply(\xFF\xFB\x01) data(x)"s},
     {"SubnegotiationCutByAnother", "\xFF\xFA\x2C\x01\xFF\xFA\x2C\x02\xFF\xF0"s, " port(\x02)"},
     {"TooLongSubnegotiation", "\xFF\xFA\x2C"s + std::string(513, 'x') + "\xFF\xF0y"s, " data(y)"},
     {"EndWithoutBeginning", "\xFF\xF0z"s, " data(z)"},

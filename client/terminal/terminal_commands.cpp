@@ -9,8 +9,6 @@
 namespace tarnwheel::client {
 namespace {
 
-constexpr std::chrono::milliseconds kBreakTime(250);
-
 struct named_bit {
   std::uint32_t bit;
   std::wstring_view name;
@@ -58,12 +56,8 @@ void terminal_commands::finish() {
 
 ostra::future<void> terminal_commands::send_break() {
   try {
-    auto begun = line_.controls().set_break(true);
-    co_await begun;
-    auto time = break_time_.wait(kBreakTime);
-    co_await time;
-    auto ended = line_.controls().set_break(false);
-    co_await ended;
+    auto sent = line_.controls().send_break(break_time_);
+    co_await sent;
     screen_.note(L"break sent");
   } catch (const client_error& error) {
     screen_.note(error.message());

@@ -1,7 +1,9 @@
+#include <chrono>
 #include <memory>
 #include <string>
 
 #include "app/command_line/cmd_line_syntax_error.h"
+#include "app/command_line/numbers.h"
 #include "client/bridge/bridge.h"
 #include "client/line/line_settings.h"
 #include "client/line/retry.h"
@@ -22,6 +24,9 @@ constexpr wchar_t kListen[] = L"listen";
 constexpr wchar_t kPipe[] = L"pipe";
 constexpr wchar_t kRaw[] = L"raw";
 constexpr wchar_t kRelease[] = L"release";
+constexpr wchar_t kKeepSettings[] = L"keep-settings";
+constexpr wchar_t kIdleTimeout[] = L"idle-timeout";
+constexpr std::uint32_t kGreatestIdleTimeout = 24 * 60 * 60;  // seconds
 
 bridge_options options_of(const invocation& request) {
   const auto& options = request.options;
@@ -31,6 +36,10 @@ bridge_options options_of(const invocation& request) {
   result.line = address_of(request);
   result.telnet = options.at(kListen).present && !options.at(kRaw).flag();
   result.releases = options.at(kRelease).flag();
+  result.keeps_settings = options.at(kKeepSettings).flag();
+  if (options.at(kIdleTimeout).present)
+    result.idle_limit = std::chrono::seconds(Tamrin::parse_number(
+        options.at(kIdleTimeout).text(), "idle time-out", 1, kGreatestIdleTimeout));
   return result;
 }
 
@@ -61,13 +70,20 @@ void add_bridge_options(Tamrin::command_line& line) {
   pipe.description = L"Offer the port as the named pipe NAME of this machine instead.";
   line.add_flag(kRaw).description = L"Carry bytes alone over TCP, without Telnet.";
   line.add_flag(kRelease).description = L"Have the port only while a program is connected.";
+  line.add_flag(kKeepSettings).description =
+      L"Leave the line to each program as the one before has set it, and not as the options below "
+      L"say.";
+  auto& idle = line.add_valued(kIdleTimeout);
+  idle.value_name = L"SECONDS";
+  idle.description = L"End the connection with a program that sends and takes nothing for so long.";
   add_retry_option(line);
   add_line_options(line);
 }
 
 void bridge_port(const invocation& request) {
-  const bridge_options options = options_of(request);
+  bridge_options options = options_of(request);
   const console::interrupt stop;
+  options.line.stop = stop.event();
   attempts attempts(request.options, stop);
   auto listener = listen(request);
   const std::wstring listening = tfmt::format(L"Listening on {0}\n", listener->address());

@@ -125,11 +125,12 @@ void add_pipe_options(Tamrin::command_line& line) {
 }
 
 void pipe_port(const invocation& request) {
-  const line_address address = address_of(request);
+  line_address address = address_of(request);
   const milliseconds quiet(
       Tamrin::parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kGreatestQuiet));
 
   const console::interrupt stop;
+  address.stop = stop.event();
   input_stream input(::GetStdHandle(STD_INPUT_HANDLE));
   output_stream output(::GetStdHandle(STD_OUTPUT_HANDLE));
   attempts sessions(request.options, stop);

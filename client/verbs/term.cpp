@@ -34,7 +34,7 @@ void add_terminal_options(Tamrin::command_line& line) {
 
 void open_terminal(const invocation& request) {
   const Tamrin::command_line& options = request.options;
-  const line_address address = address_of(request);
+  line_address address = address_of(request);
   const bool echo = options.at(kEcho).flag();
   const bool hex = options.at(kHex).flag();
   if (!console::raw_console::is_there())
@@ -44,6 +44,7 @@ void open_terminal(const invocation& request) {
 
   capture_file capture(options.at(kLog).text());
   console::interrupt stop;
+  address.stop = stop.event();
   attempts sessions(options, stop);
   sessions.run([&] {
     terminal_screen screen(hex ? terminal_screen::view::hex : terminal_screen::view::text);

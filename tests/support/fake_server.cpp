@@ -31,6 +31,10 @@ ostra::future<std::vector<tether::port_record>> fake_device::EnumeratePorts() {
 }
 
 ostra::future<HRESULT> fake_device::OpenPort(std::uint32_t) {
+  if (open_blocks) {
+    auto never = never_.wait();
+    co_await never;
+  }
   co_return open_outcome;
 }
 
@@ -111,6 +115,8 @@ ostra::future<HRESULT> fake_device::Write(std::vector<std::byte> data) {
 
 ostra::future<tether::bytes_result> fake_device::Read(std::uint32_t size) {
   ++reads;
+  if (read_fails)
+    ostra::details::throw_win32(ERROR_GEN_FAILURE);
   auto byte = byte_came_.wait();
   co_await byte;
   tether::bytes_result result;

@@ -34,6 +34,8 @@ class fake_device final : public tether::IServer_Remote {
   HRESULT outcome = S_OK;              // of everything else
   std::set<std::uint32_t> unanswered;  // control codes that the device does not know
   bool write_fails = false;            // which leaves it without a reply
+  bool read_fails = false;             // likewise
+  bool open_blocks = false;
   bool has_events = true;              // otherwise every wait for them ends at once
   std::map<std::uint32_t, std::vector<std::byte>> outputs;  // of control codes
 
@@ -62,6 +64,7 @@ class fake_device final : public tether::IServer_Remote {
   ostra::async_event byte_came_{false};
   ostra::async_event event_came_{false};
   ostra::async_event writes_{true};
+  ostra::async_event never_{false};
 
   // Guarded by lock_.
   mutable ostra::srw_lock lock_;
