@@ -12,24 +12,30 @@ namespace {
 
 constexpr std::size_t kPiece = 8192;  // a console takes about 32,000 units at a time
 
-void write_console(HANDLE console, std::wstring_view text) {
+DWORD write_console(HANDLE console, std::wstring_view text) {
   while (!text.empty()) {
     DWORD written = 0;
     const auto piece = static_cast<DWORD>(std::min(text.size(), kPiece));
-    if (!::WriteConsoleW(console, text.data(), piece, &written, nullptr) || written == 0)
-      return;
+    if (!::WriteConsoleW(console, text.data(), piece, &written, nullptr))
+      return ::GetLastError();
+    if (written == 0)
+      return ERROR_WRITE_FAULT;
     text.remove_prefix(written);
   }
+  return ERROR_SUCCESS;
 }
 
-void write_bytes(HANDLE file, std::span<const std::byte> bytes) {
+DWORD write_bytes(HANDLE file, std::span<const std::byte> bytes) {
   while (!bytes.empty()) {
     DWORD written = 0;
     const auto piece = static_cast<DWORD>(std::min(bytes.size(), kPiece));
-    if (!::WriteFile(file, bytes.data(), piece, &written, nullptr) || written == 0)
-      return;
+    if (!::WriteFile(file, bytes.data(), piece, &written, nullptr))
+      return ::GetLastError();
+    if (written == 0)
+      return ERROR_WRITE_FAULT;
     bytes = bytes.subspan(written);
   }
+  return ERROR_SUCCESS;
 }
 
 std::wstring with_crlf(std::wstring_view text) {
@@ -45,16 +51,14 @@ std::wstring with_crlf(std::wstring_view text) {
 
 }  // namespace
 
-void print(standard_stream stream, std::wstring_view text) {
+DWORD print(standard_stream stream, std::wstring_view text) {
   const HANDLE handle = ::GetStdHandle(static_cast<DWORD>(stream));
   if (handle == nullptr || handle == INVALID_HANDLE_VALUE)
-    return;
+    return ERROR_SUCCESS;
   DWORD mode = 0;
-  if (::GetConsoleMode(handle, &mode)) {
-    write_console(handle, text);
-  } else {
-    write_bytes(handle, to_utf8(with_crlf(text)));
-  }
+  if (::GetConsoleMode(handle, &mode))
+    return write_console(handle, text);
+  return write_bytes(handle, to_utf8(with_crlf(text)));
 }
 
 }  // namespace console

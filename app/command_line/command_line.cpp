@@ -98,7 +98,7 @@ void command_line::parse(std::wstring_view text) {
 }
 
 const command_line_option& command_line::at(std::wstring_view long_name) const {
-  return find(by_long_name_, long_name);
+  return find(by_long_name_, long_name, long_name);
 }
 
 void command_line::reset() {
@@ -117,23 +117,24 @@ command_line::token_iterator command_line::parse_option(token_iterator token) {
   name.remove_prefix(is_long ? 2 : 1);
   const bool flag_value = take_flag_value(name);
 
-  command_line_option& option = find(is_long ? by_long_name_ : by_short_name_, name);
+  command_line_option& option = find(is_long ? by_long_name_ : by_short_name_, name, *token);
   option.present = true;
   if (option.kind == option_kind::flag) {
     option.value = flag_value;
     return token;
   }
-  if (++token == tokens_.cend()) {
-    throw cmd_line_syntax_error("Command line argument's value is missing");
-  }
+  if (token + 1 == tokens_.cend())
+    throw cmd_line_syntax_error("Command line argument's value is missing", *token);
+  ++token;
   store_text(option, *token);
   return token;
 }
 
-command_line_option& command_line::find(const option_map& map, std::wstring_view name) {
+command_line_option& command_line::find(const option_map& map, std::wstring_view name,
+                                        std::wstring_view token) {
   const auto found = map.find(name);
   if (found == map.end())
-    throw cmd_line_syntax_error("Invalid command line argument specified");
+    throw cmd_line_syntax_error("Invalid command line argument specified", token);
   return *found->second;
 }
 

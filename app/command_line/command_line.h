@@ -99,7 +99,8 @@ class command_line {
   command_line_option& add(option_kind kind, std::wstring long_name, std::wstring short_name);
   void reset();
   token_iterator parse_option(token_iterator token);
-  [[nodiscard]] static command_line_option& find(const option_map& map, std::wstring_view name);
+  [[nodiscard]] static command_line_option& find(const option_map& map, std::wstring_view name,
+                                                 std::wstring_view token);
 
   std::deque<command_line_option> options_;  // never moves its elements: the maps point to them
   option_map by_long_name_;

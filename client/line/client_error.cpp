@@ -24,7 +24,7 @@ std::wstring system_text(HRESULT code) {
 }  // namespace
 
 client_error::client_error(std::wstring_view cause, HRESULT code, failure kind)
-    : message_(tfmt::format(L"{0} ({1ub016xp})", cause, code)), kind_(kind) {}
+    : message_(tfmt::format(L"{0} ({1ub016xp})", cause, code)), code_(code), kind_(kind) {}
 
 client_error explain(HRESULT code, std::wstring_view subject, std::span<const known_cause> causes,
                      failure otherwise) {

@@ -11,10 +11,11 @@ namespace tarnwheel::client {
 
 // The kinds of failure that a script can tell apart; the value is the program's exit code.
 enum class failure {
-  usage = 1,       // the command line, or a file that it names
+  usage = 1,       // the command line
   connection = 2,  // the server cannot be reached, or has gone
   refused = 3,     // the server, its system or another client refuses the port or the account
   device = 4,      // the device failed, or did not answer in time
+  local = 5,       // this machine: its output, a file, an address that is taken
 };
 
 // A failure with its cause in words and its code.
@@ -25,10 +26,12 @@ class client_error {
   // "No server runs on this machine (0x80070002)".
   [[nodiscard]] const std::wstring& message() const noexcept { return message_; }
 
+  [[nodiscard]] HRESULT code() const noexcept { return code_; }
   [[nodiscard]] failure kind() const noexcept { return kind_; }
 
  private:
   std::wstring message_;
+  HRESULT code_;
   failure kind_;
 };
 

@@ -9,6 +9,7 @@
 
 #include "async/errors.h"
 #include "async/srw_lock.h"
+#include "format/format.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -84,6 +85,20 @@ constexpr std::uint32_t output_size = sizeof(Result);
 template <>
 constexpr std::uint32_t output_size<void> = 0;
 
+// The failure of a request for a setting, in which the setting has its name.
+ostra::future<void> named(ostra::future<void> request, std::wstring port, std::wstring setting) {
+  HRESULT code = S_OK;
+  try {
+    co_await request;
+    co_return;
+  } catch (const client_error& error) {
+    if (error.kind() != failure::device)
+      throw;
+    code = error.code();
+  }
+  throw client_error(tfmt::format(L"{0}: the device refuses {1}", port, setting), code);
+}
+
 template <class T>
 std::vector<std::byte> bytes_of(const T& value) {
   const auto bytes = std::as_bytes(std::span(&value, 1));
@@ -155,11 +170,13 @@ ostra::future<Result> line_controls::request(std::uint32_t code, bytes input, mi
 }
 
 ostra::future<void> line_controls::set_line(line_settings settings) {
-  auto rate = set_baud_rate(settings.baud_rate.BaudRate);
+  const std::uint32_t baud = settings.baud_rate.BaudRate;
+  auto rate = named(set_baud_rate(baud), name_, tfmt::format(L"{0} baud", baud));
   co_await rate;
-  auto control = set_line_control(settings.control);
+  auto control = named(set_line_control(settings.control), name_, words_of(settings.control));
   co_await control;
-  auto flow = set_flow_control(settings.flow);
+  auto flow = named(set_flow_control(settings.flow), name_,
+                    tfmt::format(L"the flow control {0}", words_of(settings.flow)));
   co_await flow;
 }
 

@@ -6,6 +6,7 @@
 
 #include "app/command_line/cmd_line_syntax_error.h"
 #include "app/command_line/numbers.h"
+#include "format/format.h"
 
 namespace tarnwheel::client {
 namespace {
@@ -45,12 +46,26 @@ Tamrin::command_line_option& add_option(Tamrin::command_line& line, const wchar_
   return option;
 }
 
+// "none, odd or even".
+template <class Code, std::size_t Size>
+std::wstring list_of(const keyword<Code> (&keywords)[Size]) {
+  std::wstring list(keywords[0].text);
+  for (std::size_t i = 1; i < Size; ++i)
+    list.append(i + 1 < Size ? L", " : L" or ").append(keywords[i].text);
+  return list;
+}
+
+template <class Code, std::size_t Size>
+std::wstring_view text_of(Code code, const keyword<Code> (&keywords)[Size]) {
+  return std::ranges::find(keywords, code, &keyword<Code>::code)->text;
+}
+
 template <class Code, std::size_t Size>
 Code parse_keyword(std::wstring_view text, const std::string& what,
                    const keyword<Code> (&keywords)[Size]) {
   const auto* const found = std::ranges::find(keywords, text, &keyword<Code>::text);
   if (found == std::end(keywords))
-    throw Tamrin::cmd_line_syntax_error("Invalid " + what + " specified.");
+    throw Tamrin::cmd_line_syntax_error("Invalid " + what + " specified.", text, list_of(keywords));
   return found->code;
 }
 
@@ -66,6 +81,16 @@ void add_line_options(Tamrin::command_line& line) {
   add_option(line, kStopBits, L"N", L"1", L"Stop bits: 1, 1.5 or 2. Default value is 1.");
   add_option(line, kFlow, L"FLOW", L"none",
              L"Flow control: none, rtscts or xonxoff. Default value is none.");
+}
+
+std::wstring words_of(const SERIAL_LINE_CONTROL& control) {
+  return tfmt::format(L"{0} data bits, {1} parity and {2} stop bits",
+                      std::uint32_t{control.WordLength}, text_of(control.Parity, kParities),
+                      text_of(control.StopBits, kStopBitCounts));
+}
+
+std::wstring_view words_of(flow_control flow) {
+  return text_of(flow, kFlowControls);
 }
 
 line_settings line_settings_of(const Tamrin::command_line& line) {

@@ -16,6 +16,10 @@ struct line_settings {
   flow_control flow = flow_control::none;
 };
 
+// "7 data bits, even parity and 1 stop bits"; "rtscts". For values that the options can have.
+[[nodiscard]] std::wstring words_of(const SERIAL_LINE_CONTROL& control);
+[[nodiscard]] std::wstring_view words_of(flow_control flow);
+
 void add_line_options(Tamrin::command_line& line);
 
 // 115200 baud, 8 data bits, no parity, 1 stop bit and no flow control where the parsed options say

@@ -31,10 +31,14 @@ milliseconds growing_pause::next(milliseconds held) noexcept {
 }
 
 attempts::attempts(const Tamrin::command_line& options, const console::interrupt& stop)
-    : attempts(options.at(kRetry).flag(), [&stop](milliseconds time) { return stop.wait(time); }) {}
+    : attempts(options, [&stop](milliseconds time) { return stop.wait(time); }) {}
 
-attempts::attempts(bool again, pause_function pause)
-    : again_(again), pause_function_(std::move(pause)) {}
+attempts::attempts(const Tamrin::command_line& options, pause_function pause,
+                   std::wstring_view hint)
+    : attempts(options.at(kRetry).flag(), std::move(pause), hint) {}
+
+attempts::attempts(bool again, pause_function pause, std::wstring_view hint)
+    : again_(again), pause_function_(std::move(pause)), hint_(hint) {}
 
 void attempts::run(const std::function<void()>& session) {
   for (;;) {
@@ -51,10 +55,10 @@ void attempts::run(const std::function<void()>& session) {
 }
 
 bool attempts::wait_after(const client_error& error) {
-  if (!again_ || error.kind() == failure::usage)
+  if (!again_ || error.kind() == failure::usage || error.kind() == failure::local)
     throw error;
   if (!std::exchange(waiting_, true))
-    print(standard_stream::error, error.message() + L"; trying again\n");
+    print(standard_stream::error, error.message() + L"; trying again" + hint_ + L"\n");
   const auto now = clock::now();
   const auto held = reached_ > now ? milliseconds::zero()
                                    : std::chrono::duration_cast<milliseconds>(now - reached_);

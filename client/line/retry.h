@@ -36,7 +36,10 @@ class attempts {
   // Tries again when the parsed options have --retry, until `stop` is signalled, which must outlive
   // this.
   attempts(const Tamrin::command_line& options, const console::interrupt& stop);
-  attempts(bool again, pause_function pause);
+
+  // `hint`, if any, says with the wait how the user ends it.
+  attempts(const Tamrin::command_line& options, pause_function pause, std::wstring_view hint = {});
+  attempts(bool again, pause_function pause, std::wstring_view hint = {});
 
   // Runs `session` until it returns. After a failure that may pass, runs it again, and says once
   // that it waits; without --retry throws the failure. Returns when the user wants no more, which
@@ -55,6 +58,7 @@ class attempts {
 
   const bool again_;
   const pause_function pause_function_;
+  const std::wstring hint_;
   growing_pause pauses_;
   bool waiting_ = false;
   clock::time_point reached_ = clock::time_point::max();  // max: not in this session

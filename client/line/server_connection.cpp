@@ -23,7 +23,27 @@ constexpr known_cause kConnectCauses[] = {
     {ERROR_PATH_NOT_FOUND, L"{0} cannot be reached", failure::connection},
     {ERROR_BAD_NETPATH, L"{0} cannot be reached", failure::connection},
     {ERROR_BAD_NET_NAME, L"{0} cannot be reached", failure::connection},
-    {ERROR_ACCESS_DENIED, L"The server on {0} refuses this account", failure::refused},
+    {ERROR_ACCESS_DENIED,
+     L"The server on {0} refuses this account; its --security-descriptor is to allow it",
+     failure::refused},
+    {ERROR_LOGON_FAILURE,
+     L"{0} does not know this account or its password; \"net use \\\\{0}\\IPC$ /user:NAME *\" "
+     L"gives it another",
+     failure::refused},
+    {ERROR_ACCOUNT_RESTRICTION,
+     L"{0} refuses this account, perhaps for its empty password; \"net use \\\\{0}\\IPC$ "
+     L"/user:NAME *\" gives it another",
+     failure::refused},
+    {ERROR_ACCOUNT_DISABLED, L"This account is disabled on {0}; an administrator enables it there",
+     failure::refused},
+    {ERROR_LOGON_TYPE_NOT_GRANTED,
+     L"{0} does not admit this account from the network; the right is \"Access this computer from "
+     L"the network\" there",
+     failure::refused},
+    {ERROR_SESSION_CREDENTIAL_CONFLICT,
+     L"There is a connection with {0} under another account already; \"net use \\\\{0}\\IPC$ "
+     L"/delete\" ends it",
+     failure::refused},
     {ERROR_PIPE_BUSY, L"The server on {0} is busy", failure::connection},
 };
 

@@ -32,10 +32,10 @@ constexpr tcp_keepalive kKeepAlive = {1, 30'000, 5000};
 constexpr DWORD kAddressRoom = sizeof(sockaddr_storage) + 16;  // as AcceptEx wants it
 
 constexpr known_cause kListenCauses[] = {
-    {WSAEADDRINUSE, L"{0} is in use by another program", failure::usage},
-    {WSAEACCES, L"{0} is in use by another program", failure::usage},
-    {WSAEADDRNOTAVAIL, L"{0} is not an address of this machine", failure::usage},
-    {WSAHOST_NOT_FOUND, L"{0} is not an address of this machine", failure::usage},
+    {WSAEADDRINUSE, L"{0} is in use by another program", failure::local},
+    {WSAEACCES, L"{0} is in use by another program", failure::local},
+    {WSAEADDRNOTAVAIL, L"{0} is not an address of this machine", failure::local},
+    {WSAHOST_NOT_FOUND, L"{0} is not an address of this machine", failure::local},
 };
 
 struct socket_traits {
@@ -211,6 +211,7 @@ class tcp_listener final : public stream_listener {
 }  // namespace
 
 tcp_address parse_tcp_address(std::wstring_view text) {
+  const std::wstring_view address_text = text;
   tcp_address address;
   address.host = kLoopback;
   if (const auto colon = text.rfind(L':'); colon != std::wstring_view::npos) {
@@ -218,7 +219,8 @@ tcp_address parse_tcp_address(std::wstring_view text) {
     if (host.starts_with(L'[') && host.ends_with(L']'))
       host = host.substr(1, host.size() - 2);
     if (host.empty())
-      throw Tamrin::cmd_line_syntax_error("Invalid address specified.");
+      throw Tamrin::cmd_line_syntax_error("Invalid address specified.", address_text,
+                                          L"[ADDRESS:]TCPPORT");
     address.host = host;
     text = text.substr(colon + 1);
   }
@@ -236,7 +238,7 @@ std::unique_ptr<stream_listener> listen_tcp(const tcp_address& address) {
     return std::make_unique<tcp_listener>(address);
   } catch (const ostra::hresult_error& error) {
     throw explain(error.code(), tfmt::format(L"{0}:{1}", address.host, std::uint32_t{address.port}),
-                  kListenCauses, failure::usage);
+                  kListenCauses, failure::local);
   }
 }
 

@@ -24,7 +24,7 @@ std::optional<client_error> capture_file::add(std::span<const std::byte> bytes) 
 }
 
 client_error capture_file::failed(DWORD error) const {
-  return explain(ostra::details::to_hresult(error), path_, {}, failure::usage);
+  return explain(ostra::details::to_hresult(error), path_, {}, failure::local);
 }
 
 }  // namespace tarnwheel::client

@@ -1,7 +1,9 @@
 #include "client/terminal/terminal_keys.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
+#include <span>
 
 #include "format/format.h"
 
@@ -102,6 +104,21 @@ std::wstring text_of(const KEY_EVENT_RECORD& key) {
   return prefixed ? std::wstring(kEscape) + text : text;
 }
 
+std::optional<std::vector<std::wstring>> read_keys(HANDLE console) {
+  std::array<INPUT_RECORD, 128> records;
+  DWORD count = 0;
+  if (!::ReadConsoleInputW(console, records.data(), static_cast<DWORD>(records.size()), &count))
+    return std::nullopt;
+  std::vector<std::wstring> keys;
+  for (const INPUT_RECORD& record : std::span(records).first(count)) {
+    if (record.EventType != KEY_EVENT)
+      continue;
+    if (const std::wstring text = text_of(record.Event.KeyEvent); !text.empty())
+      keys.insert(keys.end(), record.Event.KeyEvent.wRepeatCount, text);
+  }
+  return keys;
+}
+
 key_command command_keys::feed(std::wstring_view text) noexcept {
   const bool is_prefix = text == kPrefix;
   if (!prefixed_) {
@@ -111,6 +128,32 @@ key_command command_keys::feed(std::wstring_view text) noexcept {
   prefixed_ = false;
   const auto* const found = std::ranges::find(kCommands, text, &command_key::text);
   return found == std::end(kCommands) ? key_command::show_keys : found->command;
+}
+
+bool leave_key::wait(std::chrono::milliseconds time) {
+  using std::chrono::steady_clock;
+  const auto end = steady_clock::now() + time;
+  for (;;) {
+    const auto left =
+        std::max(std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now()),
+                 std::chrono::milliseconds::zero());
+    const HANDLE signals[] = {stop_.event(), keys_};
+    switch (::WaitForMultipleObjects(2, signals, FALSE, static_cast<DWORD>(left.count()))) {
+      case WAIT_OBJECT_0:
+        return true;
+      case WAIT_OBJECT_0 + 1:
+        break;
+      default:
+        return false;
+    }
+    const auto struck = read_keys(keys_);
+    if (!struck)
+      return true;  // the console has gone
+    for (const auto& key : *struck) {
+      if (commands_.feed(key) == key_command::leave)
+        return true;
+    }
+  }
 }
 
 std::wstring_view command_keys::help() noexcept {

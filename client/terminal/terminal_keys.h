@@ -1,9 +1,13 @@
 // The meaning of the keys of a terminal.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "console/interrupt.h"
 #include "platform/win32.h"
 
 namespace tarnwheel::client {
@@ -12,6 +16,10 @@ namespace tarnwheel::client {
 // they are, control characters, escape sequences for arrows and the like, and ESC before what is
 // struck with Alt. Empty for keys that send nothing. A character beyond U+FFFF comes as two keys.
 [[nodiscard]] std::wstring text_of(const KEY_EVENT_RECORD& key);
+
+// The texts of the keys that have been struck in a console, one key after another. Blocks until there
+// is an event of the console; nothing when the console has gone.
+[[nodiscard]] std::optional<std::vector<std::wstring>> read_keys(HANDLE console);
 
 enum class key_command {
   none,
@@ -35,6 +43,22 @@ class command_keys {
 
  private:
   bool prefixed_ = false;
+};
+
+// The keys while there is no line for them: only Ctrl+] q has a meaning, everything else is
+// discarded.
+class leave_key {
+ public:
+  // `keys` is the console's input; `stop` must outlive this.
+  leave_key(HANDLE keys, const console::interrupt& stop) : keys_(keys), stop_(stop) {}
+
+  // Blocks for `time`; true, at once, when the user leaves, by that key or by `stop`.
+  [[nodiscard]] bool wait(std::chrono::milliseconds time);
+
+ private:
+  const HANDLE keys_;
+  const console::interrupt& stop_;
+  command_keys commands_;
 };
 
 }  // namespace tarnwheel::client

@@ -1,7 +1,6 @@
 #include "client/terminal/terminal_session.h"
 
-#include <array>
-#include <span>
+#include <algorithm>
 #include <utility>
 
 #include "console/utf8.h"
@@ -49,25 +48,16 @@ bool terminal_session::serve(HANDLE keys, const console::interrupt& stop) {
 }
 
 bool terminal_session::read_keys(HANDLE keys) {
-  std::array<INPUT_RECORD, 128> records;
-  DWORD count = 0;
-  if (!::ReadConsoleInputW(keys, records.data(), static_cast<DWORD>(records.size()), &count))
+  const auto struck = client::read_keys(keys);
+  if (!struck)
     return false;  // the console has gone
-  bool stays = true;
-  for (const INPUT_RECORD& record : std::span(records).first(count)) {
-    if (record.EventType != KEY_EVENT)
-      continue;
-    const std::wstring text = text_of(record.Event.KeyEvent);
-    for (WORD times = record.Event.KeyEvent.wRepeatCount; stays && times != 0; --times)
-      stays = strike(text);
-  }
+  const bool stays =
+      std::ranges::all_of(*struck, [this](const auto& text) { return strike(text); });
   send_typed();
   return stays;
 }
 
 bool terminal_session::strike(std::wstring_view text) {
-  if (text.empty())
-    return true;
   const key_command command = command_keys_.feed(text);
   if (command == key_command::send && typed_.size() < kMostTyped)
     typed_ += text;

@@ -31,7 +31,10 @@ constexpr std::uint32_t kGreatestIdleTimeout = 24 * 60 * 60;  // seconds
 bridge_options options_of(const invocation& request) {
   const auto& options = request.options;
   if (options.at(kListen).present == options.at(kPipe).present)
-    throw Tamrin::cmd_line_syntax_error("Either --listen or --pipe is needed.");
+    throw Tamrin::cmd_line_syntax_error("Exactly one of --listen and --pipe is needed.");
+  if (options.at(kPipe).present && options.at(kPipe).text().empty())
+    throw Tamrin::cmd_line_syntax_error("Invalid pipe name specified.", L"",
+                                        L"a name such as lab_line");
   bridge_options result;
   result.line = address_of(request);
   result.telnet = options.at(kListen).present && !options.at(kRaw).flag();

@@ -1,9 +1,13 @@
 #include "client/verbs/client_options.h"
 
 #include <algorithm>
+#include <string>
 
 #include "app/command_line/command_line_help.h"
 #include "app/command_line/numbers.h"
+#include "async/errors.h"
+#include "client/line/client_error.h"
+#include "console/print.h"
 #include "format/format.h"
 
 namespace tarnwheel::client {
@@ -18,7 +22,8 @@ constexpr std::wstring_view kArgumentsHelp =
 
 constexpr std::wstring_view kExitCodes =
     L"Exit codes: 0 success, 1 mistake in the command line, 2 no connection to the\n"
-    L"server, 3 port or account refused, 4 failure of the device or no answer in time.\n";
+    L"server, 3 port or account refused, 4 failure of the device or no answer in time,\n"
+    L"5 failure of this machine: its output, a file, an address that is in use.\n";
 
 std::wstring words_of(const verb& verb) {
   std::wstring words(verb.name);
@@ -27,10 +32,21 @@ std::wstring words_of(const verb& verb) {
   return words;
 }
 
+// "list, discover or send".
+std::wstring verb_names() {
+  std::wstring names;
+  for (const verb& verb : all_verbs()) {
+    if (!names.empty())
+      names += &verb == &all_verbs().back() ? L" or " : L", ";
+    names += verb.name;
+  }
+  return names;
+}
+
 }  // namespace
 
 bool asks_for_help(std::wstring_view word) noexcept {
-  return word == L"--help" || word == L"-?";
+  return word == L"--help" || word == L"-?" || word == L"-h";
 }
 
 const verb& verb_named(std::wstring_view word) {
@@ -38,7 +54,7 @@ const verb& verb_named(std::wstring_view word) {
     throw Tamrin::cmd_line_syntax_error("No verb specified.");
   const auto found = std::ranges::find(all_verbs(), word, &verb::name);
   if (found == all_verbs().end())
-    throw Tamrin::cmd_line_syntax_error("Invalid verb specified.");
+    throw Tamrin::cmd_line_syntax_error("Invalid verb specified.", word, verb_names());
   return *found;
 }
 
@@ -53,13 +69,22 @@ std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                 const Tamrin::command_line& line) {
   const auto words = std::span(line.positional()).subspan(1);
   if (words.size() != verb.arguments.size())
-    throw Tamrin::cmd_line_syntax_error("Invalid number of arguments specified.");
+    throw Tamrin::cmd_line_syntax_error("Invalid number of arguments specified.",
+                                        std::to_wstring(words.size()), words_of(verb));
   return words;
+}
+
+std::wstring_view server_of(const invocation& request) {
+  const std::wstring_view server = request.arguments[0];
+  if (server.empty())
+    throw Tamrin::cmd_line_syntax_error("Invalid server specified.", server,
+                                        L"a computer's name, or . for this machine");
+  return server;
 }
 
 line_address address_of(const invocation& request) {
   line_address address;
-  address.server = request.arguments[0];
+  address.server = server_of(request);
   address.port = Tamrin::parse_port(request.arguments[1]);
   address.settings = line_settings_of(request.options);
   return address;
@@ -79,6 +104,22 @@ std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {
 
 void add_json_option(Tamrin::command_line& line) {
   line.add_flag(kJsonOption).description = L"Print one JSON array, for scripts.";
+}
+
+std::wstring mistake_in(const Tamrin::cmd_line_syntax_error& error) {
+  std::string message = error.what();
+  message.erase(message.find_last_not_of('.') + 1);
+  std::wstring text(message.begin(), message.end());
+  if (error.culprit())
+    text += tfmt::format(L": \"{0}\"", *error.culprit());
+  if (!error.expected().empty())
+    text += tfmt::format(L"; expected {0}", error.expected());
+  return text;
+}
+
+void print_result(std::wstring_view text) {
+  if (const DWORD error = console::print(console::standard_stream::output, text))
+    throw explain(ostra::details::to_hresult(error), L"Standard output", {}, failure::local);
 }
 
 std::wstring usage() {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "app/command_line/cmd_line_syntax_error.h"
 #include "app/command_line/command_line.h"
 #include "client/line/remote_line.h"
 #include "client/verbs/verb_table.h"
@@ -27,6 +28,9 @@ void add_options_of(const verb& verb, Tamrin::command_line& line);
 [[nodiscard]] std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                               const Tamrin::command_line& line);
 
+// The verb's SERVER. Throws cmd_line_syntax_error when it is empty.
+[[nodiscard]] std::wstring_view server_of(const invocation& request);
+
 // The line that the verb's SERVER and PORT and its options name. Throws cmd_line_syntax_error.
 [[nodiscard]] line_address address_of(const invocation& request);
 
@@ -36,6 +40,13 @@ void add_timeout_option(Tamrin::command_line& line);
 
 // --json, a flag.
 void add_json_option(Tamrin::command_line& line);
+
+// "Invalid time-out specified: "0"; expected a number from 1 to 1000", without a line end.
+[[nodiscard]] std::wstring mistake_in(const Tamrin::cmd_line_syntax_error& error);
+
+// Prints what the user has asked for on standard output; throws client_error when it does not take
+// everything.
+void print_result(std::wstring_view text);
 
 // All verbs; one verb with its registered options. For the screen.
 [[nodiscard]] std::wstring usage();

@@ -34,17 +34,25 @@ struct ClientOptions : testing::Test {
     return text.str();
   }
 
-  // The message of the error that comes of reading it.
-  std::string Error(const std::wstring& arguments) {
+  // What `send` sends, a character a byte.
+  std::string Message(const std::wstring& arguments) {
+    Parse(L"send . COM5 " + arguments);
+    const auto bytes = message_of({words_behind, *line});
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+  }
+
+  // What is wrong with it.
+  std::wstring Error(const std::wstring& arguments) {
     try {
       Parse(arguments);
       if (chosen->run == &send_text) {
-        static_cast<void>(line_settings_of(*line));
+        static_cast<void>(address_of({words_behind, *line}));
+        static_cast<void>(message_of({words_behind, *line}));
         static_cast<void>(waiting_limit_of(*line));
       }
-      return "";
+      return L"";
     } catch (const Tamrin::cmd_line_syntax_error& error) {
-      return error.what();
+      return mistake_in(error);
     }
   }
 
@@ -59,22 +67,34 @@ TEST_F(ClientOptions, LineAndItsDefaults) {
   EXPECT_EQ(waiting_limit_of(*line), std::chrono::milliseconds(2000));
 }
 
+TEST_F(ClientOptions, MessageWithItsLineEnd) {
+  EXPECT_EQ(Message(L"a\\r --eol crlf"), "a\\r\r\n");
+  EXPECT_EQ(Message(L"\xE9\\x0a\\xFE\\\\n\\r\\t --escapes"), "\xC3\xA9\n\xFE\\n\r\t");
+}
+
 TEST_F(ClientOptions, Errors) {
   const struct {
     const wchar_t* arguments;
-    const char* message;
+    const wchar_t* message;
   } rows[] = {
-      {L"", "No verb specified."},
-      {L"List .", "Invalid verb specified."},
-      {L"list", "Invalid number of arguments specified."},
-      {L"send . COM5 two words", "Invalid number of arguments specified."},
-      {L"list . --baud 9600", "Invalid command line argument specified"},  // not an option of list
-      {L"send . 5 x --baud 0", "Invalid baud rate specified."},
-      {L"send . 5 x --data 9", "Invalid number of data bits specified."},
-      {L"send . 5 x --parity Odd", "Invalid parity specified."},
-      {L"send . 5 x --stop 3", "Invalid number of stop bits specified."},
-      {L"send . 5 x --flow hardware", "Invalid flow control specified."},
-      {L"send . 5 x --timeout 0", "Invalid time-out specified."},
+      {L"", L"No verb specified"},
+      {L"List .",
+       L"Invalid verb specified: \"List\"; expected list, discover, send, term, pipe or bridge"},
+      {L"list", L"Invalid number of arguments specified: \"0\"; expected list SERVER"},
+      {L"list . --baud 9600", L"Invalid command line argument specified: \"--baud\""},
+      {L"list . --json --", L"Invalid command line argument specified: \"--\""},
+      {L"send . 5 x --eol", L"Command line argument's value is missing: \"--eol\""},
+      {L"send \"\" 5 x",
+       L"Invalid server specified: \"\"; expected a computer's name, or . for this machine"},
+      {L"send . LPT1 x", L"Invalid port specified: \"LPT1\"; expected a port such as COM5"},
+      {L"send . 5 x --data 9",
+       L"Invalid number of data bits specified: \"9\"; expected a number from 5 to 8"},
+      {L"send . 5 x --parity Odd",
+       L"Invalid parity specified: \"Odd\"; expected none, odd, even, mark or space"},
+      {L"send . 5 x --timeout 0",
+       L"Invalid time-out specified: \"0\"; expected a number from 1 to 86400000"},
+      {L"send . 5 a\\x4 --escapes",
+       L"Invalid escape specified: \"a\\x4\"; expected \\r, \\n, \\t, \\\\ or \\xNN"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(Error(row.arguments), row.message) << row.arguments;
@@ -98,7 +118,7 @@ TEST_F(ClientOptions, HelpFitsTheVerbs) {
     SCOPED_TRACE(testing::Message() << "verb " << std::wstring(verb.name));
     EXPECT_NE(all.find(verb.description), std::wstring::npos);
     const auto example = verb.example.substr(0, verb.example.find(L" <"));  // the rest is cmd's
-    EXPECT_EQ(Error(std::wstring(verb.name) + L" " + std::wstring(example)), "");
+    EXPECT_EQ(Error(std::wstring(verb.name) + L" " + std::wstring(example)), L"");
     const std::wstring own = usage_of(verb, *line);
     for (const auto& option : line->options())
       EXPECT_NE(own.find(L"--" + option.long_name), std::wstring::npos) << option.long_name;
@@ -115,7 +135,7 @@ TEST(Json, AnyTextIsAValue) {
   EXPECT_EQ(array.text(),
             L"[\n"
             L"  {\"port\": \"COM5\", \"name\": \"a \\\"b\\\" c:\\\\d\\u0001\\u000a\\u001f "
-            L"\xE4\x6F22/\"},\n"
+            L"\\u00e4\\u6f22/\"},\n"
             L"  {\"port\": \"\"}\n"
             L"]\n");
 }

@@ -147,7 +147,7 @@ void discover_servers(const invocation& request) {
     send_queries(limit);
     const answering_servers servers = collect_answers(*mailslot, limit);
     const bool json = request.options.at(kJsonOption).flag();
-    print(standard_stream::output, json ? servers.json() : servers.lines());
+    print_result(json ? servers.json() : servers.lines());
     if (!servers.empty())
       return;
   } catch (const ostra::hresult_error& error) {

@@ -10,7 +10,7 @@ std::wstring quoted(std::wstring_view text) {
   for (const wchar_t unit : text) {
     if (unit == L'"' || unit == L'\\')
       result += {L'\\', unit};
-    else if (unit < L' ')
+    else if (unit < L' ' || unit > L'~')
       result += tfmt::format(L"\\u{0w4arf0b16x}", static_cast<std::uint32_t>(unit));
     else
       result += unit;

@@ -17,7 +17,8 @@ class json_array {
   // Adds an object with these fields, whose values are any text.
   void add(std::initializer_list<field> fields);
 
-  // The array with a line end, one object a line.
+  // The array with a line end, one object a line. Characters beyond ASCII are escaped, so it survives
+  // any code page.
   [[nodiscard]] std::wstring text() const;
 
  private:

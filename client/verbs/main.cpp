@@ -17,20 +17,21 @@ using console::standard_stream;
 void run(const verb& chosen, std::wstring_view command_line) {
   Tamrin::command_line options;
   add_options_of(chosen, options);
-  options.parse(command_line);
-  if (options.at(kHelpOption).flag())
-    print(standard_stream::output, usage_of(chosen, options));
+  const auto words = Tamrin::split(command_line);
+  const bool asked = words.size() == 3 && asks_for_help(words[2]);
+  if (!asked)
+    options.parse(command_line);
+  if (asked || options.at(kHelpOption).flag())
+    print_result(usage_of(chosen, options));
   else
     chosen.run({arguments_of(chosen, options), options});
 }
 
 // On standard error: a script reads standard output.
 void report(const Tamrin::cmd_line_syntax_error& error, const verb* chosen) {
-  const std::string message = error.what();
   print(standard_stream::error,
-        tfmt::format(L"Error: {0}\n\"tarnwheel-client {1?<}{2} {1?>}--help\" shows what can be "
-                     L"asked for.\n",
-                     std::wstring(message.begin(), message.end()), chosen != nullptr,
+        tfmt::format(L"Error: {0}; see \"tarnwheel-client {1?<}{2} {1?>}--help\"\n",
+                     mistake_in(error), chosen != nullptr,
                      chosen != nullptr ? chosen->name : std::wstring_view()));
 }
 
@@ -40,7 +41,11 @@ int run_command_line(std::wstring_view command_line) {
     const auto words = Tamrin::split(command_line);
     const std::wstring_view first = words.size() > 1 ? std::wstring_view(words[1]) : L"";
     if (asks_for_help(first)) {
-      print(standard_stream::output, usage());
+      print_result(usage());
+      return 0;
+    }
+    if (first == L"--version") {
+      print_result(L"tarnwheel-client " TARNWHEEL_VERSION L"\n");
       return 0;
     }
     chosen = &verb_named(first);

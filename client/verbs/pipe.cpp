@@ -92,7 +92,7 @@ ostra::future<void> copying::received(std::vector<std::byte> bytes) {
   co_await written;
   if (output_.error() != ERROR_SUCCESS)
     fail(explain(ostra::details::to_hresult(output_.error()), L"Standard output", {},
-                 failure::usage));
+                 failure::local));
   const std::lock_guard guard(lock_);
   writing_ = false;
   last_ = clock::now();

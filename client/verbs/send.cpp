@@ -1,10 +1,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <iterator>
 #include <mutex>
+#include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "app/command_line/cmd_line_syntax_error.h"
 #include "async/srw_lock.h"
 #include "client/line/line_session.h"
 #include "client/line/line_settings.h"
@@ -21,6 +25,9 @@ using std::chrono::milliseconds;
 
 // A line that says nothing for so long is taken to have finished.
 constexpr milliseconds kQuiet(200);
+
+constexpr wchar_t kEol[] = L"eol";
+constexpr wchar_t kEscapes[] = L"escapes";
 
 // Collects the bytes of a line.
 class answer final : public line_session {
@@ -63,9 +70,80 @@ ostra::future<void> answer::received(std::vector<std::byte> bytes) {
   co_return;
 }
 
+struct line_end {
+  std::wstring_view name;
+  std::string_view bytes;
+};
+
+constexpr line_end kLineEnds[] = {{L"none", ""}, {L"cr", "\r"}, {L"lf", "\n"}, {L"crlf", "\r\n"}};
+
+void append(std::vector<std::byte>& bytes, std::string_view text) {
+  for (const char character : text)
+    bytes.push_back(std::byte(character));
+}
+
+// The byte that an escape stands for; `rest`, which begins behind its backslash, is left behind it.
+std::optional<std::byte> take_escape(std::wstring_view& rest) {
+  constexpr std::pair<wchar_t, char> kLetters[] = {
+      {L'r', '\r'}, {L'n', '\n'}, {L't', '\t'}, {L'\\', '\\'}};
+  constexpr std::wstring_view kDigits = L"0123456789abcdef0123456789ABCDEF";
+  const wchar_t letter = rest.empty() ? L'\0' : rest.front();
+  const auto* const known = std::ranges::find(kLetters, letter, &std::pair<wchar_t, char>::first);
+  if (known != std::end(kLetters)) {
+    rest.remove_prefix(1);
+    return std::byte(known->second);
+  }
+  if (letter != L'x' || rest.size() < 3)
+    return std::nullopt;
+  const auto high = kDigits.find(rest[1]);
+  const auto low = kDigits.find(rest[2]);
+  if (high == kDigits.npos || low == kDigits.npos)
+    return std::nullopt;
+  rest.remove_prefix(3);
+  return static_cast<std::byte>(high % 16 * 16 + low % 16);
+}
+
+std::vector<std::byte> unescaped(std::wstring_view text) {
+  std::vector<std::byte> bytes;
+  for (auto rest = text; !rest.empty();) {
+    const auto plain = console::to_utf8(rest.substr(0, rest.find(L'\\')));
+    bytes.insert(bytes.end(), plain.begin(), plain.end());
+    rest.remove_prefix(std::min(rest.find(L'\\'), rest.size()));
+    if (rest.empty())
+      break;
+    rest.remove_prefix(1);
+    const auto byte = take_escape(rest);
+    if (!byte)
+      throw Tamrin::cmd_line_syntax_error("Invalid escape specified.", text,
+                                          L"\\r, \\n, \\t, \\\\ or \\xNN");
+    bytes.push_back(*byte);
+  }
+  return bytes;
+}
+
 }  // namespace
 
+std::vector<std::byte> message_of(const invocation& request) {
+  const std::wstring_view text = request.arguments[2];
+  auto bytes = request.options.at(kEscapes).flag() ? unescaped(text) : console::to_utf8(text);
+  const std::wstring_view name = request.options.at(kEol).text();
+  const auto* const end = std::ranges::find(kLineEnds, name, &line_end::name);
+  if (end == std::end(kLineEnds))
+    throw Tamrin::cmd_line_syntax_error("Invalid line end specified.", name,
+                                        L"none, cr, lf or crlf");
+  append(bytes, end->bytes);
+  return bytes;
+}
+
 void add_send_options(Tamrin::command_line& line) {
+  auto& eol = line.add_valued(kEol);
+  eol.value_name = L"EOL";
+  eol.default_value = std::wstring_view(L"none");
+  eol.description = L"What is sent behind TEXT: none, cr, lf or crlf. Default value is none.";
+  line.add_flag(kEscapes).description =
+      L"In TEXT, \\r, \\n, \\t, \\\\ and \\xNN stand for the bytes that they name; \\x22 is a "
+      L"double "
+      L"quote.";
   add_timeout_option(line);
   add_line_options(line);
 }
@@ -74,11 +152,12 @@ void send_text(const invocation& request) {
   // The command line is judged as a whole before anything happens.
   const line_address address = address_of(request);
   const auto limit = waiting_limit_of(request.options);
+  auto message = message_of(request);
 
   answer collected;
   remote_line port(address);
   port.start(collected, 0);
-  port.write(console::to_utf8(request.arguments[2])).get();
+  port.write(std::move(message)).get();
   port.drained().get();
 
   const std::wstring text = console::from_utf8(collected.wait(kQuiet, limit));
@@ -88,7 +167,7 @@ void send_text(const invocation& request) {
                    tfmt::format(L"{0} sent nothing within {1} ms\n", port.name(), count));
     return;
   }
-  console::print(console::standard_stream::output, text + L"\n");
+  print_result(text + L"\n");
 }
 
 }  // namespace tarnwheel::client

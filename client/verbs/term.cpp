@@ -1,6 +1,9 @@
+#include <chrono>
+
 #include "async/errors.h"
 #include "client/line/line_settings.h"
 #include "client/line/retry.h"
+#include "client/terminal/terminal_keys.h"
 #include "client/terminal/terminal_session.h"
 #include "client/verbs/client_options.h"
 #include "console/interrupt.h"
@@ -45,7 +48,10 @@ void open_terminal(const invocation& request) {
   capture_file capture(options.at(kLog).text());
   console::interrupt stop;
   address.stop = stop.event();
-  attempts sessions(options, stop);
+  leave_key leave(::GetStdHandle(STD_INPUT_HANDLE), stop);
+  attempts sessions(
+      options, [&leave](std::chrono::milliseconds time) { return leave.wait(time); },
+      L", Ctrl+] q leaves");
   sessions.run([&] {
     terminal_screen screen(hex ? terminal_screen::view::hex : terminal_screen::view::text);
     terminal_session session(address, screen, capture, echo);

@@ -20,7 +20,7 @@ const verb kVerbs[] = {
     {L"send",
      {L"SERVER", L"PORT", L"TEXT"},
      L"Send TEXT and print the answer.",
-     L"workshop-pc COM5 \"*IDN?\" --baud 9600",
+     L"workshop-pc COM5 *IDN? --eol lf --baud 9600",
      &add_send_options,
      &send_text},
     {L"term",

@@ -39,6 +39,9 @@ void discover_servers(const invocation& request);
 void add_send_options(Tamrin::command_line& line);
 void send_text(const invocation& request);
 
+// The bytes that `send` sends. Throws cmd_line_syntax_error.
+[[nodiscard]] std::vector<std::byte> message_of(const invocation& request);
+
 // Connects a port with standard input and output.
 void add_pipe_options(Tamrin::command_line& line);
 void pipe_port(const invocation& request);

@@ -34,11 +34,11 @@ TEST(Client, TellsWhatIsWrongWithoutAServer) {
   Expect(kConnection, L"list .", L"", kNoServer);
   Expect(kConnection, L"pipe . COM5", L"", kNoServer);
   Expect(kUsage, L"lst .", L"",
-         L"Error: Invalid verb specified.\n"
-         L"\"tarnwheel-client --help\" shows what can be asked for.\n");
+         L"Error: Invalid verb specified: \"lst\"; expected list, discover, send, term, pipe or "
+         L"bridge; see \"tarnwheel-client --help\"\n");
   Expect(kUsage, L"list . --baud 9600", L"",
-         L"Error: Invalid command line argument specified\n"
-         L"\"tarnwheel-client list --help\" shows what can be asked for.\n");
+         L"Error: Invalid command line argument specified: \"--baud\"; see \"tarnwheel-client list "
+         L"--help\"\n");
   const CompletedRun help(kClient, L"send -?");
   EXPECT_EQ(help.exit_code, 0u);
   EXPECT_TRUE(help.output.starts_with(L"Usage: tarnwheel-client "));
@@ -53,7 +53,7 @@ TEST(Client, ListsSendsAndTellsWhyAPortIsRefused) {
   Expect(0, L"list .", L"COM201\tFirst\nCOM203\tGerät ж\n");
   Expect(0, L"list . --json",
          L"[\n  {\"port\": \"COM201\", \"name\": \"First\"},\n"
-         L"  {\"port\": \"COM203\", \"name\": \"Gerät ж\"}\n]\n");
+         L"  {\"port\": \"COM203\", \"name\": \"Ger\\u00e4t \\u0436\"}\n]\n");
   Expect(0, L"send . COM" + loopback + L" \"Grüße, ж and 漢\"", L"Grüße, ж and 漢\n");
   RawClient holder;
   EXPECT_EQ(holder.OpenPort(kFilePort), 0u);
