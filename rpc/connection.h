@@ -14,7 +14,7 @@
 
 namespace tether {
 
-// What the client half of a binding makes its calls through.
+// The client half of a binding makes its calls through this.
 class IConnection {
  public:
   // Sends `request` under a new call identifier; completes with the reply. Any number of calls may
@@ -68,7 +68,7 @@ class ConnectionBase : public IConnection, public std::enable_shared_from_this<C
   [[nodiscard]] Writer& writer() const noexcept { return *writer_; }
 
  private:
-  // What the request takes while it is in progress.
+  // The request's share of the bounds while it is in progress.
   [[nodiscard]] virtual RequestCost CostOf(const Message& request) const noexcept = 0;
 
   // Runs one request and sends its reply; the message is the coroutine's to keep, and so is its

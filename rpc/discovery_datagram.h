@@ -1,5 +1,5 @@
-// What clients that look for servers and servers that answer them write into each other's
-// mailslots.
+// The datagrams that clients which look for servers, and servers which answer them, write into each
+// other's mailslots.
 //
 // A query and an answer are alike: the 32-bit count of a name's UTF-16 units, then the units, all
 // little-endian. A query holds the name of the computer that the answer goes to, an answer the name

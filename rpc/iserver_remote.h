@@ -56,7 +56,7 @@ class IServer_Remote {
 
 enum class method : std::uint16_t { EnumeratePorts, OpenPort, IoControl, Write, Read };
 
-// What a client offers to its server: nothing so far.
+// The methods that a client offers to its server: none so far.
 class IClient_Local {
  public:
   virtual ~IClient_Local() = default;

@@ -1,4 +1,4 @@
-// What carries messages between two ends of a connection.
+// The carrier of messages between two ends of a connection.
 #pragma once
 
 #include <cstdint>

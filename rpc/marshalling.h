@@ -15,7 +15,7 @@
 
 namespace tether {
 
-// What a payload that ends too early, or whose counts overrun it, throws as hresult_error.
+// Thrown, as hresult_error, for a payload that ends too early or whose counts overrun it.
 inline constexpr HRESULT kMalformedPayload =
     static_cast<HRESULT>(0x8007000D);  // ERROR_INVALID_DATA
 

@@ -12,7 +12,7 @@
 
 namespace tether {
 
-// What the announcement of a longer message than kMaxPayload throws as hresult_error.
+// Thrown, as hresult_error, for the announcement of a longer message than kMaxPayload.
 inline constexpr HRESULT kMessageTooLong =
     static_cast<HRESULT>(0x800710F0);  // ERROR_MESSAGE_EXCEEDS_MAX_SIZE
 

@@ -1,4 +1,4 @@
-// What the requests of one connection's peer may have in progress.
+// The bounds of the requests that one connection's peer may have in progress.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace tether {
 
-// What a request takes from its coming until its reply has been written.
+// One request's share of them, from its arrival until its reply has been written.
 struct RequestCost {
   std::size_t bytes = 0;    // of memory: its arguments, and the output that it asks for
   bool is_serial = false;   // no two such requests of a connection run at a time

@@ -16,7 +16,7 @@ class Server_IServer {
  public:
   Server_IServer(std::weak_ptr<IServer_Remote> server, Writer& writer) noexcept;
 
-  // What a request takes, of whatever it is made. Listing and opening ports, which block a thread,
+  // The request's share of the bounds, whatever it is made of. Listing and opening ports, which block a thread,
   // are serial, and opening is a barrier: what a client sends behind it finds the port open.
   [[nodiscard]] static RequestCost CostOf(const Message& request) noexcept;
 

@@ -49,7 +49,7 @@ class client_log : public std::enable_shared_from_this<client_log> {
     HRESULT code;
   };
 
-  // What waits for a name; more lines than these are logged without it.
+  // Lines that wait for a name; more than these are logged without it.
   static constexpr std::size_t kMostWaiting = 64;
 
   static ostra::future<void> look_up(std::shared_ptr<client_log> self, tether::CToken token);

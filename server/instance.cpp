@@ -39,7 +39,7 @@ ostra::future<void> off_this_thread() {
   }
 }
 
-// What a device puts out. Not initialised: a client may ask for much and get little.
+// Room for a device's output. Not initialised: a client may ask for much and get little.
 class output_buffer {
  public:
   explicit output_buffer(std::size_t size)

@@ -1,4 +1,4 @@
-// What a serial port is called, and which of the present ones are shared.
+// The names of serial ports, and the list of those that are present and shared.
 #pragma once
 
 #include <cstddef>

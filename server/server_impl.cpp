@@ -45,8 +45,8 @@ class server_impl final : public server {
  private:
   using server_parameters = Tamrin::setman::server_parameters;
 
-  // What runs from the start to the stop. When the start fails half way, its end ends what has been
-  // started, and waits for that.
+  // Everything that runs from the start to the stop. When the start fails half way, the destructor
+  // ends what has been started, and waits for that.
   struct work {
     explicit work(const server_impl& owner) noexcept : server(owner) {}
     work(const work&) = delete;

@@ -204,7 +204,7 @@ void bridge::open_line() {
   static_cast<void>(line_->controls().set_rts(true));
 }
 
-// What one program has set is not the next one's.
+// Takes back what a program has set, before the next one comes.
 void bridge::restore_line() {
   auto& controls = line_->controls();
   static_cast<void>(controls.set_dtr(true));
