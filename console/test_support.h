@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <string_view>
 #include <thread>
 
 #include "console/print.h"
@@ -15,41 +14,30 @@ namespace console::test {
 // Stands in for standard output while it lives and collects what is printed.
 class RedirectedOutput {
  public:
-  RedirectedOutput() : former_(::GetStdHandle(STD_OUTPUT_HANDLE)) {
-    HANDLE read = nullptr;
-    HANDLE write = nullptr;
-    EXPECT_TRUE(::CreatePipe(&read, &write, nullptr, 0));
-    read_.reset(read);
-    write_.reset(write);
-    ::SetStdHandle(STD_OUTPUT_HANDLE, write);
+  RedirectedOutput() {
+    EXPECT_TRUE(::CreatePipe(&read_, &write_, nullptr, 0));
+    ::SetStdHandle(STD_OUTPUT_HANDLE, write_);
   }
   ~RedirectedOutput() { ::SetStdHandle(STD_OUTPUT_HANDLE, former_); }
 
-  // Returns the bytes that arrive while `action` runs, and before.
+  // Returns the bytes that arrive while `action` runs, and before. Afterwards nobody has this end.
   template <class Action>
   std::string Collect(Action action) {
-    std::thread printer([&] {
+    const std::jthread printer([&] {
       action();
-      write_.reset();
+      ::CloseHandle(write_);
     });
     std::string bytes;
     char buffer[4096];
-    DWORD size = 0;
-    while (::ReadFile(read_.get(), buffer, sizeof buffer, &size, nullptr) && size != 0) {
+    for (DWORD size = 0; ::ReadFile(read_, buffer, sizeof buffer, &size, nullptr);)
       bytes.append(buffer, size);
-    }
-    printer.join();
-    read_.reset();
+    ::CloseHandle(read_);
     return bytes;
-  }
-  std::string Print(std::wstring_view text) {
-    return Collect([text] { print(standard_stream::output, text); });
   }
 
  private:
-  const HANDLE former_;
-  Tamrin::unique_handle read_;
-  Tamrin::unique_handle write_;
+  const HANDLE former_ = ::GetStdHandle(STD_OUTPUT_HANDLE);
+  HANDLE read_ = nullptr, write_ = nullptr;
 };
 
 }  // namespace console::test

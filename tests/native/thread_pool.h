@@ -103,6 +103,7 @@ inline void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* due, DWORD, DWOR
       return;
     ++timer->running;
     waiting.unlock();
+    std::this_thread::sleep_for(std::chrono::microseconds(50));  // for a cancel to come between
     timer->call(&fired, 0, nullptr);
     DisassociateCurrentThreadFromCallback(&fired);
   });

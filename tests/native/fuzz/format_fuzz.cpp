@@ -7,20 +7,6 @@
 #include "format/format.h"
 #include "fuzz.h"
 
-namespace {
-
-// Nothing for a malformed pattern; any other exception ends the program.
-template <class Format>
-std::optional<std::wstring> result_of(Format format) {
-  try {
-    return format();
-  } catch (const tfmt::bad_extended_format_string&) {
-    return std::nullopt;
-  }
-}
-
-}  // namespace
-
 void fuzz::run(input bytes) {
   const auto size = static_cast<std::size_t>(std::ranges::find(bytes, '\n') - bytes.begin());
   const auto text = wide(bytes.first(size));
@@ -31,12 +17,20 @@ void fuzz::run(input bytes) {
   const auto bits = static_cast<std::uint32_t>(number);
   const bool odd = (number & 1) != 0;
 
-  const auto once = result_of([&] { return tfmt::format(pattern, text, number, bits, odd, !odd); });
-  const auto again = result_of(
-      [&] { return tfmt::parsed_pattern(pattern).format(text, number, bits, odd, !odd); });
-  require(once == again);
+  // Nothing for a malformed pattern; any other exception ends the program.
+  const auto result_of = [&](auto format) -> std::optional<std::wstring> {
+    try {
+      return format(text, number, bits, odd, !odd);
+    } catch (const tfmt::bad_extended_format_string&) {
+      return std::nullopt;
+    }
+  };
+  const auto once = result_of([&](auto... args) { return tfmt::format(pattern, args...); });
+  const auto parsed =
+      result_of([&](auto... args) { return tfmt::parsed_pattern(pattern).format(args...); });
+  require(once == parsed);
   // Text before a pattern changes nothing but the beginning of the result.
   const auto behind =
-      result_of([&] { return tfmt::format(L"}" + pattern, text, number, bits, odd, !odd); });
+      result_of([&](auto... args) { return tfmt::format(L"}" + pattern, args...); });
   require(behind == (once ? std::optional(L"}" + *once) : std::nullopt));
 }
