@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <semaphore>
 
 #include "async/published.h"
 #include "tests/support/unit/testing.h"
@@ -50,16 +49,16 @@ TEST(Cancellation, CascadesToLinkedSourcesThatStillExist) {
 
 TEST(Cancellation, DestructorWaitsForACallbackThatHasBegun) {
   const cancellation_source source;
-  std::binary_semaphore begun(0);
+  std::atomic<bool> begun = false;
   bool finished = false;
   {
     const subscription waiting(source.token(), [&] {
-      begun.release();
+      begun = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       finished = true;
     });
     source.cancel();
-    begun.acquire();
+    EXPECT_TRUE(testing_support::eventually([&] { return begun.load(); }));
   }
   EXPECT_TRUE(finished);
 }

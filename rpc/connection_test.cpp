@@ -50,15 +50,7 @@ class FakeServer final : public test::EchoServer {
 // A client's and a server's end.
 class BothEnds : public ::testing::Test {
  protected:
-  BothEnds() {
-    auto [transport, peer] = MemoryTransport::MakePair();
-    server_ = std::make_shared<test_connection>(std::move(transport), kServerCode,
-                                                std::weak_ptr(implementation_));
-    client_ = std::make_shared<test_connection>(std::move(peer), kClientCode,
-                                                std::weak_ptr<IServer_Remote>());
-    server_running_ = server_->Run();
-    client_running_ = client_->Run();
-  }
+  BothEnds() { Connect(); }
   ~BothEnds() override {
     client_->Cancel();
     client_running_.wait();
@@ -66,6 +58,16 @@ class BothEnds : public ::testing::Test {
     // A request holds the implementation a little longer than its reply takes.
     implementation_.reset();
     EXPECT_TRUE(eventually([this] { return living_ == 0 && server_->RequestsInProgress() == 0; }));
+  }
+
+  void Connect() {
+    auto [transport, peer] = MemoryTransport::MakePair();
+    server_ = std::make_shared<test_connection>(std::move(transport), kServerCode,
+                                                std::weak_ptr(implementation_));
+    client_ = std::make_shared<test_connection>(std::move(peer), kClientCode,
+                                                std::weak_ptr<IServer_Remote>());
+    server_running_ = server_->Run();
+    client_running_ = client_->Run();
   }
 
   Client_IClient& Remote() { return client_->Remote(); }
@@ -103,7 +105,7 @@ TEST_F(BothEnds, CallsWithoutAReplyEndWithTheConnection) {
 
 TEST_F(BothEnds, RequestHoldsTheImplementationUntilItEnds) {
   const auto read = Remote().Read(5);
-  EXPECT_TRUE(eventually([this] { return server_->RequestsInProgress() == 1; }));
+  EXPECT_EQ(Remote().OpenPort(1).get(), 1);  // which comes behind the read
   FakeServer& implementation = *implementation_;
   implementation_.reset();
   server_->Cancel();
@@ -114,22 +116,24 @@ TEST_F(BothEnds, RequestHoldsTheImplementationUntilItEnds) {
   EXPECT_EQ(living_, 0);
 }
 
-TEST_F(BothEnds, ManyThreadsCallUntilTheEnd) {
-  std::vector<std::jthread> threads;
-  std::atomic<int> done = 0;
-  for (std::uint32_t thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([this, thread, &done] {
-      for (std::uint32_t i = 0; i < 300; ++i) {
-        ASSERT_EQ(Remote().IoControl(thread, i, bytes(i)).get().bytes.size(), i);
-        ASSERT_EQ(Remote().OpenPort(i).get(), static_cast<HRESULT>(i));
+TEST_F(BothEnds, StressOfCallsAgainstTheEnd) {
+  testing_support::stress([this](auto& random) {
+    Connect();
+    const auto call_until_the_end = [this](std::uint32_t size) {
+      for (; client_->Transport() != nullptr; size += 10) {
+        testing_support::code_of([&] {
+          EXPECT_EQ(Remote().IoControl(1, 2, bytes(size)).get().bytes.size(), size);
+          EXPECT_EQ(Remote().OpenPort(size).get(), static_cast<HRESULT>(size));
+          return 0;
+        });
       }
-      ++done;
-      while (client_->Transport() != nullptr)
-        testing_support::code_of([&] { return Remote().Write({}).get(); });
-    });
-  }
-  EXPECT_TRUE(eventually([&] { return done == 4; }));
-  client_->Cancel();
+    };
+    const std::jthread first(call_until_the_end, 1), second(call_until_the_end, 2);
+    testing_support::spin(random() % 1'000'000);
+    client_->Cancel();
+    call_until_the_end(3);
+    server_running_.wait();
+  });
 }
 
 TEST(Writer, FailedWriteEndsTheSendingAndTheReading) {
