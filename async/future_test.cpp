@@ -68,18 +68,6 @@ TEST(Promise, ThatIsAbandonedCancelsItsWaiter) {
   EXPECT_THROW(orphan.get(), operation_cancelled);
 }
 
-TEST(Future, LoopsOverCompletedFuturesDoNotGrowTheStack) {
-  const auto sum_of_ones = [](int rounds) -> future<int> {
-    int sum = 0;
-    for (int i = 0; i < rounds; ++i) {
-      auto step = sum_of(hop(0), hop(0));
-      sum += 1 + co_await step;
-    }
-    co_return sum;
-  };
-  EXPECT_EQ(sum_of_ones(300'000).get(), 300'000);
-}
-
 // The thread that blocks leaves its frame the moment it is woken.
 TEST(Future, StressOfCompletionAgainstItsWaiters) {
   std::atomic<int> living = 0;

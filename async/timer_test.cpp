@@ -66,21 +66,6 @@ TEST(Within, CallOrItsLimitGivesTheOutcome) {
   EXPECT_EQ(code_of([&] { return within(hangs.get_future(), 10ms).get(), 0; }), kTimeout);
 }
 
-future<bool> wait_for_handle(HANDLE handle, ticks timeout) {
-  handle_wait wait(handle, timeout);
-  const bool signalled = co_await wait;
-  co_return signalled;
-}
-
-TEST(HandleWait, TellsTheSignalFromTheTime) {
-  const Tamrin::unique_handle event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  EXPECT_FALSE(wait_for_handle(event.get(), 1ms).get());
-  const auto waiting = wait_for_handle(event.get(), 1h);
-  ::SetEvent(event.get());
-  EXPECT_TRUE(waiting.get());
-  EXPECT_TRUE(wait_for_handle(event.get(), ticks::zero()).get());
-}
-
 TEST(Within, StressOfTheCallAgainstItsLimit) {
   testing_support::stress([](auto& random) {
     promise<void> call;

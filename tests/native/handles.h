@@ -1,5 +1,4 @@
-// What a handle stands for: an event, which stays set, or a device for overlapped reads whose other
-// end is the test.
+// What a handle stands for: a device for overlapped reads whose other end is the test.
 #pragma once
 
 #include <cstdlib>
@@ -58,8 +57,6 @@ struct kernel_object {
 
   // Guarded by lock.
   std::mutex lock;
-  std::condition_variable changed;
-  bool is_set = false;
   std::optional<answer> next;
   OVERLAPPED* read = nullptr;
   void* buffer = nullptr;
@@ -76,34 +73,11 @@ inline BOOL CloseHandle(HANDLE handle) noexcept {
   return TRUE;
 }
 
-inline HANDLE CreateEventW(void*, BOOL, BOOL, const wchar_t*) {
-  return new stand_in::kernel_object;
+// Nothing that runs here waits for a handle.
+inline PTP_WAIT CreateThreadpoolWait(auto, void*, void*) {
+  return nullptr;
 }
-
-inline void SetEvent(HANDLE handle) {
-  auto& event = stand_in::object_of(handle);
-  const std::lock_guard guard(event.lock);
-  event.is_set = true;
-  event.changed.notify_all();
-}
-
-inline PTP_WAIT CreateThreadpoolWait(auto callback, void* context, void*) {
-  return stand_in::hand_out([=](auto instance, DWORD result, auto, PTP_WAIT wait) {
-    callback(instance, context, wait, result);
-  });
-}
-
-// Once the event or the time is waited for, the callback may close the wait and the event.
-inline void SetThreadpoolWait(PTP_WAIT wait, HANDLE handle, const FILETIME* timeout) {
-  constexpr FILETIME kForEver = {0, 0xFFFF0000};
-  const auto until = stand_in::time_of(timeout != nullptr ? *timeout : kForEver);
-  wait->run([wait, until, &event = stand_in::object_of(handle)] {
-    std::unique_lock guard(event.lock);
-    const bool is_set = event.changed.wait_until(guard, until, [&] { return event.is_set; });
-    guard.unlock();
-    wait->call(nullptr, is_set ? WAIT_OBJECT_0 : WAIT_TIMEOUT, nullptr);
-  });
-}
+inline void SetThreadpoolWait(PTP_WAIT, HANDLE, const FILETIME*) {}
 inline constexpr auto CloseThreadpoolWait = &CloseThreadpoolTimer;
 
 inline BOOL SetFileCompletionNotificationModes(HANDLE handle, BYTE) {
