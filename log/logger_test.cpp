@@ -19,7 +19,10 @@ using namespace std::string_view_literals;
 
 class LoggerFile : public ::testing::Test {
  protected:
-  LoggerFile() { Start(); }
+  LoggerFile() {
+    std::filesystem::remove(path_);
+    Start();
+  }
   ~LoggerFile() override {
     logger_.reset();
     std::filesystem::remove(path_);
