@@ -29,16 +29,17 @@ TEST(Errors, EveryFailureHasItsHresult) {
   EXPECT_THROW(details::throw_win32(ERROR_CANCELLED), operation_cancelled);
 }
 
-std::vector<int> closed;
-
 struct test_traits {
   using pointer = int;
   static pointer invalid() noexcept { return -1; }
   static void close(pointer value) { closed.push_back(value); }
+  static inline std::vector<int> closed;
 };
 
 TEST(UniqueResource, EveryValueIsClosedExactlyOnce) {
   using resource = Tamrin::unique_resource<test_traits>;
+  auto& closed = test_traits::closed;
+  closed.clear();
   {
     resource a(1);
     resource b(2);

@@ -98,6 +98,7 @@ TEST_F(Discovery, AnswersWithTheNameOfThisComputerAndNotWhatItMustNot) {
   }
   // Those that are too long are not even read.
   EXPECT_EQ(log_.Count(L"Auto-discovery query is not answered"), std::ssize(bad_queries) - 1);
+  EXPECT_EQ(log_.Count(L"Error reading"), 0);
   cancellation_.cancel();
   running.get();
   for (const wchar_t* line : {L"Starting auto-discovery", L"Auto-discovery has been started",

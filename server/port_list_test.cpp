@@ -23,7 +23,7 @@ TEST(PortNumber, IsReadFromTheFourthCharacterOfAStringOn) {
               {L"COM-5"sv, 0},
               {L"COM\u0665"sv, 0},
               {L"COM4294967295"sv, ~0u},
-              {L"COM4294967296"sv, 0},
+              {L"COM4294967301"sv, 0},
               {L"COM12"sv, 12, REG_EXPAND_SZ},
               {L"COM12"sv, 0, REG_MULTI_SZ},
               {L"COM12"sv, 1, REG_SZ, 1},
