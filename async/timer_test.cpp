@@ -40,6 +40,20 @@ TEST(AsyncTimer, FiresAfterItsDurationOrIsCancelledAndCanBeUsedAgain) {
   }
 }
 
+// On the thread of the first firing, which the cancel must not wait for.
+future<bool> cancel_in_a_firing(async_timer& timer) {
+  auto first = wait(timer, 1ms);
+  co_await first;
+  const auto second = wait(timer, 1h);
+  timer.cancel();
+  co_return second.get();
+}
+
+TEST(AsyncTimer, CancelDoesNotWaitForTheFiringThatItIsIn) {
+  async_timer timer;
+  EXPECT_FALSE(cancel_in_a_firing(timer).get());
+}
+
 TEST(AutoResetEvent, IsSetOnceExpiresAndEndsWithItsToken) {
   const cancellation_source source;
   auto_reset_event event(source.token());
