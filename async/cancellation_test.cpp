@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <semaphore>
 
 #include "async/published.h"
 #include "tests/support/unit/testing.h"
@@ -11,16 +10,13 @@ namespace ostra {
 namespace {
 
 using subscription = cancellation_subscription<std::function<void()>>;
-using testing_support::eventually;
 
 TEST(Cancellation, RunsEveryCallbackOnceOnAnotherThread) {
   cancellation_token token;
   std::atomic<bool> requested = false;
   std::atomic<int> calls = 0;
-  std::atomic<std::thread::id> thread;
-  const auto count = [&] {
-    thread = std::this_thread::get_id();
-    ++calls;
+  const auto count = [&, caller = std::this_thread::get_id()] {
+    calls += std::this_thread::get_id() == caller ? 100 : 1;
   };
   {
     const cancellation_source source;
@@ -31,13 +27,10 @@ TEST(Cancellation, RunsEveryCallbackOnceOnAnotherThread) {
     EXPECT_FALSE(token.is_cancelled() || requested);
     source.cancel();
     source.cancel();
-    EXPECT_TRUE(eventually([&] { return calls == 2; }));
+    EXPECT_TRUE(testing_support::eventually([&] { return calls == 2; }));
     EXPECT_THROW(subscription(source.token(), count), operation_cancelled);
   }
   EXPECT_TRUE(token.is_cancelled() && requested);
-  EXPECT_THROW(subscription(token, count), operation_cancelled);
-  EXPECT_EQ(calls, 2);
-  EXPECT_NE(thread.load(), std::this_thread::get_id());
 }
 
 TEST(Cancellation, CascadesToLinkedSourcesThatStillExist) {
@@ -56,16 +49,16 @@ TEST(Cancellation, CascadesToLinkedSourcesThatStillExist) {
 
 TEST(Cancellation, DestructorWaitsForACallbackThatHasBegun) {
   const cancellation_source source;
-  std::binary_semaphore begun(0);
+  std::atomic<bool> begun = false;
   bool finished = false;
   {
     const subscription waiting(source.token(), [&] {
-      begun.release();
+      begun = true;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       finished = true;
     });
     source.cancel();
-    begun.acquire();
+    EXPECT_TRUE(testing_support::eventually([&] { return begun.load(); }));
   }
   EXPECT_TRUE(finished);
 }
@@ -75,26 +68,23 @@ TEST(Cancellation, StressOfSubscriptionsTokensAndLinks) {
     const cancellation_source source;
     const auto token = source.token();
     std::atomic<int> calls = 0;
-    const auto count = [&] { ++calls; };
     const auto use = [&] {
       try {
         for (int i = 0; i < 300; ++i) {
           const cancellation_source linked;
           source.link(linked);
-          const subscription first(token, count);
-          const subscription second(source.token(), count);
+          const subscription first(token, [&] { ++calls; });
+          const subscription second(source.token(), [&] { ++calls; });
         }
       } catch (const operation_cancelled&) {
       }
     };
-    std::thread other(use);
-    std::thread canceller([&, steps = random() % 20'000] {
+    const std::jthread other(use);
+    const std::jthread canceller([&, steps = random() % 20'000] {
       testing_support::spin(steps);
       source.cancel();
     });
     use();
-    other.join();
-    canceller.join();
     EXPECT_LE(calls, 4);
   });
 }
@@ -102,7 +92,7 @@ TEST(Cancellation, StressOfSubscriptionsTokensAndLinks) {
 TEST(Published, ObjectIsUsedOnlyUntilItIsWithdrawn) {
   published<int> pointer;
   std::atomic<bool> done = false;
-  std::thread user([&] {
+  const std::jthread user([&] {
     while (!done)
       pointer.use([](int& object) { EXPECT_EQ(object, 1); });
   });
@@ -114,7 +104,6 @@ TEST(Published, ObjectIsUsedOnlyUntilItIsWithdrawn) {
     object = 2;
   }
   done = true;
-  user.join();
 }
 
 }  // namespace

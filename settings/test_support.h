@@ -1,8 +1,8 @@
 // Shared by the tests of the settings folders.
 #pragma once
 
-#include <cstddef>
-#include <initializer_list>
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,45 +12,35 @@
 
 namespace Tamrin::setman::test {
 
-// Below HKEY_CURRENT_USER, this process's own.
-inline std::wstring registry_path() {
-  return L"Software\\settings_test " + std::to_wstring(::GetCurrentProcessId());
-}
-
-// A registry folder that is deleted with all that is in it.
-class registry_folder {
- public:
-  registry_folder() : folder_(hkey_current_user->open_subfolder(registry_path())) {}
-  registry_folder(const registry_folder&) = delete;
-  registry_folder& operator=(const registry_folder&) = delete;
-  ~registry_folder() { folder_->delete_folder(); }
-  abstract_folder* operator->() const { return folder_.get(); }
-  abstract_folder& operator*() const { return *folder_; }
-
- private:
-  std::shared_ptr<abstract_folder> folder_;
-};
-
-inline std::shared_ptr<file_storage> memory_folder() {
-  return std::make_shared<file_storage>(std::make_shared<directory>());
-}
-
 using bytes = std::vector<unsigned char>;
 
-// The whole stream of a value; what cannot be read is empty.
-inline bytes read_stream(abstract_folder& folder, const std::wstring& name) {
-  const unique_stream stream = folder.open_stream(name, STGM_READ);
-  bytes data(256);
-  ULONG read = 0;
-  if (stream)
-    stream.get()->Read(data.data(), static_cast<ULONG>(data.size()), &read);
-  data.resize(read);
-  return data;
-}
+// Runs with a folder in memory and with one in the registry, which is deleted with all that is in
+// it.
+class AnyFolder : public testing::TestWithParam<bool> {
+ protected:
+  ~AnyFolder() override { folder_->delete_folder(); }
 
-inline void write_stream(abstract_folder& folder, const std::wstring& name, const bytes& data) {
-  const unique_stream stream = folder.open_stream(name, STGM_WRITE);
-  stream.get()->Write(data.data(), static_cast<ULONG>(data.size()), nullptr);
-}
+  // The whole stream of a value; what cannot be read is empty.
+  bytes ReadStream(const std::wstring& name) {
+    const unique_stream stream = folder_->open_stream(name, STGM_READ);
+    bytes data(256);
+    ULONG read = 0;
+    if (stream)
+      stream.get()->Read(data.data(), static_cast<ULONG>(data.size()), &read);
+    data.resize(read);
+    return data;
+  }
+  void WriteStream(const std::wstring& name, const bytes& data) {
+    const unique_stream stream = folder_->open_stream(name, STGM_WRITE);
+    stream.get()->Write(data.data(), static_cast<ULONG>(data.size()), nullptr);
+  }
+
+  // Below HKEY_CURRENT_USER, this process's own.
+  const std::wstring path_ = L"Software\\settings_test " + std::to_wstring(::GetCurrentProcessId());
+  const std::shared_ptr<abstract_folder> root_ =
+      GetParam() ? std::shared_ptr<abstract_folder>(hkey_current_user)
+                 : std::make_shared<file_storage>(std::make_shared<directory>());
+  const std::shared_ptr<abstract_folder> folder_ = root_->open_subfolder(path_);
+};
 
 }  // namespace Tamrin::setman::test

@@ -1,14 +1,9 @@
-// What a handle stands for: an event, which stays set, or a device for overlapped reads whose other
-// end is the test.
+// What a handle stands for: a device for overlapped reads whose other end is the test.
 #pragma once
 
 #include <cstdlib>
-#include <deque>
-#include <mutex>
-#include <utility>
-#include <vector>
+#include <optional>
 
-#include "system.h"
 #include "thread_pool.h"
 
 namespace stand_in {
@@ -21,51 +16,40 @@ struct answer {
 
 // The handle is its address, so the address sanitizer sees the use of a closed one.
 struct kernel_object {
-  // A read takes the oldest answer, or waits for the next; one read waits at a time.
+  // Answers the read that waits, or else the next one.
   void send(answer sent = {}) {
     const std::lock_guard guard(lock);
-    if (waiting != nullptr)
-      complete(sent, std::exchange(waiting, nullptr), waiting_buffer);
+    if (read != nullptr)
+      end_read(sent, true);
     else
-      answers.push_back(sent);
+      next = sent;
   }
 
   // A call that fails at once with an error (severity 3) is not accepted: its OVERLAPPED stays
   // pending, and no completion comes. One that ends at once with a warning has its completion.
-  DWORD read(void* buffer, OVERLAPPED* call) {
+  DWORD begin_read(void* to, OVERLAPPED* call) {
     const std::lock_guard guard(lock);
     call->Internal = 0x103;  // STATUS_PENDING
-    if (answers.empty()) {
-      waiting = call;
-      waiting_buffer = buffer;
+    read = call;
+    buffer = to;
+    if (!next)
       return ERROR_IO_PENDING;
-    }
-    const answer sent = answers.front();
-    answers.pop_front();
-    if (sent.error == ERROR_SUCCESS && skips_on_success)
-      finish(sent, call, buffer);
-    else if (sent.status >> 30 != 3)
-      complete(sent, call, buffer);
+    const answer sent = *std::exchange(next, std::nullopt);
+    if (sent.status >> 30 == 3)
+      read = nullptr;
+    else
+      end_read(sent, sent.error != ERROR_SUCCESS || !skips_on_success);
     return sent.error;
   }
 
-  bool cancel(const OVERLAPPED* call) {
-    const std::lock_guard guard(lock);
-    if (waiting != call)
-      return false;
-    complete({0xC0000120, ERROR_OPERATION_ABORTED}, std::exchange(waiting, nullptr), nullptr);
-    return true;
-  }
-
-  static void finish(const answer& sent, OVERLAPPED* call, void* buffer) {
+  void end_read(const answer& sent, bool completes) {
+    OVERLAPPED* const call = std::exchange(read, nullptr);
     call->Internal = sent.status;
     call->InternalHigh = sent.status >> 30 < 2 ? 1 : 0;
     if (call->InternalHigh != 0)
       *static_cast<char*>(buffer) = 'x';
-  }
-  void complete(const answer& sent, OVERLAPPED* call, void* buffer) {
-    finish(sent, call, buffer);
-    thread_pool::instance().submit(*binding, sent.error, call);
+    if (completes)
+      binding->submit(sent.error, call);
   }
 
   bool skips_on_success = false;       // constant once calls are made
@@ -73,11 +57,9 @@ struct kernel_object {
 
   // Guarded by lock.
   std::mutex lock;
-  bool is_set = false;
-  std::vector<std::shared_ptr<TP_OBJECT>> waits;
-  std::deque<answer> answers;
-  OVERLAPPED* waiting = nullptr;
-  void* waiting_buffer = nullptr;
+  std::optional<answer> next;
+  OVERLAPPED* read = nullptr;
+  void* buffer = nullptr;
 };
 
 inline kernel_object& object_of(HANDLE handle) {
@@ -91,46 +73,19 @@ inline BOOL CloseHandle(HANDLE handle) noexcept {
   return TRUE;
 }
 
-inline HANDLE CreateEventW(void*, BOOL, BOOL, const wchar_t*) {
-  return new stand_in::kernel_object;
+// Nothing that runs here waits for a handle.
+inline PTP_WAIT CreateThreadpoolWait(auto, void*, void*) {
+  return nullptr;
 }
-
-inline void SetEvent(HANDLE handle) {
-  auto& event = stand_in::object_of(handle);
-  const std::lock_guard guard(event.lock);
-  event.is_set = true;
-  for (const auto& wait : std::exchange(event.waits, {}))
-    stand_in::thread_pool::instance().submit(*wait, WAIT_OBJECT_0);
-}
-
-inline PTP_WAIT CreateThreadpoolWait(void (*callback)(PTP_CALLBACK_INSTANCE, void*, PTP_WAIT,
-                                                      DWORD),
-                                     void* context, void*) {
-  const auto over = std::make_shared<std::atomic<bool>>(false);
-  return stand_in::hand_out([=](auto instance, DWORD result, auto, PTP_WAIT wait) {
-    if (!over->exchange(true))
-      callback(instance, context, wait, result);
-  });
-}
-
-// Once the event or the time is waited for, the callback may close the wait and the event.
-inline void SetThreadpoolWait(PTP_WAIT wait, HANDLE handle, const FILETIME* timeout) {
-  const auto object = wait->shared_from_this();
-  {
-    auto& event = stand_in::object_of(handle);
-    const std::lock_guard guard(event.lock);
-    if (event.is_set)
-      return stand_in::thread_pool::instance().submit(*object, WAIT_OBJECT_0);
-    event.waits.push_back(object);
-  }
-  if (timeout != nullptr)
-    stand_in::thread_pool::instance().submit_at(*timeout, *object, WAIT_TIMEOUT);
-}
+inline void SetThreadpoolWait(PTP_WAIT, HANDLE, const FILETIME*) {}
 inline constexpr auto CloseThreadpoolWait = &CloseThreadpoolTimer;
 
 inline BOOL SetFileCompletionNotificationModes(HANDLE handle, BYTE) {
-  stand_in::object_of(handle).skips_on_success = true;
-  return TRUE;
+  return stand_in::object_of(handle).skips_on_success = true;
+}
+
+inline void StartThreadpoolIo(PTP_IO io) {
+  ++io->started;
 }
 
 // A call has ended, or was not accepted.
@@ -139,24 +94,14 @@ inline void CancelThreadpoolIo(PTP_IO io) {
     std::abort();  // without a StartThreadpoolIo
 }
 
-inline PTP_IO CreateThreadpoolIo(HANDLE handle,
-                                 void (*callback)(PTP_CALLBACK_INSTANCE, void*, void* overlapped,
-                                                  ULONG result, ULONG_PTR bytes, PTP_IO),
-                                 void* context, void*) {
-  SetLastError(ERROR_INVALID_HANDLE);
-  if (handle == INVALID_HANDLE_VALUE)
-    return nullptr;
-  const PTP_IO created =
-      stand_in::hand_out([=](auto instance, DWORD result, OVERLAPPED* call, PTP_IO io) {
-        CancelThreadpoolIo(io);
-        callback(instance, context, call, result, call->InternalHigh, io);
+inline PTP_IO CreateThreadpoolIo(HANDLE handle, auto callback, void* context, void*) {
+  const PTP_IO io =
+      stand_in::hand_out([=](auto instance, DWORD result, OVERLAPPED* call, PTP_IO object) {
+        CancelThreadpoolIo(object);
+        callback(instance, context, call, result, call->InternalHigh, object);
       });
-  stand_in::object_of(handle).binding = created->self;
-  return created;
-}
-
-inline void StartThreadpoolIo(PTP_IO io) {
-  ++io->started;
+  stand_in::object_of(handle).binding = io->self;
+  return io;
 }
 
 inline void CloseThreadpoolIo(PTP_IO io) {
@@ -166,15 +111,19 @@ inline void CloseThreadpoolIo(PTP_IO io) {
 }
 
 inline BOOL ReadFile(HANDLE handle, void* buffer, DWORD, DWORD*, OVERLAPPED* call) {
-  SetLastError(stand_in::object_of(handle).read(buffer, call));
+  SetLastError(stand_in::object_of(handle).begin_read(buffer, call));
   return GetLastError() == ERROR_SUCCESS;
 }
 
 inline BOOL WriteFile(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
-  SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-  return FALSE;
+  std::abort();  // nothing here writes
 }
 
 inline BOOL CancelIoEx(HANDLE handle, OVERLAPPED* call) {
-  return stand_in::object_of(handle).cancel(call);
+  auto& device = stand_in::object_of(handle);
+  const std::lock_guard guard(device.lock);
+  if (device.read != call)
+    return FALSE;
+  device.end_read({0xC0000120, ERROR_OPERATION_ABORTED}, true);
+  return TRUE;
 }

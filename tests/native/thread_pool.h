@@ -1,141 +1,50 @@
-// The stand-in's thread pool: threads that run calls, each at its time.
+// The stand-in's thread pool: each call has a thread of its own. So a call comes after what was done
+// before its submission, as Windows promises, and after nothing else; a queue that all threads share
+// would order everything with everything, and hide most races from the thread sanitizer.
 #pragma once
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <utility>
 
 #include "types.h"
-#include "unseen.h"
 
 // Work, a timer, a wait or the binding of a handle. The pointer that Windows hands out owns it
 // through `self` until it is closed; calls that have not ended keep it alive longer.
 struct TP_OBJECT : std::enable_shared_from_this<TP_OBJECT> {
-  std::function<void(PTP_CALLBACK_INSTANCE, DWORD result, OVERLAPPED*)> call;
+  template <class Action>
+  void run(Action action) {
+    std::thread([action, kept = shared_from_this()] { action(); }).detach();
+  }
+  void submit(DWORD result = 0, OVERLAPPED* overlapped = nullptr) {
+    run([this, result, overlapped] { call(nullptr, result, overlapped); });
+  }
+
+  std::function<void(TP_OBJECT** instance, DWORD result, OVERLAPPED*)> call;
   std::shared_ptr<TP_OBJECT> self;
   std::atomic<int> started = 0;  // of a binding: calls whose completion is still to come
-  int running = 0;               // guarded by the pool's lock
+
+  // Of a timer, guarded by lock.
+  std::mutex lock;
+  std::condition_variable changed;
+  unsigned settings = 0;  // a firing that was set before the last one does not come
+  int running = 0;
 };
 
-struct TP_CALLBACK_INSTANCE {
-  std::shared_ptr<TP_OBJECT> object;
-};
+// Where a timer's call finds the timer that waits for it; null for the calls of others.
+using PTP_CALLBACK_INSTANCE = TP_OBJECT**;
+using PTP_WORK = TP_OBJECT*;
+using PTP_TIMER = TP_OBJECT*;
+using PTP_WAIT = TP_OBJECT*;
+using PTP_IO = TP_OBJECT*;
+using TP_WAIT_RESULT = DWORD;
 
 namespace stand_in {
-
-class thread_pool {
-  using clock = std::chrono::steady_clock;
-
- public:
-  static thread_pool& instance() {
-    static thread_pool& pool = *new thread_pool;  // its threads outlive main
-    return pool;
-  }
-
-  void submit(TP_OBJECT& object, DWORD result = 0, OVERLAPPED* call = nullptr,
-              clock::time_point due = {}) {
-    std::unique_ptr<job> submitted(new job{nullptr, result, call});
-    happens_before(submitted.get());
-    const unseen scope;
-    submitted->object = object.shared_from_this();
-    const std::lock_guard guard(lock_);
-    jobs_.emplace(due, std::move(submitted));
-    // As Windows does: a thread that waits in its call does not hold up the others.
-    if (idle_threads_ < jobs_.size()) {
-      ++idle_threads_;
-      std::thread([this] { work(); }).detach();
-    }
-    submitted_.notify_one();
-  }
-
-  void submit_at(const FILETIME& due, TP_OBJECT& object, DWORD result) {
-    const auto bits = std::uint64_t{due.dwHighDateTime} << 32 | due.dwLowDateTime;
-    const std::chrono::nanoseconds relative(-100 * static_cast<std::int64_t>(bits));
-    submit(object, result, nullptr, clock::now() + relative);
-  }
-
-  // Drops the object's calls that have not begun.
-  void withdraw(TP_OBJECT& object) {
-    const unseen scope;
-    const std::lock_guard guard(lock_);
-    std::erase_if(jobs_, [&](const auto& entry) { return entry.second->object.get() == &object; });
-  }
-
-  // Waits for those that have.
-  void wait(TP_OBJECT& object) {
-    {
-      const unseen scope;
-      std::unique_lock guard(lock_);
-      ended_.wait(guard, [&] { return object.running == 0; });
-    }
-    happens_after(&object);
-  }
-
-  // The call that runs is not waited for any longer.
-  void disassociate(TP_CALLBACK_INSTANCE& instance) {
-    if (!instance.object)
-      return;
-    happens_before(instance.object.get());
-    const unseen scope;
-    {
-      const std::lock_guard guard(lock_);
-      --instance.object->running;
-      ended_.notify_all();
-    }
-    instance.object.reset();
-  }
-
- private:
-  struct job {
-    std::shared_ptr<TP_OBJECT> object;
-    DWORD result;
-    OVERLAPPED* call;
-  };
-
-  [[noreturn]] void work() {
-    for (;;) {
-      {
-        const auto taken = take();
-        happens_after(taken.get());
-        TP_CALLBACK_INSTANCE instance{taken->object};
-        taken->object->call(&instance, taken->result, taken->call);
-        disassociate(instance);
-      }
-      const unseen scope;
-      const std::lock_guard guard(lock_);
-      ++idle_threads_;
-    }
-  }
-
-  std::unique_ptr<job> take() {
-    const unseen scope;
-    std::unique_lock guard(lock_);
-    while (jobs_.empty() || jobs_.begin()->first > clock::now()) {
-      if (jobs_.empty())
-        submitted_.wait(guard);
-      else
-        submitted_.wait_until(guard, clock::time_point(jobs_.begin()->first));
-    }
-    auto taken = std::move(jobs_.extract(jobs_.begin()).mapped());
-    --idle_threads_;
-    ++taken->object->running;
-    return taken;
-  }
-
-  std::mutex lock_;
-  std::condition_variable submitted_;
-  std::condition_variable ended_;
-
-  // Guarded by lock_.
-  std::multimap<clock::time_point, std::unique_ptr<job>> jobs_;
-  std::size_t idle_threads_ = 0;
-};
 
 // Makes an object whose calls are `call(instance, result, overlapped, object)`.
 template <class Call>
@@ -146,43 +55,67 @@ TP_OBJECT* hand_out(Call call) {
   return object.get();
 }
 
+// Relative times are negative counts of 100 nanoseconds.
+inline auto time_of(const FILETIME& due) {
+  const auto bits = std::uint64_t{due.dwHighDateTime} << 32 | due.dwLowDateTime;
+  return std::chrono::steady_clock::now() +
+         std::chrono::nanoseconds(-100 * static_cast<std::int64_t>(bits));
+}
+
 }  // namespace stand_in
 
-inline BOOL TrySubmitThreadpoolCallback(void (*callback)(PTP_CALLBACK_INSTANCE, void*),
-                                        void* context, void*) {
-  const auto once = std::make_shared<TP_OBJECT>();
-  once->call = [=](auto instance, DWORD, auto) { callback(instance, context); };
-  stand_in::thread_pool::instance().submit(*once);
+inline BOOL TrySubmitThreadpoolCallback(auto callback, void* context, void*) {
+  std::thread(callback, nullptr, context).detach();
   return TRUE;
 }
 
-inline void DisassociateCurrentThreadFromCallback(PTP_CALLBACK_INSTANCE instance) {
-  stand_in::thread_pool::instance().disassociate(*instance);
-}
-
-inline PTP_WORK CreateThreadpoolWork(void (*callback)(PTP_CALLBACK_INSTANCE, void*, TP_OBJECT*),
-                                     void* context, void*) {
+inline PTP_WORK CreateThreadpoolWork(auto callback, void* context, void*) {
   return stand_in::hand_out(
       [=](auto instance, DWORD, auto, TP_OBJECT* object) { callback(instance, context, object); });
 }
-inline constexpr auto CreateThreadpoolTimer = &CreateThreadpoolWork;
+inline PTP_TIMER CreateThreadpoolTimer(auto callback, void* context, void* environment) {
+  return CreateThreadpoolWork(callback, context, environment);
+}
 
 inline void SubmitThreadpoolWork(PTP_WORK work) {
-  stand_in::thread_pool::instance().submit(*work);
+  work->submit();
+}
+
+// The call that runs is not waited for any longer.
+inline void DisassociateCurrentThreadFromCallback(PTP_CALLBACK_INSTANCE instance) {
+  if (const PTP_TIMER timer = std::exchange(*instance, nullptr)) {
+    const std::lock_guard guard(timer->lock);
+    --timer->running;
+    timer->changed.notify_all();
+  }
 }
 
 inline void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* due, DWORD, DWORD) {
-  stand_in::thread_pool::instance().withdraw(*timer);
-  if (due != nullptr)
-    stand_in::thread_pool::instance().submit_at(*due, *timer, 0);
+  const std::lock_guard guard(timer->lock);
+  const unsigned setting = ++timer->settings;
+  timer->changed.notify_all();
+  if (due == nullptr)
+    return;
+  timer->run([timer, setting, time = stand_in::time_of(*due)] {
+    PTP_TIMER fired = timer;
+    std::unique_lock waiting(timer->lock);
+    if (timer->changed.wait_until(waiting, time, [&] { return timer->settings != setting; }))
+      return;
+    ++timer->running;
+    waiting.unlock();
+    std::this_thread::sleep_for(std::chrono::microseconds(50));  // for a cancel to come between
+    timer->call(&fired, 0, nullptr);
+    DisassociateCurrentThreadFromCallback(&fired);
+  });
 }
 
 inline void WaitForThreadpoolTimerCallbacks(PTP_TIMER timer, BOOL) {
-  stand_in::thread_pool::instance().withdraw(*timer);
-  stand_in::thread_pool::instance().wait(*timer);
+  SetThreadpoolTimer(timer, nullptr, 0, 0);
+  std::unique_lock guard(timer->lock);
+  timer->changed.wait(guard, [&] { return timer->running == 0; });
 }
 
 inline void CloseThreadpoolTimer(PTP_TIMER timer) {
-  stand_in::thread_pool::instance().withdraw(*timer);
+  SetThreadpoolTimer(timer, nullptr, 0, 0);
   timer->self.reset();
 }

@@ -1,4 +1,4 @@
-// The types and constants of the stand-in for Windows.
+// The types, constants and small functions of the stand-in for Windows.
 #pragma once
 
 #include <pthread.h>
@@ -25,51 +25,71 @@ using PSID = void*;
 using PSECURITY_DESCRIPTOR = void*;
 inline constexpr std::size_t SECURITY_MAX_SID_SIZE = 68;
 
-inline constexpr DWORD ERROR_SUCCESS = 0, ERROR_ACCESS_DENIED = 5, ERROR_INVALID_HANDLE = 6,
-                       ERROR_SHARING_VIOLATION = 32, ERROR_HANDLE_EOF = 38, ERROR_BROKEN_PIPE = 109,
-                       ERROR_CALL_NOT_IMPLEMENTED = 120, ERROR_MORE_DATA = 234,
+inline constexpr DWORD ERROR_SUCCESS = 0, ERROR_ACCESS_DENIED = 5, ERROR_SHARING_VIOLATION = 32,
+                       ERROR_HANDLE_EOF = 38, ERROR_BROKEN_PIPE = 109, ERROR_MORE_DATA = 234,
                        ERROR_OPERATION_ABORTED = 995, ERROR_IO_PENDING = 997,
-                       ERROR_NOT_FOUND = 1168, ERROR_CANCELLED = 1223, ERROR_TIMEOUT = 1460;
+                       ERROR_CANCELLED = 1223, ERROR_TIMEOUT = 1460;
 inline constexpr DWORD WAIT_OBJECT_0 = 0, WAIT_TIMEOUT = 258, INFINITE = 0xFFFFFFFF;
-inline constexpr HRESULT S_OK = 0, S_FALSE = 1, E_NOTIMPL = HRESULT(0x80004001),
-                         E_FAIL = HRESULT(0x80004005), E_UNEXPECTED = HRESULT(0x8000FFFF),
-                         E_OUTOFMEMORY = HRESULT(0x8007000E), E_INVALIDARG = HRESULT(0x80070057);
+inline constexpr HRESULT S_OK = 0, E_NOTIMPL = HRESULT(0x80004001), E_FAIL = HRESULT(0x80004005),
+                         E_UNEXPECTED = HRESULT(0x8000FFFF), E_OUTOFMEMORY = HRESULT(0x8007000E);
 constexpr bool FAILED(HRESULT code) noexcept {
   return code < 0;
 }
 
-// Locks are those of the C library. The initial value is all that they need; none is ever destroyed.
-using SRWLOCK = pthread_rwlock_t;
-inline constexpr SRWLOCK SRWLOCK_INIT = PTHREAD_RWLOCK_INITIALIZER;
-inline constexpr auto AcquireSRWLockExclusive = &::pthread_rwlock_wrlock;
-inline constexpr auto ReleaseSRWLockExclusive = &::pthread_rwlock_unlock;
-inline constexpr auto AcquireSRWLockShared = &::pthread_rwlock_rdlock;
-inline constexpr auto ReleaseSRWLockShared = &::pthread_rwlock_unlock;
+inline thread_local DWORD last_error = ERROR_SUCCESS;
+inline DWORD GetLastError() noexcept {
+  return last_error;
+}
+inline void SetLastError(DWORD error) noexcept {
+  last_error = error;
+}
+
+// Locks are those of the C library, and a shared one is exclusive. The initial value is all that
+// they need; none is ever destroyed.
+using SRWLOCK = pthread_mutex_t;
+inline constexpr SRWLOCK SRWLOCK_INIT = PTHREAD_MUTEX_INITIALIZER;
+inline constexpr auto AcquireSRWLockExclusive = &::pthread_mutex_lock;
+inline constexpr auto ReleaseSRWLockExclusive = &::pthread_mutex_unlock;
+inline constexpr auto AcquireSRWLockShared = &::pthread_mutex_lock;
+inline constexpr auto ReleaseSRWLockShared = &::pthread_mutex_unlock;
 
 struct CONDITION_VARIABLE {
-  pthread_mutex_t mutex;
   pthread_cond_t condition;
   unsigned wakes;  // written by each wake, which shows the sanitizers one that comes too late
 };
-inline constexpr CONDITION_VARIABLE CONDITION_VARIABLE_INIT = {PTHREAD_MUTEX_INITIALIZER,
-                                                               PTHREAD_COND_INITIALIZER, 0};
+inline constexpr CONDITION_VARIABLE CONDITION_VARIABLE_INIT = {PTHREAD_COND_INITIALIZER, 0};
 
-// Relative times are negative counts of 100 nanoseconds.
+// Nothing that is built here limits its wait.
+inline void SleepConditionVariableSRW(CONDITION_VARIABLE* variable, SRWLOCK* lock, DWORD, ULONG) {
+  ::pthread_cond_wait(&variable->condition, lock);
+}
+inline void WakeConditionVariable(CONDITION_VARIABLE* variable) noexcept {
+  ++variable->wakes;
+  ::pthread_cond_signal(&variable->condition);
+}
+
 struct FILETIME {
   DWORD dwLowDateTime, dwHighDateTime;
 };
-using PTP_CALLBACK_INSTANCE = struct TP_CALLBACK_INSTANCE*;
-using PTP_WORK = struct TP_OBJECT*;
-using PTP_TIMER = TP_OBJECT*;
-using PTP_WAIT = TP_OBJECT*;
-using PTP_IO = TP_OBJECT*;
-using TP_WAIT_RESULT = DWORD;
-
 struct OVERLAPPED {
   ULONG_PTR Internal, InternalHigh;
   DWORD Offset, OffsetHigh;
 };
 inline constexpr BYTE FILE_SKIP_COMPLETION_PORT_ON_SUCCESS = 1;
+
+// Of use to code that is built here but not run.
 enum COMPUTER_NAME_FORMAT { ComputerNameDnsHostname };
-inline constexpr const wchar_t* LOCALE_NAME_USER_DEFAULT = nullptr;
+inline BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT, wchar_t*, DWORD*) {
+  return FALSE;
+}
+inline void* LocalFree(void*) noexcept {
+  return nullptr;
+}
+
 inline constexpr DWORD LOCALE_STHOUSAND = 15;
+inline constexpr const wchar_t* LOCALE_NAME_USER_DEFAULT = nullptr;
+inline int GetLocaleInfoEx(const wchar_t*, DWORD, wchar_t* text, int) {
+  text[0] = L',';
+  text[1] = L'\0';
+  return 2;
+}

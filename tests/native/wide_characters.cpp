@@ -1,5 +1,6 @@
 // The C library's functions for wide characters, for those of 16 bits: the library's own have 32.
 // Hidden, so that they serve this program and not the shared libraries that it uses.
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -9,41 +10,28 @@ extern "C" {
 #pragma GCC visibility push(hidden)
 
 std::size_t wcslen(const wchar_t* text) noexcept {
-  std::size_t length = 0;
-  while (text[length] != L'\0')
-    ++length;
-  return length;
+  const wchar_t* end = text;
+  while (*end != L'\0')
+    ++end;
+  return static_cast<std::size_t>(end - text);
 }
-
 wchar_t* wmemmove(wchar_t* to, const wchar_t* from, std::size_t count) noexcept {
-  std::memmove(to, from, count * sizeof(wchar_t));
-  return to;
+  return static_cast<wchar_t*>(std::memmove(to, from, count * sizeof(wchar_t)));
 }
-
 wchar_t* wmemcpy(wchar_t* to, const wchar_t* from, std::size_t count) noexcept {
   return wmemmove(to, from, count);
 }
-
 wchar_t* wmemset(wchar_t* to, wchar_t character, std::size_t count) noexcept {
-  for (std::size_t i = 0; i < count; ++i)
-    to[i] = character;
+  std::fill_n(to, count, character);
   return to;
 }
-
 int wmemcmp(const wchar_t* left, const wchar_t* right, std::size_t count) noexcept {
-  for (std::size_t i = 0; i < count; ++i) {
-    if (left[i] != right[i])
-      return left[i] < right[i] ? -1 : 1;
-  }
-  return 0;
+  const auto [first, second] = std::mismatch(left, left + count, right);
+  return first == left + count ? 0 : *first - *second;
 }
-
 wchar_t* wmemchr(const wchar_t* text, wchar_t character, std::size_t count) noexcept {
-  for (std::size_t i = 0; i < count; ++i) {
-    if (text[i] == character)
-      return const_cast<wchar_t*>(text + i);
-  }
-  return nullptr;
+  const auto found = std::find(text, text + count, character);
+  return found == text + count ? nullptr : const_cast<wchar_t*>(found);
 }
 
 #pragma GCC visibility pop

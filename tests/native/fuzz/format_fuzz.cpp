@@ -7,20 +7,6 @@
 #include "format/format.h"
 #include "fuzz.h"
 
-namespace {
-
-// Nothing for a malformed pattern; any other exception ends the program.
-template <class Format>
-std::optional<std::wstring> result_of(Format format) {
-  try {
-    return format();
-  } catch (const tfmt::bad_extended_format_string&) {
-    return std::nullopt;
-  }
-}
-
-}  // namespace
-
 void fuzz::run(input bytes) {
   const auto size = static_cast<std::size_t>(std::ranges::find(bytes, '\n') - bytes.begin());
   const auto text = wide(bytes.first(size));
@@ -31,9 +17,16 @@ void fuzz::run(input bytes) {
   const auto bits = static_cast<std::uint32_t>(number);
   const bool odd = (number & 1) != 0;
 
-  const auto once = result_of([&] { return tfmt::format(pattern, text, number, bits, odd, !odd); });
+  // Nothing for a malformed pattern; any other exception ends the program.
+  const auto result_of = [&](const std::wstring& used) -> std::optional<std::wstring> {
+    try {
+      return tfmt::format(used, text, number, bits, odd, !odd);
+    } catch (const tfmt::bad_extended_format_string&) {
+      return std::nullopt;
+    }
+  };
   // Text before a pattern changes nothing but the beginning of the result.
-  const auto behind =
-      result_of([&] { return tfmt::format(L"}" + pattern, text, number, bits, odd, !odd); });
+  const auto once = result_of(pattern);
+  const auto behind = result_of(L"}" + pattern);
   require(behind == (once ? std::optional(L"}" + *once) : std::nullopt));
 }

@@ -1,4 +1,4 @@
-// For tests: a transport whose two ends lie in this process.
+// For tests: a transport whose two ends lie in this process, and a server to stand behind one.
 #pragma once
 
 #include <algorithm>
@@ -8,13 +8,16 @@
 
 #include "async/auto_reset_event.h"
 #include "async/errors.h"
+#include "rpc/iserver_remote.h"
 #include "rpc/itransport.h"
 
 namespace tether::test {
 
-// One end of a pair. An operation that finds what it needs ends at once, on the caller's thread; the
-// others go on on a pool thread. An end that is destroyed is gone for its peer, which can still read
-// what it has sent.
+using bytes = std::vector<std::byte>;
+
+// One end of a pair. A read that finds what it needs ends at once, on the caller's thread; the others
+// go on on a pool thread. An end that is destroyed is gone for its peer, which can still read what it
+// has sent.
 class MemoryTransport final : public ITransport,
                               public std::enable_shared_from_this<MemoryTransport> {
  public:
@@ -29,22 +32,18 @@ class MemoryTransport final : public ITransport,
   }
   ~MemoryTransport() override { EndWriting(); }
 
-  // Sends any bytes.
-  void WriteBytes(std::span<const std::byte> bytes) {
-    peer_.lock()->Change([&](MemoryTransport& peer) {
-      peer.inbox_.insert(peer.inbox_.end(), bytes.begin(), bytes.end());
-    });
+  // Sends any bytes. Throws what a write to a peer that has gone fails with.
+  void WriteBytes(std::span<const std::byte> sent) {
+    const auto peer = peer_.lock();
+    if (!peer)
+      ostra::details::throw_win32(ERROR_BROKEN_PIPE);
+    peer->Receive(sent, false);
   }
 
   // The peer finds this end gone when it has read everything.
   void EndWriting() {
     if (const auto peer = peer_.lock())
-      peer->Change([](MemoryTransport& end) { end.peer_gone_ = true; });
-  }
-
-  // Writes of this end wait from now on, until they may go on.
-  void HoldWrites(bool held) {
-    Change([&](MemoryTransport& self) { self.is_held_ = held; });
+      peer->Receive({}, true);
   }
 
   ostra::future<std::shared_ptr<const Message>> ReadMessage() override {
@@ -63,21 +62,12 @@ class MemoryTransport final : public ITransport,
   }
 
   ostra::future<void> WriteMessage(std::shared_ptr<message_t> message) override {
-    const auto self = shared_from_this();
-    if (is_writing_.exchange(true))
-      std::terminate();  // two writes at a time
     token_.throw_if_cancelled();
-    while (is_held_) {
-      auto release = release_.wait_for(std::chrono::hours(1));
-      co_await release;
-    }
-    if (peer_.expired())
-      ostra::details::throw_win32(ERROR_BROKEN_PIPE);
-    is_writing_ = false;
     WriteBytes(message->bytes());
+    co_return;
   }
 
-  [[nodiscard]] bool PeerHasGone() const noexcept override { return peer_gone_; }
+  [[nodiscard]] bool PeerHasGone() const noexcept override { return peer_.expired(); }
   ostra::cancellation_source& GetCancellation() override { return cancellation_; }
   void Cancel() override { cancellation_.cancel(); }
 
@@ -92,14 +82,13 @@ class MemoryTransport final : public ITransport,
   HRESULT Connect(std::wstring_view, std::wstring_view, DWORD, DWORD) override { return E_NOTIMPL; }
 
  private:
-  template <class Action>
-  void Change(Action action) {
+  void Receive(std::span<const std::byte> sent, bool is_last) {
     {
       const std::lock_guard guard(lock_);
-      action(*this);
+      inbox_.insert(inbox_.end(), sent.begin(), sent.end());
+      peer_gone_ = peer_gone_ || is_last;
     }
     arrived_.set();
-    release_.set();
   }
 
   ostra::future<void> Fill(std::span<std::byte> room) {
@@ -113,39 +102,50 @@ class MemoryTransport final : public ITransport,
   // False when there is not enough. Throws when there never will be.
   [[nodiscard]] bool Take(std::span<std::byte> room) {
     const std::lock_guard guard(lock_);
-    if (inbox_.size() - read_ < room.size()) {
-      if (peer_gone_)
-        ostra::details::throw_win32(ERROR_BROKEN_PIPE);
-      return false;
+    if (inbox_.size() - read_ >= room.size()) {
+      std::copy_n(inbox_.data() + read_, room.size(), room.data());
+      read_ += room.size();
+      return true;
     }
-    std::copy_n(inbox_.data() + read_, room.size(), room.data());
-    read_ += room.size();
-    if (read_ == inbox_.size())
-      inbox_.resize(read_ = 0);
-    return true;
+    if (peer_gone_)
+      ostra::details::throw_win32(ERROR_BROKEN_PIPE);
+    return false;
   }
 
   std::weak_ptr<MemoryTransport> peer_;  // constant once paired
   ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_ = cancellation_.token();
   ostra::auto_reset_event arrived_{token_};
-  ostra::auto_reset_event release_{token_};
-  std::atomic<bool> is_writing_ = false;
-  std::atomic<bool> is_held_ = false;
-  std::atomic<bool> peer_gone_ = false;
 
   // Guarded by lock_.
   ostra::srw_lock lock_;
-  std::vector<std::byte> inbox_;
+  bytes inbox_;
   std::size_t read_ = 0;  // of the inbox
+  bool peer_gone_ = false;
+};
+
+// Answers at once, with what it was asked.
+class EchoServer : public IServer_Remote {
+ public:
+  ostra::future<std::vector<port_record>> EnumeratePorts() override {
+    co_return std::vector<port_record>(2, {L"P\x20AC", 70'000});
+  }
+  ostra::future<HRESULT> OpenPort(std::uint32_t number) override { co_return HRESULT(number); }
+  ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t, bytes input) override {
+    co_return bytes_result{HRESULT(code), std::move(input)};
+  }
+  ostra::future<HRESULT> Write(bytes data) override { co_return HRESULT(data.size()); }
+  ostra::future<bytes_result> Read(std::uint32_t size) override {
+    co_return bytes_result{HRESULT(size), {}};
+  }
 };
 
 // Bytes in which neighbours differ.
-[[nodiscard]] inline std::vector<std::byte> Pattern(std::size_t size) {
-  std::vector<std::byte> bytes(size);
+[[nodiscard]] inline bytes Pattern(std::size_t size) {
+  bytes pattern(size);
   for (std::size_t i = 0; i < size; ++i)
-    bytes[i] = static_cast<std::byte>(i * 7 + i / 251);
-  return bytes;
+    pattern[i] = static_cast<std::byte>(i * 7 + i / 251);
+  return pattern;
 }
 
 [[nodiscard]] inline std::shared_ptr<message_t> MakeMessage(

@@ -13,25 +13,28 @@
 
 namespace testing_support {
 
-// Counts its living copies.
+// Counts its living copies, if it is told where.
 struct counted {
+  counted() = default;
   explicit counted(std::atomic<int>& living) : count(&living) { ++*count; }
-  counted(const counted& other) : count(other.count) { ++*count; }
+  counted(const counted& other) : count(other.count) { add(1); }
   counted& operator=(const counted&) = delete;
-  ~counted() { --*count; }
-  std::atomic<int>* count;
+  ~counted() { add(-1); }
+
+  void add(int change) const {
+    if (count != nullptr)
+      *count += change;
+  }
+  std::atomic<int>* count = nullptr;
 };
 
 // True when `condition` holds within ten seconds.
 template <class Condition>
 bool eventually(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline)
-      return false;
+  while (!condition() && std::chrono::steady_clock::now() < deadline)
     std::this_thread::yield();
-  }
-  return true;
+  return condition();
 }
 
 // The code of the hresult_error that `action` throws; S_OK when it throws none.
