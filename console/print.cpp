@@ -15,8 +15,10 @@ constexpr std::size_t kPiece = 8192;  // a console takes about 32,000 units at a
 DWORD write_console(HANDLE console, std::wstring_view text) {
   while (!text.empty()) {
     DWORD written = 0;
-    const auto piece = static_cast<DWORD>(std::min(text.size(), kPiece));
-    if (!::WriteConsoleW(console, text.data(), piece, &written, nullptr))
+    auto size = std::min(text.size(), kPiece);
+    if (size < text.size() && IS_HIGH_SURROGATE(text[size - 1]))
+      --size;  // a character of two units is shown as one only when both come together
+    if (!::WriteConsoleW(console, text.data(), static_cast<DWORD>(size), &written, nullptr))
       return ::GetLastError();
     if (written == 0)
       return ERROR_WRITE_FAULT;
