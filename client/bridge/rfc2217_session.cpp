@@ -7,9 +7,6 @@ namespace {
 
 constexpr char kSignature[] = "Tarnwheel bridge";
 
-constexpr std::uint32_t kModemEvents =
-    SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD | SERIAL_EV_RING;
-
 }  // namespace
 
 rfc2217_session::rfc2217_session(std::shared_ptr<byte_stream> program, remote_line& line,

@@ -19,6 +19,10 @@ namespace tarnwheel::client {
 // Longer than any driver takes; short enough for programs that wait for what depends on it.
 inline constexpr std::chrono::milliseconds kControlLimit(2000);
 
+// The changes of the modem lines.
+inline constexpr std::uint32_t kModemEvents =
+    SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD | SERIAL_EV_RING;
+
 enum class purged { input, output, both };
 
 // Requests may be made from any thread, several at a time, and end on their own: futures may be

@@ -124,8 +124,26 @@ void remote_line::note_errors(std::uint32_t errors) {
                                                         : SERIAL_EV_ERR);
 }
 
+ostra::future<bool> remote_line::has_modem_lines() {
+  try {
+    auto asked = controls_.modem_status();
+    co_await asked;
+    co_return true;
+  } catch (const client_error&) {
+    co_return false;
+  }
+}
+
+// Some drivers of devices without modem lines never end a wait for their changes, not even when it is
+// cancelled.
 ostra::future<void> remote_line::wait_for_events(std::uint32_t events) {
   try {
+    auto asked = has_modem_lines();
+    const bool has_lines = co_await asked;
+    if (!has_lines)
+      events &= ~kModemEvents;
+    if (events == 0)
+      co_return;
     auto set = controls_.set_event_mask(events);
     co_await set;
     auto wait = controls_.wait_for_events();

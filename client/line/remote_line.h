@@ -101,6 +101,7 @@ class remote_line {
   ostra::future<void> read();
   ostra::future<std::vector<std::byte>> read_some(std::uint32_t size);
   void note_errors(std::uint32_t errors);
+  ostra::future<bool> has_modem_lines();
   ostra::future<void> wait_for_events(std::uint32_t events);
   ostra::future<void> watch_connection();
   ostra::future<void> watch_output();
