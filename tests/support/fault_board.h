@@ -7,37 +7,33 @@
 
 namespace system_test {
 
-// A function of Windows and what it returns when it fails. The last can be made to block only.
-struct FaultPoint {
-  const char* name;
-  std::intptr_t failure;
-};
-constexpr std::intptr_t kInvalidHandle = -1;
-constexpr std::intptr_t kNoSystemResources = 1450;
-inline constexpr FaultPoint kFaultPoints[] = {{"CreateNamedPipeW", kInvalidHandle},
-                                              {"ConnectNamedPipe", 0},
-                                              {"CreateFileW", kInvalidHandle},
-                                              {"SetFileCompletionNotificationModes", 0},
-                                              {"ReadFile", 0},
-                                              {"WriteFile", 0},
-                                              {"DeviceIoControl", 0},
-                                              {"CancelIoEx", 0},
-                                              {"CreateThreadpoolIo", 0},
-                                              {"TrySubmitThreadpoolCallback", 0},
-                                              {"ImpersonateNamedPipeClient", 0},
-                                              {"OpenThreadToken", 0},
-                                              {"GetTokenInformation", 0},
-                                              {"CopySid", 0},
-                                              {"LookupAccountSidW", 0},
-                                              {"SetupDiGetClassDevsExW", kInvalidHandle},
-                                              {"SetupDiEnumDeviceInfo", 0},
-                                              {"SetupDiOpenDevRegKey", kInvalidHandle},
-                                              {"SetupDiGetDeviceRegistryPropertyW", 0},
-                                              {"RegQueryValueExW", kNoSystemResources},
-                                              {"CloseHandle", 0}};
-constexpr int kImports = std::size(kFaultPoints);
-constexpr int kCloseHandle = kImports - 1;
-constexpr int kOperatorNew = kImports;  // a point besides those
+// The functions of Windows that can fail, the last by blocking only; and behind them operator new.
+// The first kHandleFunctions give an invalid handle then, the next one an error, the others zero.
+inline constexpr const char* kFaultPoints[] = {"CreateNamedPipeW",
+                                               "CreateFileW",
+                                               "SetupDiGetClassDevsExW",
+                                               "SetupDiOpenDevRegKey",
+                                               "RegQueryValueExW",
+                                               "ConnectNamedPipe",
+                                               "SetFileCompletionNotificationModes",
+                                               "ReadFile",
+                                               "WriteFile",
+                                               "DeviceIoControl",
+                                               "CancelIoEx",
+                                               "CreateThreadpoolIo",
+                                               "TrySubmitThreadpoolCallback",
+                                               "ImpersonateNamedPipeClient",
+                                               "OpenThreadToken",
+                                               "GetTokenInformation",
+                                               "CopySid",
+                                               "LookupAccountSidW",
+                                               "SetupDiEnumDeviceInfo",
+                                               "SetupDiGetDeviceRegistryPropertyW",
+                                               "CloseHandle",
+                                               "operator new"};
+constexpr int kHandleFunctions = 4;
+constexpr int kOperatorNew = std::size(kFaultPoints) - 1;
+constexpr int kCloseHandle = kOperatorNew - 1;
 constexpr int kNoFault = -1;
 
 // Lies in a named section. Each field is written by one side and read by the other, `countdown` by

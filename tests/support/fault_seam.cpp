@@ -30,7 +30,7 @@ bool Fails(int point) noexcept {
 // more of them than it has.
 using Word = std::intptr_t;
 using Function = Word(WINAPI*)(Word, Word, Word, Word, Word, Word, Word, Word);
-Function originals[kImports] = {};
+Function originals[kOperatorNew] = {};
 
 template <int Point>
 Word WINAPI Call(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h) {
@@ -40,7 +40,9 @@ Word WINAPI Call(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h)
   if (!counts || !Fails(Point))
     return originals[Point](a, b, c, d, e, f, g, h);
   ::SetLastError(ERROR_NO_SYSTEM_RESOURCES);
-  return kFaultPoints[Point].failure;
+  return Point < kHandleFunctions    ? reinterpret_cast<Word>(INVALID_HANDLE_VALUE)
+         : Point == kHandleFunctions ? ERROR_NO_SYSTEM_RESOURCES
+                                     : 0;
 }
 
 // The pointer through which this program calls `name`, which it must import.
@@ -67,8 +69,8 @@ void** ImportOf(const char* name) {
 template <int... Points>
 void InterceptAll(std::integer_sequence<int, Points...>) {
   const Function replacements[] = {&Call<Points>...};
-  for (int point = 0; point < kImports; ++point) {
-    void** const slot = ImportOf(kFaultPoints[point].name);
+  for (int point = 0; point < kOperatorNew; ++point) {
+    void** const slot = ImportOf(kFaultPoints[point]);
     DWORD protection = 0;
     originals[point] = reinterpret_cast<Function>(*slot);
     ::VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection);
@@ -86,7 +88,7 @@ void InterceptAll(std::integer_sequence<int, Points...>) {
   auto* const opened = static_cast<FaultBoard*>(view);
   opened->point = kNoFault;
   board = opened;
-  InterceptAll(std::make_integer_sequence<int, kImports>());
+  InterceptAll(std::make_integer_sequence<int, kOperatorNew>());
   return true;
 }();
 

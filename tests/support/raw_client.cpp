@@ -18,8 +18,7 @@ PortResult ToPortResult(const Bytes& payload) {
 }
 
 std::uint32_t ToCode(const Bytes& payload) {
-  Require(payload.size() == 4, "reading an HRESULT");
-  return U32At(payload, 0);
+  return payload.size() == 4 ? U32At(payload, 0) : 0xFFFFFFFF;
 }
 
 std::uint32_t CodeAndMethod(std::uint16_t method) {
@@ -40,12 +39,9 @@ Bytes Join(std::initializer_list<Bytes> parts) {
   return result;
 }
 
-Bytes U16(std::uint32_t value) {
-  return {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8)};
-}
-
 Bytes U32(std::uint32_t value) {
-  return Join({U16(value), U16(value >> 16)});
+  const auto byte = [&](int shift) { return static_cast<std::uint8_t>(value >> shift); };
+  return {byte(0), byte(8), byte(16), byte(24)};
 }
 
 Bytes ToBytes(std::string_view text) {

@@ -40,7 +40,6 @@ constexpr std::uint32_t kAlreadyHoldsPort = 0x800700B7;
 constexpr std::uint32_t kNotConnected = 0x800708CA;  // no port is open
 
 Bytes Join(std::initializer_list<Bytes> parts);
-Bytes U16(std::uint32_t value);  // the low 16 bits
 Bytes U32(std::uint32_t value);
 Bytes ToBytes(std::string_view text);
 Bytes Vector(const Bytes& content);  // count and bytes

@@ -18,11 +18,8 @@ bool SignalStopEvent() {
   return event && ::SetEvent(event.get());
 }
 
-ServerProcess::ServerProcess(std::wstring_view arguments, std::wstring_view program)
-    : ServerProcess(arguments, program, std::make_unique<TemporaryFile>()) {}
-
 ServerProcess::ServerProcess(std::wstring_view arguments, std::wstring_view program,
-                             std::unique_ptr<TemporaryFile> log)
+                             std::shared_ptr<const TemporaryFile> log)
     : Program(program, L"--nologo --no-discovery --log-level debug --log-path \"" + log->path +
                            L"\" " + std::wstring(arguments)),
       log_(std::move(log)) {
@@ -32,10 +29,8 @@ ServerProcess::ServerProcess(std::wstring_view arguments, std::wstring_view prog
 }
 
 ServerProcess::~ServerProcess() {
-  if (!Runs())
-    return;
-  EXPECT_TRUE(SignalStopEvent());
-  EXPECT_TRUE(Eventually([this] { return !Runs(); }) && ExitCode() == 0);
+  EXPECT_TRUE(!Runs() ||
+              (SignalStopEvent() && Eventually([this] { return !Runs(); }) && ExitCode() == 0));
 }
 
 int ServerProcess::Count(std::wstring_view text) const {
@@ -62,7 +57,7 @@ FaultSwitch::FaultSwitch(DWORD process_id) {
   Require(board_ != nullptr, "mapping the board of a faulty server");
 }
 
-void FaultSwitch::Order(int point, int occurrence, bool blocks) {
+void FaultSwitch::Fail(int point, int occurrence, bool blocks) {
   board_->failures = 0;
   board_->blocks = blocks;
   board_->countdown = occurrence;
@@ -70,9 +65,9 @@ void FaultSwitch::Order(int point, int occurrence, bool blocks) {
 }
 
 void FaultSwitch::Block(std::string_view function) {
-  const auto* const found = std::ranges::find(kFaultPoints, function, &FaultPoint::name);
+  const auto* const found = std::ranges::find(kFaultPoints, function);
   Require(found != std::end(kFaultPoints), "finding a function that can fail");
-  Order(static_cast<int>(found - kFaultPoints), 1, true);
+  Fail(static_cast<int>(found - kFaultPoints), 1, true);
 }
 
 bool FaultSwitch::Relent() {

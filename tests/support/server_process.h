@@ -25,7 +25,9 @@ bool SignalStopEvent();
 // Destruction stops it and fails the test when that does not end well.
 class ServerProcess : public Program {
  public:
-  explicit ServerProcess(std::wstring_view arguments = L"", std::wstring_view program = kServer);
+  explicit ServerProcess(
+      std::wstring_view arguments = L"", std::wstring_view program = kServer,
+      std::shared_ptr<const TemporaryFile> log = std::make_shared<const TemporaryFile>());
   ~ServerProcess();
 
   [[nodiscard]] std::wstring Log() const { return DecodeLog(log_->Content()); }
@@ -37,10 +39,7 @@ class ServerProcess : public Program {
   void Stop() const;
 
  private:
-  ServerProcess(std::wstring_view arguments, std::wstring_view program,
-                std::unique_ptr<TemporaryFile> log);
-
-  std::unique_ptr<TemporaryFile> log_;
+  const std::shared_ptr<const TemporaryFile> log_;
 };
 
 // Makes calls of a faulty-server fail or block, one at a time.
@@ -52,7 +51,7 @@ class FaultSwitch {
   ~FaultSwitch() { Relent(); }
 
   // The `occurrence`-th call, from 1, that any thread makes from now on at `point` fails.
-  void Fail(int point, int occurrence) { Order(point, occurrence, false); }
+  void Fail(int point, int occurrence, bool blocks = false);
   // The next call of the function blocks until Relent.
   void Block(std::string_view function);
   // Whether the call that was to fail has been made; or comes to be made before the deadline.
@@ -67,8 +66,6 @@ class FaultSwitch {
   [[nodiscard]] std::int64_t LiveBlocks() const { return board_->live_blocks; }
 
  private:
-  void Order(int point, int occurrence, bool blocks);
-
   FaultBoard* board_ = nullptr;  // mapped until this process ends
 };
 

@@ -34,9 +34,7 @@ TEST(Client, TellsWhatIsWrongWithoutAServer) {
   Expect(kUsage, L"list . --baud 9600", L"",
          L"Error: Invalid command line argument specified\n"
          L"\"tarnwheel-client list --help\" shows what can be asked for.");
-  const CompletedRun help(kClient, L"send -?");
-  EXPECT_EQ(help.exit_code, 0u);
-  EXPECT_TRUE(help.output.starts_with(L"Usage: tarnwheel-client "));
+  EXPECT_TRUE(CompletedRun(kClient, L"send -?").output.starts_with(L"Usage: tarnwheel-client "));
 }
 
 TEST(Client, ListsSendsAndTellsWhyAPortIsRefused) {

@@ -63,7 +63,7 @@ class Faults : public ::testing::Test {
   // need come after it, and the client leaves with a read pending.
   std::string Session(bool disturbed = false) {
     // Under Wine both would have the port, and a departure purges what the next session has sent.
-    EXPECT_TRUE(port_.IsClosed());
+    Require(port_.IsClosed(), "the closing of the port");
     RawClient client;
     std::uint32_t call = 0;
     std::string trouble;
@@ -88,7 +88,7 @@ class Faults : public ::testing::Test {
     return server_.faults.LiveBlocks() <= blocks_ + kThreadBlocks;
   }
 
-  // What knows of an ended session is forgotten when one of the next ones begins.
+  // Blocks, and handles. What knows of an ended session is forgotten when one of the next ones begins.
   void ExpectNothingLeft() {
     EXPECT_TRUE(Eventually([this] {
       if (!NothingIsLeft())
@@ -134,13 +134,12 @@ class Faults : public ::testing::Test {
 
 TEST_F(Faults, CostNoMoreThanTheSessionTheyStrike) {
   for (int point = 0; point <= kOperatorNew && !HasFailure(); ++point) {
-    const char* const name = point < kImports ? kFaultPoints[point].name : "operator new";
-    SCOPED_TRACE(name);
+    SCOPED_TRACE(kFaultPoints[point]);
     if (point == kCloseHandle)
       continue;  // does not fail
     const int occurrences = FailAtEachOccurrence(point);
     EXPECT_GT(occurrences, 0);
-    std::cout << name << ": " << occurrences << " calls failed, "
+    std::cout << kFaultPoints[point] << ": " << occurrences << " calls failed, "
               << server_.faults.LiveBlocks() - blocks_ << " blocks more\n";
   }
   ExpectHandlesCameBack();

@@ -73,7 +73,10 @@ TEST(Loopback, BringsEveryByteBackBesideManyOtherRequests) {
 
 class Device : public ::testing::Test {
  protected:
-  Device() {
+  Device() { Open(); }
+
+  void Open() {
+    client_ = RawClient();
     EXPECT_EQ(client_.OpenPort(kVirtualPort), 0u);
     client_.ReadsWait();
   }
@@ -145,26 +148,23 @@ TEST_F(Device, VanishesUnderEveryRequestAndComesBack) {
   client_ = RawClient();
   EXPECT_EQ(client_.OpenPort(kVirtualPort), kFileNotFound);
   port_.ComeBack();
-  EXPECT_EQ(client_.OpenPort(kVirtualPort), 0u);
-  client_.ReadsWait();
+  Open();
   ExpectPortWorks();
 }
 
 // What the client has left unsent is aborted, but nothing is cleared that the driver has taken.
-TEST_F(Device, IsClosedByADepartureAfterWhatPends) {
-  StartBoth();
-  client_.Disconnect();
-  EXPECT_TRUE(port_.IsClosed());
-  EXPECT_EQ(port_.State().pending, 0u);
-  EXPECT_EQ(port_.State().wait_mask, 0u);
-  EXPECT_EQ(port_.State().purged, DWORD{SERIAL_PURGE_TXABORT | SERIAL_PURGE_RXABORT});
-}
-
-TEST_F(Device, IsClosedByTheStop) {
-  StartBoth();
-  server_.Stop();
-  EXPECT_TRUE(port_.HasPending(0));
-  EXPECT_TRUE(port_.IsClosed());
+TEST_F(Device, IsClosedByADepartureAndByTheStopAfterWhatPends) {
+  for (const bool stops : {false, true}) {
+    StartBoth();
+    stops ? server_.Stop() : client_.Disconnect();
+    EXPECT_TRUE(port_.IsClosed());
+    EXPECT_EQ(port_.State().pending, 0u);
+    EXPECT_EQ(port_.State().wait_mask, 0u);
+    EXPECT_EQ(port_.State().purged, DWORD{SERIAL_PURGE_TXABORT | SERIAL_PURGE_RXABORT});
+    port_.Reset();
+    if (!stops)
+      Open();
+  }
 }
 
 // A driver may lose a request and not even let it be cancelled. The port is closed all the same,
@@ -177,8 +177,7 @@ TEST_F(Device, ThatNeverAnswersHoldsUpNeitherDepartureNorStop) {
   EXPECT_TRUE(server_.Logs(L" disconnected\n"));
   EXPECT_TRUE(port_.IsClosed());
   EXPECT_TRUE(port_.HasPending(3));
-  client_ = RawClient();
-  EXPECT_EQ(client_.OpenPort(kVirtualPort), 0u);
+  Open();
   port_.Fault(REQUEST_READ, 0);  // those that were held end
   EXPECT_TRUE(client_.Send(Request(1, kRead, U32(1))));
   EXPECT_TRUE(port_.HasPending(1));
@@ -193,8 +192,6 @@ TEST(LineCheck, FindsAGoodLineGoodAndSeesTheDeviceGo) {
   port.LoopBack();
   const CompletedRun good(L"tarnwheel-line-check", line);
   EXPECT_EQ(good.exit_code, 1u) << std::string(good.output.begin(), good.output.end());
-  EXPECT_NE(good.output.find(L"FAIL  another client is refused: 0x00000000 instead of 0x80070005"),
-            std::wstring::npos);
   EXPECT_TRUE(good.output.ends_with(L"PASS  the port is free again\n"));
 
   const Program unplugged(L"tarnwheel-line-check", line + L" --unplug");

@@ -9,6 +9,7 @@ struct port ports[2];
 static KSPIN_LOCK
     lock;  // nobody has it while a request is being completed but the one that does so
 static BOOLEAN stopping;
+static BOOLEAN present = TRUE;  // the first port's name
 static HANDLE clock_thread;
 
 // The ports, and last the device that takes the orders.
@@ -115,34 +116,30 @@ static void set_up(const struct virtual_serial_setup* setup) {
 }
 
 // The name by which a program finds the device.
-static NTSTATUS set_name(ULONG index, BOOLEAN present) {
+static NTSTATUS set_name(ULONG index, BOOLEAN exists) {
   UNICODE_STRING device, link;
   RtlInitUnicodeString(&device, devices[index]);
   RtlInitUnicodeString(&link, links[index]);
   IoDeleteSymbolicLink(&link);
-  return present ? IoCreateSymbolicLink(&link, &device) : STATUS_SUCCESS;
+  return exists ? IoCreateSymbolicLink(&link, &device) : STATUS_SUCCESS;
 }
 
-static NTSTATUS dispatch_order(IRP* irp, const IO_STACK_LOCATION* stack) {
+// An order, and the opening and closing of a port, end at once.
+static void carry_out(struct port* port, IRP* irp, const IO_STACK_LOCATION* stack) {
   void* const buffer = irp->AssociatedIrp.SystemBuffer;
-  KIRQL irql;
-  KeAcquireSpinLock(&lock, &irql);
-  if (stack->MajorFunction != IRP_MJ_DEVICE_CONTROL) {
+  if (port && stack->MajorFunction == IRP_MJ_CREATE) {
+    ++port->state.open_handles;
+    port->received_size = port->state.wait_mask = port->events = 0;
+  } else if (port) {
+    --port->state.open_handles;
+  } else if (stack->MajorFunction != IRP_MJ_DEVICE_CONTROL) {
+    return;
   } else if (stack->Parameters.DeviceIoControl.IoControlCode == ORDER_SET_UP) {
     set_up(buffer);
   } else {
     irp->IoStatus.Information = sizeof(ports[0].state);
     RtlCopyMemory(buffer, &ports[0].state, sizeof(ports[0].state));
   }
-  const BOOLEAN present = !ports[0].setup.vanished;
-  KeReleaseSpinLock(&lock, irql);
-  return set_name(0, present);  // not to be done under the lock
-}
-
-static void open_or_close(struct port* port, BOOLEAN opens) {
-  port->state.open_handles += opens ? 1u : MAXULONG;
-  if (opens)
-    port->received_size = port->state.wait_mask = port->events = 0;
 }
 
 static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
@@ -152,11 +149,12 @@ static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   KIRQL irql;
   if (!port || major == IRP_MJ_CREATE || major == IRP_MJ_CLOSE) {
     irp->IoStatus.Information = 0;
-    irp->IoStatus.Status = port ? STATUS_SUCCESS : dispatch_order(irp, stack);
     KeAcquireSpinLock(&lock, &irql);
-    if (port)
-      open_or_close(port, major == IRP_MJ_CREATE);
+    carry_out(port, irp, stack);
     KeReleaseSpinLock(&lock, irql);
+    if (present == ports[0].setup.vanished)  // not under the lock
+      set_name(0, present = !present);
+    irp->IoStatus.Status = STATUS_SUCCESS;
     IoCompleteRequest(irp, IO_NO_INCREMENT);
     return STATUS_SUCCESS;
   }
