@@ -28,6 +28,10 @@ class VirtualPort {
   void LoopBack() { SetUp(false, false, true); }
   void Vanish() { SetUp(false, true); }
   void ComeBack() { SetUp(); }  // what is held ends as well
+  // The port's modem status has these bits as well, and these events happen.
+  void Change(std::uint32_t inputs, std::uint32_t events) {
+    SetUp(false, false, false, 0, 0, 0, inputs, events);
+  }
   // Strikes the next requests of a kind: they fail with an NTSTATUS, or are held for ever with 0.
   void Fault(std::uint32_t kind, std::uint32_t status, std::uint32_t times = 1) {
     SetUp(false, false, false, times, kind, status);
@@ -83,8 +87,9 @@ class VirtualPort {
   }
 
   bool SetUp(bool anew = false, bool vanished = false, bool loops_back = false,
-             std::uint32_t faults = 0, std::uint32_t kind = 0, std::uint32_t status = 0) {
-    virtual_serial_setup setup = {anew, vanished, loops_back, faults, kind, status};
+             std::uint32_t faults = 0, std::uint32_t kind = 0, std::uint32_t status = 0,
+             std::uint32_t inputs = 0, std::uint32_t events = 0) {
+    virtual_serial_setup setup = {anew, vanished, loops_back, faults, kind, status, inputs, events};
     DWORD size = 0;
     return ::DeviceIoControl(orders_.get(), ORDER_SET_UP, &setup, sizeof setup, nullptr, 0, &size,
                              nullptr);

@@ -167,6 +167,16 @@ TEST_F(BlockedCall, OpenControlWriteMayBePipelined) {
   EXPECT_TRUE(port.Receives(ToBytes("first, second")));
 }
 
+TEST_F(BlockedCall, ListsOfAClientAreMadeOneAtATime) {
+  RawClient client;
+  server_.faults.Block("SetupDiGetClassDevsExW");
+  EXPECT_TRUE(client.Send(Burst(3, kEnumeratePorts, {})));
+  EXPECT_TRUE(server_.faults.Strikes());
+  EXPECT_TRUE(server_.Logs(L" is enumerating available ports\n"));
+  EXPECT_FALSE(client.TryReceive(200));
+  EXPECT_EQ(server_.Count(L" is enumerating available ports\n"), 1);
+}
+
 class BlockedDriver : public BlockedCall, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(BlockedDriver, HoldsUpNoStop) {

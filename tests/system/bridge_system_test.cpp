@@ -133,9 +133,20 @@ TEST_F(BridgeTest, ChangesOfTheLineAreToldBothWaysAndABreakEndsWithItsProgram) {
   const Bridge bridge(L"--listen 0");
   {
     TelnetClient client(bridge.TcpPort(), 0xA0);
-    const std::pair<DWORD, std::uint8_t> changes[] = {{SETRTS, 0xB1}, {CLRDTR, 0x1A}, {CLRRTS, 1}};
-    for (const auto& [signal, notice] : changes) {
-      port_.Signal(signal);
+    port_.Signal(SETRTS);
+    client.ExpectNotice({kModemNotice, 0xB1});
+    port_.Signal(CLRRTS);
+    client.ExpectNotice({kModemNotice, 0xA1});
+    port_.Signal(CLRDTR);
+    client.ExpectNotice({kModemNotice, 0x0A});
+    const struct {
+      std::uint32_t inputs, events;
+      std::uint8_t notice;
+    } changes[] = {{0x20, SERIAL_EV_DSR, 0x22},
+                   {0xA0, SERIAL_EV_RLSD, 0xA8},
+                   {0xA0, SERIAL_EV_RING, 0xA4}};  // of a ring its end is told
+    for (const auto& [inputs, events, notice] : changes) {
+      port_.Change(inputs, events);
       client.ExpectNotice({kModemNotice, notice});
     }
     client.Command({kSetLineMask, 0x10});

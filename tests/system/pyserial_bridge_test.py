@@ -25,7 +25,8 @@ class PyserialBridge(unittest.TestCase):
         programs.start_device(self.addCleanup, "loop")
 
     def open(self, port):
-        bridge = programs.start("bin/tarnwheel-client.exe", "bridge", ".", port, "--listen", "0", stdout=subprocess.PIPE)
+        bridge = programs.start("bin/tarnwheel-client.exe", "bridge", ".", port, "--listen", "0", "--retry",
+                                stdout=subprocess.PIPE)
         self.addCleanup(bridge.stdout.close)
         self.addCleanup(programs.stop, bridge)
         address = bridge.stdout.readline().decode().rpartition(" ")[2].strip()

@@ -111,6 +111,7 @@ static void set_up(const struct virtual_serial_setup* setup) {
     reset_line(&ports[i]);
   }
   ports[0].setup = *setup;
+  ports[0].events |= setup->events & ports[0].state.wait_mask;
   if (setup->vanished)
     finish_all(&ports[0], REQUEST_ANY, STATUS_DEVICE_NOT_CONNECTED);
 }
@@ -219,10 +220,9 @@ NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registry_path)
     driver->MajorFunction[majors[i]] = dispatch;
   driver->DriverUnload = unload;
   NTSTATUS status = STATUS_SUCCESS;
-  for (ULONG i = 0; i < RTL_NUMBER_OF(ports); ++i) {
+  for (ULONG i = 0; i < RTL_NUMBER_OF(ports); ++i)
     InitializeListHead(&ports[i].pending);
-    reset_line(&ports[i]);
-  }
+  set_up(&(struct virtual_serial_setup){.anew = 1});
   for (ULONG i = 0; i < RTL_NUMBER_OF(devices) && NT_SUCCESS(status); ++i)
     status = create_device(driver, i);
   return NT_SUCCESS(status) ? PsCreateSystemThread(&clock_thread, THREAD_ALL_ACCESS, NULL, NULL,

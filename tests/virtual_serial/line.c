@@ -2,9 +2,7 @@
 #include "tests/virtual_serial/port.h"
 
 static const struct {
-  ULONG set;
-  ULONG get;
-  ULONG size;
+  ULONG set, get, size;
 } kept_settings[] = {
     {IOCTL_SERIAL_SET_TIMEOUTS, IOCTL_SERIAL_GET_TIMEOUTS, sizeof(SERIAL_TIMEOUTS)},
     {IOCTL_SERIAL_SET_BAUD_RATE, IOCTL_SERIAL_GET_BAUD_RATE, sizeof(SERIAL_BAUD_RATE)},
@@ -13,24 +11,14 @@ static const struct {
     {IOCTL_SERIAL_SET_HANDFLOW, IOCTL_SERIAL_GET_HANDFLOW, sizeof(SERIAL_HANDFLOW)},
 };
 
+// Outputs, and what the other end sees of them.
 static const struct {
-  ULONG on;
-  ULONG off;
-  ULONG output;
-} output_controls[] = {
-    {IOCTL_SERIAL_SET_DTR, IOCTL_SERIAL_CLR_DTR, OUTPUT_DTR},
-    {IOCTL_SERIAL_SET_RTS, IOCTL_SERIAL_CLR_RTS, OUTPUT_RTS},
-    {IOCTL_SERIAL_SET_BREAK_ON, IOCTL_SERIAL_SET_BREAK_OFF, OUTPUT_BREAK},
+  ULONG on, off, output, status, events;
+} signals[] = {
+    {IOCTL_SERIAL_SET_DTR, IOCTL_SERIAL_CLR_DTR, OUTPUT_DTR, 0xA0, SERIAL_EV_DSR | SERIAL_EV_RLSD},
+    {IOCTL_SERIAL_SET_RTS, IOCTL_SERIAL_CLR_RTS, OUTPUT_RTS, 0x10, SERIAL_EV_CTS},
+    {IOCTL_SERIAL_SET_BREAK_ON, IOCTL_SERIAL_SET_BREAK_OFF, OUTPUT_BREAK, 0, SERIAL_EV_BREAK},
 };
-
-// Events and modem status by what the other end's outputs do.
-static const struct {
-  ULONG output;
-  ULONG status;
-  ULONG events;
-} inputs[] = {{OUTPUT_DTR, 0xA0, SERIAL_EV_DSR | SERIAL_EV_RLSD},
-              {OUTPUT_RTS, 0x10, SERIAL_EV_CTS},
-              {OUTPUT_BREAK, 0, SERIAL_EV_BREAK}};
 
 static struct port* far_end(struct port* port) {
   return port->setup.loops_back ? port : &ports[port == &ports[0]];
@@ -50,9 +38,9 @@ static NTSTATUS set_outputs(struct port* port, ULONG outputs) {
   const ULONG changes = (port->state.outputs ^ outputs) & (outputs | ~(ULONG)OUTPUT_BREAK);
   struct port* const other = far_end(port);
   port->state.outputs = outputs;
-  for (ULONG i = 0; i < RTL_NUMBER_OF(inputs); ++i) {
-    if (changes & inputs[i].output)
-      other->events |= inputs[i].events & other->state.wait_mask;
+  for (ULONG i = 0; i < RTL_NUMBER_OF(signals); ++i) {
+    if (changes & signals[i].output)
+      other->events |= signals[i].events & other->state.wait_mask;
   }
   return STATUS_SUCCESS;
 }
@@ -79,12 +67,11 @@ static void purge(struct port* port, ULONG what) {
 
 static NTSTATUS advance_setting(const struct request* request, const UCHAR* input) {
   struct port* const port = request->port;
-  ULONG outputs = port->state.outputs;
-  for (ULONG i = 0; i < RTL_NUMBER_OF(output_controls); ++i) {
-    outputs |= request->kind == output_controls[i].on ? output_controls[i].output : 0;
-    outputs &= request->kind == output_controls[i].off ? ~output_controls[i].output : MAXULONG;
-    if (request->kind == output_controls[i].on || request->kind == output_controls[i].off)
-      return set_outputs(port, outputs);
+  for (ULONG i = 0; i < RTL_NUMBER_OF(signals); ++i) {
+    if (request->kind == signals[i].on)
+      return set_outputs(port, port->state.outputs | signals[i].output);
+    if (request->kind == signals[i].off)
+      return set_outputs(port, port->state.outputs & ~signals[i].output);
   }
   for (ULONG i = 0; i < RTL_NUMBER_OF(kept_settings); ++i) {
     if (request->kind != kept_settings[i].set)
@@ -99,9 +86,9 @@ static NTSTATUS advance_control(struct request* request) {
   struct port* const port = request->port;
   UCHAR* const buffer = request->irp->AssociatedIrp.SystemBuffer;
   const SERIAL_STATUS status = {.AmountInInQueue = port->received_size};
-  ULONG modem_status = 0;
-  for (ULONG i = 0; i < RTL_NUMBER_OF(inputs); ++i)
-    modem_status |= far_end(port)->state.outputs & inputs[i].output ? inputs[i].status : 0;
+  ULONG modem_status = port->setup.inputs;
+  for (ULONG i = 0; i < RTL_NUMBER_OF(signals); ++i)
+    modem_status |= far_end(port)->state.outputs & signals[i].output ? signals[i].status : 0;
   for (ULONG i = 0; i < RTL_NUMBER_OF(kept_settings); ++i) {
     if (request->kind == kept_settings[i].get)
       return give(request, port->settings[i], kept_settings[i].size);

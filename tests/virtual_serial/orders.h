@@ -30,6 +30,8 @@ struct virtual_serial_setup {
   uint32_t faults;        // so many requests suffer it
   uint32_t fault_kind;    // of the requests that it strikes
   uint32_t fault_status;  // with which they end; 0: they are held, whoever cancels them
+  uint32_t inputs;        // bits of the modem status besides those that the far end makes
+  uint32_t events;        // that happen now, as in a wait mask
 };
 
 struct virtual_serial_state {
