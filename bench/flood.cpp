@@ -48,8 +48,10 @@ void Pour(const Flood& flood, std::atomic<std::uint64_t>& requests) try {
   if (flood.opens)
     client.OpenPort(kFilePort);
   Bytes burst;
-  for (std::uint32_t call = 0; call < kPipelined; ++call)
-    burst = Join({std::move(burst), Request(call, flood.method, flood.arguments)});
+  for (std::uint32_t call = 0; call < kPipelined; ++call) {
+    const Bytes request = Request(call, flood.method, flood.arguments);
+    burst.insert(burst.end(), request.begin(), request.end());
+  }
   for (; client.Send(burst, INFINITE); requests += kPipelined) {
     for (std::size_t i = 0; flood.replies && i < kPipelined; ++i)
       client.Receive();
