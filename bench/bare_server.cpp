@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/bare_pipe.h"
+#include "bench/measure.h"
 #include "platform/win32.h"
 #include "rpc/iserver_remote.h"
 #include "rpc/message_format.h"
@@ -166,9 +166,9 @@ class Client {
   }
 
   Client()
-      : pipe_(::CreateNamedPipeW((LR"(\\.\pipe\)" + std::wstring(bench::kBarePipe)).c_str(),
-                                 FILE_FLAG_OVERLAPPED | PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE,
-                                 PIPE_UNLIMITED_INSTANCES, kPipeBuffer, kPipeBuffer, 0, nullptr)) {}
+      : pipe_(::CreateNamedPipeW(bench::kBarePipe, FILE_FLAG_OVERLAPPED | PIPE_ACCESS_DUPLEX,
+                                 PIPE_TYPE_BYTE, PIPE_UNLIMITED_INSTANCES, kPipeBuffer, kPipeBuffer,
+                                 0, nullptr)) {}
 
   ~Client() {
     if (device_io_ != nullptr)

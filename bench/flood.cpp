@@ -9,15 +9,14 @@
 #include <thread>
 #include <vector>
 
-#include "async/errors.h"
-#include "bench/blocking_client.h"
 #include "bench/measure.h"
-#include "bench/process.h"
+#include "tests/support/raw_client.h"
 
 namespace bench {
 namespace {
 
-constexpr std::uint32_t kFilePort = 6;
+using namespace system_test;  // its vocabulary
+
 constexpr double kLongestCall = 0.1;                  // seconds
 constexpr double kLongestStop = 2;                    // seconds
 constexpr double kMostMemory = 42.0 * 1024 * 1024;    // of one session, in bytes
@@ -26,44 +25,39 @@ constexpr std::size_t kPipelined = 1000;              // requests in the pipe at
 
 struct Flood {
   const char* name;
-  tether::method method;
+  std::uint16_t method;
   Bytes arguments;
-  bool opens;  // the port first
-  bool reads;  // the replies
+  bool opens;    // the port first
+  bool replies;  // come and are read; a control that the device refuses is never answered
 };
 
 std::vector<Flood> Floods() {
-  using enum tether::method;
-  const Bytes control = Join(Join(Integer(0x001B0050), Integer(4)), Vector({}));
-  const Bytes data = Vector(Bytes(1000));
-  return {{"EnumeratePorts", EnumeratePorts, {}, false, true},
-          {"EnumeratePorts, never reads", EnumeratePorts, {}, false, false},
-          {"OpenPort", OpenPort, Integer(77), false, true},
-          {"IoControl", IoControl, control, true, true},
-          {"Write", Write, data, true, true},
-          {"Read", Read, Integer(1000), true, true},
-          {"Read of 1 MiB, never reads", Read, Integer(1 << 20), true, false},
-          {"unknown method", static_cast<tether::method>(99), {}, false, false}};
+  return {{"EnumeratePorts", kEnumeratePorts, {}, false, true},
+          {"EnumeratePorts, never reads", kEnumeratePorts, {}, false, false},
+          {"OpenPort", kOpenPort, U32(kMissingPort), false, true},
+          {"IoControl", kIoControl, ControlArguments(0x001B0050, 4, {}), true, false},
+          {"Write", kWrite, Vector(Bytes(1000)), true, true},
+          {"Read", kRead, U32(1000), true, true},
+          {"Read of 1 MiB, never reads", kRead, U32(1 << 20), true, false},
+          {"unknown method", 99, {}, false, false}};
 }
 
-// Ends when the server does. A control that the device refuses is never answered, so only those
-// replies are read that come.
-void Pour(const Flood& flood, std::atomic<std::uint64_t>& requests) {
-  try {
-    BlockingClient client(tether::kServerPipe);
-    if (flood.opens)
-      client.OpenPort(kFilePort);
-    const bool answered = flood.reads && flood.method != tether::method::IoControl;
-    for (;;) {
-      for (std::size_t i = 0; i < kPipelined; ++i)
-        client.Send(flood.method, flood.arguments);
-      requests += kPipelined;
-      for (std::size_t i = 0; answered && i < kPipelined; ++i)
-        static_cast<void>(client.Receive());
-    }
-  } catch (const ostra::hresult_error&) {
-    // The server has gone.
+// Ends when the server does.
+void Pour(const Flood& flood, std::atomic<std::uint64_t>& requests) try {
+  RawClient client;
+  if (flood.opens)
+    client.OpenPort(kFilePort);
+  Bytes burst;
+  for (std::uint32_t call = 0; call < kPipelined; ++call) {
+    const Bytes request = Request(call, flood.method, flood.arguments);
+    burst.insert(burst.end(), request.begin(), request.end());
   }
+  for (; client.Send(burst, INFINITE); requests += kPipelined) {
+    for (std::size_t i = 0; flood.replies && i < kPipelined; ++i)
+      client.Receive();
+  }
+} catch (const std::exception&) {
+  // The server has gone.
 }
 
 bool Report(const char* what, double value, const char* unit, double limit) {
@@ -74,21 +68,21 @@ bool Report(const char* what, double value, const char* unit, double limit) {
 }
 
 bool Endure(const Flood& flood, double seconds) {
-  Process server(L"tarnwheel-server", L"--nologo --no-discovery --no-screen-log");
-  BlockingClient bystander(tether::kServerPipe);
-  bystander.NullCall();
-  const auto memory = static_cast<double>(server.PrivateBytes());
+  const Program server(L"tarnwheel-server", L"--nologo --no-discovery --no-screen-log");
+  RawClient bystander;
+  bystander.Read(1);
+  const auto memory = static_cast<double>(server.MemoryInUse());
   std::atomic<std::uint64_t> requests = 0;
   std::jthread flooder([&] { Pour(flood, requests); });
   double longest = 0;
   double most_memory = 0;
   for (const double start = Now(); Now() - start < seconds; ::Sleep(5)) {
-    longest = std::max(longest, Seconds([&] { bystander.NullCall(); }));
-    most_memory = std::max(most_memory, static_cast<double>(server.PrivateBytes()) - memory);
+    longest = std::max(longest, Seconds([&] { bystander.Read(1); }));
+    most_memory = std::max(most_memory, static_cast<double>(server.MemoryInUse()) - memory);
   }
   const double stop = Seconds([&] {
-    server.SendCtrlC();
-    server.WaitForEnd();
+    server.SendConsoleEvent(CTRL_C_EVENT);
+    server.ExitCode();
   });
   std::printf("  %s: %llu requests sent\n", flood.name,
               static_cast<unsigned long long>(requests.load()));
@@ -111,10 +105,5 @@ int Main(double seconds) {
 }  // namespace bench
 
 int main(int argc, char** argv) {
-  try {
-    return bench::Main(argc > 1 ? std::strtod(argv[1], nullptr) : 10);
-  } catch (const ostra::hresult_error& error) {
-    std::fprintf(stderr, "flood: error 0x%08lX\n", static_cast<unsigned long>(error.code()));
-    return 1;
-  }
+  return bench::Main(argc > 1 ? std::strtod(argv[1], nullptr) : 10);
 }

@@ -8,6 +8,9 @@
 
 namespace bench {
 
+// The bare server's pipe.
+inline constexpr wchar_t kBarePipe[] = LR"(\\.\pipe\tarnwheel_bench_bare)";
+
 // Seconds since some moment in the past.
 [[nodiscard]] double Now();
 

@@ -7,96 +7,97 @@
 #include <barrier>
 #include <cstdio>
 #include <list>
-#include <span>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-#include "async/errors.h"
-#include "bench/bare_pipe.h"
-#include "bench/blocking_client.h"
-#include "bench/local_port.h"
 #include "bench/measure.h"
-#include "bench/process.h"
+#include "tests/support/raw_client.h"
 
 namespace bench {
 namespace {
 
+using namespace system_test;  // its vocabulary
+
 constexpr wchar_t kServerArguments[] = L"--nologo --no-discovery --no-screen-log";
-// A port whose device is a file of at least 64 KiB, so that it costs next to nothing, and one whose
-// device sends back what is written to it.
-constexpr std::uint32_t kFilePort = 6;
-constexpr std::uint32_t kLoopbackPort = 5;
+constexpr wchar_t kBareServer[] = L"bare-server";
 
-constexpr std::size_t kSmall = 64;
-constexpr std::size_t kLarge = 64 * 1024;
+constexpr std::uint32_t kSmall = 64;
+constexpr std::uint32_t kLarge = 64 * 1024;
 
-const std::wstring kOurs = tether::kServerPipe;
-const std::wstring kBare = kBarePipe;
+// Answered without touching anything, while no port is open.
+const Bytes kNullCall = Request(1, kRead, U32(1));
 
-const Bytes kOneByte = Integer(1);
+void Exchange(RawClient& client, const Bytes& request) {
+  client.Send(request);
+  client.Receive();
+}
+
+// Asks again until another client has let go of the port. Its device is a file, so that it costs
+// next to nothing.
+void OpenFilePort(RawClient& client) {
+  std::uint32_t code = 0;
+  do
+    code = client.OpenPort(kFilePort);
+  while (code == kPortInUse || code == kAccessDenied);
+  Require(code == 0, "opening the port");
+}
 
 // Many short pairs: what else the machine does then falls on both sides alike.
 constexpr int kManyRounds = 75;
 
 // Microseconds a call.
-double CallTime(const std::wstring& pipe, int calls, std::uint32_t port, tether::method method,
-                const Bytes& arguments) {
-  BlockingClient client(pipe);
-  if (port != 0)
-    client.OpenPort(port);
-  client.Call(method, arguments);
+double CallTime(const wchar_t* pipe, int calls, const Bytes& request) {
+  RawClient client(pipe);
+  if (request != kNullCall)
+    OpenFilePort(client);
+  Exchange(client, request);
   return 1e6 / calls * Seconds([&] {
            for (int call = 0; call < calls; ++call)
-             client.Call(method, arguments);
+             Exchange(client, request);
          });
 }
 
-void CompareCalls(const std::string& name, int calls, std::uint32_t port, tether::method method,
-                  const Bytes& arguments, std::optional<Goal> goal) {
-  const auto time = [&](const std::wstring& pipe) {
-    return CallTime(pipe, calls, port, method, arguments);
-  };
-  Comparison{name, "us", "bare server", goal, kManyRounds}.Run([&] { return time(kOurs); },
-                                                               [&] { return time(kBare); });
+void CompareCalls(const std::string& name, int calls, const Bytes& request,
+                  std::optional<Goal> goal) {
+  const auto time = [&](const wchar_t* pipe) { return CallTime(pipe, calls, request); };
+  Comparison{name, "us", "bare server", goal, kManyRounds}.Run([&] { return time(kPipeName); },
+                                                               [&] { return time(kBarePipe); });
 }
 
 // Megabytes a second in calls of 64 KiB.
-void CompareThroughput(const std::string& name, tether::method method, const Bytes& arguments) {
-  const auto rate = [&](const std::wstring& pipe) {
-    return static_cast<double>(kLarge) / CallTime(pipe, 100, kFilePort, method, arguments);
-  };
+void CompareThroughput(const std::string& name, const Bytes& request) {
+  const auto rate = [&](const wchar_t* pipe) { return kLarge / CallTime(pipe, 100, request); };
   Comparison{name, "MB/s", "bare server", Goal{Goal::kAtLeast, 0.9}, kManyRounds}.Run(
-      [&] { return rate(kOurs); }, [&] { return rate(kBare); });
+      [&] { return rate(kPipeName); }, [&] { return rate(kBarePipe); });
 }
 
 void MeasureCalls() {
   PrintHeading("One client, one call after another; the device is a file");
-  CompareCalls("null call", 400, 0, tether::method::Read, kOneByte, Goal{Goal::kAtMost, 1.15});
-  CompareCalls("write of 64 bytes", 200, kFilePort, tether::method::Write, Vector(Bytes(kSmall)),
-               {});
-  CompareCalls("read of 64 bytes", 200, kFilePort, tether::method::Read, Integer(kSmall), {});
+  CompareCalls("null call", 400, kNullCall, Goal{Goal::kAtMost, 1.15});
+  CompareCalls("write of 64 bytes", 200, Request(1, kWrite, Vector(Bytes(kSmall))), {});
+  CompareCalls("read of 64 bytes", 200, Request(1, kRead, U32(kSmall)), {});
 }
 
 void MeasureTransfers() {
   PrintHeading("One client, 64 KiB a call; the device is a file");
-  CompareThroughput("write of 64 KiB", tether::method::Write, Vector(Bytes(kLarge)));
-  CompareThroughput("read of 64 KiB", tether::method::Read, Integer(kLarge));
+  CompareThroughput("write of 64 KiB", Request(1, kWrite, Vector(Bytes(kLarge))));
+  CompareThroughput("read of 64 KiB", Request(1, kRead, U32(kLarge)));
 }
 
 // Calls a second of that many clients together.
-double CallRate(const std::wstring& pipe, int clients) {
+double CallRate(const wchar_t* pipe, int clients) {
   constexpr int kCalls = 6'400;
   std::barrier start(clients + 1);
   std::list<std::jthread> threads;
   for (int i = 0; i < clients; ++i) {
     threads.emplace_back([&] {
-      BlockingClient client(pipe);
-      client.NullCall();
+      RawClient client(pipe);
+      Exchange(client, kNullCall);
       start.arrive_and_wait();
       for (int call = 0; call < kCalls / clients; ++call)
-        client.NullCall();
+        Exchange(client, kNullCall);
     });
   }
   start.arrive_and_wait();
@@ -107,52 +108,71 @@ void MeasureManyClients() {
   PrintHeading("Clients at once, null calls");
   for (const int clients : {1, 4, 16, 64}) {
     Comparison{std::to_string(clients) + " clients", "calls/s", "bare server", {}, 7}.Run(
-        [&] { return CallRate(kOurs, clients); }, [&] { return CallRate(kBare, clients); });
+        [&] { return CallRate(kPipeName, clients); }, [&] { return CallRate(kBarePipe, clients); });
   }
-  const auto compare = [](const std::wstring& pipe, const std::string& name, auto goal) {
+  const auto compare = [](const wchar_t* pipe, const std::string& name, auto goal) {
     Comparison{name, "calls/s", "4 clients", goal, 25}.Run([&] { return CallRate(pipe, 64); },
                                                            [&] { return CallRate(pipe, 4); });
   };
-  compare(kOurs, "64 clients", std::optional(Goal{Goal::kAtLeast, 1.0}));
-  compare(kBare, "64 of the bare server", std::optional<Goal>());
+  compare(kPipeName, "64 clients", std::optional(Goal{Goal::kAtLeast, 1.0}));
+  compare(kBarePipe, "64 of the bare server", std::optional<Goal>());
 }
 
 // Microseconds to connect, open the port and disconnect.
-double VisitTime(const std::wstring& pipe) {
-  constexpr int kVisits = 100;
-  return 1e6 / kVisits * Seconds([&] {
-           for (int visit = 0; visit < kVisits; ++visit)
-             BlockingClient(pipe).OpenPort(kFilePort);
+double VisitTime(const wchar_t* pipe) {
+  constexpr int kTimes = 100;
+  return 1e6 / kTimes * Seconds([&] {
+           for (int visit = 0; visit < kTimes; ++visit) {
+             RawClient client(pipe);
+             OpenFilePort(client);
+           }
          });
 }
 
 void MeasureVisits() {
   PrintHeading("Connect, open the port, disconnect");
-  Comparison{"visit", "us", "bare server"}.Run([&] { return VisitTime(kOurs); },
-                                               [&] { return VisitTime(kBare); });
+  Comparison{"visit", "us", "bare server"}.Run([&] { return VisitTime(kPipeName); },
+                                               [&] { return VisitTime(kBarePipe); });
 }
 
 // Microseconds until so many bytes have gone through the loopback and come back.
-double RemoteEcho(std::size_t size, int times) {
-  BlockingClient client(kOurs);
-  client.OpenPort(kLoopbackPort);
-  const Bytes write = Vector(Bytes(size)), read = Integer(static_cast<std::uint32_t>(size));
-  client.Call(tether::method::IoControl, LocalPort::WaitForAllOfARead());
+double RemoteEcho(std::uint32_t size, int times) {
+  RawClient client;
+  Require(client.OpenPort(LoopbackPort()) == 0, "opening the loopback");
+  client.ReadsWait();
+  const Bytes requests =
+      Join({Request(1, kRead, U32(size)), Request(2, kWrite, Vector(Bytes(size)))});
   return 1e6 / times * Seconds([&] {
            for (int i = 0; i < times; ++i) {
-             client.Send(tether::method::Read, read);
-             client.Send(tether::method::Write, write);
-             client.Receive();
+             Exchange(client, requests);
              client.Receive();
            }
          });
 }
 
-double LocalEcho(std::size_t size, int times) {
-  LocalPort local(kLoopbackPort);
+// The same by a program that has the device to itself.
+double LocalEcho(std::uint32_t size, int times) {
+  const std::wstring path = LR"(\\.\COM)" + std::to_wstring(LoopbackPort());
+  const Tamrin::unique_file port(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0,
+                                               nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
+                                               nullptr));
+  COMMTIMEOUTS wait_for_all = {};
+  Require(::SetCommTimeouts(port.get(), &wait_for_all), "SetCommTimeouts");
+  const Tamrin::unique_handle events[] = {
+      Tamrin::unique_handle(::CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+      Tamrin::unique_handle(::CreateEventW(nullptr, TRUE, FALSE, nullptr))};
+  Bytes sent(size), received(size);
   return 1e6 / times * Seconds([&] {
-           for (int i = 0; i < times; ++i)
-             local.Echo(size);
+           for (int i = 0; i < times; ++i) {
+             OVERLAPPED calls[2] = {};
+             DWORD moved = 0;
+             calls[0].hEvent = events[0].get();
+             calls[1].hEvent = events[1].get();
+             ::ReadFile(port.get(), received.data(), size, nullptr, &calls[0]);
+             ::WriteFile(port.get(), sent.data(), size, nullptr, &calls[1]);
+             for (OVERLAPPED& call : calls)
+               Require(::GetOverlappedResult(port.get(), &call, &moved, TRUE), "an echo");
+           }
          });
 }
 
@@ -165,17 +185,17 @@ void MeasureLoopback() {
 }
 
 // KiB that each of many connected clients adds to the server.
-double MemoryOfAClient(const Process& server, const std::wstring& pipe) {
+double MemoryOfAClient(const Program& server, const wchar_t* pipe) {
   constexpr std::size_t kClients = 90;
-  std::list<BlockingClient> clients;
+  std::list<RawClient> clients;
   const auto connect = [&](std::size_t count) {
     for (; clients.size() < count;)
-      clients.emplace_back(pipe).NullCall();
+      Exchange(clients.emplace_back(pipe), kNullCall);
   };
   connect(20);  // the pool has its threads, the heap its first blocks
-  const std::size_t before = server.PrivateBytes();
+  const std::size_t before = server.MemoryInUse();
   connect(kClients);
-  const std::size_t after = server.PrivateBytes();
+  const std::size_t after = server.MemoryInUse();
   return static_cast<double>(after - std::min(before, after)) / 1024.0 / double(kClients - 20);
 }
 
@@ -183,10 +203,10 @@ void MeasureMemory() {
   PrintHeading("Private memory of the server a connected client");
   std::vector<double> ours, bare;
   for (int round = 0; round < 5; ++round) {
-    const Process server(L"tarnwheel-server", kServerArguments);
-    ours.push_back(MemoryOfAClient(server, kOurs));
-    const Process bare_server(L"bare-server", L"");
-    bare.push_back(MemoryOfAClient(bare_server, kBare));
+    const Program server(L"tarnwheel-server", kServerArguments);
+    ours.push_back(MemoryOfAClient(server, kPipeName));
+    const Program bare_server(kBareServer, L"");
+    bare.push_back(MemoryOfAClient(bare_server, kBarePipe));
   }
   PrintRow("session", "KiB", ours, Goal{Goal::kAtMost, 40});
   PrintRow("  bare server", "KiB", bare);
@@ -194,8 +214,8 @@ void MeasureMemory() {
 
 double StartTime() {
   const double start = Now();
-  const Process server(L"tarnwheel-server", kServerArguments);
-  BlockingClient(kOurs).NullCall();
+  const Program server(L"tarnwheel-server", kServerArguments);
+  RawClient().Read(1);
   return 1e3 * (Now() - start);
 }
 
@@ -204,7 +224,7 @@ void MeasureStart() {
   std::vector<double> ours, empty, more;
   for (int round = 0; round < 15; ++round) {
     ours.push_back(StartTime());
-    empty.push_back(1e3 * Seconds([] { Process(L"empty-program", L"").WaitForEnd(); }));
+    empty.push_back(1e3 * Seconds([] { Program(L"empty-program", L"").ExitCode(); }));
     more.push_back(ours.back() - empty.back());
   }
   PrintRow("server", "ms", ours);
@@ -212,41 +232,52 @@ void MeasureStart() {
   PrintRow("  difference", "ms", more, Goal{Goal::kAtMost, 50});
 }
 
+// What makes one call after another runs, with its servers, on one processor: on two, every figure
+// has two peaks, for the two ways of placing client and server.
 struct Part {
   std::string_view name;
   void (*measure)();
+  DWORD_PTR processors = 1;
 };
 
+constexpr DWORD_PTR kAllProcessors = ~DWORD_PTR{0};
 constexpr Part kStarting[] = {{"start", &MeasureStart}, {"memory", &MeasureMemory}};
 constexpr Part kServing[] = {{"calls", &MeasureCalls},
                              {"transfers", &MeasureTransfers},
-                             {"clients", &MeasureManyClients},
+                             {"clients", &MeasureManyClients, kAllProcessors},
                              {"visits", &MeasureVisits},
                              {"loopback", &MeasureLoopback}};
 
-void Run(std::span<const Part> parts, const std::vector<std::string_view>& wanted) {
-  for (const Part& part : parts) {
-    if (wanted.empty() || std::ranges::find(wanted, part.name) != wanted.end())
-      part.measure();
-  }
+bool IsWanted(const Part& part, const std::vector<std::string_view>& wanted) {
+  return wanted.empty() || std::ranges::find(wanted, part.name) != wanted.end();
 }
 
 void Main(const std::vector<std::string_view>& wanted) {
-  Run(kStarting, wanted);  // these run servers of their own
-  const Process server(L"tarnwheel-server", kServerArguments);
-  const Process bare_server(L"bare-server", L"");
-  Run(kServing, wanted);
+  for (const Part& part : kStarting) {  // these run servers of their own
+    if (IsWanted(part, wanted))
+      part.measure();
+  }
+  const Program server(L"tarnwheel-server", kServerArguments);
+  const Program bare_server(kBareServer, L"");
+  DWORD_PTR own = 0, all = 0;
+  ::GetProcessAffinityMask(::GetCurrentProcess(), &own, &all);
+  for (const Part& part : kServing) {
+    if (!IsWanted(part, wanted))
+      continue;
+    ::SetProcessAffinityMask(::GetCurrentProcess(), part.processors & all);
+    for (const Program* program : {&server, &bare_server})
+      program->RunOn(part.processors & all);
+    part.measure();
+  }
 }
 
 }  // namespace
 }  // namespace bench
 
-int main(int argc, char** argv) {
-  try {
-    bench::Main({argv + 1, argv + argc});
-    return 0;
-  } catch (const ostra::hresult_error& error) {
-    std::fprintf(stderr, "server-bench: error 0x%08lX\n", static_cast<unsigned long>(error.code()));
-    return 1;
-  }
+int main(int argc, char** argv) try {
+  bench::Main({argv + 1, argv + argc});
+  return 0;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "server-bench: %s\n", error.what());
+  return 1;
 }

@@ -14,7 +14,6 @@
 #include <thread>
 #include <vector>
 
-#include "bench/bare_pipe.h"
 #include "bench/measure.h"
 #include "tests/support/program.h"
 #include "tests/support/visits.h"
@@ -39,12 +38,11 @@ constexpr double kDeviations = 3;
 double LossOfTheSystem(int clients) {
   constexpr int kBatches = 7;
   const Program bare_server(L"bare-server", L"");
-  const std::wstring pipe = LR"(\\.\pipe\)" + std::wstring(kBarePipe);
   std::vector<double> losses;
   auto before = static_cast<double>(bare_server.MemoryInUse());
   for (int batch = 0; batch < kBatches; ++batch) {
     for (int client = 0; client < clients; ++client)
-      RawClient(pipe.c_str()).Read(1);
+      RawClient(kBarePipe).Read(1);
     const auto after = static_cast<double>(bare_server.MemoryInUse());
     losses.push_back(std::max(0.0, after - before) / clients);
     before = after;
@@ -142,9 +140,11 @@ class Soak {
       system_test::Require(client.OpenPort(system_test::LoopbackPort()) == 0, "opening a port");
       client.ReadsWait();
       for (std::uint32_t round = 1; !ending_; ++round) {
-        const auto sent = system_test::Pattern(1 + 977 * round % 5000, round);
-        client.Request(1, system_test::kRead, system_test::U32(1 + 977 * round % 5000));
-        client.Request(2, system_test::kWrite, system_test::Vector(sent));
+        const std::uint32_t size = 1 + 977 * round % 5000;
+        const auto sent = system_test::Pattern(size, round);
+        client.Send(system_test::Join(
+            {system_test::Request(1, system_test::kRead, system_test::U32(size)),
+             system_test::Request(2, system_test::kWrite, system_test::Vector(sent))}));
         for (int replies = 0; replies < 2; ++replies) {
           const auto reply = client.Receive();
           const auto expected = system_test::Join({system_test::U32(0), system_test::Vector(sent)});

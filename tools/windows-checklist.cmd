@@ -20,7 +20,7 @@ set TARNWHEEL_LOOPBACK=%digits:~3%
 :programs
 for %%f in (tests\*_test.exe) do call :program %%~nf
 if not exist tests\system_test.exe goto service
-call :system "BadMessages.*:CommandLine.*:Log.*:Stop.*" "system"
+call :system "CommandLine.*:Log.*:Stop.*" "system"
 if not "%1"=="" call :system "Loopback.*" "port"
 
 :service

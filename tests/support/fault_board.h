@@ -1,29 +1,49 @@
 // What a program built with the fault seam shares with the test that makes its calls fail.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <string>
 
 namespace system_test {
 
-constexpr std::size_t kMaxFaultPoints = 64;
-constexpr std::int32_t kNoFault = -1;
+// The functions of Windows that can fail, the last by blocking only; and behind them operator new.
+// The first kHandleFunctions give an invalid handle then, the next one an error, the others zero.
+inline constexpr const char* kFaultPoints[] = {"CreateNamedPipeW",
+                                               "CreateFileW",
+                                               "SetupDiGetClassDevsExW",
+                                               "SetupDiOpenDevRegKey",
+                                               "RegQueryValueExW",
+                                               "ConnectNamedPipe",
+                                               "SetFileCompletionNotificationModes",
+                                               "ReadFile",
+                                               "WriteFile",
+                                               "DeviceIoControl",
+                                               "CancelIoEx",
+                                               "CreateThreadpoolIo",
+                                               "TrySubmitThreadpoolCallback",
+                                               "ImpersonateNamedPipeClient",
+                                               "OpenThreadToken",
+                                               "GetTokenInformation",
+                                               "CopySid",
+                                               "LookupAccountSidW",
+                                               "SetupDiEnumDeviceInfo",
+                                               "SetupDiGetDeviceRegistryPropertyW",
+                                               "CloseHandle",
+                                               "operator new"};
+constexpr int kHandleFunctions = 4;
+constexpr int kOperatorNew = std::size(kFaultPoints) - 1;
+constexpr int kCloseHandle = kOperatorNew - 1;
+constexpr int kNoFault = -1;
 
-// Lies in a named section; the program fills in the names before its main function begins. Each
-// field is written by one side and read by the other, `countdown` by both.
+// Lies in a named section. Each field is written by one side and read by the other, `countdown` by
+// both.
 struct FaultBoard {
-  std::array<std::array<char, 48>, kMaxFaultPoints> names;
-  std::atomic<std::uint32_t> points;  // how many there are; 0 until the names are complete
-
-  std::atomic<std::int32_t> point;      // the one whose calls are counted, or kNoFault
-  std::atomic<std::int32_t> countdown;  // the call that brings it to 0 fails
-  std::atomic<std::uint32_t> failures;  // calls that have been made to fail
-  std::atomic<std::uint32_t> error;     // what they fail with; 0: they block until point changes
-
-  // What the program has allocated and not freed yet.
-  std::atomic<std::int64_t> live_blocks;
+  std::atomic<int> point;                 // the one whose calls are counted, or kNoFault
+  std::atomic<int> countdown;             // the call that brings it to 0 fails
+  std::atomic<int> failures;              // calls that have been made to fail
+  std::atomic<bool> blocks;               // they do not fail, but go on when the point changes
+  std::atomic<std::int64_t> live_blocks;  // what the program has allocated and not freed yet
 };
 
 static_assert(std::atomic<std::int64_t>::is_always_lock_free, "shared between processes");

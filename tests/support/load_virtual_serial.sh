@@ -19,7 +19,4 @@ load() {
 }
 
 # When the drivers' process has crashed, the service manager notices by the first command that fails.
-load || load || {
-  echo "$driver does not start in this Wine prefix." >&2
-  exit 1
-}
+load || load

@@ -8,7 +8,8 @@
 
 namespace system_test {
 
-constexpr DWORD kPatience = 10'000;  // milliseconds; far beyond what a working server takes
+// Milliseconds; far beyond what a working server takes.
+constexpr DWORD kPatience = 20'000;
 
 // Asks `condition` again and again until it holds; false when it does not within `milliseconds`.
 template <class Condition>

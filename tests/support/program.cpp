@@ -1,5 +1,6 @@
 #include "tests/support/program.h"
 
+#include <atomic>
 #include <vector>
 
 #include <psapi.h>  // needs <windows.h> before it
@@ -10,29 +11,28 @@ namespace {
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr std::size_t kHighestHandle = 0x1000;
 
-std::wstring TemporaryPath(std::wstring_view extension) {
-  static unsigned serial = 0;
+std::wstring TemporaryPath() {
+  static std::atomic<unsigned> serial = 0;
   wchar_t folder[MAX_PATH] = {};
   ::GetTempPathW(MAX_PATH, folder);
   return std::wstring(folder) + L"system_test_" + std::to_wstring(::GetCurrentProcessId()) + L"_" +
-         std::to_wstring(++serial) + std::wstring(extension);
+         std::to_wstring(++serial);
 }
 
 // Programs and tests are built side by side: ...\bin\NAME.exe and ...\tests\system_test.exe.
 std::wstring ProgramPath(std::wstring_view name) {
-  std::wstring path(32768, L'\0');
-  path.resize(::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+  wchar_t path[MAX_PATH] = {};
+  ::GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::wstring folder = path;
   for (int level = 0; level < 2; ++level)
-    path.resize(path.rfind(L'\\'));
-  return path + LR"(\bin\)" + std::wstring(name) + L".exe";
+    folder.resize(folder.rfind(L'\\'));
+  return folder + LR"(\bin\)" + std::wstring(name) + L".exe";
 }
 
-Tamrin::unique_file CreateInheritable(const std::wstring& path) {
+Tamrin::unique_file CreateInheritable(const TemporaryFile& file) {
   SECURITY_ATTRIBUTES inheritable = {sizeof inheritable, nullptr, TRUE};
-  Tamrin::unique_file file(::CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, &inheritable,
-                                         CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  Require(static_cast<bool>(file), "creating a file for a program's output");
-  return file;
+  return Tamrin::unique_file(::CreateFileW(file.path.c_str(), GENERIC_WRITE, kShareAll,
+                                           &inheritable, CREATE_ALWAYS, 0, nullptr));
 }
 
 std::wstring Decode(const std::string& bytes) {
@@ -48,40 +48,44 @@ std::wstring Decode(const std::string& bytes) {
 
 }  // namespace
 
-TemporaryFile::TemporaryFile(std::wstring_view extension) : path_(TemporaryPath(extension)) {
-  ::DeleteFileW(path_.c_str());
-}
-
-TemporaryFile::~TemporaryFile() {
-  ::DeleteFileW(path_.c_str());
+TemporaryFile::TemporaryFile() : path(TemporaryPath()) {
+  ::DeleteFileW(path.c_str());
 }
 
 std::string TemporaryFile::Content() const {
-  const Tamrin::unique_file file(::CreateFileW(path_.c_str(), GENERIC_READ, kShareAll, nullptr,
-                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file)
-    return {};
-  std::string content(::GetFileSize(file.get(), nullptr), '\0');
+  const Tamrin::unique_file file(
+      ::CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+  std::string content(file ? ::GetFileSize(file.get(), nullptr) : 0, '\0');
+  const auto room = static_cast<DWORD>(content.size());
   DWORD size = 0;
-  Require(
-      ::ReadFile(file.get(), content.data(), static_cast<DWORD>(content.size()), &size, nullptr),
-      "reading a program's output");
+  Require(!file || ::ReadFile(file.get(), content.data(), room, &size, nullptr), "reading a file");
   content.resize(size);
   return content;
 }
 
-Program::Program(std::wstring_view name, std::wstring_view arguments, Input input) {
-  Tamrin::unique_file reader;
-  if (input == Input::kPipe) {
-    HANDLE ends[2] = {};
+Program::Program(std::wstring_view name, std::wstring_view arguments, bool has_input) {
+  HANDLE ends[2] = {};
+  if (has_input) {
     Require(::CreatePipe(&ends[0], &ends[1], nullptr, 0), "CreatePipe");
-    reader.reset(ends[0]);
-    input_.reset(ends[1]);
     // The program must not hold the other end, or its input would never end.
     ::SetHandleInformation(ends[0], HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
   }
-  Start(L'"' + ProgramPath(name) + L"\" " + std::wstring(arguments),
-        reader ? reader.get() : nullptr);
+  const Tamrin::unique_handle reader(ends[0]);
+  input_.reset(ends[1]);
+  const auto output = CreateInheritable(output_), errors = CreateInheritable(errors_);
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = ends[0];
+  startup.hStdOutput = output.get();
+  startup.hStdError = errors.get();
+  std::wstring command = L'"' + ProgramPath(name) + L"\" " + std::wstring(arguments);
+  PROCESS_INFORMATION process = {};
+  Require(::CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                           nullptr, nullptr, &startup, &process),
+          "CreateProcessW");
+  ::CloseHandle(process.hThread);
+  process_.reset(process.hProcess);
 }
 
 Program::~Program() {
@@ -89,31 +93,11 @@ Program::~Program() {
     ::WaitForSingleObject(process_.get(), kPatience);
 }
 
-void Program::Start(std::wstring command_line, HANDLE input) {
-  const auto output = CreateInheritable(output_.path());
-  const auto errors = CreateInheritable(errors_.path());
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = input;
-  startup.hStdOutput = output.get();
-  startup.hStdError = errors.get();
-  PROCESS_INFORMATION process = {};
-  Require(::CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
-                           nullptr, nullptr, &startup, &process),
-          "CreateProcessW");
-  ::CloseHandle(process.hThread);
-  process_.reset(process.hProcess);
-}
-
 void Program::Write(std::string_view bytes) const {
-  while (!bytes.empty()) {
-    DWORD written = 0;
+  for (DWORD written = 0; !bytes.empty(); bytes.remove_prefix(written))
     Require(::WriteFile(input_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
                         nullptr),
             "writing to a program's standard input");
-    bytes.remove_prefix(written);
-  }
 }
 
 std::wstring Program::Output() const {
@@ -125,15 +109,11 @@ std::wstring Program::Errors() const {
 }
 
 bool Program::Prints(std::wstring_view text) const {
-  const auto printed = [&] { return Output().find(text) != std::wstring::npos; };
+  const auto printed = [&] {
+    return Output().find(text) != std::wstring::npos || Errors().find(text) != std::wstring::npos;
+  };
   Eventually([&] { return printed() || !Runs(); });
   return printed();
-}
-
-bool Program::Complains(std::wstring_view text) const {
-  const auto complained = [&] { return Errors().find(text) != std::wstring::npos; };
-  Eventually([&] { return complained() || !Runs(); });
-  return complained();
 }
 
 bool Program::Runs() const {
@@ -160,10 +140,8 @@ std::size_t Program::CommittedMemory() const {
   MEMORY_BASIC_INFORMATION region = {};
   for (const std::byte* next = nullptr;
        ::VirtualQueryEx(process_.get(), next, &region, sizeof region) != 0;
-       next = static_cast<const std::byte*>(region.BaseAddress) + region.RegionSize) {
-    if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE)
-      size += region.RegionSize;
-  }
+       next = static_cast<const std::byte*>(region.BaseAddress) + region.RegionSize)
+    size += region.State == MEM_COMMIT && region.Type == MEM_PRIVATE ? region.RegionSize : 0;
   return size;
 }
 
@@ -174,10 +152,9 @@ std::size_t Program::HandleCount() const {
     HANDLE copy = nullptr;
     // The value of a handle of another process is a number in the form of a pointer.
     if (::DuplicateHandle(process_.get(), reinterpret_cast<HANDLE>(value), ::GetCurrentProcess(),
-                          &copy, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
-      ::CloseHandle(copy);
+                          &copy, 0, FALSE, DUPLICATE_SAME_ACCESS) &&
+        ::CloseHandle(copy))
       ++count;
-    }
   }
   return count;
 }
@@ -190,11 +167,9 @@ void Program::SendConsoleEvent(DWORD event, int times) const {
   const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
   void* const argument = reinterpret_cast<void*>(static_cast<ULONG_PTR>(event));
   std::vector<Tamrin::unique_handle> threads;
-  for (; times != 0; --times) {
+  for (; times != 0; --times)
     threads.emplace_back(::CreateRemoteThread(process_.get(), nullptr, 0, start, argument,
                                               CREATE_SUSPENDED, nullptr));
-    Require(static_cast<bool>(threads.back()), "CreateRemoteThread");
-  }
   for (const auto& thread : threads)
     ::ResumeThread(thread.get());
 }

@@ -10,31 +10,25 @@
 
 namespace system_test {
 
-// The path of a new file of the test's own in the temporary folder; the file is deleted with this
-// object.
+// The path of a new file in the temporary folder; the file is deleted with this object.
 class TemporaryFile {
  public:
-  explicit TemporaryFile(std::wstring_view extension);
+  TemporaryFile();
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
-  ~TemporaryFile();
-
-  [[nodiscard]] const std::wstring& path() const noexcept { return path_; }
+  ~TemporaryFile() { ::DeleteFileW(path.c_str()); }
 
   // What is in the file by now, also while a program writes to it; empty when there is no file.
   [[nodiscard]] std::string Content() const;
 
- private:
-  std::wstring path_;
+  const std::wstring path;
 };
-
-enum class Input { kNone, kPipe };
 
 // Runs from construction; ended by force with this object when it still runs then.
 class Program {
  public:
   // `name` is that of an executable of this build, such as L"tarnwheel-server".
-  Program(std::wstring_view name, std::wstring_view arguments, Input input = Input::kNone);
+  Program(std::wstring_view name, std::wstring_view arguments, bool has_input = false);
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
   ~Program();
@@ -48,30 +42,28 @@ class Program {
   [[nodiscard]] std::wstring Output() const;
   [[nodiscard]] std::wstring Errors() const;
 
-  // True when the output, or what it writes to standard error, comes to have `text` before the
+  // True when its output, or what it writes to standard error, comes to have `text` before the
   // deadline or the end of the program.
   [[nodiscard]] bool Prints(std::wstring_view text) const;
-  [[nodiscard]] bool Complains(std::wstring_view text) const;
 
   // Waits for the end; the 32-bit exit code.
-  [[nodiscard]] DWORD ExitCode(DWORD milliseconds = kPatience) const;
+  DWORD ExitCode(DWORD milliseconds = kPatience) const;
   [[nodiscard]] bool Runs() const;
   [[nodiscard]] DWORD ProcessId() const { return ::GetProcessId(process_.get()); }
 
   // Bytes of memory that the process has for itself: in use, and made sure of, used or not.
   [[nodiscard]] std::size_t MemoryInUse() const;
   [[nodiscard]] std::size_t CommittedMemory() const;
-
   [[nodiscard]] std::size_t HandleCount() const;
+
+  // The process runs on these processors only.
+  void RunOn(DWORD_PTR processors) const { ::SetProcessAffinityMask(process_.get(), processors); }
 
   // Sends CTRL_C_EVENT or another event as the console does, `times` times without a pause.
   void SendConsoleEvent(DWORD event, int times = 1) const;
 
  private:
-  void Start(std::wstring command_line, HANDLE input);
-
-  TemporaryFile output_{L".out"};
-  TemporaryFile errors_{L".err"};
+  TemporaryFile output_, errors_;
   Tamrin::unique_file input_;
   Tamrin::unique_handle process_;
 };
@@ -81,8 +73,7 @@ struct CompletedRun {
   CompletedRun(std::wstring_view name, std::wstring_view arguments);
 
   DWORD exit_code;
-  std::wstring output;
-  std::wstring errors;
+  std::wstring output, errors;
 };
 
 }  // namespace system_test

@@ -17,13 +17,12 @@ def start(program, *arguments, **pipes):
 def stop(process):
     if process.poll() is None:
         process.send_signal(signal.SIGINT)
-        code = process.wait(10)
+        code = process.wait(20)
         assert code == 0, f"{process.args[1]} ended with {code}"
 
 
 def start_server(clean_up, *arguments):
-    options = ["--nologo", "--no-screen-log", "--no-discovery", *arguments]
-    server = start("bin/tarnwheel-server.exe", *options)
+    server = start("bin/tarnwheel-server.exe", "--nologo", "--no-screen-log", "--no-discovery", *arguments)
     clean_up(stop, server)
     return server
 
@@ -33,4 +32,5 @@ def start_device(clean_up, *arguments):
     device = start("tests/tarnwheel-test-port.exe", *arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     for end in (device.wait, device.stdin.close, device.stdout.close):
         clean_up(end)
-    assert device.stdout.readline().strip() == b"ready"
+    assert not arguments or device.stdout.readline().strip() == b"ready"
+    return device

@@ -1,8 +1,6 @@
 #include "tests/support/test_port.h"
 
-#include <vector>
-
-#include "tests/support/patience.h"
+#include "tests/support/program.h"
 
 namespace system_test {
 namespace {
@@ -11,6 +9,7 @@ constexpr GUID kPortsClass = {
     0x4D36E978, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
 constexpr GUID kComPortInterface = {
     0x86E0D1E0, 0x8089, 0x11D0, {0x9C, 0xE4, 0x08, 0x00, 0x3E, 0x30, 0x1F, 0x73}};
+constexpr DWORD kDetailSize = 2048;
 
 const BYTE* BytesOf(const std::wstring& text) {
   return reinterpret_cast<const BYTE*>(text.c_str());
@@ -20,28 +19,6 @@ DWORD SizeOf(const std::wstring& text) {
   return static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
 }
 
-// Does what the plug and play manager does when a driver enables the interface.
-void LinkInterface(HDEVINFO set, SP_DEVINFO_DATA& device) {
-  SP_DEVICE_INTERFACE_DATA entry = {};
-  entry.cbSize = sizeof entry;
-  Require(::SetupDiCreateDeviceInterfaceW(set, &device, &kComPortInterface, nullptr, 0, &entry),
-          "SetupDiCreateDeviceInterfaceW");
-  std::vector<std::byte> buffer(2048);
-  auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer.data());
-  detail->cbSize = sizeof *detail;
-  Require(::SetupDiGetDeviceInterfaceDetailW(set, &entry, detail, 2048, nullptr, nullptr),
-          "SetupDiGetDeviceInterfaceDetailW");
-  // The key of \\?\NAME is called ##?#NAME.
-  const std::wstring key =
-      L"System\\CurrentControlSet\\Control\\DeviceClasses\\"
-      L"{86e0d1e0-8089-11d0-9ce4-08003e301f73}\\##?#" +
-      std::wstring(detail->DevicePath).substr(4) + L"\\#\\Control";
-  const DWORD linked = 1;
-  Require(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Linked", REG_DWORD, &linked,
-                            sizeof linked) == ERROR_SUCCESS,
-          "linking a device's interface");
-}
-
 }  // namespace
 
 TestPort::TestPort(const std::wstring& port_name, const std::optional<std::wstring>& friendly_name)
@@ -49,10 +26,15 @@ TestPort::TestPort(const std::wstring& port_name, const std::optional<std::wstri
   static unsigned count = 0;
   const std::wstring name = L"ROOT\\TARNWHEEL_TEST\\" + std::to_wstring(::GetCurrentProcessId()) +
                             L"_" + std::to_wstring(++count);
-  device_.cbSize = sizeof device_;
+  SP_DEVICE_INTERFACE_DATA entry = {sizeof entry, {}, 0, 0};
+  alignas(8) std::byte buffer[kDetailSize] = {};
+  auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer);
+  detail->cbSize = sizeof *detail;
   Require(
       ::SetupDiCreateDeviceInfoW(set_, name.c_str(), &kPortsClass, nullptr, nullptr, 0, &device_) &&
-          ::SetupDiRegisterDeviceInfo(set_, &device_, 0, nullptr, nullptr, nullptr),
+          ::SetupDiRegisterDeviceInfo(set_, &device_, 0, nullptr, nullptr, nullptr) &&
+          ::SetupDiCreateDeviceInterfaceW(set_, &device_, &kComPortInterface, nullptr, 0, &entry) &&
+          ::SetupDiGetDeviceInterfaceDetailW(set_, &entry, detail, kDetailSize, nullptr, nullptr),
       "registering a device");
   const HKEY key =
       ::SetupDiCreateDevRegKeyW(set_, &device_, DICS_FLAG_GLOBAL, 0, DIREG_DEV, nullptr, nullptr);
@@ -61,7 +43,15 @@ TestPort::TestPort(const std::wstring& port_name, const std::optional<std::wstri
   if (friendly_name)
     ::SetupDiSetDeviceRegistryPropertyW(set_, &device_, SPDRP_FRIENDLYNAME, BytesOf(*friendly_name),
                                         SizeOf(*friendly_name));
-  LinkInterface(set_, device_);
+  // What the plug and play manager does when a driver enables the interface. The key of \\?\NAME is
+  // called ##?#NAME.
+  const std::wstring control =
+      LR"(System\CurrentControlSet\Control\DeviceClasses\{86e0d1e0-8089-11d0-9ce4-08003e301f73}\##?#)" +
+      std::wstring(detail->DevicePath).substr(4) + LR"(\#\Control)";
+  const DWORD linked = 1;
+  Require(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, control.c_str(), L"Linked", REG_DWORD, &linked,
+                            sizeof linked) == ERROR_SUCCESS,
+          "linking a device's interface");
 }
 
 TestPort::~TestPort() {

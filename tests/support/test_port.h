@@ -22,7 +22,7 @@ class TestPort {
 
  private:
   HDEVINFO set_;
-  SP_DEVINFO_DATA device_ = {};
+  SP_DEVINFO_DATA device_ = {sizeof device_, {}, 0, 0};
 };
 
 }  // namespace system_test

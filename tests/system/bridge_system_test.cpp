@@ -1,15 +1,15 @@
 // The bridge between a real server and programs that come over TCP and over a named pipe. The port
-// is one of the virtual serial driver, which has all the signals of a real one.
+// is the virtual one, which has all the signals of a real one.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <thread>
 
-#include "platform/serial.h"
-#include "tests/support/raw_client.h"
 #include "tests/support/server_process.h"
-#include "tests/support/tcp_client.h"
 #include "tests/support/virtual_port.h"
+
+// Behind win32.h, which keeps the older socket header away.
+#include <winsock2.h>
 
 namespace system_test {
 namespace {
@@ -19,8 +19,8 @@ const std::wstring kName = L"COM" + std::to_wstring(kVirtualPort);
 // A bridge of the virtual port that takes programs once it is constructed.
 class Bridge : public Program {
  public:
-  explicit Bridge(const std::wstring& options)
-      : Program(L"tarnwheel-client", L"bridge . " + kName + L" " + options) {
+  explicit Bridge(const std::wstring& options, const std::wstring& port = kName)
+      : Program(L"tarnwheel-client", L"bridge . " + port + L" " + options) {
     Require(Prints(L"Listening on "), "starting the bridge");
   }
 
@@ -28,39 +28,70 @@ class Bridge : public Program {
     const std::wstring output = Output();
     return static_cast<std::uint16_t>(std::stoul(output.substr(output.find(L':') + 1)));
   }
-
-  // Waits until it has seen so many programs go.
-  [[nodiscard]] bool SeesGo(int programs) const {
-    return Eventually([&] {
-      const std::wstring output = Output();
-      int count = 0;
-      for (auto at = output.find(L" has gone\n"); at != output.npos;
-           at = output.find(L" has gone\n", at + 1))
-        ++count;
-      return count >= programs;
-    });
-  }
 };
 
-// What a program is told instead of being served.
-Bytes Line(const std::wstring& text) {
-  const std::wstring line = kName + text + L"\r\n";
-  return {line.begin(), line.end()};
-}
+// A program at a TCP port of this machine. What does not come within the deadline throws
+// std::runtime_error.
+class TcpClient {
+ public:
+  explicit TcpClient(std::uint16_t port) {
+    WSADATA data;
+    static const bool started = ::WSAStartup(MAKEWORD(2, 2), &data) == 0;
+    socket_ = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = ::htons(port);
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    const auto* const name = reinterpret_cast<const sockaddr*>(&address);
+    Require(started && ::connect(socket_, name, sizeof address) == 0, "connecting");
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO})
+      ::setsockopt(socket_, SOL_SOCKET, option, reinterpret_cast<const char*>(&kPatience),
+                   sizeof kPatience);
+  }
+  TcpClient(const TcpClient&) = delete;
+  TcpClient& operator=(const TcpClient&) = delete;
+  ~TcpClient() { ::closesocket(socket_); }
 
-Bytes ComPort(const Bytes& payload) {
-  return Join({{0xFF, 0xFA, 44}, payload, {0xFF, 0xF0}});
-}
+  // False when the other end has gone.
+  bool Send(const Bytes& bytes) {
+    const auto size = static_cast<int>(bytes.size());
+    return ::send(socket_, reinterpret_cast<const char*>(bytes.data()), size, 0) == size;
+  }
+
+  // So many bytes, or those until the other end goes.
+  [[nodiscard]] Bytes Receive(std::size_t size) {
+    Bytes received(size);
+    std::size_t done = 0;
+    for (int arrived = 1; arrived > 0 && done < size; done += static_cast<std::size_t>(arrived)) {
+      auto* const room = reinterpret_cast<char*>(received.data() + done);
+      arrived = ::recv(socket_, room, static_cast<int>(size - done), 0);
+      Require(arrived >= 0, "waiting for bytes");
+    }
+    received.resize(done);
+    return received;
+  }
+
+  // What a program is told instead of being served.
+  void ExpectRefusal(const std::wstring& text) {
+    const std::wstring line = kName + text + L"\r\n";
+    EXPECT_EQ(Receive(1000), Bytes(line.begin(), line.end()));
+  }
+
+ private:
+  SOCKET socket_;
+};
 
 // Commands of the option, and what the server calls the answers and notices.
 constexpr std::uint8_t kSetBaudRate = 1;
 constexpr std::uint8_t kSetControl = 5;
-constexpr std::uint8_t kSuspend = 8;
-constexpr std::uint8_t kResume = 9;
 constexpr std::uint8_t kSetLineMask = 10;
 constexpr std::uint8_t kToClient = 100;
 constexpr std::uint8_t kLineNotice = 106;
 constexpr std::uint8_t kModemNotice = 107;
+
+Bytes ComPort(const Bytes& payload) {
+  return Join({{0xFF, 0xFA, 44}, payload, {0xFF, 0xF0}});
+}
 
 // A program that has agreed to control the port and knows the state of the modem lines.
 class TelnetClient : public TcpClient {
@@ -88,68 +119,43 @@ class TelnetClient : public TcpClient {
 
 class BridgeTest : public ::testing::Test {
  protected:
-  // What the program before had sent may still be on its way.
   void ExpectServes(const Bridge& bridge) {
     TelnetClient client(bridge.TcpPort());
-    const Bytes hello = ToBytes("hello");
-    EXPECT_TRUE(client.Send(hello));
-    Bytes sent;
-    EXPECT_TRUE(Eventually([&] {
-      sent = Join({sent, port_.TakeSent()});
-      return sent.size() >= hello.size() &&
-             std::equal(hello.begin(), hello.end(), sent.end() - std::ssize(hello));
-    }));
+    EXPECT_TRUE(client.Send(ToBytes("hello")));
+    EXPECT_TRUE(port_.Receives(ToBytes("hello")));
   }
 
   VirtualPort port_;
   ServerProcess server_;
 };
 
-TEST_F(BridgeTest, ChangesOfTheLineAreTold) {
-  port_.SetModemInputs(INPUT_DSR);
-  const Bridge bridge(L"--listen 0");
-  TelnetClient client(bridge.TcpPort(), INPUT_DSR);
-  const struct {
-    std::uint32_t inputs;
-    std::uint8_t notice;
-  } changes[] = {
-      {INPUT_DSR | INPUT_CTS, 0x31}, {INPUT_CTS, 0x12}, {INPUT_CTS | INPUT_DCD, 0x98}, {0, 0x09}};
-  port_.TakeJournal();
-  for (const auto& [inputs, notice] : changes) {
-    port_.SetModemInputs(inputs);
-    client.ExpectNotice({kModemNotice, notice});
-  }
-  EXPECT_EQ(
-      std::ranges::count(port_.TakeJournal(), IOCTL_SERIAL_GET_MODEMSTATUS, &DriverRequest::kind),
-      std::ssize(changes));  // it is asked for when it changes, and at no other time
-
-  // A ring is told when it ends, and the line is as it was before.
-  port_.SetModemInputs(INPUT_RING);
-  port_.SetModemInputs(0);
-  client.ExpectNotice({kModemNotice, 0x04});
-
-  client.Command({kSetLineMask, 0x1E});
-  port_.RaiseEvents(SERIAL_EV_ERR, SERIAL_ERROR_FRAMING | SERIAL_ERROR_PARITY);
-  client.ExpectNotice({kLineNotice, 0x0C});
-  port_.RaiseEvents(SERIAL_EV_BREAK);
-  client.ExpectNotice({kLineNotice, 0x10});
-}
-
-TEST_F(BridgeTest, CommandsReachTheDriverAndABreakEndsWithItsProgram) {
+TEST_F(BridgeTest, ChangesOfTheLineAreToldBothWaysAndABreakEndsWithItsProgram) {
+  port_.Signal(SETDTR);
   const Bridge bridge(L"--listen 0");
   {
-    TelnetClient client(bridge.TcpPort());
-    client.Command({kSetBaudRate, 0, 0, 1, 44});
+    TelnetClient client(bridge.TcpPort(), 0xA0);
+    port_.Signal(SETRTS);
+    client.ExpectNotice({kModemNotice, 0xB1});
+    port_.Signal(CLRRTS);
+    client.ExpectNotice({kModemNotice, 0xA1});
+    port_.Signal(CLRDTR);
+    client.ExpectNotice({kModemNotice, 0x0A});
+    const struct {
+      std::uint32_t inputs, events;
+      std::uint8_t notice;
+    } changes[] = {{0x20, SERIAL_EV_DSR, 0x22},
+                   {0xA0, SERIAL_EV_RLSD, 0xA8},
+                   {0xA0, SERIAL_EV_RING, 0xA4}};  // of a ring its end is told
+    for (const auto& [inputs, events, notice] : changes) {
+      port_.Change(inputs, events);
+      client.ExpectNotice({kModemNotice, notice});
+    }
+    client.Command({kSetLineMask, 0x10});
+    port_.Signal(SETBREAK);
+    client.ExpectNotice({kLineNotice, 0x10});
     client.Command({kSetControl, 9});  // DTR off
     client.Command({kSetControl, 5});  // break on
     EXPECT_EQ(port_.State().outputs, std::uint32_t{OUTPUT_RTS | OUTPUT_BREAK});
-    EXPECT_TRUE(client.Send(ComPort({kSuspend})));
-    client.Command({kSetLineMask, 0});
-    port_.Receive(ToBytes("abc"));
-    EXPECT_TRUE(port_.ComesToHave({.controls = 1}));  // the read has ended, and no other one pends
-    client.Command({kSetLineMask, 0});
-    EXPECT_TRUE(client.Send(ComPort({kResume})));
-    EXPECT_EQ(client.Receive(3), ToBytes("abc"));
   }
   EXPECT_TRUE(Eventually([&] { return (port_.State().outputs & OUTPUT_BREAK) == 0; }));
 }
@@ -157,59 +163,50 @@ TEST_F(BridgeTest, CommandsReachTheDriverAndABreakEndsWithItsProgram) {
 TEST_F(BridgeTest, EscapedBytesArriveAsTheyWere) {
   const Bridge bridge(L"--listen 0");
   TelnetClient client(bridge.TcpPort());
-  Bytes plain;
+  const Bytes plain = Pattern(0x10000);
   Bytes escaped;
-  for (unsigned value = 0; value < 0x10000; ++value) {
-    plain.push_back(static_cast<std::uint8_t>(value * 7 >> (value >> 13)));
-    escaped.insert(escaped.end(), plain.back() == 0xFF ? 2 : 1, plain.back());
-  }
+  for (const std::uint8_t byte : plain)
+    escaped.insert(escaped.end(), byte == 0xFF ? 2 : 1, byte);
   // Both ends have agreed on binary bytes, so a carriage return stands alone.
   EXPECT_TRUE(client.Send(escaped));
-  Bytes sent;
-  Eventually([&] { return (sent = Join({sent, port_.TakeSent()})).size() >= plain.size(); });
-  EXPECT_TRUE(sent == plain);
-  port_.Receive(plain);
+  EXPECT_TRUE(port_.Receives(plain));
+  EXPECT_EQ(port_.Send(plain), plain.size());
   EXPECT_TRUE(client.Receive(escaped.size()) == escaped);
 }
 
-// The system takes some bytes for a program that reads nothing; then no read may be sent any more.
+// The system takes some bytes for a program that reads nothing; then the driver keeps them until it
+// has no more room.
 TEST_F(BridgeTest, BytesAloneGoThroughUnchangedOnceTheyAreRead) {
+  constexpr std::size_t kFarMoreThanBuffers = 50'000'000;
   const Bridge bridge(L"--listen 127.0.0.1:0 --raw");
   TcpClient client(bridge.TcpPort());
-  constexpr std::size_t kFarMoreThanBuffers = 50'000'000;
   const Bytes part = Pattern(0x40000);
   EXPECT_TRUE(client.Send(part));
-  Bytes sent;
-  Eventually([&] { return (sent = Join({sent, port_.TakeSent()})).size() >= part.size(); });
-  EXPECT_TRUE(sent == part);
+  EXPECT_TRUE(port_.Receives(part));
   Bytes all;
-  bool reads = true;
-  while (reads && all.size() < kFarMoreThanBuffers) {
-    port_.Receive(part);
-    all = Join({all, part});
-    reads = Eventually([&] { return port_.State().pending_reads != 0; }, 1000);
-  }
-  EXPECT_FALSE(reads) << "what the program does not read is kept without bound";
+  const auto goes_on = [&] {
+    const auto sent = static_cast<std::ptrdiff_t>(port_.Send(part));
+    all.insert(all.end(), part.begin(), part.begin() + sent);
+    return sent != 0;
+  };
+  while (all.size() < kFarMoreThanBuffers && Eventually(goes_on, 1000))
+    continue;
+  EXPECT_LT(all.size(), kFarMoreThanBuffers) << "what the program does not read is kept";
   EXPECT_TRUE(client.Receive(all.size()) == all);
 }
 
 TEST_F(BridgeTest, PipeCarriesBytesForOneProgramAfterAnother) {
   const std::wstring path = LR"(\\.\pipe\bridge_)" + std::to_wstring(::GetCurrentProcessId());
   const Bridge bridge(L"--pipe " + path);
-  port_.LoopBack();
-  for (int program = 1; program <= 2; ++program) {
+  for (std::uint32_t program = 1; program <= 2; ++program) {
     RawClient pipe(path.c_str());
-    const Bytes sent = Pattern(300, static_cast<std::uint32_t>(program));
+    const Bytes sent = Pattern(300, program);
     EXPECT_TRUE(pipe.Send(sent));
-    Bytes echo;
-    while (echo.size() < sent.size() && !HasFailure()) {
-      const Bytes some = pipe.ReceiveSome(kPatience);
-      EXPECT_FALSE(some.empty());
-      echo = Join({echo, some});
-    }
-    EXPECT_EQ(echo, sent);
+    EXPECT_TRUE(port_.Receives(sent));
+    port_.Send(ToBytes("x"));
+    EXPECT_EQ(pipe.ReceiveSome(), ToBytes("x"));
     pipe.Disconnect();
-    EXPECT_TRUE(bridge.SeesGo(program));
+    EXPECT_TRUE(bridge.Prints(L" has gone\n"));
   }
 }
 
@@ -222,39 +219,50 @@ TEST_F(BridgeTest, SecondProgramIsToldThatThePortIsInUseAndHoldsUpNobody) {
       while (!enough.stop_requested() && second.Send(ToBytes("let me in")))
         ::Sleep(50);
     });
-    TcpClient third(bridge.TcpPort());
-    EXPECT_EQ(third.Receive(), Line(L" is in use by another program"));
+    TcpClient(bridge.TcpPort()).ExpectRefusal(L" is in use by another program");
     first.Command({kSetControl, 9});
   }
-  EXPECT_TRUE(bridge.SeesGo(1));
+  EXPECT_TRUE(bridge.Prints(L" has gone\n"));
   ExpectServes(bridge);
 }
 
-TEST_F(BridgeTest, ReleasedPortIsFreeForOthersBetweenPrograms) {
-  const Bridge bridge(L"--listen 0 --release");
-  EXPECT_EQ(bridge.Errors(), L"");
-  for (int round = 0; round < 2; ++round) {
-    EXPECT_EQ(port_.State().open_handles, 0u);
-    ExpectServes(bridge);
-    EXPECT_TRUE(port_.ComesToBeClosed());
+TEST_F(BridgeTest, NextProgramComesAtOnceAndFindsTheLineAsTheOptionsHaveIt) {
+  const Bridge bridge(L"--listen 0 --baud 9600 --idle-timeout 2");
+  for (int program = 0; program < 8; ++program) {
+    TelnetClient client(bridge.TcpPort());
+    EXPECT_EQ(port_.State().outputs, std::uint32_t{OUTPUT_DTR | OUTPUT_RTS});
+    EXPECT_TRUE(client.Send(ComPort({kSetBaudRate, 0, 0, 0, 0})));
+    client.ExpectNotice({kSetBaudRate + kToClient, 0, 0, 0x25, 0x80});
+    client.Command({kSetBaudRate, 0, 0, 1, 44});
+    client.Command({kSetControl, 9});  // DTR off
+    EXPECT_TRUE(client.Send({0xFF, 0xF3}));
+    EXPECT_TRUE(Eventually([&] { return port_.State().outputs == (OUTPUT_RTS | OUTPUT_BREAK); }));
   }
-  EXPECT_TRUE(Bridge(L"--listen 0.0.0.0:0").Errors().starts_with(L"Warning: "));
+  TelnetClient silent(bridge.TcpPort());
+  EXPECT_EQ(silent.Receive(1), Bytes());
+  EXPECT_TRUE(bridge.Prints(L" is idle and is cut off\n"));
+}
+
+TEST_F(BridgeTest, ReleasedPortIsFreeForOthersBetweenPrograms) {
+  const Bridge bridge(L"--listen 0.0.0.0:0 --release");
+  EXPECT_TRUE(bridge.Errors().starts_with(L"Warning: "));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_TRUE(port_.IsClosed());
+    ExpectServes(bridge);
+  }
 }
 
 TEST_F(BridgeTest, EndsWithTheServerUnlessItRetries) {
   const Bridge bridge(L"--listen 0 --retry");
   ExpectServes(bridge);
-  VirtualPort other_port(kOtherVirtualPort);
-  const Program ending(L"tarnwheel-client",
-                       L"bridge . COM" + std::to_wstring(kOtherVirtualPort) + L" --listen 0");
-  EXPECT_TRUE(ending.Prints(L"Listening on "));
+  const Bridge ending(L"--listen 0", L"COM" + std::to_wstring(LoopbackPort()));
   server_.Stop();
   EXPECT_EQ(ending.ExitCode(), 2u);
-  EXPECT_TRUE(ending.Complains(L"the server on this machine ended the connection"));
-  EXPECT_TRUE(bridge.Complains(L"trying again"));
-  EXPECT_EQ(TcpClient(bridge.TcpPort()).Receive(), Line(L" is not there at the moment"));
+  EXPECT_TRUE(ending.Prints(L"the server on this machine ended the connection"));
+  EXPECT_TRUE(bridge.Prints(L"trying again"));
+  TcpClient(bridge.TcpPort()).ExpectRefusal(L" is not there at the moment");
   const ServerProcess next;
-  EXPECT_TRUE(bridge.Complains(kName + L" is back"));
+  EXPECT_TRUE(bridge.Prints(kName + L" is back"));
   ExpectServes(bridge);
 }
 
@@ -266,7 +274,7 @@ TEST_F(BridgeTest, EndsWithTheDeviceAndByConsoleEvents) {
     EXPECT_EQ(bridge.ExitCode(), 0u);
     EXPECT_EQ(bridge.Errors(), L"");
   }
-  EXPECT_TRUE(port_.ComesToBeClosed());
+  EXPECT_TRUE(port_.IsClosed());
   const Bridge bridge(L"--listen 0");
   port_.Vanish();
   EXPECT_EQ(bridge.ExitCode(2 * kPatience), 4u);

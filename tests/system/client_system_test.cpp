@@ -1,10 +1,6 @@
 // The client program against the real server.
 #include <gtest/gtest.h>
 
-#include <chrono>
-
-#include "tests/support/raw_client.h"
-#include "tests/support/serial_ports.h"
 #include "tests/support/server_process.h"
 #include "tests/support/test_port.h"
 #include "tests/support/virtual_port.h"
@@ -13,7 +9,7 @@ namespace system_test {
 namespace {
 
 constexpr wchar_t kClient[] = L"tarnwheel-client";
-constexpr wchar_t kNoServer[] = L"No server runs on this machine (0x80070002)\n";
+constexpr wchar_t kNoServer[] = L"No server runs on this machine (0x80070002)";
 constexpr wchar_t kAnswerMailslot[] =
     LR"(\\.\mailslot\kelvarine_{1E8A6C42-D97B-4F30-8C5E-43B1A0F7D926}_v1.01)";
 
@@ -23,31 +19,27 @@ constexpr DWORD kConnection = 2;
 constexpr DWORD kRefused = 3;
 
 void Expect(DWORD exit_code, const std::wstring& arguments, const std::wstring& output,
-            const std::wstring& errors = L"") {
+            const std::wstring& error = L"") {
   const CompletedRun client(kClient, arguments);
   EXPECT_EQ(client.exit_code, exit_code) << std::string(arguments.begin(), arguments.end());
   EXPECT_EQ(client.output, output);
-  EXPECT_EQ(client.errors, errors);
+  EXPECT_EQ(client.errors, error.empty() ? L"" : error + L"\n");
 }
 
 TEST(Client, TellsWhatIsWrongWithoutAServer) {
   Expect(kConnection, L"list .", L"", kNoServer);
-  Expect(kConnection, L"pipe . COM5", L"", kNoServer);
   Expect(kUsage, L"lst .", L"",
          L"Error: Invalid verb specified: \"lst\"; expected list, discover, send, term, pipe or "
-         L"bridge; see \"tarnwheel-client --help\"\n");
+         L"bridge; see \"tarnwheel-client --help\"");
   Expect(kUsage, L"list . --baud 9600", L"",
          L"Error: Invalid command line argument specified: \"--baud\"; see \"tarnwheel-client list "
-         L"--help\"\n");
-  const CompletedRun help(kClient, L"send -?");
-  EXPECT_EQ(help.exit_code, 0u);
-  EXPECT_TRUE(help.output.starts_with(L"Usage: tarnwheel-client "));
+         L"--help\"");
+  EXPECT_TRUE(CompletedRun(kClient, L"send -?").output.starts_with(L"Usage: tarnwheel-client "));
 }
 
 TEST(Client, ListsSendsAndTellsWhyAPortIsRefused) {
-  const TestPort second(L"COM203", L"Gerät ж");
-  const TestPort hidden(L"COM202", L"Hidden");
-  const TestPort first(L"COM201", L"First");
+  const TestPort second(L"COM203", L"Gerät ж"), hidden(L"COM202", L"Hidden"),
+      first(L"COM201", L"First");
   const std::wstring loopback = std::to_wstring(LoopbackPort());
   const ServerProcess server(L"--share-ports 6,77,201,203," + loopback);
   Expect(0, L"list .", L"COM201\tFirst\nCOM203\tGerät ж\n");
@@ -58,46 +50,44 @@ TEST(Client, ListsSendsAndTellsWhyAPortIsRefused) {
   RawClient holder;
   EXPECT_EQ(holder.OpenPort(kFilePort), 0u);
   Expect(kRefused, L"send . COM6 x", L"",
-         L"COM6 is in use by another program or client (0x80070020)\n");
-  Expect(kRefused, L"pipe . COM77", L"", L"COM77 does not exist (0x80070002)\n");
+         L"COM6 is in use by another program or client (0x80070020)");
+  Expect(kRefused, L"pipe . COM77", L"", L"COM77 does not exist (0x80070002)");
   Expect(kRefused, L"send . COM200 x", L"",
-         L"COM200 is in use by another program or client, or is not shared (0x80070005)\n");
+         L"COM200 is in use by another program or client, or is not shared (0x80070005)");
 }
 
 // What becomes of the query to the other machines, and the note about it, depends on the network;
 // an answer arrives more than once where that includes this machine.
-TEST(Client, DiscoversTheServerOfThisMachineOnce) {
+TEST(Client, DiscoversTheServerOfThisMachineOnceOrTellsThatNobodyAnswers) {
   wchar_t host[256] = {};
   DWORD size = 256;
   Require(::GetComputerNameExW(ComputerNameDnsHostname, host, &size), "GetComputerNameExW");
   const std::wstring line = L"\n" + std::wstring(host) + L"\n";
-  const ServerProcess server(L"--no-discovery-");
-  EXPECT_TRUE(server.Logs(L"INFO", L"Auto-discovery has been started"));
-  const CompletedRun client(kClient, L"discover --timeout 700");
-  EXPECT_EQ(client.exit_code, 0u);
-  const std::wstring lines = L"\n" + client.output;
-  const auto found = lines.find(line);
-  ASSERT_NE(found, std::wstring::npos);
-  EXPECT_EQ(lines.find(line, found + 1), std::wstring::npos);
-}
-
-TEST(Client, TellsThatNobodyAnswersAndThatItIsNotAlone) {
+  {
+    const ServerProcess server(L"--no-discovery-");
+    EXPECT_TRUE(server.Logs(L"\tINFO\tAuto-discovery has been started"));
+    const CompletedRun client(kClient, L"discover --timeout 2000");
+    EXPECT_EQ(client.exit_code, 0u);
+    const std::wstring lines = L"\n" + client.output;
+    EXPECT_NE(lines.find(line), std::wstring::npos);
+    EXPECT_EQ(lines.find(line), lines.rfind(line));
+  }
   const CompletedRun client(kClient, L"discover --timeout 700");
   EXPECT_EQ(client.exit_code, kConnection);
   EXPECT_TRUE(client.errors.ends_with(L"No server answered within 700 ms (0x800705b4)\n"));
   const Tamrin::unique_file taken(
       ::CreateMailslotW(kAnswerMailslot, 0, MAILSLOT_WAIT_FOREVER, nullptr));
-  Expect(kConnection, L"discover", L"", L"Another discover runs on this machine (0x800700b7)\n");
+  Expect(kConnection, L"discover", L"", L"Another discover runs on this machine (0x800700b7)");
 }
 
 // A client that copies to and from a port.
 class PipeClient : public Program {
  public:
   explicit PipeClient(std::uint32_t port, const std::wstring& options = L"")
-      : Program(kClient, L"pipe . COM" + std::to_wstring(port) + L" " + options, Input::kPipe) {}
+      : Program(kClient, L"pipe . COM" + std::to_wstring(port) + L" " + options, true) {}
 
   [[nodiscard]] bool Gives(const std::string& bytes) const {
-    return Eventually([&] { return OutputBytes() == bytes || !Runs(); }) && OutputBytes() == bytes;
+    return Eventually([&] { return OutputBytes() == bytes; });
   }
 };
 
@@ -109,7 +99,7 @@ TEST(Pipe, BringsBackWhatALoopbackIsGiven) {
   PipeClient client(LoopbackPort());
   client.Write(bytes);
   client.EndInput();
-  EXPECT_EQ(client.ExitCode(60'000), 0u);
+  EXPECT_EQ(client.ExitCode(6 * kPatience), 0u);
   EXPECT_TRUE(client.OutputBytes() == bytes) << client.OutputBytes().size() << " bytes";
 }
 
@@ -119,16 +109,14 @@ TEST(Pipe, StaysUntilTheLineHasBeenQuiet) {
   PipeClient client(kVirtualPort, L"--quiet 1500");
   client.Write("\r\n\x1A\n");
   client.EndInput();
-  Bytes sent;
-  EXPECT_TRUE(Eventually([&] { return (sent = Join({sent, port.TakeSent()})).size() >= 4; }));
-  EXPECT_EQ(sent, ToBytes("\r\n\x1A\n"));
-  ::Sleep(500);  // the quiet time has begun
-  const auto start = std::chrono::steady_clock::now();
-  port.Receive(ToBytes("late\r\n\x1A"));
-  EXPECT_TRUE(client.Gives("late\r\n\x1A"));  // at once, not at the end
+  EXPECT_TRUE(port.Receives(ToBytes("\r\n\x1A\n")));
+  const ULONGLONG start = ::GetTickCount64();
+  port.Send(ToBytes("late\r\n\x1A"));
+  EXPECT_TRUE(client.Gives("late\r\n\x1A"));
+  EXPECT_TRUE(client.Runs()) << "at once, not at the end";
   EXPECT_EQ(client.ExitCode(), 0u);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1490));
-  EXPECT_TRUE(port.ComesToBeClosed());
+  EXPECT_GE(::GetTickCount64() - start, 1490u);
+  EXPECT_TRUE(port.IsClosed());
 }
 
 TEST(Pipe, EndsWithTheServerUnlessItRetries) {
@@ -136,22 +124,19 @@ TEST(Pipe, EndsWithTheServerUnlessItRetries) {
   const std::wstring ended =
       port + L": the server on this machine ended the connection (0x800704c7)";
   const PipeClient client(LoopbackPort(), L"--retry");
-  std::wstring said = L"No server runs on this machine (0x80070002); trying again\n";
-  EXPECT_TRUE(client.Complains(said));
+  std::wstring said = kNoServer + std::wstring(L"; trying again\n");
   std::string echo;
   for (const char* text : {"first ", "second"}) {
-    ServerProcess server;
-    EXPECT_TRUE(client.Complains(said += port + L" is back\n"));
+    EXPECT_TRUE(client.Prints(said));
+    const ServerProcess server;
+    EXPECT_TRUE(client.Prints(said += port + L" is back\n"));
     client.Write(text);
     EXPECT_TRUE(client.Gives(echo += text));
-    const PipeClient ending(kFilePort);
-    EXPECT_TRUE(server.Logs(L"INFO", L" has just connected to COM6"));
-    server.Stop();
-    EXPECT_EQ(ending.ExitCode(), kConnection);
-    EXPECT_TRUE(client.Complains(said += ended + L"; trying again\n"));
+    said += ended + L"; trying again\n";
   }
+  EXPECT_TRUE(client.Prints(said));
   client.SendConsoleEvent(CTRL_C_EVENT);
-  EXPECT_EQ(client.ExitCode(), kConnection);
+  EXPECT_EQ(client.ExitCode(), 0u);
 }
 
 }  // namespace

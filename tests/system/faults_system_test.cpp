@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <vector>
 
-#include "platform/serial.h"
 #include "tests/support/server_process.h"
 #include "tests/support/test_port.h"
 #include "tests/support/virtual_port.h"
@@ -16,6 +14,12 @@ namespace {
 // How long a session waits for an answer once a call has failed: it may rightly never come.
 constexpr DWORD kShortPatience = 150;
 
+// A server that rests may hold so many handles more than one that has just started, for the threads
+// of its pool, and so many blocks for what the runtime library keeps for them. What leaks is to be
+// found by doing it more often than that.
+constexpr std::size_t kPoolHandles = 20;
+constexpr std::int64_t kThreadBlocks = 6;
+
 struct Step {
   std::uint16_t method;
   Bytes arguments;
@@ -26,11 +30,11 @@ struct Step {
 std::vector<Step> Steps(const Bytes& list) {
   const Bytes text = ToBytes("abc");
   const auto control = [](std::uint32_t code, const Bytes& input) {
-    return Step{kIoControl, ControlArguments(code, 0, input), Join({U32(0), U32(0)})};
+    return Step{kIoControl, ControlArguments(code, 0, input), Bytes(8)};
   };
   return {{kEnumeratePorts, {}, list},
           {kOpenPort, U32(kVirtualPort), U32(0)},
-          control(IOCTL_SERIAL_SET_TIMEOUTS, ReadTimeouts(0, 0, kPatience)),
+          control(IOCTL_SERIAL_SET_TIMEOUTS, Join({Bytes(8), U32(kPatience), Bytes(8)})),
           control(IOCTL_SERIAL_PURGE, U32(SERIAL_PURGE_RXCLEAR)),
           {kWrite, Vector(text), U32(0)},
           {kRead, U32(3), Join({U32(0), Vector(text)})}};
@@ -45,8 +49,11 @@ class Faults : public ::testing::Test {
     // Caches fill, and the pool gets its threads.
     for (int i = 0; i < 30; ++i)
       EXPECT_EQ(Session(), "");
-    blocks_ = LeastBlocks();
-    handles_ = server_.program().HandleCount();
+    EXPECT_TRUE(port_.IsClosed());
+    // Sessions that have ended may still be letting go.
+    blocks_ = server_.faults.LiveBlocks();
+    Eventually([&] { return (blocks_ = std::min(blocks_, server_.faults.LiveBlocks())) < 0; }, 200);
+    handles_ = server_.HandleCount();
     const RawClient idle;
     EXPECT_TRUE(Eventually([this] { return !NothingIsLeft(); }))
         << "no session can be told from none";
@@ -56,74 +63,65 @@ class Faults : public ::testing::Test {
   // need come after it, and the client leaves with a read pending.
   std::string Session(bool disturbed = false) {
     // Under Wine both would have the port, and a departure purges what the next session has sent.
-    EXPECT_TRUE(port_.ComesToBeClosed());
+    Require(port_.IsClosed(), "the closing of the port");
     RawClient client;
     std::uint32_t call = 0;
     std::string trouble;
     for (const Step& step : Steps(list_)) {
       std::optional<Message> reply;
-      client.Request(++call, step.method, step.arguments);
+      client.Send(Request(++call, step.method, step.arguments));
       Eventually([&] {
         reply = client.TryReceive(kShortPatience);
-        return reply || (disturbed && server_.HasStruck());
+        return reply || (disturbed && server_.faults.HasStruck());
       });
-      if (reply != Message{call, kClientCode, step.method, step.reply}) {
+      if (!reply || reply->call != call || reply->payload != step.reply) {
         trouble = "request " + std::to_string(call) + " has no answer or a wrong one";
         break;
       }
     }
     if (disturbed)
-      client.Request(1000, kRead, U32(100));
+      client.Send(Request(1000, kRead, U32(100)));
     return trouble;
   }
 
-  // Sessions that have ended may still be letting go.
-  std::int64_t LeastBlocks() {
-    std::int64_t least = server_.LiveBlocks();
-    Eventually([&] { return (least = std::min(least, server_.LiveBlocks())) < 0; }, 200);
-    return least;
-  }
-
   [[nodiscard]] bool NothingIsLeft() const {
-    return server_.LiveBlocks() <= blocks_ + kThreadBlocks;
+    return server_.faults.LiveBlocks() <= blocks_ + kThreadBlocks;
   }
 
+  // Blocks, and handles. What knows of an ended session is forgotten when one of the next ones begins.
   void ExpectNothingLeft() {
-    EXPECT_TRUE(Eventually([this] { return NothingIsLeft(); }))
-        << server_.LiveBlocks() << " blocks, once there were " << blocks_;
+    EXPECT_TRUE(Eventually([this] {
+      if (!NothingIsLeft())
+        RawClient();
+      return Eventually([this] { return NothingIsLeft(); }, 50);
+    })) << server_.faults.LiveBlocks()
+        << " blocks, once there were " << blocks_;
   }
 
   void ExpectHandlesCameBack() {
-    EXPECT_TRUE(server_.HandlesComeDownTo(handles_ + kPoolHandles))
-        << server_.program().HandleCount() << " handles, once there were " << handles_;
-  }
-
-  void ExpectUnharmed() {
-    ASSERT_TRUE(server_.program().Runs());
-    EXPECT_EQ(bystander_.Read(1).code, 0u);
-    EXPECT_EQ(Session(), "");
-    ExpectNothingLeft();
+    EXPECT_TRUE(Eventually([&] { return server_.HandleCount() <= handles_ + kPoolHandles; }))
+        << server_.HandleCount() << " handles, once there were " << handles_;
   }
 
   // Each occurrence of the call until a session has made it less often. The number of them.
-  int FailAtEachOccurrence(std::size_t point) {
+  int FailAtEachOccurrence(int point) {
     for (int occurrence = 1;; ++occurrence) {
       SCOPED_TRACE("occurrence " + std::to_string(occurrence));
-      server_.Fail(point, occurrence);
+      server_.faults.Fail(point, occurrence);
       const std::string trouble = Session(true);
       Eventually([this] { return NothingIsLeft(); }, kShortPatience);
-      if (!server_.Relent()) {
+      if (!server_.faults.Relent()) {
         EXPECT_EQ(trouble, "") << "without a fault";
         return occurrence - 1;
       }
-      ExpectUnharmed();
+      Require(server_.Runs(), "the server");
+      EXPECT_EQ(bystander_.Read(1).code, 0u);
+      EXPECT_EQ(Session(), "");
+      ExpectNothingLeft();
       if (HasFailure())
         return occurrence;
     }
   }
-
-  // What the runtime library keeps for the threads that the pool may have made meanwhile.
-  static constexpr std::int64_t kThreadBlocks = 6;
 
   const TestPort listed_{L"COM207", L"A port that is listed"};
   VirtualPort port_;
@@ -135,14 +133,14 @@ class Faults : public ::testing::Test {
 };
 
 TEST_F(Faults, CostNoMoreThanTheSessionTheyStrike) {
-  const auto points = server_.FaultPoints();
-  for (std::size_t point = 0; point < points.size() && !HasFailure(); ++point) {
-    SCOPED_TRACE(points[point]);
-    if (points[point] == "CloseHandle")
+  for (int point = 0; point <= kOperatorNew && !HasFailure(); ++point) {
+    SCOPED_TRACE(kFaultPoints[point]);
+    if (point == kCloseHandle)
       continue;  // does not fail
     const int occurrences = FailAtEachOccurrence(point);
-    std::cout << points[point] << ": " << occurrences << " calls failed, "
-              << server_.LiveBlocks() - blocks_ << " blocks more\n";
+    EXPECT_GT(occurrences, 0);
+    std::cout << kFaultPoints[point] << ": " << occurrences << " calls failed, "
+              << server_.faults.LiveBlocks() - blocks_ << " blocks more\n";
   }
   ExpectHandlesCameBack();
 }

@@ -7,7 +7,6 @@ import io
 import pathlib
 import re
 import struct
-import subprocess
 import sys
 import unittest
 
@@ -25,58 +24,36 @@ HEADER = struct.Struct("<IHHI")
 class Relay:
     """Stands in for the pipe, which is no file here. Gives the bytes in small pieces."""
 
-    def __init__(self):
-        pipes = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE}
-        self._process = programs.start("tests/pipe_relay.exe", **pipes)
-
-    def read(self, size):
-        return self._process.stdout.read(min(size, 3))
-
-    def write(self, data):
-        return self._process.stdin.write(data[:1000])
+    def __init__(self, clean_up):
+        process = programs.start_device(clean_up)
+        self.read = lambda size: process.stdout.read(min(size, 3))
+        self.write = lambda data: process.stdin.write(data[:1000])
 
     def read_message(self):
         message = b""
         while len(message) < 12 or len(message) < 12 + HEADER.unpack(message[:12])[3]:
-            piece = self._process.stdout.read(1)
+            piece = self.read(1)
             assert piece, "the connection has ended"
             message += piece
         return message
 
-    def close(self):
-        self._process.stdin.close()
-        self._process.wait(10)
-        self._process.stdout.close()
 
-
-def bytes_of(line):
-    return bytes.fromhex(line[1:].partition("#")[0])
-
-
-class Page(unittest.TestCase):
-    def test_control_codes_are_those_of_serial_drivers(self):
-        table = dict(re.findall(r"^\| `0x001B(\w{4})` \| `(IOCTL_\w+)`", PAGE, re.M))
-        self.assertGreater(len(table), 25)
-        for code, name in table.items():
-            number = re.search(rf"#define{name}CTL_CODE\(FILE_DEVICE_SERIAL_PORT,(\d+),", CODES)
-            self.assertEqual(int(code, 16), int(number[1]) << 2, name)
+def bytes_of(lines):
+    return b"".join(bytes.fromhex(line[1:].partition("#")[0]) for line in lines)
 
 
 class Protocol(unittest.TestCase):
     def setUp(self):
-        for port, name in (("COM5", "Scale (COM5)"), ("COM7", "Modem (COM7)")):
-            programs.start_device(self.addCleanup, port, name)
-        programs.start_device(self.addCleanup, "loop")
+        for arguments in (("COM5", "Scale (COM5)"), ("COM7", "Modem (COM7)"), ("loop",)):
+            programs.start_device(self.addCleanup, *arguments)
         self.server = programs.start_server(self.addCleanup, "--share-ports", "5,7,77")
 
     def connect(self, _=None):
-        relay = Relay()
-        self.addCleanup(relay.close)
-        return relay
+        return Relay(self.addCleanup)
 
     def replay(self, relay, exchange):
         """Sends what the transcript sends. The replies may come in any order."""
-        sent, rest = (b"".join(map(bytes_of, re.findall(rf"^{mark}.*", exchange, re.M))) for mark in "><")
+        sent, rest = (bytes_of(re.findall(rf"^{mark}.*", exchange, re.M)) for mark in "><")
         relay.write(sent)
         expected = []
         while rest:
@@ -87,16 +64,20 @@ class Protocol(unittest.TestCase):
         self.assertEqual(sorted(received), sorted(expected))
         return HEADER.unpack(sent[:12])[2]
 
-    def test_transcripts_are_what_the_server_sends(self):
+    def test_transcripts_and_control_codes_are_as_the_page_says(self):
         relays = collections.defaultdict(self.connect)
-        blocks = re.findall(r"^```transcript (\w+) (\S+)\n(.*?)^```$", PAGE, re.M | re.S)
         methods = set()
-        for connection, name, text in blocks:
+        for connection, name, text in re.findall(r"^```transcript (\w+) (\S+)\n(.*?)^```$", PAGE, re.M | re.S):
             # A request that stands below a reply is sent after it.
             for exchange in re.findall(r"(?:^>.*\n)+(?:^<.*\n)*", text, re.M):
                 with self.subTest(name):
                     methods.add(self.replay(relays[connection], exchange))
         self.assertEqual(methods, set(range(5)))
+        table = dict(re.findall(r"^\| `0x001B(\w{4})` \| `(IOCTL_\w+)`", PAGE, re.M))
+        self.assertGreater(len(table), 25)
+        for code, name in table.items():
+            number = re.search(rf"#define{name}CTL_CODE\(FILE_DEVICE_SERIAL_PORT,(\d+),", CODES)
+            self.assertEqual(int(code, 16), int(number[1]) << 2, name)
 
     def test_example_client(self):
         def output_of(*arguments):
@@ -113,18 +94,8 @@ class Protocol(unittest.TestCase):
                                 (r"no such port \(0x80070002\)", lambda: connection.open(77))):
             self.assertRaisesRegex(example.Refused, reason, attempt)
         connection.open(5)
-        connection.set_line(115200)
-        sent = bytes(range(256)) * 8
-        connection.write(sent)
-        received = b""
-        while piece := connection.read():
-            received += piece
-        self.assertEqual(received, sent)
-
-        waiting = example.Connection(self.connect())
-        waiting.open(5)
         with self.assertRaisesRegex(TimeoutError, "no answer within 0.2 s"):
-            waiting.call(example.IO_CONTROL, struct.pack("<3I", 0x001B0FFC, 0, 0), limit=0.2)
+            connection.call(example.IO_CONTROL, struct.pack("<3I", 0x001B0FFC, 0, 0), limit=0.2)
         programs.stop(self.server)
         self.assertRaises(OSError, connection.ports)
 

@@ -1,194 +1,231 @@
-// A driver of serial ports that exist only in memory, and of the devices through which tests order
+// A driver of serial ports that exist only in memory, and of the device through which tests order
 // them about. Made for Wine: it trusts its callers.
-#include <wchar.h>
-
 #include "tests/virtual_serial/port.h"
 
-// Each name is followed by the port's number.
-#define PORT_DEVICE L"\\Device\\VirtualSerialPort"
-#define PORT_LINK L"\\DosDevices\\COM"
-#define ORDERS_DEVICE L"\\Device\\VirtualSerialOrders"
-#define ORDERS_LINK L"\\DosDevices\\" VIRTUAL_SERIAL_NAME
-
 DRIVER_INITIALIZE DriverEntry;
+NTSTATUS NTAPI ZwWaitForSingleObject(HANDLE object, BOOLEAN alertable, LARGE_INTEGER* timeout);
 
-struct port ports[PORT_COUNT];
+struct port ports[2];
+static KSPIN_LOCK
+    lock;  // nobody has it while a request is being completed but the one that does so
 static BOOLEAN stopping;
-static PVOID clock_thread;
+static BOOLEAN present = TRUE;  // the first port's name
+static HANDLE clock_thread;
 
-// What a device object stands for: a port, or the place where orders about it are taken.
-struct device {
-  struct port* port;
-  BOOLEAN takes_orders;
-};
+// The ports, and last the device that takes the orders.
+static const WCHAR* const devices[] = {L"\\Device\\VirtualSerial0", L"\\Device\\VirtualSerial1",
+                                       L"\\Device\\VirtualSerialOrders"};
+static const WCHAR* const links[] = {L"\\DosDevices\\" VIRTUAL_SERIAL_PORT,
+                                     L"\\DosDevices\\" VIRTUAL_SERIAL_FAR_PORT,
+                                     L"\\DosDevices\\" VIRTUAL_SERIAL_NAME};
 
-struct device_name {
-  WCHAR text[40];
-  UNICODE_STRING string;
-};
-
-static void make_name(struct device_name* name, const WCHAR* prefix, ULONG number) {
-  _snwprintf(name->text, RTL_NUMBER_OF(name->text), L"%ls%lu", prefix, number);
-  RtlInitUnicodeString(&name->string, name->text);
+static void hand_back(struct request* request) {
+  IoCompleteRequest(request->irp, IO_NO_INCREMENT);
+  ExFreePool(request);
 }
 
-// The port's name, by which it can be opened.
-static NTSTATUS set_name(struct port* port, const WCHAR* link_prefix, const WCHAR* device_prefix,
-                         BOOLEAN present) {
-  struct device_name link;
-  struct device_name device;
-  make_name(&link, link_prefix, port->number);
-  make_name(&device, device_prefix, port->number);
-  IoDeleteSymbolicLink(&link.string);
-  return present ? IoCreateSymbolicLink(&link.string, &device.string) : STATUS_SUCCESS;
+static void finish(struct request* request, NTSTATUS status) {
+  RemoveEntryList(&request->link);
+  --request->port->state.pending;
+  request->finished = TRUE;
+  request->irp->IoStatus.Status = status;
+  request->irp->IoStatus.Information = request->done;
+  // Without its routine the cancellation has begun: it hands the request back with this outcome.
+  if (request->held || IoSetCancelRoutine(request->irp, NULL))
+    hand_back(request);
 }
 
-static NTSTATUS complete(IRP* irp, NTSTATUS status, ULONG_PTR information) {
-  irp->IoStatus.Status = status;
-  irp->IoStatus.Information = information;
-  IoCompleteRequest(irp, IO_NO_INCREMENT);
-  return status;
-}
-
-static void record(struct port* port, ULONG kind, ULONG size, const void* data, ULONG data_size) {
-  if (port->entry_count == RTL_NUMBER_OF(port->journal))
-    return;
-  struct virtual_serial_entry* const entry = &port->journal[port->entry_count++];
-  RtlZeroMemory(entry, sizeof(*entry));
-  entry->kind = kind;
-  entry->size = size;
-  entry->data_size = min(data_size, sizeof(entry->data));
-  RtlCopyMemory(entry->data, data, entry->data_size);
-}
-
-// The settings stay as the last user of the port left them.
-static NTSTATUS NTAPI dispatch_open(DEVICE_OBJECT* object, IRP* irp) {
-  const struct device* const device = object->DeviceExtension;
-  struct port* const port = device->port;
-  const BOOLEAN opens = IoGetCurrentIrpStackLocation(irp)->MajorFunction == IRP_MJ_CREATE;
-  enter();
-  if (!device->takes_orders && opens) {
-    ++port->open_handles;
-    port->received.size = port->wait_mask = port->events = port->errors = 0;
-  } else if (!device->takes_orders) {
-    --port->open_handles;
-    record(port, REQUEST_CLOSE, 0, NULL, 0);
+void finish_all(struct port* port, ULONG kind, NTSTATUS status) {
+  LIST_ENTRY* next;
+  for (LIST_ENTRY* link = port->pending.Flink; link != &port->pending; link = next) {
+    next = link->Flink;
+    struct request* const request = CONTAINING_RECORD(link, struct request, link);
+    if (kind != REQUEST_ANY && kind != (request->held ? REQUEST_HELD : request->kind))
+      continue;
+    if (kind == IOCTL_SERIAL_WAIT_ON_MASK) {  // a new mask: it ends without events
+      *(ULONG*)request->irp->AssociatedIrp.SystemBuffer = 0;
+      request->done = sizeof(ULONG);
+    }
+    finish(request, status);
   }
-  leave();
-  return complete(irp, STATUS_SUCCESS, 0);
 }
 
-static NTSTATUS submit_recorded(const struct device* device, IRP* irp, ULONG kind, ULONG size,
-                                ULONG data_size) {
-  struct request request = {.port = device->port,
-                            .irp = irp,
-                            .stack = IoGetCurrentIrpStackLocation(irp),
-                            .kind = kind,
-                            .limit = MAXULONG};
-  enter();
-  record(request.port, kind, size, irp->AssociatedIrp.SystemBuffer, data_size);
-  const NTSTATUS status = submit(&request);
-  leave();
-  return status == STATUS_PENDING ? status : complete(irp, status, request.done);
+// Finishes the first request that can go on; false when there is none.
+static BOOLEAN settle_one(struct port* port) {
+  BOOLEAN reads = FALSE;
+  for (LIST_ENTRY* link = port->pending.Flink; link != &port->pending; link = link->Flink) {
+    struct request* const request = CONTAINING_RECORD(link, struct request, link);
+    if (request->held || (reads && request->kind == REQUEST_READ))
+      continue;
+    reads |= request->kind == REQUEST_READ;
+    const NTSTATUS status = advance(request);
+    if (status == STATUS_PENDING)
+      continue;
+    finish(request, status);
+    return TRUE;
+  }
+  return FALSE;
 }
 
-static NTSTATUS NTAPI dispatch_transfer(DEVICE_OBJECT* object, IRP* irp) {
-  const IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
-  const BOOLEAN reads = stack->MajorFunction == IRP_MJ_READ;
-  return submit_recorded(object->DeviceExtension, irp, reads ? REQUEST_READ : REQUEST_WRITE,
-                         reads ? stack->Parameters.Read.Length : stack->Parameters.Write.Length, 0);
+// Carries on what may have got what it waits for, at either end.
+static void settle(void) {
+  while (settle_one(&ports[0]) || settle_one(&ports[1])) {
+  }
 }
 
-static NTSTATUS NTAPI dispatch_control(DEVICE_OBJECT* object, IRP* irp) {
-  const struct device* const device = object->DeviceExtension;
-  const IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
-  const ULONG code = stack->Parameters.DeviceIoControl.IoControlCode;
-  ULONG size = stack->Parameters.DeviceIoControl.InputBufferLength;
-  if (!device->takes_orders)
-    return submit_recorded(device, irp, code, size, size);
-  enter();
-  NTSTATUS status = carry_out(device->port, code, irp->AssociatedIrp.SystemBuffer, &size,
-                              stack->Parameters.DeviceIoControl.OutputBufferLength);
-  const BOOLEAN present = !device->port->line.vanished;
-  leave();
-  // Names are not changed under the lock.
-  if (status == STATUS_SUCCESS && (code == ORDER_LINE || code == ORDER_RESET))
-    status = set_name(device->port, PORT_LINK, PORT_DEVICE, present);
-  return complete(irp, status, size);
+static void NTAPI cancel_request(DEVICE_OBJECT* device, IRP* irp) {
+  UNREFERENCED_PARAMETER(device);
+  KIRQL irql;
+  IoReleaseCancelSpinLock(irp->CancelIrql);
+  KeAcquireSpinLock(&lock, &irql);
+  struct request* const request = irp->Tail.Overlay.DriverContext[0];
+  if (!request->finished)
+    finish(request, STATUS_CANCELLED);
+  hand_back(request);
+  settle();
+  KeReleaseSpinLock(&lock, irql);
+}
+
+static void submit(struct request* request) {
+  struct virtual_serial_setup* const setup = &request->port->setup;
+  InsertTailList(&request->port->pending, &request->link);
+  ++request->port->state.pending;
+  const BOOLEAN strikes = setup->faults != 0 &&
+                          (setup->fault_kind == REQUEST_ANY || setup->fault_kind == request->kind);
+  setup->faults -= strikes;
+  request->held = strikes && setup->fault_status == 0;
+  if (!request->held)
+    IoSetCancelRoutine(request->irp, cancel_request);
+  if (setup->vanished)
+    finish(request, STATUS_DEVICE_NOT_CONNECTED);
+  else if (strikes && !request->held)
+    finish(request, (NTSTATUS)setup->fault_status);
+  else if (!request->held && request->irp->Cancel)
+    finish(request, STATUS_CANCELLED);
+}
+
+static void set_up(const struct virtual_serial_setup* setup) {
+  finish_all(&ports[0], REQUEST_HELD, STATUS_CANCELLED);
+  for (ULONG i = 0; setup->anew && i < RTL_NUMBER_OF(ports); ++i) {
+    finish_all(&ports[i], REQUEST_ANY, STATUS_CANCELLED);
+    reset_line(&ports[i]);
+  }
+  ports[0].setup = *setup;
+  ports[0].events |= setup->events & ports[0].state.wait_mask;
+  if (setup->vanished)
+    finish_all(&ports[0], REQUEST_ANY, STATUS_DEVICE_NOT_CONNECTED);
+}
+
+// The name by which a program finds the device.
+static NTSTATUS set_name(ULONG index, BOOLEAN exists) {
+  UNICODE_STRING device, link;
+  RtlInitUnicodeString(&device, devices[index]);
+  RtlInitUnicodeString(&link, links[index]);
+  IoDeleteSymbolicLink(&link);
+  return exists ? IoCreateSymbolicLink(&link, &device) : STATUS_SUCCESS;
+}
+
+// An order, and the opening and closing of a port, end at once.
+static void carry_out(struct port* port, IRP* irp, const IO_STACK_LOCATION* stack) {
+  void* const buffer = irp->AssociatedIrp.SystemBuffer;
+  if (port && stack->MajorFunction == IRP_MJ_CREATE) {
+    ++port->state.open_handles;
+    port->received_size = port->state.wait_mask = port->events = 0;
+  } else if (port) {
+    --port->state.open_handles;
+  } else if (stack->MajorFunction != IRP_MJ_DEVICE_CONTROL) {
+    return;
+  } else if (stack->Parameters.DeviceIoControl.IoControlCode == ORDER_SET_UP) {
+    set_up(buffer);
+  } else {
+    irp->IoStatus.Information = sizeof(ports[0].state);
+    RtlCopyMemory(buffer, &ports[0].state, sizeof(ports[0].state));
+  }
+}
+
+static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
+  struct port* const port = *(struct port**)object->DeviceExtension;
+  IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
+  const UCHAR major = stack->MajorFunction;
+  KIRQL irql;
+  if (!port || major == IRP_MJ_CREATE || major == IRP_MJ_CLOSE) {
+    irp->IoStatus.Information = 0;
+    KeAcquireSpinLock(&lock, &irql);
+    carry_out(port, irp, stack);
+    KeReleaseSpinLock(&lock, irql);
+    if (present == ports[0].setup.vanished)  // not under the lock
+      set_name(0, present = !present);
+    irp->IoStatus.Status = STATUS_SUCCESS;
+    IoCompleteRequest(irp, IO_NO_INCREMENT);
+    return STATUS_SUCCESS;
+  }
+  struct request* const request = ExAllocatePool(NonPagedPool, sizeof(*request));
+  *request = (struct request){.port = port, .irp = irp, .stack = stack};
+  request->kind = major == IRP_MJ_READ    ? REQUEST_READ
+                  : major == IRP_MJ_WRITE ? REQUEST_WRITE
+                                          : stack->Parameters.DeviceIoControl.IoControlCode;
+  irp->Tail.Overlay.DriverContext[0] = request;
+  IoMarkIrpPending(irp);
+  KeAcquireSpinLock(&lock, &irql);
+  submit(request);
+  settle();
+  KeReleaseSpinLock(&lock, irql);
+  return STATUS_PENDING;
 }
 
 // Ends the reads whose time is over.
 static void NTAPI run_clock(void* context) {
   UNREFERENCED_PARAMETER(context);
   LARGE_INTEGER tick = {.QuadPart = -100000};  // 10 ms from now
+  KIRQL irql;
   while (!stopping) {
     KeDelayExecutionThread(KernelMode, FALSE, &tick);
-    enter();
-    for (ULONG i = 0; i < PORT_COUNT; ++i)
-      settle(&ports[i]);
-    leave();
+    KeAcquireSpinLock(&lock, &irql);
+    settle();
+    KeReleaseSpinLock(&lock, irql);
   }
   PsTerminateSystemThread(STATUS_SUCCESS);
 }
 
-static NTSTATUS start_clock(void) {
-  HANDLE thread;
-  NTSTATUS status =
-      PsCreateSystemThread(&thread, THREAD_ALL_ACCESS, NULL, NULL, NULL, run_clock, NULL);
-  if (!NT_SUCCESS(status))
-    return status;
-  status = ObReferenceObjectByHandle(thread, SYNCHRONIZE, NULL, KernelMode, &clock_thread, NULL);
-  ZwClose(thread);
-  return status;
-}
-
-static NTSTATUS create_device(DRIVER_OBJECT* driver, struct port* port, const WCHAR* prefix,
-                              const WCHAR* link, BOOLEAN takes_orders) {
-  struct device_name name;
-  make_name(&name, prefix, port->number);
-  DEVICE_OBJECT* object;
-  const NTSTATUS status = IoCreateDevice(driver, sizeof(struct device), &name.string,
-                                         FILE_DEVICE_SERIAL_PORT, 0, FALSE, &object);
-  if (!NT_SUCCESS(status))
-    return status;
-  *(struct device*)object->DeviceExtension = (struct device){port, takes_orders};
-  object->Flags |= DO_BUFFERED_IO;
-  object->Flags &= ~(ULONG)DO_DEVICE_INITIALIZING;
-  return set_name(port, link, prefix, TRUE);
-}
-
 static void NTAPI unload(DRIVER_OBJECT* driver) {
   stopping = TRUE;
-  enter();
-  for (ULONG i = 0; i < PORT_COUNT; ++i)
-    finish_all(&ports[i], 0, STATUS_DEVICE_NOT_CONNECTED, TRUE);
-  leave();
-  KeWaitForSingleObject(clock_thread, Executive, KernelMode, FALSE, NULL);
-  ObDereferenceObject(clock_thread);
-  for (ULONG i = 0; i < PORT_COUNT; ++i) {
-    set_name(&ports[i], PORT_LINK, PORT_DEVICE, FALSE);
-    set_name(&ports[i], ORDERS_LINK, ORDERS_DEVICE, FALSE);
-  }
+  ZwWaitForSingleObject(clock_thread, FALSE, NULL);
+  ZwClose(clock_thread);
+  set_up(&(struct virtual_serial_setup){.anew = 1});
+  for (ULONG i = 0; i < RTL_NUMBER_OF(links); ++i)
+    set_name(i, FALSE);
   while (driver->DeviceObject)
     IoDeleteDevice(driver->DeviceObject);
 }
 
+static NTSTATUS create_device(DRIVER_OBJECT* driver, ULONG index) {
+  UNICODE_STRING name;
+  DEVICE_OBJECT* object;
+  RtlInitUnicodeString(&name, devices[index]);
+  const NTSTATUS status = IoCreateDevice(driver, sizeof(struct port*), &name,
+                                         FILE_DEVICE_SERIAL_PORT, 0, FALSE, &object);
+  if (!NT_SUCCESS(status))
+    return status;
+  *(struct port**)object->DeviceExtension = index < RTL_NUMBER_OF(ports) ? &ports[index] : NULL;
+  object->Flags |= DO_BUFFERED_IO;
+  object->Flags &= ~(ULONG)DO_DEVICE_INITIALIZING;
+  return set_name(index, TRUE);
+}
+
 NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registry_path) {
   UNREFERENCED_PARAMETER(registry_path);
-  driver->MajorFunction[IRP_MJ_CREATE] = dispatch_open;
-  driver->MajorFunction[IRP_MJ_CLOSE] = dispatch_open;
-  driver->MajorFunction[IRP_MJ_READ] = dispatch_transfer;
-  driver->MajorFunction[IRP_MJ_WRITE] = dispatch_transfer;
-  driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = dispatch_control;
+  static const UCHAR majors[] = {IRP_MJ_CREATE, IRP_MJ_CLOSE, IRP_MJ_READ, IRP_MJ_WRITE,
+                                 IRP_MJ_DEVICE_CONTROL};
+  for (ULONG i = 0; i < RTL_NUMBER_OF(majors); ++i)
+    driver->MajorFunction[majors[i]] = dispatch;
   driver->DriverUnload = unload;
   NTSTATUS status = STATUS_SUCCESS;
-  for (ULONG i = 0; i < PORT_COUNT && NT_SUCCESS(status); ++i) {
-    ports[i].number = VIRTUAL_SERIAL_FIRST_PORT + i;
+  for (ULONG i = 0; i < RTL_NUMBER_OF(ports); ++i)
     InitializeListHead(&ports[i].pending);
-    reset_line(&ports[i]);
-    status = create_device(driver, &ports[i], PORT_DEVICE, PORT_LINK, FALSE);
-    if (NT_SUCCESS(status))
-      status = create_device(driver, &ports[i], ORDERS_DEVICE, ORDERS_LINK, TRUE);
-  }
-  return NT_SUCCESS(status) ? start_clock() : status;
+  set_up(&(struct virtual_serial_setup){.anew = 1});
+  for (ULONG i = 0; i < RTL_NUMBER_OF(devices) && NT_SUCCESS(status); ++i)
+    status = create_device(driver, i);
+  return NT_SUCCESS(status) ? PsCreateSystemThread(&clock_thread, THREAD_ALL_ACCESS, NULL, NULL,
+                                                   NULL, run_clock, NULL)
+                            : status;
 }

@@ -1,0 +1,273 @@
+// The server as a program and as a service: its help and errors, starts that fail, the log, and the
+// ways in which it is stopped.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "tests/support/raw_client.h"
+#include "tests/support/server_process.h"
+
+#include <winsvc.h>  // needs <windows.h> before it
+
+namespace system_test {
+namespace {
+
+constexpr wchar_t kLogo[] = L"Quorvane Tarnwheel Server\nVersion 1.01.00.0000\n\n";
+constexpr wchar_t kHelp[] = L"Command-line parameters:\n\n    -?, --help";
+
+void Expect(const std::wstring& arguments, DWORD exit_code, const std::wstring& output,
+            const std::wstring& errors) {
+  const CompletedRun run(kServer, arguments);
+  EXPECT_EQ(run.exit_code, exit_code) << std::string(arguments.begin(), arguments.end());
+  EXPECT_TRUE(run.output.starts_with(output));
+  EXPECT_TRUE((run.output + run.errors).ends_with(errors));
+  EXPECT_TRUE(run.errors.empty() || !errors.empty());
+  EXPECT_EQ(run.output.find(kStarted), std::wstring::npos);
+}
+
+TEST(CommandLine, HelpFollowsTheLogoAndErrorsFollowTheHelp) {
+  for (const wchar_t* arguments : {L"-?", L"--nologo --help", L"--help --log-level nonsense"})
+    Expect(arguments, 0, std::wstring(kLogo) + kHelp, L"");
+  const std::pair<const wchar_t*, std::wstring> wrong[] = {
+      {L"--help --no-such-thing", L"Invalid command line argument specified"},
+      {L"--log-path", L"Command line argument's value is missing"},
+      {L"--nologo --log-level INFO", L"Invalid logging level specified."},
+      {L"--nologo --share-ports 1;2", L"Invalid format for --share-ports parameter."}};
+  for (const auto& [arguments, message] : wrong)
+    Expect(arguments, 0, kHelp, L"Error: " + message + L"\n");  // no logo, the help first
+}
+
+TEST(Start, IsRefusedWithTheErrorAndLeavesTheNameFree) {
+  const auto fails = [](const std::wstring& arguments, DWORD code, const std::wstring& errors) {
+    Expect(L"--nologo --no-discovery " + arguments, code, L"", errors);
+  };
+  fails(L"--security-descriptor nonsense", 0x80070057, L"Error starting server 0x80070057\n");
+  fails(LR"(--log-path "C:\no such folder\server.log")", 0x80004004,
+        L"Error initializing logging system. Check that the log file path is correct and "
+        L"sufficient rights to access it are available to the current user.\n"
+        L"This is a critical error. The server will now quit.\n");
+  {
+    const Tamrin::unique_file squatter(
+        ::CreateNamedPipeW(kPipeName, PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 0, 0, 0, nullptr));
+    fails(L"", 0x800700E7, L"Error starting server 0x800700e7\n");
+  }
+  const ServerProcess first(L"--security-descriptor D:");
+  EXPECT_TRUE(first.Logs(L"\tINFO\tStarting server with security descriptor \"D:\"...\n"));
+  fails(L"", 0x800700B7, L"Error starting server 0x800700b7\n");
+  EXPECT_EQ(RawClient().OpenPort(kMissingPort), kFileNotFound);
+}
+
+// The log is continued by the next run, and the screen has the same lines, every character of them,
+// except the separator. Wine accepts a descriptor with such characters.
+TEST(Log, IsTheSameInTheFileAndOnTheScreen) {
+  const std::wstring separator = L"=====\t=====\t=====\n";
+  const TemporaryFile log;
+  std::wstring expected;
+  for (int run = 0; run < 2; ++run) {
+    const ServerProcess server(L"--security-descriptor \"D:\x6F22\x0436\xE4\" --log-path \"" +
+                               log.path + L"\"");
+    server.Stop();
+    expected += server.Output() + separator;
+    EXPECT_EQ(DecodeLog(log.Content()), expected);
+    EXPECT_NE(server.Output().find(L"\tLogging system is initialized\n"), std::wstring::npos);
+    EXPECT_NE(server.Output().find(L"\x6F22\x0436\xE4"), std::wstring::npos);
+  }
+  const ServerProcess silent(L"--no-screen-log");
+  silent.Stop();
+  EXPECT_EQ(silent.Output() + silent.Errors(), L"");
+}
+
+// The last lines of the log, in their order.
+void ExpectOrderlyEnd(const ServerProcess& server, int console_requests) {
+  const int requests = server.Count(L"\tDEBUG\tStop event received, stopping server...\n");
+  EXPECT_EQ(requests != 0, console_requests != 0);
+  EXPECT_LE(requests, console_requests);
+  EXPECT_EQ(server.Count(L" disconnected\n"), 1);
+  EXPECT_TRUE(server.Log().ends_with(L"\tServer has been stopped\n=====\t=====\t=====\n"));
+}
+
+// The server takes console events only after it has said that it serves; a client's round trip is
+// longer than what it does in between.
+TEST(Stop, FollowsEveryConsoleEventAlsoWhileStopping) {
+  for (const DWORD event : {CTRL_C_EVENT, CTRL_BREAK_EVENT, CTRL_CLOSE_EVENT}) {
+    for (const int times : {1, 5}) {
+      SCOPED_TRACE(event);
+      const ServerProcess server;
+      RawClient client;
+      EXPECT_EQ(client.OpenPort(kMissingPort), kFileNotFound);
+      server.SendConsoleEvent(event, times);
+      EXPECT_EQ(server.ExitCode(), 0u);
+      ExpectOrderlyEnd(server, times);
+    }
+  }
+}
+
+// Anybody may signal the event, and not even its owner may do more with it.
+TEST(Stop, FollowsTheEventThatAnybodyMaySignalAndNothingElse) {
+  const ServerProcess server;
+  EXPECT_FALSE(Tamrin::unique_handle(::OpenEventW(EVENT_ALL_ACCESS, FALSE, kStopEvent)));
+  EXPECT_EQ(::GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+  RawClient client;
+  EXPECT_EQ(client.OpenPort(kMissingPort), kFileNotFound);
+  server.Stop();
+  EXPECT_TRUE(client.ServerHangsUp());
+  ExpectOrderlyEnd(server, 0);
+  EXPECT_FALSE(SignalStopEvent()) << "it goes with the server";
+}
+
+// The service, under the system's service control manager and watched through it.
+
+constexpr wchar_t kService[] = L"qrvtwsrv";
+constexpr wchar_t kParameters[] = LR"(Software\Quorvane\Tarnwheel Server 1.01)";
+
+struct ServiceHandleTraits {
+  using pointer = SC_HANDLE;
+  static pointer invalid() noexcept { return nullptr; }
+  static void close(pointer handle) noexcept { ::CloseServiceHandle(handle); }
+};
+using ServiceHandle = Tamrin::unique_resource<ServiceHandleTraits>;
+
+class Service : public ::testing::Test {
+ protected:
+  Service() { CleanUp(); }
+  ~Service() override { CleanUp(); }
+
+  static void CleanUp() {
+    CompletedRun(kServer, L"--uninstall-service");
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);
+  }
+
+  [[nodiscard]] ServiceHandle Open() const {
+    return ServiceHandle(::OpenServiceW(manager_.get(), kService, SERVICE_ALL_ACCESS));
+  }
+
+  [[nodiscard]] SERVICE_STATUS_PROCESS Status() const {
+    SERVICE_STATUS_PROCESS status = {};
+    DWORD needed = 0;
+    ::QueryServiceStatusEx(Open().get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+                           sizeof status, &needed);
+    return status;
+  }
+
+  // Starts the service and waits until it is in the state, or has stopped.
+  void Start(DWORD state = SERVICE_RUNNING) const {
+    EXPECT_TRUE(::StartServiceW(Open().get(), 0, nullptr)) << ::GetLastError();
+    EXPECT_TRUE(Eventually([&] { return Status().dwCurrentState != SERVICE_START_PENDING; }));
+    EXPECT_EQ(Status().dwCurrentState, state);
+  }
+
+  void Control(DWORD control) const {
+    SERVICE_STATUS status = {};
+    EXPECT_TRUE(::ControlService(Open().get(), control, &status)) << ::GetLastError();
+  }
+
+  // Stopped, by an exit without an error.
+  void ExpectStopped() const {
+    EXPECT_TRUE(Eventually([&] { return Status().dwCurrentState == SERVICE_STOPPED; }));
+    EXPECT_EQ(Status().dwWin32ExitCode, 0u);
+  }
+
+  const ServiceHandle manager_{::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)};
+};
+
+TEST_F(Service, IsRegisteredOnceWithEveryValue) {
+  Expect(L"--install-service", 0, L"", L"");
+  ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);  // an installation that went no further
+  Expect(L"--install-service", ERROR_ALREADY_EXISTS, L"", L"Service already installed\n");
+
+  BYTE buffer[8192];
+  DWORD needed = 0;
+  auto* const config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
+  ASSERT_TRUE(::QueryServiceConfigW(Open().get(), config, sizeof buffer, &needed));
+  EXPECT_EQ(config->dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
+  EXPECT_EQ(config->dwStartType, DWORD{SERVICE_AUTO_START});
+  EXPECT_EQ(config->dwErrorControl, DWORD{SERVICE_ERROR_NORMAL});
+  EXPECT_STREQ(config->lpDisplayName, L"Tarnwheel Server");
+  EXPECT_STREQ(config->lpServiceStartName, LR"(NT AUTHORITY\LocalService)");
+  EXPECT_TRUE(std::wstring(config->lpBinaryPathName).ends_with(LR"(\bin\tarnwheel-server.exe)"))
+      << "no quotes, no arguments";
+  ASSERT_TRUE(::QueryServiceConfig2W(Open().get(), SERVICE_CONFIG_DESCRIPTION, buffer,
+                                     sizeof buffer, &needed));
+  EXPECT_STREQ(reinterpret_cast<SERVICE_DESCRIPTIONW*>(buffer)->lpDescription,
+               L"This service shares local serial ports over LAN");
+  Expect(L"--uninstall-service", 0, L"", L"");
+  EXPECT_EQ(::RegGetValueW(HKEY_LOCAL_MACHINE, kParameters, L"Dummy", RRF_RT_REG_DWORD, nullptr,
+                           nullptr, nullptr),
+            ERROR_SUCCESS)
+      << "made by the second attempt, and the parameters stay";
+  Expect(L"--uninstall-service", ERROR_SERVICE_DOES_NOT_EXIST, L"",
+         L"Error opening service: 0x00000424\n");
+}
+
+TEST_F(Service, FailedStartsEndInAStopNeverInMorePortsAndItServesAndStops) {
+  Expect(L"--install-service", 0, L"", L"");
+  const struct {
+    const wchar_t* name;
+    DWORD type;
+    std::vector<DWORD> data;
+    DWORD state;
+  } rows[] = {{L"SharedPorts", REG_BINARY, {3, 1, 2}, SERVICE_STOPPED},
+              {L"SharedPorts", REG_DWORD, {0}, SERVICE_STOPPED},
+              {L"SecurityDescriptor", REG_SZ, {0x00580058, 0}, SERVICE_STOPPED},
+              {L"SharedPorts", REG_BINARY, {1, kFilePort}, SERVICE_RUNNING}};
+  {
+    const ServerProcess by_hand;
+    Start(SERVICE_STOPPED);
+    ExpectStopped();
+    EXPECT_EQ(RawClient().OpenPort(kMissingPort), kFileNotFound) << "the first one serves on";
+  }
+  for (const auto& row : rows) {
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);  // with all values missing the defaults hold
+    const auto size = static_cast<DWORD>(row.data.size() * sizeof(DWORD));
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kParameters, row.name, row.type, row.data.data(), size);
+    Start(row.state);
+    EXPECT_EQ(Status().dwWin32ExitCode, 0u) << row.type;
+  }
+  EXPECT_EQ(Status().dwControlsAccepted, DWORD{SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN});
+  EXPECT_EQ(Status().dwWaitHint, 0u);
+  {
+    RawClient client;
+    EXPECT_EQ(client.OpenPort(LoopbackPort()), kAccessDenied);
+    EXPECT_EQ(client.OpenPort(kFilePort), 0u);
+    Control(SERVICE_CONTROL_INTERROGATE);
+    EXPECT_EQ(Status().dwCurrentState, DWORD{SERVICE_RUNNING});
+    Control(SERVICE_CONTROL_STOP);
+    EXPECT_TRUE(client.ServerHangsUp());
+  }
+  ExpectStopped();
+  Start();
+  EXPECT_TRUE(SignalStopEvent());
+  ExpectStopped();
+  Start();
+  Expect(L"--uninstall-service", 0, L"", L"");  // stops it first
+  EXPECT_FALSE(Open());
+}
+
+// A driver that does not let go of its port makes the stop a slow one.
+TEST_F(Service, SlowStopIsReportedWithRisingCheckpoints) {
+  CompletedRun(L"faulty-server", L"--install-service");
+  Start();
+  FaultSwitch faults(Status().dwProcessId);
+  {
+    RawClient client;
+    EXPECT_EQ(client.OpenPort(LoopbackPort()), 0u);
+    faults.Block("CloseHandle");
+  }
+  EXPECT_TRUE(faults.Strikes());
+  Control(SERVICE_CONTROL_STOP);
+  EXPECT_EQ(Status().dwControlsAccepted, 0u);
+  EXPECT_EQ(Status().dwWaitHint, 15000u);
+  DWORD checkpoint = 0;
+  EXPECT_TRUE(Eventually([&] {
+    const auto status = Status();
+    const bool rises =
+        status.dwCurrentState == SERVICE_STOP_PENDING && status.dwCheckPoint != checkpoint;
+    checkpoint += rises;
+    EXPECT_TRUE(!rises || status.dwCheckPoint == checkpoint);
+    return status.dwCurrentState == SERVICE_STOPPED;
+  }));
+  EXPECT_GE(checkpoint, 2u);  // in its three seconds
+}
+
+}  // namespace
+}  // namespace system_test
