@@ -31,13 +31,13 @@ constexpr std::chrono::seconds kNameLimit(2);
 // Moves on to another thread what would block the one that it came on: the acceptor's, for a
 // session that begins, or the receive loop's, for a request that lists or opens ports. When the
 // pool takes no more work, it goes on where it is.
-ostra::future<void> off_this_thread() {
-  try {
-    ostra::resume_background hop;
-    co_await hop;
-  } catch (const ostra::hresult_error&) {
-  }
-}
+//
+// It is awaited by the coroutine that moves itself: a coroutine in between might have moved and ended
+// before it is awaited, and its waiter would go on where it is.
+class [[nodiscard]] off_this_thread : public ostra::resume_background {
+ public:
+  void await_resume() const noexcept {}
+};
 
 // Room for a device's output. Not initialised: a client may ask for much and get little.
 class output_buffer {
@@ -111,8 +111,8 @@ ostra::future<void> instance::watch(std::shared_ptr<instance> self,
                                     session_group::place place) {
   self->place_ = &place;
   const departure leaving(*self);
-  auto moved = off_this_thread();
-  co_await moved;
+  off_this_thread move;
+  co_await move;
   auto ended = connection->Run();
   const HRESULT outcome = co_await ended;
   if (outcome == tether::kMessageTooLong)
@@ -133,8 +133,8 @@ void instance::identify_client() {
 }
 
 ostra::future<std::vector<tether::port_record>> instance::EnumeratePorts() {
-  auto moved = off_this_thread();
-  co_await moved;
+  off_this_thread move;
+  co_await move;
   identify_client();
   log_->write(logging::info, L"Client {0} is enumerating available ports");
   std::vector<tether::port_record> records;
@@ -147,8 +147,8 @@ ostra::future<std::vector<tether::port_record>> instance::EnumeratePorts() {
 ostra::future<HRESULT> instance::OpenPort(std::uint32_t number) {
   if (has_port())
     co_return kAlreadyHoldsPort;
-  auto moved = off_this_thread();
-  co_await moved;
+  off_this_thread move;
+  co_await move;
   identify_client();
   log_->write(logging::debug, L"Client {0} is attempting to connect to COM{1}", number);
   co_return open_shared_port(number);
