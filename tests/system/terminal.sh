@@ -51,11 +51,13 @@ eventually() {
 
 # The screen comes to have the text, or a line that is exactly the text.
 has() { screen | grep -qF -e "$1"; }
+lacks() { ! has "$1"; }
 has_line() { screen | grep -qxF -e "$1"; }
 shows() { eventually "does not show: $1" has "$1"; }
 shows_line() { eventually "has no line: $1" has_line "$1"; }
 logged() { cmp -s "$work/expected" "$work/log"; }
 
+greets_again() { (($(screen | grep -cF "[$port of this machine") == 2)); }
 greets() { shows "[$port of this machine; Ctrl+] q leaves, Ctrl+] ? shows the keys]"; }
 
 # What is typed in the shell is to be seen, and runs.
@@ -69,9 +71,14 @@ ends_with() {
 
 trap clean_up EXIT
 windows_log=$(tools/wine winepath -w "$work/log" </dev/null | tr -d '\r')
-setsid tools/wine "$1/tarnwheel-server.exe" --no-discovery </dev/null >"$work/server.out" 2>&1 &
-server=$!
-eventually "the server does not start" grep -q 'waiting for connections' "$work/server.out"
+serve() {
+  setsid tools/wine "$programs/tarnwheel-server.exe" --no-discovery </dev/null >"$work/server.out" 2>&1 &
+  server=$!
+  eventually "the server does not start" grep -q 'waiting for connections' "$work/server.out"
+}
+
+programs=$1
+serve
 in_tmux new-session -d -x 80 -y 24 "cd $1; wine=$PWD/tools/wine
   \$wine tarnwheel-client.exe term . $port --hex --log '$windows_log'
   echo code \$?
@@ -91,12 +98,14 @@ eventually "the log is not what was struck" logged
 press q
 shows_line 'code 0'
 
-# Commands reach the line, and the console is left as it was, also when the server goes.
+# Commands reach the line, and the console is left as it was. While the server is away keys are
+# discarded.
 port=$2
 for end in q server; do
   shows_line '>'
-  strike "cls & tarnwheel-client term . $port --echo"
+  strike "cls & tarnwheel-client term . $port --echo --retry"
   keys Enter
+  eventually "the screen is not cleared" lacks 'code'
   greets
   strike 'Grüße, 漢 and more'
   shows_line 'Grüße, 漢 and more'
@@ -112,6 +121,11 @@ for end in q server; do
 done
 kill -INT "$server"
 wait "$server"
-server=
-shows_line "$port: the server on this machine ended the connection (0x800704c7)"
-ends_with 2
+shows ', Ctrl+] q leaves'
+strike 'discarded'
+serve
+eventually "does not greet again" greets_again
+strike 'kept'
+shows_line 'kept'
+press q
+ends_with 0
