@@ -41,22 +41,6 @@ TEST(Cancellation, CascadesToLinkedSourcesThatStillExist) {
   EXPECT_TRUE(child.is_cancelled() && grandchild.is_cancelled());
 }
 
-TEST(Cancellation, DestructorWaitsForACallbackThatHasBegun) {
-  const cancellation_source source;
-  std::atomic<bool> begun = false;
-  bool finished = false;
-  {
-    const subscription waiting(source.token(), [&] {
-      begun = true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      finished = true;
-    });
-    source.cancel();
-    EXPECT_TRUE(testing_support::eventually([&] { return begun.load(); }));
-  }
-  EXPECT_TRUE(finished);
-}
-
 TEST(Cancellation, StressOfSubscriptionsTokensAndLinks) {
   testing_support::stress([](auto& random) {
     const cancellation_source source;

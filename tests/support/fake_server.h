@@ -55,7 +55,7 @@ class fake_device final : public tether::IServer_Remote {
   HRESULT open_outcome = S_OK;
   HRESULT outcome = S_OK;                  // of everything else
   std::set<std::uint32_t> unanswered;      // control codes, or of the calls above
-  std::map<std::uint32_t, bytes> outputs;  // of control codes
+  std::map<std::uint32_t, bytes> outputs;  // of the next control with a code
   ostra::async_event may_write{true};
 
   // Bytes come.
@@ -145,8 +145,8 @@ class fake_device final : public tether::IServer_Remote {
       event_came_.reset();
       return bytes_of(std::exchange(events_, 0));
     }
-    if (const auto found = outputs.find(code); found != outputs.end())
-      return found->second;
+    if (auto told = outputs.extract(code))
+      return std::move(told.mapped());
     SERIAL_STATUS status = {};
     status.AmountInInQueue = static_cast<ULONG>(coming_.size());
     return code == IOCTL_SERIAL_GET_COMMSTATUS ? bytes_of(status) : bytes();
