@@ -51,11 +51,11 @@ TEST(ServerOptions, HelpValuesAndDefaults) {
       text += line.at(flag).flag() ? flag : L"";
     return text;
   };
-  EXPECT_EQ(values(L""), L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)||3 screen discovery");
+  EXPECT_EQ(values(L"--no-discovery"), L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)||3 screen");
   EXPECT_EQ(
       values(L"--security-descriptor D: --log-path \"C:\\Log Files\\x.log\" --log-level debug "
-             L"--share-ports 3,1,2 --no-discovery --no-screen-log -? -install-service --nologo"),
-      L"D:|C:\\Log Files\\x.log|4 1 2 3helpnologoinstall-service");
+             L"--share-ports 3,1,2 --no-screen-log -? -install-service --nologo"),
+      L"D:|C:\\Log Files\\x.log|4 discovery 1 2 3helpnologoinstall-service");
 }
 
 TEST(ServerOptions, PortListsAndLevels) {
