@@ -39,23 +39,23 @@ TEST(ServerOptions, HelpValuesAndDefaults) {
   add_server_options(line);
   EXPECT_EQ(format_help(line, 150), kHelp.substr(1));
 
-  line.parse(L"server.exe");
-  const auto defaults = read_server_options(line);
-  EXPECT_EQ(defaults.security_descriptor, L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)");
-  EXPECT_TRUE(defaults.log_path.empty() && defaults.log_level == 3);
-  EXPECT_TRUE(defaults.screen_log && defaults.discovery && defaults.shared_ports.empty());
-
-  line.parse(
-      L"server.exe --security-descriptor D: --log-path \"C:\\Log Files\\x.log\" --log-level debug "
-      L"--share-ports 3,1,2 --no-discovery --no-screen-log -? -install-service --nologo");
-  const auto given = read_server_options(line);
-  EXPECT_EQ(given.security_descriptor, L"D:");
-  EXPECT_EQ(given.log_path, L"C:\\Log Files\\x.log");
-  EXPECT_EQ(given.log_level, 4);
-  EXPECT_FALSE(given.screen_log || given.discovery);
-  EXPECT_EQ(given.shared_ports, (std::vector<std::uint32_t>{1, 2, 3}));
-  for (const wchar_t* flag : {L"help", L"nologo", L"install-service"})
-    EXPECT_TRUE(line.at(flag).flag()) << flag;
+  const auto values = [&line](const std::wstring& arguments) {
+    line.parse(L"server.exe " + arguments);
+    const auto read = read_server_options(line);
+    std::wstring text = read.security_descriptor + L'|' + read.log_path + L'|';
+    text += std::to_wstring(read.log_level) + (read.screen_log ? L" screen" : L"") +
+            (read.discovery ? L" discovery" : L"");
+    for (const auto port : read.shared_ports)
+      text += L' ' + std::to_wstring(port);
+    for (const wchar_t* flag : {L"help", L"nologo", L"install-service", L"uninstall-service"})
+      text += line.at(flag).flag() ? flag : L"";
+    return text;
+  };
+  EXPECT_EQ(values(L"--no-discovery"), L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)||3 screen");
+  EXPECT_EQ(
+      values(L"--security-descriptor D: --log-path \"C:\\Log Files\\x.log\" --log-level debug "
+             L"--share-ports 3,1,2 --no-screen-log -? -install-service --nologo"),
+      L"D:|C:\\Log Files\\x.log|4 discovery 1 2 3helpnologoinstall-service");
 }
 
 TEST(ServerOptions, PortListsAndLevels) {

@@ -1,7 +1,7 @@
 #include "async/errors.h"
 
 #include <new>
-#include <vector>
+#include <string>
 
 #include "platform/unique_resource.h"
 #include "tests/support/unit/testing.h"
@@ -32,27 +32,24 @@ TEST(Errors, EveryFailureHasItsHresult) {
 struct test_traits {
   using pointer = int;
   static pointer invalid() noexcept { return -1; }
-  static void close(pointer value) { closed.push_back(value); }
-  static inline std::vector<int> closed;
+  static void close(pointer value) { closed += std::to_string(value); }
+  static inline std::string closed;
 };
 
 TEST(UniqueResource, EveryValueIsClosedExactlyOnce) {
   using resource = Tamrin::unique_resource<test_traits>;
-  auto& closed = test_traits::closed;
-  closed.clear();
   {
-    resource a(1);
-    resource b(2);
+    resource a(1), b(2);
     b = std::move(a);
-    EXPECT_EQ(closed, std::vector{2});
     resource c(std::move(b));
     c.reset(3);
     resource& alias = c;
     c = std::move(alias);
     c.reset(c.get());
     EXPECT_EQ(resource(4).release(), 4);
+    EXPECT_EQ(test_traits::closed, "21");
   }
-  EXPECT_EQ(closed, (std::vector{2, 1, 3}));
+  EXPECT_EQ(test_traits::closed, "213");
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "async/future.h"
 
-#include <memory>
+#include <string>
 
 #include "async/background.h"
 #include "async/event.h"
@@ -39,23 +39,20 @@ TEST(Future, ValuesAndFailuresTravelAndTakeNoThreadUntilTheyMust) {
             static_cast<HRESULT>(0x80070005));
 }
 
-// What there is of the awaited coroutine when its waiter goes on, and its value.
-future<void> observe(future<int> from, std::atomic<int>& living, int& left, int& value) {
-  value = co_await from;
-  left = living;
+// The living of the awaited coroutine when its waiter goes on, and its value.
+future<void> observe(future<int> from, std::atomic<int>& living, std::string& seen) {
+  const int value = co_await from;
+  seen = std::to_string(value) + " with " + std::to_string(living);
 }
 
 TEST(Future, RunsToItsEndUnkeptAndItsFrameDiesBeforeTheWaiterResumes) {
   std::atomic<int> living = 0;
-  int left = -1;
-  int value = 0;
+  std::string seen;
   promise<int> gate;
-  static_cast<void>(
-      observe(sum_of(gate.get_future(), hop(0), counted(living)), living, left, value));
+  static_cast<void>(observe(sum_of(gate.get_future(), hop(0), counted(living)), living, seen));
   EXPECT_EQ(living, 1);
   gate.set_value(7);
-  EXPECT_EQ(left, 0);
-  EXPECT_EQ(value, 7);
+  EXPECT_EQ(seen, "7 with 0");
 }
 
 TEST(Promise, ThatIsAbandonedCancelsItsWaiter) {
@@ -75,13 +72,12 @@ TEST(Future, StressOfCompletionAgainstItsWaiters) {
   testing_support::stress([&](auto& random) {
     promise<int> promised;
     const auto sum = sum_of(promised.get_future(), hop(hops, counted(living)), counted(living));
-    std::thread completer([&, steps = random() % 500] {
+    const std::jthread completer([&, steps = random() % 500] {
       testing_support::spin(steps);
       promised.set_value(1);
     });
     EXPECT_EQ(sum.get(), 1 + hops);
     EXPECT_EQ(living, 0);
-    completer.join();
     hops = (hops + 1) % 4;
   });
 }

@@ -6,7 +6,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 
 #include "async/errors.h"
@@ -37,9 +36,8 @@ class LoggerFile : public ::testing::Test {
   std::wstring Messages() {
     logger_.reset();
     std::ifstream file(std::filesystem::path(path_), std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {});
-    std::wstring content(bytes.size() / sizeof(wchar_t), L'\0');
-    bytes.copy(reinterpret_cast<char*>(content.data()), bytes.size());
+    std::wstring content(static_cast<std::size_t>(std::filesystem::file_size(path_)) / 2, L'\0');
+    file.read(reinterpret_cast<char*>(content.data()), std::ssize(content) * 2);
     EXPECT_TRUE(content.starts_with(L'\xFEFF') &&
                 content.ends_with(L"\r\n=====\t=====\t=====\r\n"));
     std::wstring messages;

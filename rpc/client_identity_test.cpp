@@ -2,8 +2,8 @@
 
 #include "rpc/pipe_transport.h"
 #include "tests/support/unit/memory_transport.h"
+#include "tests/support/unit/named_objects.h"
 #include "tests/support/unit/testing.h"
-#include "tests/support/unit/unique_name.h"
 
 namespace tether {
 namespace {

@@ -4,12 +4,8 @@
 
 #include "rpc/security_descriptor.h"
 #include "tests/support/unit/memory_transport.h"
+#include "tests/support/unit/named_objects.h"
 #include "tests/support/unit/testing.h"
-#include "tests/support/unit/unique_name.h"
-
-// After win32.h.
-#include <aclapi.h>
-#include <sddl.h>
 
 namespace tether {
 namespace {
@@ -66,16 +62,7 @@ TEST_F(PipeEnds, MessageCutAtAnyByteFailsTheReadOrGoesOn) {
 // Wine stores the access to a pipe but does not enforce it.
 TEST_F(PipeEnds, DescriptorGuardsThePipe) {
   Renew();
-  PSECURITY_DESCRIPTOR stored = nullptr;
-  wchar_t* text = nullptr;
-  ASSERT_EQ(::GetSecurityInfo(raw_.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                              nullptr, nullptr, nullptr, &stored),
-            DWORD{ERROR_SUCCESS});
-  const Tamrin::unique_local_memory owned(stored);
-  ASSERT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(
-      stored, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
-  const Tamrin::unique_local_memory owned_text(text);
-  EXPECT_STREQ(text, kAccess);
+  EXPECT_EQ(testing_support::access_to(raw_.get()), kAccess);
 }
 
 TEST_F(PipeEnds, CancelEndsWhatIsPendingAndRefusesWhatComes) {

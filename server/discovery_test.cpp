@@ -79,9 +79,8 @@ TEST_F(Discovery, AnswersWithTheNameOfThisComputerAndNotWhatItMustNot) {
   ASSERT_TRUE(testing_support::eventually(
       [&] { return log_.Count(L"Auto-discovery query is not answered: 0x80070002") == 1; }));
   const auto answers = make_mailslot(tether::kAnswerMailslot);
-  bytes lying = good_query_;
+  bytes lying = good_query_, other_case = good_query_;
   lying[3] = std::byte{0x80};
-  bytes other_case = good_query_;
   other_case[4] ^= std::byte{0x20};  // goes by the network, which has no such computer
   const bytes bad_queries[] = {{},
                                bytes(3),

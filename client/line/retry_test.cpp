@@ -32,21 +32,20 @@ TEST(Attempts, WhatMayPassIsTriedAgainWhileTheUserWants) {
       {true, {connection, device, device}, 1, true, 2},  // the user's wish is no failure
   };
   for (const auto& row : rows) {
-    std::size_t pauses = 0;
-    std::size_t sessions = 0;
+    std::size_t pauses = 0, sessions = 0;
     attempts tried(row.again, [&](milliseconds time) {
       return time > milliseconds::zero() && ++pauses > row.patience;
     });
-    bool succeeded = true;
-    try {
+    const auto run = [&] {
       tried.run([&] {
         if (sessions++ < row.failures.size())
           throw client_error(L"x", E_FAIL, row.failures[sessions - 1]);
       });
-    } catch (const client_error&) {
-      succeeded = false;
-    }
-    EXPECT_EQ(succeeded, row.succeeds);
+    };
+    if (row.succeeds)
+      EXPECT_NO_THROW(run());
+    else
+      EXPECT_THROW(run(), client_error);
     EXPECT_EQ(sessions, row.sessions);
   }
 }

@@ -11,67 +11,65 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-
-// The message that `action` fails with; "" when it does not fail.
-template <class Action>
-std::wstring Failure(Action action) {
-  try {
-    action();
-    return L"";
-  } catch (const client_error& error) {
-    return error.message();
-  }
-}
+using test::fake_device;
 
 struct ServerConnection : testing::Test {
-  server_connection Connect() const { return server_connection(L".", server.pipe()); }
+  server_connection Connect() const { return server_connection(L".", server.pipe); }
+
+  // What becomes of opening COM5 with a connection of its own.
+  std::wstring Opened(HANDLE stop = nullptr) const {
+    return test::failure_of([&] { return Connect().open_port(5, stop); });
+  }
+
+  // Does something to the server a little later.
+  template <class Action>
+  static std::future<void> Later(Action action) {
+    return std::async(std::launch::async, [action] {
+      ::Sleep(200);
+      action();
+    });
+  }
 
   test::fake_server server;
+  fake_device& device = *server.device;
 };
 
 TEST_F(ServerConnection, BusyServerIsAskedAgainForAWhile) {
   const auto first = Connect();  // takes the only instance
-  EXPECT_EQ(Failure([&] { Connect(); }), L"The server on this machine is busy (0x800700e7)");
-  auto later = std::async(std::launch::async, [this] {
-    ::Sleep(300);
-    server.accept();
-  });
-  EXPECT_EQ(Failure([&] { Connect(); }), L"");
-  later.get();
+  EXPECT_EQ(Opened(), L"The server on this machine is busy (0x800700e7)");
+  const auto later = Later([this] { server.accept(); });
+  EXPECT_EQ(Opened(), L"");
 }
 
 TEST_F(ServerConnection, CallWithoutReplyEndsAtItsLimitOrWithTheServer) {
-  server.device->write_fails = true;
-  const auto client = std::make_unique<server_connection>(L".", server.pipe());
+  device.unanswered = {device.kWrite};
+  auto client = Connect();
   const auto started = steady_clock::now();
   const auto call = [&](milliseconds limit) {
-    return Failure([&] { client->wait(client->remote().Write({}), L"COM5", limit); });
+    return test::failure_of([&] { return client.wait(client.remote().Write({}), L"COM5", limit); });
   };
   EXPECT_EQ(call(milliseconds(300)), L"COM5: no answer within 300 ms (0x800705b4)");
   EXPECT_GE(steady_clock::now() - started, milliseconds(290));
-  auto later = std::async(std::launch::async, [this] {
-    ::Sleep(100);
-    server.hang_up();
-  });
+  const auto later = Later([this] { server.hang_up(); });
   EXPECT_EQ(call(milliseconds(60'000)),
             L"COM5: the server on this machine ended the connection (0x800704c7)");
   EXPECT_LT(steady_clock::now() - started, milliseconds(30'000));
 }
 
 TEST_F(ServerConnection, SlowOpenEndsWithTheUsersWish) {
-  server.device->open_blocks = true;
-  auto client = Connect();
+  device.unanswered = {device.kOpen};
   const Tamrin::unique_handle stop(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  auto opened = std::async(std::launch::async,
-                           [&] { return Failure([&] { client.open_port(5, stop.get()); }); });
-  EXPECT_EQ(opened.wait_for(milliseconds(200)), std::future_status::timeout);
-  ::SetEvent(stop.get());
-  EXPECT_EQ(opened.get(), L"COM5: the server on this machine ended the connection (0x800704c7)");
+  const auto started = steady_clock::now();
+  const auto later = Later([&stop] { ::SetEvent(stop.get()); });
+  EXPECT_EQ(Opened(stop.get()),
+            L"COM5: the server on this machine ended the connection (0x800704c7)");
+  EXPECT_GE(steady_clock::now() - started, milliseconds(190));
 }
 
 TEST_F(ServerConnection, RefusalsAreExplained) {
-  EXPECT_EQ(Failure([] { server_connection(L".", L"client_test_no_such_pipe"); }),
-            L"No server runs on this machine (0x80070002)");
+  EXPECT_EQ(
+      test::failure_of([] { return server_connection(L".", L"client_test_no_such_pipe"), 0; }),
+      L"No server runs on this machine (0x80070002)");
   const struct {
     HRESULT outcome;
     std::vector<tether::port_record> ports;
@@ -85,10 +83,9 @@ TEST_F(ServerConnection, RefusalsAreExplained) {
       {HRESULT(0x8007045D), {}, L" (0x8007045d)"},
   };
   for (const auto& row : rows) {
-    server.device->open_outcome = row.outcome;
-    server.device->ports = row.ports;
-    auto client = Connect();
-    const std::wstring message = Failure([&] { client.open_port(5); });
+    device.open_outcome = row.outcome;
+    device.ports = row.ports;
+    const std::wstring message = Opened();
     EXPECT_TRUE(message.starts_with(L"COM5") && message.ends_with(row.message)) << message;
     server.accept();
   }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -10,167 +11,98 @@
 namespace tarnwheel::client {
 namespace {
 
-using bytes = std::vector<std::byte>;
-
-bytes Bytes(std::initializer_list<int> values) {
-  bytes result;
-  for (const int value : values)
-    result.push_back(static_cast<std::byte>(value));
-  return result;
-}
-
-// "1 0 255", bytes in decimal.
-bytes Parsed(const std::string& text) {
-  std::istringstream in(text);
-  bytes result;
-  for (int value; in >> value;)
-    result.push_back(static_cast<std::byte>(value));
-  return result;
-}
-std::string Text(const bytes& data) {
-  std::string text;
-  for (const std::byte byte : data)
-    text += (text.empty() ? "" : " ") + std::to_string(std::to_integer<int>(byte));
-  return text;
-}
+using test::bytes;
+using test::numbers;
 
 struct ComPortControl : testing::Test {
-  bytes Execute(const bytes& command) { return control.execute(command).get(); }
-
-  // The code and the input's bytes of what the device has been asked for since `from`.
-  std::string Done(std::size_t from) const {
-    const auto calls = device.controls();
-    std::string done;
-    for (auto call = calls.begin() + static_cast<std::ptrdiff_t>(from); call != calls.end();
-         ++call) {
-      done += std::to_string((call->code >> 2) & 0x3FF);
-      done += (call->input.empty() ? "" : " ") + Text(call->input);
+  // Plays a new client's "STEP = RESULT; STEP = RESULT". A step is a command's bytes or a word of
+  // Do(); its result is the bytes of the answer, and the device's requests in brackets: 1 rate, 3
+  // line (stop bits, parity, size), 4 and 5 break, 9 and 10 DTR, 12 and 13 RTS, 19 purge, 25 flow
+  // control, 26 modem lines.
+  void Play(const std::string& script) {
+    control.emplace(line, settings, "me");
+    std::istringstream steps(script);
+    for (std::string step; std::getline(steps, step, ';');) {
+      const std::size_t end = step.find('=');
+      EXPECT_EQ(Do(step.substr(0, end)), step.substr(end + 1)) << step;
     }
-    return done;
+  }
+
+  std::string Do(const std::string& step) {
+    device.take_calls();
+    std::istringstream in(step);
+    std::string word;
+    if (std::isalpha(step[0]))
+      in >> word;
+    bytes given;
+    for (int value; in >> value;)
+      given.push_back(static_cast<std::byte>(value));
+    const auto value = given.empty() ? DWORD{0} : std::to_integer<DWORD>(given[0]);
+    bytes answer;
+    if (word == "flows")
+      return control->flowing().is_complete() ? " yes" : " no";
+    if (word == "lines" || word == "ring")  // MS_*; "ring" when one has ended meanwhile
+      answer = control->modem_notice(value, word == "ring");
+    else if (word == "errors")  // SERIAL_ERROR_*
+      answer = control->line_notice(value);
+    else if (word == "close")
+      control->close();
+    else if (word == "refuse")
+      device.outcome = E_FAIL;
+    else if (word == "have")  // MS_*, when they are asked for
+      device.outputs[IOCTL_SERIAL_GET_MODEMSTATUS] = test::bytes_of(value);
+    else
+      answer = control->execute(given).get();
+    return numbers(answer) + device.take_calls();
   }
 
   test::fake_server server;
   test::fake_device& device = *server.device;
-  const line_settings line_settings_{{9600}, {STOP_BIT_1, NO_PARITY, 8}};
-  remote_line line{{L".", 5, line_settings_, server.pipe()}};
-  com_port_settings settings{.line = line_settings_};
-  com_port_control control{line, settings, "me"};
+  com_port_settings settings{.line = {{9600}, {STOP_BIT_1, NO_PARITY, 8}}};
+  remote_line line{{L".", 5, settings.line, server.pipe}};
+  std::optional<com_port_control> control;
 };
 
-struct Command {
-  const char* name;
-  std::string command;
-  std::string done;
-  std::string answer;
-  std::string refusal;  // the answer of a port that refuses
-};
-
-// The answers of a device that refuses tell the state before. A device is asked for nothing that it
-// has already. Numbers of its requests: 1 rate, 3 line (stop bits, parity, size), 4 and 5 break, 9 and
-// 10 DTR, 12 and 13 RTS, 19 purge.
-const Command kCommands[] = {
-    {"BaudRate", "1 0 1 194 0", "1 0 194 1 0", "101 0 1 194 0", "101 0 0 37 128"},
-    {"BaudRateQuery", "1 0 0 0 0", "", "101 0 0 37 128", "101 0 0 37 128"},
-    {"BaudRateCut", "1 0 1", "", "", ""},
-    {"DataSize", "2 7", "3 0 0 7", "102 7", "102 8"},
-    {"DataSizeAsItIs", "2 8", "", "102 8", "102 8"},
-    {"DataSizeOfNoLine", "2 9", "", "102 8", "102 8"},
-    {"ParityOdd", "3 2", "3 0 1 8", "103 2", "103 1"},
-    {"ParityEven", "3 3", "3 0 2 8", "103 3", "103 1"},
-    {"ParitySpace", "3 5", "3 0 4 8", "103 5", "103 1"},
-    {"TwoStopBits", "4 2", "3 2 0 8", "104 2", "104 1"},
-    {"OneAndAHalfOf8Bits", "4 3", "3 2 0 8", "104 3", "104 1"},
-    {"FlowByDcdIsNotToBeHad", "5 17", "", "105 1", "105 1"},
-    {"BreakQuery", "5 4", "", "105 6", "105 6"},
-    {"BreakOn", "5 5", "4", "105 5", "105 6"},
-    {"DtrOff", "5 9", "10", "105 9", "105 8"},
-    {"RtsOff", "5 12", "13", "105 12", "105 11"},
-    {"InputFlowIsNotSetAlone", "5 16", "", "105 14", "105 14"},
-    {"ControlOfNothing", "5 20", "", "", ""},
-    {"PurgeInput", "12 1", "19 8 0 0 0", "112 1", "112 1"},
-    {"PurgeOutput", "12 2", "19 5 0 0 0", "112 2", "112 2"},
-    {"PurgeBoth", "12 3", "19 13 0 0 0", "112 3", "112 3"},
-    {"PurgeOfNothing", "12 0", "", "", ""},
-    {"LineStateMask", "10 6", "", "110 6", "110 6"},
-    {"Signature", "0", "", "100 109 101", "100 109 101"},
-    {"SignatureOfTheClient", "0 121 111 117", "", "", ""},
-    {"Nothing", "", "", "", ""},
-    {"WithoutItsArgument", "2", "", "", ""},
-    {"UnknownCommand", "77 1", "", "", ""},
-};
-
+// A device is asked for nothing that it has already, and one that refuses keeps what it has.
 TEST_F(ComPortControl, CommandsAreDoneAndAnsweredWithTheStateInEffect) {
-  for (const Command& row : kCommands) {
-    for (const bool accepts : {true, false}) {
-      device.outcome = accepts ? S_OK : E_FAIL;
-      const std::size_t before = device.controls().size();
-      com_port_settings state{.line = line_settings_};
-      com_port_control one(line, state, "me");
-      EXPECT_EQ(Text(one.execute(Parsed(row.command)).get()), accepts ? row.answer : row.refusal)
-          << row.name;
-      EXPECT_EQ(Done(before), row.done) << row.name;
-    }
-  }
+  Play("1 0 0 0 0 = 101 0 0 37 128;1 0 1 194 0 = 101 0 1 194 0 [1 0 194 1 0];1 0 1 =");
+  Play("2 8 = 102 8;2 7 = 102 7 [3 0 0 7];2 9 = 102 7;2 =");
+  Play("3 2 = 103 2 [3 0 1 7];3 3 = 103 3 [3 0 2 7];3 4 = 103 4 [3 0 3 7];3 5 = 103 5 [3 0 4 7]");
+  Play("4 2 = 104 2 [3 2 4 7];4 3 = 104 3 [3 2 4 7];2 5 = 102 5 [3 1 4 5]");  // 1.5 only for 5
+  Play("5 0 = 105 1;5 17 = 105 1;5 16 = 105 14;5 20 =");
+  Play("5 4 = 105 6;5 5 = 105 5 [4];5 4 = 105 5;5 6 = 105 6 [5]");
+  Play("5 9 = 105 9 [10];5 8 = 105 8 [9];5 12 = 105 12 [13];5 11 = 105 11 [12]");
+  Play("12 1 = 112 1 [19 8 0 0 0];12 2 = 112 2 [19 5 0 0 0];12 3 = 112 3 [19 13 0 0 0];12 0 =");
+  Play("10 6 = 110 6;0 = 100 109 101;0 121 111 117 =;77 1 =; =");
+  EXPECT_EQ(control->input_purges(), 0u);
+  Play("refuse =;1 0 0 0 1 = 101 0 1 194 0 [1 1 0 0 0];2 6 = 102 5 [3 2 4 6]");
+  Play("5 3 = 105 1 [25 9 0 0 0 128 0 0 0 0 4 0 0 0 4 0 0];12 1 = 112 1 [19 8 0 0 0]");
+  Play("5 5 = 105 6 [4];5 9 = 105 8 [10];5 12 = 105 11 [13]");
 }
 
-TEST_F(ComPortControl, SettingsAreKeptForTheNextQuestion) {
-  Execute(Bytes({1, 0, 0, 1, 44}));
-  Execute(Bytes({4, 2}));
-  const std::size_t before = device.controls().size();
-  Execute(Bytes({2, 5}));
-  EXPECT_EQ(Done(before), "3 1 0 5");  // two stop bits are one and a half for 5 bits
-  Execute(Bytes({5, 3}));
-  Execute(Bytes({5, 9}));
-  com_port_control next(line, settings, "me");
-  EXPECT_EQ(next.execute(Bytes({1, 0, 0, 0, 0})).get(), Bytes({101, 0, 0, 1, 44}));
-  EXPECT_EQ(next.execute(Bytes({4, 0})).get(), Bytes({104, 2}));
-  EXPECT_EQ(next.execute(Bytes({5, 13})).get(), Bytes({105, 16}));
-  EXPECT_EQ(next.execute(Bytes({5, 7})).get(), Bytes({105, 9}));
+TEST_F(ComPortControl, SettingsAreKeptForTheNextClient) {
+  Play("1 0 0 1 44 = 101 0 0 1 44 [1 44 1 0 0];4 2 = 104 2 [3 2 0 8];5 9 = 105 9 [10]");
+  Play("5 3 = 105 3 [25 8 0 0 0 128 0 0 0 0 4 0 0 0 4 0 0]");
+  Play("1 0 0 0 0 = 101 0 0 1 44;4 0 = 104 2;5 13 = 105 16;5 7 = 105 9");
 }
 
-TEST_F(ComPortControl, ModemLinesAreToldWithTheirChanges) {
-  EXPECT_EQ(control.modem_notice(DWORD{MS_CTS_ON}), Bytes({107, 0x10}));  // no change: the first
-  EXPECT_EQ(control.modem_notice(DWORD{MS_CTS_ON}), bytes());
-  EXPECT_EQ(control.modem_notice(DWORD{MS_CTS_ON} | DWORD{MS_DSR_ON} | DWORD{MS_RING_ON}),
-            Bytes({107, 0x72}));
-  EXPECT_EQ(control.modem_notice(DWORD{MS_RLSD_ON}), Bytes({107, 0x8F}));
-  EXPECT_EQ(control.modem_notice(0), Bytes({107, 0x08}));
-  EXPECT_EQ(control.modem_notice(0, true), Bytes({107, 0x04}));  // it has rung meanwhile
-}
-
-TEST_F(ComPortControl, MaskedChangesAreNotTold) {
-  Execute(Bytes({11, 0x10}));  // CTS alone
-  EXPECT_EQ(control.modem_notice(0), Bytes({107, 0}));
-  EXPECT_EQ(control.modem_notice(DWORD{MS_DSR_ON}), bytes());
-  EXPECT_EQ(control.modem_notice(DWORD{MS_DSR_ON} | DWORD{MS_CTS_ON}), Bytes({107, 0x10}));
-  EXPECT_EQ(control.modem_notice(DWORD{MS_DSR_ON}), Bytes({107, 0}));  // it went off: that is told
-}
-
-TEST_F(ComPortControl, ModemStateCanBeAskedFor) {
-  device.outputs[IOCTL_SERIAL_GET_MODEMSTATUS] = Bytes({MS_RLSD_ON, 0, 0, 0});
-  EXPECT_EQ(Execute(Bytes({7})), Bytes({107, 0x80}));
-  device.outputs[IOCTL_SERIAL_GET_MODEMSTATUS] = Bytes({0, 0, 0, 0});
-  EXPECT_EQ(Execute(Bytes({7})), Bytes({107, 0x08}));
+// All of them first, then the changes, each with what has changed; a ring at its end.
+TEST_F(ComPortControl, ModemLinesAreTold) {
+  Play("lines 16 = 107 16;lines 16 =;lines 112 = 107 114;lines 128 = 107 143;lines 0 = 107 8");
+  Play("lines 0 = 107 0;lines 0 =;ring 0 = 107 4");
+  Play("have 128 =;7 = 107 128 [26];have 0 =;7 = 107 8 [26]");
+  // Of CTS alone; that it went off is told.
+  Play("11 16 = 111 16;lines 0 = 107 0;lines 32 =;lines 48 = 107 16;lines 32 = 107 0");
 }
 
 TEST_F(ComPortControl, ClientMaySuspendUntilTheEnd) {
-  Execute(Bytes({8}));
-  const auto flowing = control.flowing();
-  EXPECT_FALSE(flowing.is_complete());
-  Execute(Bytes({9}));
-  EXPECT_TRUE(flowing.is_complete());
-  Execute(Bytes({8}));
-  control.close();
-  Execute(Bytes({8}));
-  EXPECT_TRUE(control.flowing().is_complete());
+  Play("flows = yes;8 =;flows = no;9 =;flows = yes;8 =;close =;flows = yes;8 =;flows = yes");
 }
 
 TEST_F(ComPortControl, ErrorsAreToldToWhoWantsThem) {
-  EXPECT_EQ(control.line_notice(SERIAL_ERROR_BREAK), bytes());  // nobody does at first
-  Execute(Bytes({10, 0xFF}));
-  EXPECT_EQ(control.line_notice(SERIAL_ERROR_BREAK | SERIAL_ERROR_FRAMING), Bytes({106, 0x18}));
-  EXPECT_EQ(control.line_notice(SERIAL_ERROR_PARITY | SERIAL_ERROR_OVERRUN), Bytes({106, 0x06}));
-  EXPECT_EQ(control.line_notice(0), bytes());
+  Play(
+      "errors 1 =;10 255 = 110 255;errors 3 = 106 24;errors 20 = 106 6;errors 8 = 106 2;errors 0 "
+      "=");
 }
 
 }  // namespace

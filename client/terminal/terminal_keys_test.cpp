@@ -7,67 +7,56 @@
 namespace tarnwheel::client {
 namespace {
 
-KEY_EVENT_RECORD Key(WORD code, wchar_t character, DWORD state = 0, BOOL down = TRUE) {
-  KEY_EVENT_RECORD key = {};
-  key.bKeyDown = down;
-  key.wRepeatCount = 1;
-  key.wVirtualKeyCode = code;
-  key.uChar.UnicodeChar = character;
-  key.dwControlKeyState = state;
-  return key;
-}
-
 TEST(TextOfKey, IsWhatATerminalSends) {
   constexpr DWORD alt_gr = LEFT_CTRL_PRESSED | RIGHT_ALT_PRESSED;
   const struct {
-    KEY_EVENT_RECORD key;
+    WORD code;
+    wchar_t character;
+    DWORD state;
     std::wstring text;
+    BOOL down = TRUE;
   } rows[] = {
-      {Key('A', L'a'), L"a"},
-      {Key('A', L'a', 0, FALSE), L""},  // let go of
-      {Key('C', L'\x03', LEFT_CTRL_PRESSED), L"\x03"},
-      {Key('X', L'x', LEFT_ALT_PRESSED), L"\x1Bx"},
-      {Key('Q', L'@', alt_gr), L"@"},
-      {Key(0, L'\x6F22'), L"\x6F22"},
-      {Key(VK_BACK, L'\b'), L"\x7F"},
-      {Key(VK_BACK, L'\x7F', RIGHT_CTRL_PRESSED), L"\b"},
-      {Key(VK_TAB, L'\t', SHIFT_PRESSED), L"\x1B[Z"},
-      {Key(VK_ESCAPE, 0), L"\x1B"},
-      {Key(VK_SPACE, L' ', LEFT_CTRL_PRESSED), std::wstring(1, L'\0')},
-      {Key('2', 0, LEFT_CTRL_PRESSED | SHIFT_PRESSED), std::wstring(1, L'\0')},
-      {Key(VK_UP, 0), L"\x1B[A"},
-      {Key(VK_LEFT, 0, LEFT_CTRL_PRESSED), L"\x1B[1;5D"},
-      {Key(VK_HOME, 0, ENHANCED_KEY | SHIFT_PRESSED), L"\x1B[1;2H"},
-      {Key(VK_DELETE, 0), L"\x1B[3~"},
-      {Key(VK_F4, 0, SHIFT_PRESSED), L"\x1B[1;2S"},
-      {Key(VK_F12, 0), L"\x1B[24~"},
-      {Key(VK_MENU, L'\xE4', 0, FALSE), L"\xE4"},  // composed with Alt and digits
+      {'A', L'a', 0, L"a"},
+      {'A', L'a', 0, L"", FALSE},  // let go of
+      {'C', L'\x03', LEFT_CTRL_PRESSED, L"\x03"},
+      {'X', L'x', LEFT_ALT_PRESSED, L"\x1Bx"},
+      {'Q', L'@', alt_gr, L"@"},
+      {0, L'\x6F22', 0, L"\x6F22"},
+      {VK_BACK, L'\b', 0, L"\x7F"},
+      {VK_BACK, L'\x7F', RIGHT_CTRL_PRESSED, L"\b"},
+      {VK_TAB, L'\t', SHIFT_PRESSED, L"\x1B[Z"},
+      {VK_ESCAPE, 0, 0, L"\x1B"},
+      {VK_SPACE, L' ', LEFT_CTRL_PRESSED, std::wstring(1, L'\0')},
+      {'2', 0, LEFT_CTRL_PRESSED | SHIFT_PRESSED, std::wstring(1, L'\0')},
+      {VK_UP, 0, 0, L"\x1B[A"},
+      {VK_LEFT, 0, LEFT_CTRL_PRESSED, L"\x1B[1;5D"},
+      {VK_HOME, 0, ENHANCED_KEY | SHIFT_PRESSED, L"\x1B[1;2H"},
+      {VK_DELETE, 0, 0, L"\x1B[3~"},
+      {VK_F4, 0, SHIFT_PRESSED, L"\x1B[1;2S"},
+      {VK_F12, 0, 0, L"\x1B[24~"},
+      {VK_MENU, L'\xE4', 0, L"\xE4", FALSE},  // composed with Alt and digits
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(text_of(row.key), row.text)
-        << "key " << row.key.wVirtualKeyCode << " state " << row.key.dwControlKeyState;
+  for (const auto& [code, character, state, text, down] : rows) {
+    KEY_EVENT_RECORD key = {down, 1, code, 0, {character}, state};
+    EXPECT_EQ(text_of(key), text) << "key " << code << " state " << state;
   }
 }
 
+// "]" is Ctrl+], "^" the arrow up; of the meanings, in their order, "s" is to be sent.
 TEST(CommandKeys, AreThoseBehindCtrlBracket) {
-  using enum key_command;
-  const struct {
-    std::vector<const wchar_t*> keys;
-    std::vector<key_command> meanings;
-  } rows[] = {
-      {{L"q", L"b"}, {send, send}},
-      {{L"\x1D", L"q"}, {none, leave}},
-      {{L"\x1D", L"b", L"b"}, {none, send_break, send}},
-      {{L"\x1D", L"d", L"\x1D", L"r"}, {none, toggle_dtr, none, toggle_rts}},
-      {{L"\x1D", L"\x1B[A", L"\x1B[A"}, {none, show_keys, send}},
-      {{L"\x1D", L"\x1D", L"\x1D", L"q"}, {none, send, none, leave}},
-  };
-  for (const auto& row : rows) {
-    command_keys keys;
-    std::vector<key_command> meanings;
-    for (const auto* key : row.keys)
-      meanings.push_back(keys.feed(key));
-    EXPECT_EQ(meanings, row.meanings) << row.keys.size() << " keys, the last " << row.keys.back();
+  for (const auto& [keys, meanings] : {std::pair{L"qb", "ss"},
+                                       {L"]q]b]d]r]sb", "-l-b-d-r-is"},
+                                       {L"]^^", "-ks"},
+                                       {L"]]]q", "-s-l"}}) {
+    command_keys commands;
+    std::string found;
+    for (const wchar_t key : std::wstring_view(keys)) {
+      const std::wstring text = key == L']'   ? L"\x1D"
+                                : key == L'^' ? L"\x1B[A"
+                                              : std::wstring(1, key);
+      found += "-slbdrik"[static_cast<int>(commands.feed(text))];
+    }
+    EXPECT_EQ(found, meanings);
   }
 }
 

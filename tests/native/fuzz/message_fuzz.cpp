@@ -47,8 +47,7 @@ void fuzz::run(input bytes) {
   const auto server = std::make_shared<test::EchoServer>();
   auto [transport, peer] = test::MemoryTransport::MakePair();
   auto rest = std::as_bytes(bytes);
-  peer->WriteBytes(rest);
-  peer->EndWriting();
+  peer->WriteBytes(rest, true);
   const auto end = std::make_shared<Connection<Client_IClient, Server_IServer>>(
       std::move(transport), kOwnCode, std::weak_ptr<IServer_Remote>(server));
   const auto ports = end->Remote().EnumeratePorts();

@@ -4,7 +4,10 @@
 #include <algorithm>
 #include <chrono>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include "async/auto_reset_event.h"
 #include "async/errors.h"
@@ -30,20 +33,12 @@ class MemoryTransport final : public ITransport,
     second->peer_ = first;
     return {first, second};
   }
-  ~MemoryTransport() override { EndWriting(); }
+  ~MemoryTransport() override { Tell({}, true); }
 
-  // Sends any bytes. Throws what a write to a peer that has gone fails with.
-  void WriteBytes(std::span<const std::byte> sent) {
-    const auto peer = peer_.lock();
-    if (!peer)
+  // Sends any bytes. The peer finds this end gone when it has read the last ones.
+  void WriteBytes(std::span<const std::byte> sent, bool last = false) {
+    if (!Tell(sent, last))
       ostra::details::throw_win32(ERROR_BROKEN_PIPE);
-    peer->Receive(sent, false);
-  }
-
-  // The peer finds this end gone when it has read everything.
-  void EndWriting() {
-    if (const auto peer = peer_.lock())
-      peer->Receive({}, true);
   }
 
   ostra::future<std::shared_ptr<const Message>> ReadMessage() override {
@@ -82,19 +77,23 @@ class MemoryTransport final : public ITransport,
   HRESULT Connect(std::wstring_view, std::wstring_view, DWORD, DWORD) override { return E_NOTIMPL; }
 
  private:
-  void Receive(std::span<const std::byte> sent, bool is_last) {
-    {
-      const std::lock_guard guard(lock_);
-      inbox_.insert(inbox_.end(), sent.begin(), sent.end());
-      peer_gone_ = peer_gone_ || is_last;
-    }
-    arrived_.set();
+  // False when the peer has gone.
+  bool Tell(std::span<const std::byte> sent, bool last) {
+    const auto peer = peer_.lock();
+    if (!peer)
+      return false;
+    const std::lock_guard guard(peer->lock_);
+    peer->inbox_.insert(peer->inbox_.end(), sent.begin(), sent.end());
+    peer->peer_gone_ = peer->peer_gone_ || last;
+    if (peer->arrived_)
+      peer->arrived_->set();  // whose waiter goes on on a thread of the pool
+    return true;
   }
 
   ostra::future<void> Fill(std::span<std::byte> room) {
     token_.throw_if_cancelled();
     while (!Take(room)) {
-      auto arrival = arrived_.wait_for(std::chrono::hours(1));
+      auto arrival = arrived_->wait_for(std::chrono::hours(1));
       co_await arrival;
     }
   }
@@ -102,23 +101,25 @@ class MemoryTransport final : public ITransport,
   // False when there is not enough. Throws when there never will be.
   [[nodiscard]] bool Take(std::span<std::byte> room) {
     const std::lock_guard guard(lock_);
-    if (inbox_.size() - read_ >= room.size()) {
-      std::copy_n(inbox_.data() + read_, room.size(), room.data());
-      read_ += room.size();
-      return true;
+    if (inbox_.size() - read_ < room.size()) {
+      if (peer_gone_)
+        ostra::details::throw_win32(ERROR_BROKEN_PIPE);
+      if (!arrived_)
+        arrived_.emplace(token_);
+      return false;
     }
-    if (peer_gone_)
-      ostra::details::throw_win32(ERROR_BROKEN_PIPE);
-    return false;
+    std::copy_n(inbox_.data() + read_, room.size(), room.data());
+    read_ += room.size();
+    return true;
   }
 
   std::weak_ptr<MemoryTransport> peer_;  // constant once paired
   ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_ = cancellation_.token();
-  ostra::auto_reset_event arrived_{token_};
 
   // Guarded by lock_.
   ostra::srw_lock lock_;
+  std::optional<ostra::auto_reset_event> arrived_;  // made by the first read that waits
   bytes inbox_;
   std::size_t read_ = 0;  // of the inbox
   bool peer_gone_ = false;
