@@ -39,12 +39,12 @@ TEST(Client, TellsWhatIsWrongWithoutAServer) {
 
 TEST(Client, ListsSendsAndTellsWhyAPortIsRefused) {
   const TestPort second(L"COM203", L"Gerät ж"), hidden(L"COM202", L"Hidden"),
-      first(L"COM201", L"First");
+      first(L"COM201", L"First\x1B");
   const std::wstring loopback = std::to_wstring(LoopbackPort());
   const ServerProcess server(L"--share-ports 6,77,201,203," + loopback);
-  Expect(0, L"list .", L"COM201\tFirst\nCOM203\tGerät ж\n");
+  Expect(0, L"list .", L"COM201\tFirst\\x1B\nCOM203\tGerät ж\n");
   Expect(0, L"list . --json",
-         L"[\n  {\"port\": \"COM201\", \"name\": \"First\"},\n"
+         L"[\n  {\"port\": \"COM201\", \"name\": \"First\\u001b\"},\n"
          L"  {\"port\": \"COM203\", \"name\": \"Ger\\u00e4t \\u0436\"}\n]\n");
   Expect(0, L"send . COM" + loopback + L" \"Grüße, ж and 漢\"", L"Grüße, ж and 漢\n");
   RawClient holder;
