@@ -77,5 +77,7 @@ int run_command_line() {
 }  // namespace tarnwheel
 
 int main() {
+  // Windows may load further libraries on its own: never from the program's folder.
+  ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   return tarnwheel::run_command_line();
 }

@@ -1,41 +1,42 @@
 #include "app/version_info.h"
 
+#include <cstddef>
 #include <cstring>
-#include <vector>
+#include <span>
 
 #include "platform/win32.h"
 
 namespace tarnwheel {
 namespace {
 
-// The block as it lies in the program, without the names and signature checks of the version
-// functions, which take a file.
-const void* version_block(DWORD& size) noexcept {
+// The resource begins with three 16-bit fields and the key "VS_VERSION_INFO" with its final null; the
+// fixed part of the version follows at the next multiple of four bytes.
+constexpr std::size_t kFixedPart = 40;
+
+// Read as it lies in the program: version.dll, which has functions for that, is none of the libraries
+// that Windows takes from its own folder alone.
+std::span<const std::byte> version_resource() noexcept {
   const HRSRC resource =
       ::FindResourceW(nullptr, MAKEINTRESOURCEW(VS_VERSION_INFO), MAKEINTRESOURCEW(16));
   if (resource == nullptr)
-    return nullptr;
+    return {};
   const HGLOBAL loaded = ::LoadResource(nullptr, resource);
-  size = ::SizeofResource(nullptr, resource);
-  return loaded == nullptr ? nullptr : ::LockResource(loaded);
+  const void* const bytes = loaded == nullptr ? nullptr : ::LockResource(loaded);
+  if (bytes == nullptr)
+    return {};
+  return {static_cast<const std::byte*>(bytes), ::SizeofResource(nullptr, resource)};
 }
 
 }  // namespace
 
 product_version read_product_version() {
-  DWORD size = 0;
-  const void* const block = version_block(size);
-  if (block == nullptr)
+  const auto resource = version_resource();
+  VS_FIXEDFILEINFO info = {};
+  if (resource.size() < kFixedPart + sizeof info)
     return {};
-  // VerQueryValueW may write to the block, and the resource is read-only.
-  std::vector<std::byte> copy(size);
-  std::memcpy(copy.data(), block, size);
-  void* value = nullptr;
-  UINT length = 0;
-  if (!::VerQueryValueW(copy.data(), L"\\", &value, &length) || length < sizeof(VS_FIXEDFILEINFO)) {
+  std::memcpy(&info, resource.data() + kFixedPart, sizeof info);
+  if (info.dwSignature != VS_FFI_SIGNATURE)
     return {};
-  }
-  const auto& info = *static_cast<const VS_FIXEDFILEINFO*>(value);
   return {HIWORD(info.dwProductVersionMS), LOWORD(info.dwProductVersionMS),
           HIWORD(info.dwProductVersionLS), LOWORD(info.dwProductVersionLS)};
 }

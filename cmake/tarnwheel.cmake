@@ -1,4 +1,4 @@
-# What every target shares, and the three functions that declare a library, a program and a test.
+# What every target shares, and the functions that declare a library, a program and a test.
 
 add_library(tarnwheel_options INTERFACE)
 target_compile_options(tarnwheel_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
@@ -67,6 +67,15 @@ function(tarnwheel_program name)
   target_link_libraries(${name} PRIVATE tarnwheel_options ${arg_DEPENDS})
 endfunction()
 
+# tarnwheel_version(TARGET DESCRIPTION): the resource by which Windows, and the program itself, tell its
+# version, which is the project's.
+function(tarnwheel_version target description)
+  string(REPLACE "." "," version_fields ${PROJECT_VERSION})
+  set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+  configure_file(${CMAKE_SOURCE_DIR}/cmake/version.rc.in ${resource} @ONLY)
+  target_sources(${target} PRIVATE ${resource})
+endfunction()
+
 # GoogleTest comes as sources in Debian's package and is built for the target like the rest.
 set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
@@ -80,15 +89,21 @@ target_link_libraries(test_headers PRIVATE tarnwheel_options platform gtest)
 target_compile_options(test_headers PRIVATE -O0)
 target_precompile_headers(test_headers PRIVATE <gtest/gtest.h> ${common_headers})
 
-# tarnwheel_test(NAME SOURCES ... [DEPENDS ...]): one executable and one ctest entry a subsystem,
-# so that Wine starts few times.
-function(tarnwheel_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPENDS")
+# tarnwheel_test_program(NAME SOURCES ... [DEPENDS ...])
+function(tarnwheel_test_program name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPENDS")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE tarnwheel_options ${arg_DEPENDS} gtest gtest_main)
   target_compile_options(${name} PRIVATE -O0)
   target_precompile_headers(${name} REUSE_FROM test_headers)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+endfunction()
+
+# tarnwheel_test(NAME SOURCES ... [DEPENDS ...] [TIMEOUT seconds]): one executable and one ctest entry
+# a subsystem, so that Wine starts few times.
+function(tarnwheel_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPENDS")
+  tarnwheel_test_program(${name} SOURCES ${arg_SOURCES} DEPENDS ${arg_DEPENDS})
   add_test(NAME ${name} COMMAND ${name})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)

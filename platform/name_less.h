@@ -1,4 +1,4 @@
-// The order of names that do not depend on case.
+// The order and the equality of names that do not depend on case.
 #pragma once
 
 #include <string_view>
@@ -7,11 +7,16 @@
 
 namespace Tamrin {
 
-// As the system compares names of files, keys and computers.
+// As the system compares names of files, keys and computers: CSTR_LESS_THAN, CSTR_EQUAL or
+// CSTR_GREATER_THAN.
+[[nodiscard]] inline int compare_names(std::wstring_view left, std::wstring_view right) noexcept {
+  return ::CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(),
+                                static_cast<int>(right.size()), TRUE);
+}
+
 struct name_less {
   [[nodiscard]] bool operator()(std::wstring_view left, std::wstring_view right) const noexcept {
-    return ::CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(),
-                                  static_cast<int>(right.size()), TRUE) == CSTR_LESS_THAN;
+    return compare_names(left, right) == CSTR_LESS_THAN;
   }
 };
 

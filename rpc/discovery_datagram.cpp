@@ -18,14 +18,14 @@ bool is_name_character(wchar_t c) noexcept {
          c == L'-' || c == L'_' || c == L'.' || c >= kFirstBeyondAscii;
 }
 
-bool names_a_computer(std::wstring_view name) noexcept {
+}  // namespace
+
+bool is_computer_name(std::wstring_view name) noexcept {
   if (name == L".")
     return true;
   return !name.empty() && name.size() <= kLongestName && name.front() != L'.' &&
          std::ranges::all_of(name, is_name_character);
 }
-
-}  // namespace
 
 std::wstring computer_name() {
   std::wstring name(260, L'\0');
@@ -51,7 +51,7 @@ std::vector<std::byte> make_datagram(std::wstring_view name) {
 
 std::wstring name_in(std::span<const std::byte> datagram) {
   std::wstring name = payload_reader(datagram).read_string();
-  if (!names_a_computer(name))
+  if (!is_computer_name(name))
     throw ostra::hresult_error(kMalformedPayload);
   return name;
 }

@@ -27,16 +27,18 @@ inline constexpr wchar_t kAnswerMailslot[] =
 
 [[nodiscard]] std::vector<std::byte> make_datagram(std::wstring_view name);
 
-// The name that a datagram holds. Anybody on the network may have sent it, and a query's becomes a
-// part of the path "\\<name>\mailslot\..." that the server opens, so it is accepted only if it can
-// do nothing there but name a computer: up to 255 letters, digits, hyphens, underscores, periods
-// and characters beyond ASCII. That leaves out whatever would open something else (separators, "..",
-// "?"), address every computer ("*") or choose another protocol ("@"). The one name with a meaning
-// of its own that remains is ".", this computer, which its true name stands for just as well. That
-// a name is a domain's, whose computers would all be sent the answer, cannot be seen from the name.
-//
-// Throws hresult_error, ERROR_INVALID_DATA, for such a name and for a datagram that ends before
-// the name does. What follows the name is ignored.
+// Says whether a name from the network, where anybody may have sent it, can do nothing but name a
+// computer in a path such as "\\<name>\mailslot\...": up to 255 letters, digits, hyphens,
+// underscores, periods and characters beyond ASCII. That leaves out whatever would open something
+// else (separators, "..", "?"), address every computer ("*") or choose another protocol ("@"). The
+// one name with a meaning of its own that remains is ".", this computer, which its true name stands
+// for just as well. That a name is a domain's, whose computers would all be sent an answer, cannot
+// be seen from the name.
+[[nodiscard]] bool is_computer_name(std::wstring_view name) noexcept;
+
+// The name that a datagram holds; a query's becomes a part of the path that the server opens.
+// Throws hresult_error, ERROR_INVALID_DATA, for one that is no computer name and for a datagram
+// that ends before the name does. What follows the name is ignored.
 [[nodiscard]] std::wstring name_in(std::span<const std::byte> datagram);
 
 }  // namespace tether

@@ -6,6 +6,7 @@
 #include "async/errors.h"
 #include "async/handle_wait.h"
 #include "log/log.h"
+#include "server/announcement.h"
 #include "server/discovery.h"
 #include "server/listener.h"
 #include "server/server.h"
@@ -91,14 +92,20 @@ std::shared_ptr<listener> server_impl::make_listener(const server_parameters& pa
 // The server works without discovery, so a failure of it ends here.
 ostra::future<void> server_impl::run_discovery(bool enabled) const {
   HRESULT outcome = S_OK;
+  ostra::future<void> announced;
   try {
     auto discovery = discover(enabled, cancellation_);
+    if (enabled)
+      announced = announce(cancellation_.token());
     co_await discovery;
   } catch (...) {
     outcome = ostra::details::current_hresult();
   }
   if (FAILED(outcome))
     logging::write(logging::error, L"Error starting auto-discovery {0ub016xp}", outcome);
+  if (announced.valid()) {
+    co_await announced;
+  }
 }
 
 server_impl::work::~work() {

@@ -155,15 +155,27 @@ class tcp_stream final : public handle_stream<unique_socket, receive_bytes, send
   const std::shared_ptr<winsock> library_;
 };
 
+// The provider's own function, by way of the socket: the library that exports it under this name is
+// none of those that Windows takes from its own folder alone.
+LPFN_ACCEPTEX accept_function(const unique_socket& socket) {
+  GUID id = WSAID_ACCEPTEX;
+  LPFN_ACCEPTEX function = nullptr;
+  DWORD size = 0;
+  check_socket_call(::WSAIoctl(socket.get(), SIO_GET_EXTENSION_FUNCTION_POINTER, &id, sizeof id,
+                               &function, sizeof function, &size, nullptr, nullptr));
+  return function;
+}
+
 struct accept_connection {
+  LPFN_ACCEPTEX accept;
   SOCKET client;
   std::array<std::byte, 2 * kAddressRoom> addresses;
   DWORD received = 0;
 
   DWORD operator()(HANDLE listener, OVERLAPPED* overlapped) noexcept {
     const auto socket = reinterpret_cast<SOCKET>(listener);
-    return ::AcceptEx(socket, client, addresses.data(), 0, kAddressRoom, kAddressRoom, &received,
-                      overlapped)
+    return accept(socket, client, addresses.data(), 0, kAddressRoom, kAddressRoom, &received,
+                  overlapped)
                ? ERROR_SUCCESS
                : static_cast<DWORD>(::WSAGetLastError());
   }
@@ -180,12 +192,13 @@ class tcp_listener final : public stream_listener {
     const auto size = static_cast<int>(list.get()->ai_addrlen);
     check_socket_call(::bind(socket.get(), list.get()->ai_addr, size));
     check_socket_call(::listen(socket.get(), SOMAXCONN));
+    accept_ = accept_function(socket);
     socket_.set(std::move(socket));
   }
 
   ostra::future<std::shared_ptr<byte_stream>> accept() override {
     unique_socket client = make_socket(family_);
-    accept_connection start{client.get(), {}, 0};
+    accept_connection start{accept_, client.get(), {}, 0};
     auto call = socket_.call(std::ref(start));
     co_await call;
     const SOCKET listener = socket_.owner().get();
@@ -204,7 +217,9 @@ class tcp_listener final : public stream_listener {
 
  private:
   const std::shared_ptr<winsock> library_ = std::make_shared<winsock>();
-  int family_ = AF_INET;  // constant after construction, as the socket is
+  // Constant after construction.
+  int family_ = AF_INET;
+  LPFN_ACCEPTEX accept_ = nullptr;
   ostra::overlapped_handle<unique_socket> socket_;
 };
 

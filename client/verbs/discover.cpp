@@ -9,6 +9,7 @@
 #include "async/within.h"
 #include "client/verbs/client_options.h"
 #include "client/verbs/json.h"
+#include "client/verbs/server_browser.h"
 #include "client/verbs/verb_table.h"
 #include "console/print.h"
 #include "format/format.h"
@@ -66,13 +67,16 @@ HRESULT send_query(std::wstring_view target, const std::vector<std::byte>& query
   return outcome;
 }
 
-void send_queries(milliseconds limit) {
+// A line for each query that could not be sent.
+std::wstring send_queries(milliseconds limit) {
   const auto query = tether::make_datagram(tether::computer_name());
+  std::wstring failures;
   for (const auto* target : {kThisMachine, kAllMachines}) {
     const auto failure = query_failure(target, send_query(target, query, limit));
     if (failure)
-      print(standard_stream::error, failure->message() + L"\n");
+      failures += failure->message() + L"\n";
   }
+  return failures;
 }
 
 // The next message, empty when it is too long for an answer; nullopt when none comes in time.
@@ -88,15 +92,15 @@ std::optional<std::vector<std::byte>> read_message(tether::Mailslot& mailslot, m
   }
 }
 
-answering_servers collect_answers(tether::Mailslot& mailslot, milliseconds limit) {
-  answering_servers servers;
+found_servers collect_answers(tether::Mailslot& mailslot, milliseconds limit) {
+  found_servers servers;
   const auto deadline = steady_clock::now() + limit;
   for (auto left = limit; left > milliseconds::zero();
        left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now())) {
     const auto message = read_message(mailslot, left);
     if (!message)
       break;
-    servers.add(*message);
+    servers.add_answer(*message);
   }
   mailslot.Cancel();
   return servers;
@@ -104,7 +108,7 @@ answering_servers collect_answers(tether::Mailslot& mailslot, milliseconds limit
 
 }  // namespace
 
-void answering_servers::add(std::span<const std::byte> answer) {
+void found_servers::add_answer(std::span<const std::byte> answer) {
   try {
     names_.insert(tether::name_in(answer));
   } catch (const ostra::hresult_error&) {
@@ -112,14 +116,14 @@ void answering_servers::add(std::span<const std::byte> answer) {
   }
 }
 
-std::wstring answering_servers::lines() const {
+std::wstring found_servers::lines() const {
   std::wstring lines;
   for (const auto& name : names_)
     lines += name + L"\n";
   return lines;
 }
 
-std::wstring answering_servers::json() const {
+std::wstring found_servers::json() const {
   json_array array;
   for (const auto& name : names_)
     array.add({{L"server", name}});
@@ -144,12 +148,16 @@ void discover_servers(const invocation& request) {
   const auto limit = waiting_limit_of(request.options);
   try {
     const auto mailslot = make_answer_mailslot();
-    send_queries(limit);
-    const answering_servers servers = collect_answers(*mailslot, limit);
+    const server_browser announced;
+    const std::wstring failures = send_queries(limit);
+    found_servers servers = collect_answers(*mailslot, limit);
+    for (auto& computer : announced.computers())
+      servers.add(std::move(computer));
     const bool json = request.options.at(kJsonOption).flag();
     print_result(json ? servers.json() : servers.lines());
     if (!servers.empty())
       return;
+    print(standard_stream::error, failures);
   } catch (const ostra::hresult_error& error) {
     throw explain(error.code(), L"Looking for servers", {}, failure::connection);
   }

@@ -1,4 +1,4 @@
-// The answers to discover's queries.
+// What discover has found.
 #pragma once
 
 #include <cstddef>
@@ -17,12 +17,14 @@ namespace tarnwheel::client {
 inline constexpr wchar_t kThisMachine[] = L".";
 inline constexpr wchar_t kAllMachines[] = L"*";  // of the domain or workgroup
 
-// The servers that have answered. A server's answer may arrive several times, once for each
-// transport, and computers' names do not depend on case.
-class answering_servers {
+// The servers that have answered a query or announce themselves. A server may be found several
+// times, once for each transport of its answer, and computers' names do not depend on case.
+class found_servers {
  public:
   // Anybody may write into a mailslot: what is no answer is ignored.
-  void add(std::span<const std::byte> answer);
+  void add_answer(std::span<const std::byte> answer);
+
+  void add(std::wstring computer) { names_.insert(std::move(computer)); }
 
   [[nodiscard]] bool empty() const noexcept { return names_.empty(); }
 

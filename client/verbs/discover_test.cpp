@@ -10,7 +10,7 @@
 namespace tarnwheel::client {
 namespace {
 
-TEST(AnsweringServers, EachIsListedOnceAndSorted) {
+TEST(FoundServers, EachIsListedOnceAndSorted) {
   const std::pair<std::vector<const wchar_t*>, const wchar_t*> rows[] = {
       {{L"one", L"ONE", L"one", L"two\nlines"}, L"one\n"},  // the last is no answer
       {{L"b", L"C", L"a10", L"A"}, L"A\na10\nb\nC\n"},
@@ -18,11 +18,11 @@ TEST(AnsweringServers, EachIsListedOnceAndSorted) {
       {{L"\u00DCber", L"\u00FCber", L"zoo"}, L"zoo\n\u00DCber\n"},
   };
   for (const auto& [names, lines] : rows) {
-    answering_servers servers;
-    servers.add({});
+    found_servers servers;
+    servers.add_answer({});
     EXPECT_TRUE(servers.empty());
     for (const auto* name : names)
-      servers.add(tether::make_datagram(name));
+      servers.add_answer(tether::make_datagram(name));
     EXPECT_EQ(servers.lines(), lines);
   }
 }

@@ -64,5 +64,7 @@ int run_command_line(std::wstring_view command_line) {
 }  // namespace tarnwheel::client
 
 int main() {
+  // Windows may load further libraries on its own: never from the program's folder.
+  ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   return tarnwheel::client::run_command_line(::GetCommandLineW());
 }

@@ -1,0 +1,129 @@
+// A stand-in for the part of Windows' dnsapi.dll that announces and finds services. Callbacks come on
+// threads of its own, also after a cancellation, as documented.
+#include <atomic>
+#include <cwchar>
+#include <functional>
+#include <thread>
+
+#include "tests/support/dnsapi/dns_board.h"
+// Behind <windows.h>.
+#include <windns.h>
+
+namespace {
+
+using system_test::DnsBoard;
+
+constexpr DWORD kPending = 9506;
+
+struct Request {
+  std::atomic<bool> is_cancelled = false;
+};
+
+DnsBoard& Board() {
+  static DnsBoard* const board = [] {
+    const HANDLE section = ::OpenFileMappingW(FILE_MAP_WRITE, FALSE, system_test::kDnsBoardName);
+    return static_cast<DnsBoard*>(::MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, sizeof(DnsBoard)));
+  }();
+  return *board;
+}
+
+// Runs `work` on a thread, unless the test wants a refusal.
+DWORD Start(std::function<void()> work) {
+  if (const DWORD refusal = Board().refusal; refusal != 0)
+    return refusal;
+  std::thread(std::move(work)).detach();
+  return kPending;
+}
+
+void Complete(const DNS_SERVICE_REGISTER_REQUEST& request, DWORD status) {
+  ++Board().unfreed;
+  request.pRegisterCompletionCallback(status, request.pQueryContext,
+                                      new DNS_SERVICE_INSTANCE(*request.pServiceInstance));
+}
+
+void Register(const DNS_SERVICE_REGISTER_REQUEST& request, const Request& state) {
+  ::Sleep(Board().delay);
+  if (state.is_cancelled)
+    return Complete(request, ERROR_CANCELLED);
+  const auto& instance = *request.pServiceInstance;
+  std::swprintf(Board().instance, std::size(Board().instance), L"%ls %ls %u %ls=%ls %ls=%ls",
+                instance.pszInstanceName, instance.pszHostName, instance.wPort, instance.keys[0],
+                instance.values[0], instance.keys[1], instance.values[1]);
+  Board().is_announced = true;
+  Complete(request, ERROR_SUCCESS);
+}
+
+// A program may end before it has freed what comes after its cancellation, which is not counted.
+void Tell(const DNS_SERVICE_BROWSE_REQUEST& request, const wchar_t* instance, bool counts = true) {
+  auto* const record = new DNS_RECORD();
+  record->dwReserved = counts ? 1 : 0;
+  Board().unfreed += counts ? 1 : 0;
+  record->wType = DNS_TYPE_PTR;
+  record->dwTtl = 120;
+  record->Data.PTR.pNameHost = const_cast<wchar_t*>(instance);
+  request.pBrowseCallback(ERROR_SUCCESS, request.pQueryContext, record);
+}
+
+void Browse(const DNS_SERVICE_BROWSE_REQUEST& request, const Request& state) {
+  for (const auto* instance : Board().others)
+    Tell(request, instance);
+  const std::wstring registered = Board().instance;
+  if (Board().is_announced)
+    Tell(request, registered.substr(0, registered.find(L' ')).c_str());
+  while (!state.is_cancelled)
+    ::Sleep(1);
+  ::Sleep(Board().delay);
+  Tell(request, L"late._tarnwheel._tcp.local", false);
+  request.pBrowseCallback(ERROR_CANCELLED, request.pQueryContext, nullptr);
+}
+
+DWORD Cancel(const DNS_SERVICE_CANCEL* cancel) {
+  static_cast<Request*>(cancel->reserved)->is_cancelled = true;
+  return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+extern "C" {
+
+DWORD WINAPI DnsServiceRegister(DNS_SERVICE_REGISTER_REQUEST* request, DNS_SERVICE_CANCEL* cancel) {
+  auto* const state = new Request;
+  cancel->reserved = state;
+  return Start([copy = *request, state] { Register(copy, *state); });
+}
+
+DWORD WINAPI DnsServiceRegisterCancel(DNS_SERVICE_CANCEL* cancel) {
+  return Cancel(cancel);
+}
+
+DWORD WINAPI DnsServiceDeRegister(DNS_SERVICE_REGISTER_REQUEST* request, DNS_SERVICE_CANCEL*) {
+  Board().is_announced = false;
+  return Start([copy = *request] {
+    ::Sleep(Board().delay);
+    Complete(copy, ERROR_SUCCESS);
+  });
+}
+
+void WINAPI DnsServiceFreeInstance(DNS_SERVICE_INSTANCE* instance) {
+  --Board().unfreed;
+  delete instance;
+}
+
+DNS_STATUS WINAPI DnsServiceBrowse(DNS_SERVICE_BROWSE_REQUEST* request,
+                                   DNS_SERVICE_CANCEL* cancel) {
+  auto* const state = new Request;
+  cancel->reserved = state;
+  return static_cast<DNS_STATUS>(Start([copy = *request, state] { Browse(copy, *state); }));
+}
+
+DNS_STATUS WINAPI DnsServiceBrowseCancel(DNS_SERVICE_CANCEL* cancel) {
+  return static_cast<DNS_STATUS>(Cancel(cancel));
+}
+
+void WINAPI DnsFree(void* records, DNS_FREE_TYPE) {
+  auto* const record = static_cast<DNS_RECORD*>(records);
+  Board().unfreed -= static_cast<int>(record->dwReserved);
+  delete record;
+}
+
+}  // extern "C"
