@@ -37,7 +37,7 @@ class [[nodiscard]] handle_wait {
 
   [[nodiscard]] bool await_ready() const noexcept { return false; }
   void await_suspend(std::coroutine_handle<> waiter) noexcept;
-  [[nodiscard]] bool await_resume() const noexcept { return signalled_; }
+  bool await_resume() const noexcept { return signalled_; }
 
  private:
   static void CALLBACK on_wait_over(PTP_CALLBACK_INSTANCE instance, void* context, PTP_WAIT wait,

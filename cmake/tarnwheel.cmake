@@ -4,7 +4,12 @@ add_library(tarnwheel_options INTERFACE)
 target_compile_options(tarnwheel_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
 target_compile_definitions(tarnwheel_options INTERFACE UNICODE _UNICODE)
 if(WIN32)
-  target_link_options(tarnwheel_options INTERFACE -static)
+  # With all protections that MinGW has; control flow guard is not among them.
+  target_compile_options(tarnwheel_options INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong>)
+  target_link_options(tarnwheel_options INTERFACE
+    -static $<$<LINK_LANGUAGE:CXX>:-fstack-protector-strong>
+    LINKER:--dynamicbase,--nxcompat,--high-entropy-va)
 endif()
 
 # The headers that nearly every source includes are translated once. A source includes what it names

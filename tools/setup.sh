@@ -9,8 +9,9 @@ export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
 
 packages=(cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 wine
   googletest libboost-dev libfmt-dev python3 python3-serial socat tmux)
-# For the native presets only; clang 14, Debian's default, lacks the standard's coroutines.
-native_packages=(clang-19 libclang-rt-19-dev)
+# For the presets clang and native-*; clang 14, the default of Debian 12, lacks the standard's
+# coroutines.
+clang_packages=(clang-19 lld-19 libclang-rt-19-dev)
 
 install_packages() {
   local missing=()
@@ -82,7 +83,7 @@ stop_loopback() {
 # build PRESET TARGET...: configures once, then builds the targets.
 build() {
   cd "$project"
-  [[ $1 != native-* ]] || install_packages "${native_packages[@]}"
+  [[ $1 != clang && $1 != native-* ]] || install_packages "${clang_packages[@]}"
   [[ -e build/$1/build.ninja ]] || cmake --preset "$1" >/dev/null
   cmake --build --preset "$1" --target "${@:2}"
 }

@@ -321,7 +321,7 @@ payload com_port_control::modem_notice(std::uint32_t status, bool rang) {
   const bool first = !told_;
   const auto changed = static_cast<std::uint8_t>(lines_ ^ (status & kLines));
   const unsigned state = next_modem_state(status) | (rang ? kRing >> 4 : 0u);
-  if (!first && ((changed | (state & ~kLines)) & modem_mask_) == 0)
+  if (!first && ((changed | (state & ~unsigned{kLines})) & modem_mask_) == 0)
     return {};
   return answer(kNotifyModemState, static_cast<std::uint8_t>(state & modem_mask_));
 }

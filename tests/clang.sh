@@ -1,0 +1,6 @@
+#!/usr/bin/env bash
+# Builds both programs with the second compiler, whose warnings are errors as well.
+set -euo pipefail
+# shellcheck source=../tools/setup.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../tools/setup.sh"
+build clang tarnwheel-server tarnwheel-client
