@@ -15,7 +15,7 @@ rm -rf "$folder"
 mkdir -p "$folder/bin" "$folder/tests"
 cp "$1"/bin/tarnwheel-{server,client,line-check}.exe "$folder/bin"
 find "$1/tests" -maxdepth 1 -name '*_test.exe' -exec cp -t "$folder/tests" {} +
-for text in tools/windows-checklist.cmd docs/{windows-checklist,administration,protocol}.md; do
+for text in tools/{windows-checklist.cmd,conversation.ps1} docs/{windows-checklist,administration,protocol}.md; do
   sed 's/$/\r/' "$text" >"$folder/$(basename "$text")"
 done
 echo "$folder"

@@ -1,0 +1,39 @@
+# conversation.ps1 [PORT]: server and client talk once, in the folder of this script. PORT, such as
+# COM5, is one with a loop plug and comes back with what was sent; without it, a port that does not
+# exist is refused. Ends with an error when anything differs.
+param([string] $Port)
+$ErrorActionPreference = 'Stop'
+Set-Location $PSScriptRoot
+
+# Runs the client; the exit code and the text have to be as said.
+function Ask([string[]] $words, [int] $code, [string] $text) {
+    "> tarnwheel-client $words"
+    $answer = (& cmd /c "bin\tarnwheel-client.exe $words 2>&1" | Out-String).TrimEnd()
+    $answer
+    if ($LASTEXITCODE -ne $code) { throw "exit code $LASTEXITCODE instead of $code" }
+    if (-not $answer.Contains($text)) { throw "no '$text' in the answer" }
+}
+
+$server = Start-Process bin\tarnwheel-server.exe '--nologo', '--log-level', 'debug' -PassThru -NoNewWindow
+$handle = $server.Handle  # or its exit code is not kept
+try {
+    $deadline = (Get-Date).AddSeconds(10)
+    do {
+        & bin\tarnwheel-client.exe list . | Out-Null
+    } until ($LASTEXITCODE -eq 0 -or $server.HasExited -or (Get-Date) -gt $deadline)
+    Ask 'list', '.' 0 $Port
+    Ask 'discover' 0 $env:COMPUTERNAME.Substring(0, 1)
+    if ($Port) { Ask 'send', '.', $Port, 'hello' 0 'hello' }
+    else { Ask 'send', '.', 'COM250', 'hello' 3 'COM250 does not exist (0x80070002)' }
+
+    # As any account may, see docs/administration.md.
+    $stop = [Threading.EventWaitHandle]::OpenExisting(
+        'Global\kelvarine_{E7093B5D-2C4F-4A61-B8E2-9D05F3A7C614}_v1.01', 'Modify')
+    $null = $stop.Set()
+    if (-not $server.WaitForExit(10000)) { throw 'the server does not stop' }
+    if ($server.ExitCode -ne 0) { throw "the server ended with $($server.ExitCode)" }
+}
+finally {
+    if (-not $server.HasExited) { $server.Kill() }
+}
+'passed'
