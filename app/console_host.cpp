@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "app/log_lines.h"
 #include "app/options.h"
 #include "app/screen_text.h"
 #include "async/errors.h"
@@ -71,10 +72,9 @@ class server_run {
 void serve(const Tamrin::server_options& options) {
   const auto server = create_server(parameters_of(options));
   const server_run running(*server);
-  logging::write(logging::info,
-                 L"Server has been started successfully and is waiting for connections");
+  logging::write(logging::info, kServerStarted);
   const console::control_handler stop([&server](DWORD) {
-    logging::write(logging::debug, L"Stop event received, stopping server...");
+    logging::write(logging::debug, kServerStopping);
     server->stop();
     return true;
   });
@@ -107,10 +107,10 @@ int run_console_server(const Tamrin::command_line& line) {
     const bool keeps_lines = options.screen_log || !options.log_path.empty();
     const logging::process_logger published(logger,
                                             keeps_lines ? options.log_level : logging::kNothing);
-    logging::write(logging::debug, L"Logging system is initialized");
+    logging::write(logging::debug, kLogInitialized);
     try {
       serve(options);
-      logging::write(logging::info, L"Server has been stopped");
+      logging::write(logging::info, kServerStopped);
     } catch (const ostra::hresult_error& error) {
       outcome = error.code();
       print_start_error(outcome);

@@ -7,39 +7,26 @@
 #include "app/options.h"
 #include "app/screen_text.h"
 #include "app/service_host.h"
+#include "app/service_parameters.h"
 #include "app/service_registration.h"
-#include "app/version_info.h"
-#include "format/format.h"
 #include "platform/win32.h"
-#include "settings/folder_creation_error.h"
-#include "settings/server_parameters.h"
 
 namespace tarnwheel {
 namespace {
 
-// The service's account may read its parameters' key but not create it, so the installation does.
-DWORD create_parameters_key() {
-  const auto version = read_product_version();
-  const DWORD zero = 0;
-  try {
-    const auto folder = Tamrin::setman::open_parameters_folder(version.major, version.minor);
-    folder->write_value(Tamrin::setman::kDummyName, &zero, sizeof zero);
-    return ERROR_SUCCESS;
-  } catch (const Tamrin::setman::folder_creation_error& error) {
-    print_error(tfmt::format(L"Error creating the key of the service's parameters: {0b016xp}",
-                             error.error()));
-    return error.error();
-  }
-}
-
-// A service that is installed already may still lack its key, when an earlier installation failed
-// to create it: so an installation can be repeated until all is there.
-int install() {
+// A service that is installed already may still lack its parameters, when an earlier installation
+// failed to write them: so an installation can be repeated until all is there. Nothing is installed
+// when a value cannot be used.
+int install(const Tamrin::command_line& line) {
+  const auto options = Tamrin::read_server_options(line);
+  const DWORD unusable = check_descriptor(options);
+  if (unusable != ERROR_SUCCESS)
+    return static_cast<int>(unusable);
   const DWORD installed = install_service();
   if (installed != ERROR_SUCCESS && installed != ERROR_ALREADY_EXISTS)
     return static_cast<int>(installed);
-  const DWORD key_error = create_parameters_key();
-  return static_cast<int>(key_error == ERROR_SUCCESS ? installed : key_error);
+  const DWORD failed = install_parameters(line, options);
+  return static_cast<int>(failed == ERROR_SUCCESS ? installed : failed);
 }
 
 int run(const Tamrin::command_line& options) {
@@ -49,7 +36,7 @@ int run(const Tamrin::command_line& options) {
     return 0;
   }
   if (options.at(Tamrin::option_names::kInstallService).present)
-    return install();
+    return install(options);
   if (options.at(Tamrin::option_names::kUninstallService).present) {
     return static_cast<int>(uninstall_service());
   }

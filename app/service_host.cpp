@@ -7,6 +7,9 @@
 #include <string_view>
 #include <utility>
 
+#include "app/event_log.h"
+#include "app/log_lines.h"
+#include "app/service_log.h"
 #include "app/service_registration.h"
 #include "app/version_info.h"
 #include "async/cancellation.h"
@@ -14,8 +17,8 @@
 #include "async/future.h"
 #include "async/timer.h"
 #include "log/log.h"
-#include "log/null_logger.h"
 #include "server/server.h"
+#include "settings/folder_creation_error.h"
 #include "settings/server_parameters.h"
 
 namespace tarnwheel {
@@ -53,9 +56,6 @@ class service_context {
 
   // Constant after the start.
   SERVICE_STATUS_HANDLE status_ = nullptr;
-  logging::null_logger logger_;
-  const logging::process_logger published_{logger_, logging::kNothing};
-
   const ostra::cancellation_source checkpoints_ended_;
 
   // Guarded by lock_.
@@ -63,6 +63,9 @@ class service_context {
   std::unique_ptr<server> server_;
   ostra::future<void> checkpoints_;
   bool stopped_ = false;
+
+  // Used by the supervision alone, which ends it before it reports the stop.
+  std::unique_ptr<service_log> log_;
 };
 
 // Never destroyed at the process's end, when pool threads may still be at work.
@@ -81,13 +84,17 @@ void service_context::start() {
 // Nothing can fail once the server runs.
 ostra::future<void> service_context::run_server() {
   const auto version = read_product_version();
-  auto created = make_server(Tamrin::setman::open_parameters_folder(version.major, version.minor));
+  const auto parameters = Tamrin::setman::open_parameters_folder(version.major, version.minor);
+  log_ = std::make_unique<service_log>(*parameters);
+  logging::write(logging::debug, kLogInitialized);
+  auto created = make_server(parameters);
   auto running = created->run();
   {
     const std::lock_guard guard(lock_);
     server_ = std::move(created);
   }
   report(SERVICE_RUNNING, 0);
+  logging::write(logging::info, kServerStarted);
   return running;
 }
 
@@ -106,6 +113,7 @@ DWORD WINAPI service_context::on_control(DWORD control, DWORD, void*, void* cont
 
 void service_context::request_stop() {
   report(SERVICE_STOP_PENDING, 0);
+  logging::write(logging::debug, kServerStopping);
   const std::lock_guard guard(lock_);
   if (!server_)
     return;
@@ -119,12 +127,21 @@ void service_context::request_stop() {
 }
 
 ostra::future<void> service_context::supervise() {
+  auto report_failure = &report_failed_start;
+  HRESULT failure = S_OK;
   try {
     auto running = run_server();
+    report_failure = &report_failed_run;
     co_await running;
+    logging::write(logging::info, kServerStopped);
+  } catch (const Tamrin::setman::folder_creation_error& error) {
+    failure = ostra::details::to_hresult(error.error());
   } catch (...) {
-    // Whether it did not start or failed later, the server has stopped.
+    failure = ostra::details::current_hresult();
   }
+  log_.reset();
+  if (FAILED(failure))
+    report_failure(failure);
   checkpoints_ended_.cancel();
   auto checkpoints = end_checkpoints();
   if (checkpoints.valid()) {

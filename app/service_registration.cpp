@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "app/event_log.h"
+#include "app/executable_path.h"
 #include "app/screen_text.h"
 #include "console/print.h"
 #include "format/format.h"
@@ -18,15 +20,6 @@ constexpr DWORD kPollInterval = 1000;  // milliseconds
 DWORD report(std::wstring_view pattern, DWORD error) {
   print_error(tfmt::format(pattern, error));
   return error;
-}
-
-// Empty, with the reason as the last error, when it does not fit.
-std::wstring executable_path() {
-  wchar_t path[MAX_PATH] = {};
-  const DWORD length = ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-  if (length == 0 || length == MAX_PATH)
-    return {};
-  return {path, length};
 }
 
 unique_service_handle create_service(SC_HANDLE manager) {
@@ -93,6 +86,7 @@ DWORD uninstall_service() {
   if (!::DeleteService(service.get())) {
     return report(L"Error deleting service: {0b016xp}", ::GetLastError());
   }
+  remove_event_source();
   return ERROR_SUCCESS;
 }
 

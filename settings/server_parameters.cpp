@@ -24,17 +24,6 @@ HRESULT write_all(IStream& stream, const void* data, std::size_t size) {
   return written == size ? S_OK : HRESULT_FROM_WIN32(ERROR_HANDLE_EOF);
 }
 
-HRESULT write_shared_ports(abstract_folder& folder, const std::vector<std::uint32_t>& ports) {
-  const unique_stream stream = folder.open_stream(kSharedPortsName, STGM_WRITE);
-  if (!stream)
-    return S_OK;
-  const auto count = static_cast<std::uint32_t>(ports.size());
-  const HRESULT result = write_all(*stream.get(), &count, sizeof(count));
-  if (FAILED(result) || ports.empty())
-    return result;
-  return write_all(*stream.get(), ports.data(), ports.size() * kNumberSize);
-}
-
 // Reads up to `size` bytes; a stream may give them in pieces.
 HRESULT read_up_to(IStream& stream, void* data, ULONG size, ULONG& read) {
   read = 0;
@@ -143,6 +132,17 @@ std::wstring parameters_key(unsigned major, unsigned minor) {
 
 std::shared_ptr<abstract_folder> open_parameters_folder(unsigned major, unsigned minor) {
   return hkey_local_machine->open_subfolder(parameters_key(major, minor));
+}
+
+HRESULT write_shared_ports(abstract_folder& folder, const std::vector<std::uint32_t>& ports) {
+  const unique_stream stream = folder.open_stream(kSharedPortsName, STGM_WRITE);
+  if (!stream)
+    return S_OK;
+  const auto count = static_cast<std::uint32_t>(ports.size());
+  const HRESULT result = write_all(*stream.get(), &count, sizeof(count));
+  if (FAILED(result) || ports.empty())
+    return result;
+  return write_all(*stream.get(), ports.data(), ports.size() * kNumberSize);
 }
 
 HRESULT write_server_parameters(abstract_folder& folder, const server_parameters& parameters) {

@@ -18,6 +18,10 @@ inline constexpr wchar_t kSecurityDescriptorName[] = L"SecurityDescriptor";
 inline constexpr wchar_t kAutoDiscoveryName[] = L"AutoDiscovery";
 // Bytes: a 32-bit count, then that many 32-bit port numbers, all little-endian.
 inline constexpr wchar_t kSharedPortsName[] = L"SharedPorts";
+// Of the service alone. A string: the full path of its log file; without it, it logs nothing.
+inline constexpr wchar_t kLogPathName[] = L"LogPath";
+// Of the service alone. A number: the greatest level that its log keeps, as in log/ilogger.h.
+inline constexpr wchar_t kLogLevelName[] = L"LogLevel";
 // A number, always 0: the installation writes it so that the key exists.
 inline constexpr wchar_t kDummyName[] = L"Dummy";
 
@@ -37,6 +41,10 @@ struct server_parameters {
 // That key as a folder, not yet opened.
 [[nodiscard]] std::shared_ptr<abstract_folder> open_parameters_folder(unsigned major,
                                                                       unsigned minor);
+
+// Writes the one value. Returns the stream's error.
+[[nodiscard]] HRESULT write_shared_ports(abstract_folder& folder,
+                                         const std::vector<std::uint32_t>& ports);
 
 // Failed writes are ignored, as is a stream that cannot be opened; but an error while the stream is
 // written is returned, and HRESULT_FROM_WIN32(ERROR_HANDLE_EOF) when it takes fewer bytes than

@@ -1,0 +1,12 @@
+// The lines by which the log tells of the server's whole run, by hand and as a service.
+#pragma once
+
+namespace tarnwheel {
+
+inline constexpr wchar_t kLogInitialized[] = L"Logging system is initialized";
+inline constexpr wchar_t kServerStarted[] =
+    L"Server has been started successfully and is waiting for connections";
+inline constexpr wchar_t kServerStopping[] = L"Stop event received, stopping server...";
+inline constexpr wchar_t kServerStopped[] = L"Server has been stopped";
+
+}  // namespace tarnwheel
