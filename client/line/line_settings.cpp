@@ -93,6 +93,12 @@ std::wstring_view words_of(flow_control flow) {
   return text_of(flow, kFlowControls);
 }
 
+std::wstring short_form_of(const SERIAL_LINE_CONTROL& control) {
+  const wchar_t parity = L"NOEMS"[control.Parity];
+  return tfmt::format(L"{0}{1}{2}", std::uint32_t{control.WordLength}, std::wstring(1, parity),
+                      text_of(control.StopBits, kStopBitCounts));
+}
+
 line_settings line_settings_of(const Tamrin::command_line& line) {
   line_settings settings = {};
   settings.baud_rate.BaudRate = Tamrin::parse_number(line.at(kBaud).text(), "baud rate", 1,

@@ -20,6 +20,9 @@ struct line_settings {
 [[nodiscard]] std::wstring words_of(const SERIAL_LINE_CONTROL& control);
 [[nodiscard]] std::wstring_view words_of(flow_control flow);
 
+// "7E1".
+[[nodiscard]] std::wstring short_form_of(const SERIAL_LINE_CONTROL& control);
+
 void add_line_options(Tamrin::command_line& line);
 
 // 115200 baud, 8 data bits, no parity, 1 stop bit and no flow control where the parsed options say

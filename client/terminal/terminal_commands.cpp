@@ -80,12 +80,26 @@ ostra::future<void> terminal_commands::toggle(output_line& toggled) {
 }
 
 ostra::future<void> terminal_commands::show_state() {
-  std::wstring own = dtr_.state() + L", " + rts_.state();
+  const std::wstring own = dtr_.state() + L", " + rts_.state();
+  auto rate_asked = rate();
+  const std::wstring line = co_await rate_asked;
   auto lines_asked = modem_lines();
   const std::wstring lines = co_await lines_asked;
   auto errors_asked = errors();
   const std::wstring found = co_await errors_asked;
-  screen_.note(tfmt::format(L"{0}: {1}; {2}; {3}", line_.name(), own, lines, found));
+  screen_.note(tfmt::format(L"{0}: {1}; {2}; {3}; {4}", line_.name(), line, own, lines, found));
+}
+
+// As the device has it: another rate than it was set to may be the nearest one it knows.
+ostra::future<std::wstring> terminal_commands::rate() {
+  try {
+    auto asked = line_.controls().baud_rate();
+    const std::uint32_t baud = co_await asked;
+    co_return tfmt::format(L"{0} baud {1}", baud, format_);
+  } catch (const client_error&) {
+    // The device does not report it.
+  }
+  co_return format_;
 }
 
 ostra::future<std::wstring> terminal_commands::modem_lines() {

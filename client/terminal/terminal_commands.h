@@ -18,8 +18,9 @@ namespace tarnwheel::client {
 // the screen.
 class terminal_commands {
  public:
-  // Both must outlive this.
-  terminal_commands(remote_line& line, terminal_screen& screen) : line_(line), screen_(screen) {}
+  // Both must outlive this. `format` is how the line has been set, such as "8N1".
+  terminal_commands(remote_line& line, terminal_screen& screen, std::wstring format)
+      : line_(line), screen_(screen), format_(std::move(format)) {}
 
   // Ignores all other commands.
   void run(key_command command);
@@ -39,11 +40,13 @@ class terminal_commands {
   ostra::future<void> send_break();
   ostra::future<void> toggle(output_line& toggled);
   ostra::future<void> show_state();
+  ostra::future<std::wstring> rate();
   ostra::future<std::wstring> modem_lines();
   ostra::future<std::wstring> errors();
 
   remote_line& line_;
   terminal_screen& screen_;
+  const std::wstring format_;
   ostra::async_timer break_time_;
   output_line dtr_{L"DTR", &line_controls::set_dtr, true};
   output_line rts_{L"RTS", &line_controls::set_rts, true};

@@ -41,6 +41,7 @@ constexpr command_key kCommands[] = {
     {kPrefix, key_command::send},    {L"q", key_command::leave},
     {L"b", key_command::send_break}, {L"d", key_command::toggle_dtr},
     {L"r", key_command::toggle_rts}, {L"s", key_command::show_state},
+    {L"f", key_command::send_file},
 };
 
 struct modifiers {
@@ -162,6 +163,7 @@ std::wstring_view command_keys::help() noexcept {
          L"  b       sends a break\r\n"
          L"  d, r    turn DTR, RTS on and off\r\n"
          L"  s       shows the state of the line\r\n"
+         L"  f       sends a file, or ends that\r\n"
          L"  Ctrl+]  sends Ctrl+] itself\r\n"
          L"  ?       shows these keys";
 }

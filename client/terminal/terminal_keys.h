@@ -29,6 +29,7 @@ enum class key_command {
   toggle_dtr,
   toggle_rts,
   show_state,
+  send_file,
   show_keys,
 };
 

@@ -10,7 +10,7 @@
 namespace tarnwheel::client {
 namespace {
 
-void print(std::wstring_view text) {
+void print_text(std::wstring_view text) {
   console::print(console::standard_stream::output, text);
 }
 
@@ -27,17 +27,20 @@ struct terminal_screen::state {
   explicit state(view wanted) : kind(wanted) {}
 
   void show(std::span<const std::byte> bytes) {
-    print(kind == view::hex ? hex.add(bytes) : without_nul(text.decode(bytes)));
+    print_text(kind == view::hex ? hex.add(bytes) : without_nul(text.decode(bytes)));
   }
 
-  // Enter sends a carriage return, which alone would leave the cursor on its line.
+  // Whatever Enter sends, the cursor is to begin a new line.
   void echo(std::span<const std::byte> bytes) {
     if (kind == view::hex)
       return show(bytes);
     std::wstring typed;
-    for (const wchar_t unit : console::from_utf8(bytes))
-      typed += unit == L'\r' ? std::wstring(L"\r\n") : std::wstring(1, unit);
-    print(typed);
+    for (const wchar_t unit : console::from_utf8(bytes)) {
+      const bool ends = unit == L'\r' || unit == L'\n';
+      if (unit != L'\n' || !typed.ends_with(L'\n'))
+        typed += ends ? std::wstring(L"\r\n") : std::wstring(1, unit);
+    }
+    print_text(typed);
   }
 
   const view kind;
@@ -57,8 +60,11 @@ void terminal_screen::echo(std::vector<std::byte> bytes) {
 }
 
 void terminal_screen::note(std::wstring_view text) {
-  static_cast<void>(
-      work_.post([lines = L"\r\n[" + std::wstring(text) + L"]\r\n"] { print(lines); }));
+  print(L"\r\n[" + std::wstring(text) + L"]\r\n");
+}
+
+void terminal_screen::print(std::wstring_view text) {
+  static_cast<void>(work_.post([own = std::wstring(text)] { print_text(own); }));
 }
 
 }  // namespace tarnwheel::client

@@ -30,6 +30,9 @@ class terminal_screen {
   // A line of this program's own, or several with CR LF between them.
   void note(std::wstring_view text);
 
+  // Text of this program's own, as it is.
+  void print(std::wstring_view text);
+
   // Discards whatever is not shown yet.
   void close() { work_.close(); }
 

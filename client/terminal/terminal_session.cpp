@@ -29,6 +29,7 @@ void terminal_session::run(HANDLE keys, const console::interrupt& stop) {
     screen_.show({}).wait();  // behind everything that has come
   screen_.close();
   commands_.finish();
+  file_.finish();
   if (sending_.valid())
     sending_.wait();
   if (failed)
@@ -58,9 +59,16 @@ bool terminal_session::read_keys(HANDLE keys) {
 }
 
 bool terminal_session::strike(std::wstring_view text) {
+  if (file_.asks()) {
+    file_.strike(text);
+    return true;
+  }
   const key_command command = command_keys_.feed(text);
   if (command == key_command::send && typed_.size() < kMostTyped)
-    typed_ += text;
+    typed_ += text == L"\r" ? std::wstring(settings_.newline.begin(), settings_.newline.end())
+                            : std::wstring(text);
+  else if (command == key_command::send_file)
+    file_.toggle();
   else if (command == key_command::show_keys)
     screen_.note(command_keys::help());
   else
@@ -71,11 +79,13 @@ bool terminal_session::strike(std::wstring_view text) {
 void terminal_session::send_typed() {
   const bool half = !typed_.empty() && begins_pair(typed_.back());
   const std::size_t size = typed_.size() - (half ? 1 : 0);
+  if (file_.is_named() && has_room_.exchange(false))
+    return file_.start();
   if (size == 0 || !has_room_.exchange(false))
     return;
   auto bytes = console::to_utf8(std::wstring_view(typed_).substr(0, size));
   typed_.erase(0, size);
-  if (echo_)
+  if (settings_.echo)
     screen_.echo(bytes);
   sending_ = send(std::move(bytes));
 }
@@ -83,13 +93,22 @@ void terminal_session::send_typed() {
 ostra::future<void> terminal_session::send(std::vector<std::byte> bytes) {
   auto room = line_.write(std::move(bytes));
   co_await room;
+  take_room();
+}
+
+// Any thread: the line takes the next bytes.
+void terminal_session::take_room() {
   has_room_ = true;
   notify();
 }
 
 ostra::future<void> terminal_session::received(std::vector<std::byte> bytes) {
+  if (settings_.stamps)
+    bytes = stamper_.convert(bytes);
   if (const auto failure = capture_.add(bytes))
     screen_.note(failure->message());
+  if (settings_.inserts_cr)
+    bytes = inserter_.convert(bytes);
   return screen_.show(std::move(bytes));
 }
 

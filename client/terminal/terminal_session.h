@@ -8,7 +8,9 @@
 
 #include "async/future.h"
 #include "client/line/line_session.h"
+#include "client/line/line_text.h"
 #include "client/terminal/capture_file.h"
+#include "client/terminal/file_sender.h"
 #include "client/terminal/terminal_commands.h"
 #include "client/terminal/terminal_keys.h"
 #include "client/terminal/terminal_screen.h"
@@ -16,13 +18,22 @@
 
 namespace tarnwheel::client {
 
+// What the user asks for beyond a plain terminal.
+struct terminal_settings {
+  bool echo = false;
+  std::string_view newline = "\r";  // the bytes of Enter
+  bool inserts_cr = false;          // where LF comes without one; not in the log
+  bool stamps = false;              // what is shown and the log
+  std::wstring format;              // of the line, such as "8N1"
+};
+
 // Sends the user's keys to the line and shows the bytes that it receives. Constructed and run by one thread.
 class terminal_session final : public line_session {
  public:
   // Opens the line; throws client_error. `screen` and `capture` must outlive this.
   terminal_session(const line_address& address, terminal_screen& screen, capture_file& capture,
-                   bool echo)
-      : screen_(screen), capture_(capture), echo_(echo), line_(address) {}
+                   const terminal_settings& settings)
+      : screen_(screen), capture_(capture), settings_(settings), line_(address) {}
 
   [[nodiscard]] remote_line& line() noexcept { return line_; }
 
@@ -36,15 +47,21 @@ class terminal_session final : public line_session {
   [[nodiscard]] bool read_keys(HANDLE keys);
   [[nodiscard]] bool strike(std::wstring_view text);
   void send_typed();
+  void take_room();
   ostra::future<void> send(std::vector<std::byte> bytes);
 
   terminal_screen& screen_;
   capture_file& capture_;
-  const bool echo_;
+  const terminal_settings settings_;
   std::atomic<bool> has_room_ = true;  // the line, for the next bytes
 
+  // Used by received(), one call after another.
+  time_stamper stamper_;
+  cr_inserter inserter_;
+
   // Used by the thread that runs the session.
-  terminal_commands commands_{line_, screen_};
+  terminal_commands commands_{line_, screen_, settings_.format};
+  file_sender file_{line_, screen_, [this] { take_room(); }};
   command_keys command_keys_;
   std::wstring typed_;
   ostra::future<void> sending_;

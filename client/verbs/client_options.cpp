@@ -13,6 +13,8 @@
 namespace tarnwheel::client {
 namespace {
 
+constexpr wchar_t kMap[] = L"map";
+constexpr wchar_t kTimestamps[] = L"timestamps";
 constexpr wchar_t kTimeout[] = L"timeout";
 constexpr std::uint32_t kGreatestTimeout = 24 * 60 * 60 * 1000;  // milliseconds
 constexpr std::size_t kHelpWidth = 80;
@@ -100,6 +102,22 @@ void add_timeout_option(Tamrin::command_line& line) {
 std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {
   return std::chrono::milliseconds(
       Tamrin::parse_number(line.at(kTimeout).text(), "time-out", 1, kGreatestTimeout));
+}
+
+void add_text_options(Tamrin::command_line& line) {
+  auto& map = line.add_valued(kMap);
+  map.value_name = L"MAP";
+  map.default_value = std::wstring_view(L"none");
+  map.description =
+      L"lf-crlf puts a CR before each LF that comes without one. Default value is none.";
+  line.add_flag(kTimestamps).description = L"Begin each line that comes with the time.";
+}
+
+text_changes text_changes_of(const Tamrin::command_line& line) {
+  const std::wstring_view map = line.at(kMap).text();
+  if (map != L"none" && map != L"lf-crlf")
+    throw Tamrin::cmd_line_syntax_error("Invalid map specified.", map, L"none or lf-crlf");
+  return {map != L"none", line.at(kTimestamps).flag()};
 }
 
 void add_json_option(Tamrin::command_line& line) {

@@ -38,6 +38,14 @@ void add_options_of(const verb& verb, Tamrin::command_line& line);
 void add_timeout_option(Tamrin::command_line& line);
 [[nodiscard]] std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line);
 
+// --map and --timestamps: what is done to the text that comes.
+struct text_changes {
+  bool inserts_cr = false;
+  bool stamps = false;
+};
+void add_text_options(Tamrin::command_line& line);
+[[nodiscard]] text_changes text_changes_of(const Tamrin::command_line& line);
+
 // --json, a flag.
 void add_json_option(Tamrin::command_line& line);
 

@@ -1,11 +1,14 @@
 #include <chrono>
 #include <mutex>
+#include <optional>
+#include <string_view>
 
 #include "app/command_line/numbers.h"
 #include "async/errors.h"
 #include "async/srw_lock.h"
 #include "client/line/line_session.h"
 #include "client/line/line_settings.h"
+#include "client/line/line_text.h"
 #include "client/line/retry.h"
 #include "client/streams/standard_streams.h"
 #include "client/verbs/client_options.h"
@@ -17,13 +20,19 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr wchar_t kQuiet[] = L"quiet";
+constexpr wchar_t kNewline[] = L"newline";
 constexpr std::uint32_t kGreatestQuiet = 24 * 60 * 60 * 1000;  // milliseconds
 
 // One connection of the standard streams with a line.
 class copying final : public line_session {
  public:
-  copying(input_stream& input, output_stream& output, milliseconds quiet)
-      : input_(input), output_(output), quiet_(quiet) {}
+  // `newline` replaces the line ends of the input, unless it is empty.
+  copying(input_stream& input, output_stream& output, milliseconds quiet, std::string_view newline,
+          text_changes changes)
+      : input_(input), output_(output), quiet_(quiet), changes_(changes) {
+    if (!newline.empty())
+      line_ends_.emplace(newline);
+  }
 
   // Returns when the input has ended and the line was quiet then, or when `stop` is signalled.
   // Throws client_error.
@@ -41,6 +50,14 @@ class copying final : public line_session {
   input_stream& input_;
   output_stream& output_;
   const milliseconds quiet_;
+  const text_changes changes_;
+
+  // Used by feed().
+  std::optional<line_end_converter> line_ends_;
+
+  // Used by received(), one call after another.
+  time_stamper stamper_;
+  cr_inserter inserter_;
 
   // Guarded by lock_.
   ostra::srw_lock lock_;
@@ -67,10 +84,15 @@ ostra::future<void> copying::feed(remote_line& line) {
     for (;;) {
       auto next = input_.read();
       auto bytes = co_await next;
-      if (bytes.empty())
+      const bool at_end = bytes.empty();
+      if (line_ends_)
+        bytes = at_end ? line_ends_->finish() : line_ends_->convert(bytes);
+      if (!bytes.empty()) {
+        auto room = line.write(std::move(bytes));
+        co_await room;
+      }
+      if (at_end)
         break;
-      auto room = line.write(std::move(bytes));
-      co_await room;
     }
   } catch (const ostra::operation_cancelled&) {
     co_return;
@@ -88,6 +110,10 @@ ostra::future<void> copying::received(std::vector<std::byte> bytes) {
     const std::lock_guard guard(lock_);
     writing_ = true;
   }
+  if (changes_.stamps)
+    bytes = stamper_.convert(bytes);
+  if (changes_.inserts_cr)
+    bytes = inserter_.convert(bytes);
   auto written = output_.write(std::move(bytes));
   co_await written;
   if (output_.error() != ERROR_SUCCESS)
@@ -120,6 +146,13 @@ void add_pipe_options(Tamrin::command_line& line) {
   quiet.default_value = std::wstring_view(L"200");
   quiet.description =
       L"End when the input has ended and nothing has come for so long. Default value is 200.";
+  auto& newline = line.add_valued(kNewline);
+  newline.value_name = L"EOL";
+  newline.default_value = std::wstring_view(L"none");
+  newline.description =
+      L"What is sent for each line end of the input: cr, lf, crlf, or none for the end as it is. "
+      L"Default value is none.";
+  add_text_options(line);
   add_retry_option(line);
   add_line_options(line);
 }
@@ -128,6 +161,8 @@ void pipe_port(const invocation& request) {
   line_address address = address_of(request);
   const milliseconds quiet(
       Tamrin::parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kGreatestQuiet));
+  const auto newline = parse_line_end(request.options.at(kNewline).text(), true);
+  const auto changes = text_changes_of(request.options);
 
   const console::interrupt stop;
   address.stop = stop.event();
@@ -135,7 +170,7 @@ void pipe_port(const invocation& request) {
   output_stream output(::GetStdHandle(STD_OUTPUT_HANDLE));
   attempts sessions(request.options, stop);
   sessions.run([&] {
-    copying session(input, output, quiet);
+    copying session(input, output, quiet, newline, changes);
     remote_line line(address);
     sessions.reached(line.name());
     session.run(line, stop.event());

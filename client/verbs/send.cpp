@@ -12,6 +12,7 @@
 #include "async/srw_lock.h"
 #include "client/line/line_session.h"
 #include "client/line/line_settings.h"
+#include "client/line/line_text.h"
 #include "client/verbs/client_options.h"
 #include "client/verbs/verb_table.h"
 #include "console/print.h"
@@ -70,18 +71,6 @@ ostra::future<void> answer::received(std::vector<std::byte> bytes) {
   co_return;
 }
 
-struct line_end {
-  std::wstring_view name;
-  std::string_view bytes;
-};
-
-constexpr line_end kLineEnds[] = {{L"none", ""}, {L"cr", "\r"}, {L"lf", "\n"}, {L"crlf", "\r\n"}};
-
-void append(std::vector<std::byte>& bytes, std::string_view text) {
-  for (const char character : text)
-    bytes.push_back(std::byte(character));
-}
-
 // The byte that an escape stands for; `rest`, which begins behind its backslash, is left behind it.
 std::optional<std::byte> take_escape(std::wstring_view& rest) {
   constexpr std::pair<wchar_t, char> kLetters[] = {
@@ -126,12 +115,8 @@ std::vector<std::byte> unescaped(std::wstring_view text) {
 std::vector<std::byte> message_of(const invocation& request) {
   const std::wstring_view text = request.arguments[2];
   auto bytes = request.options.at(kEscapes).flag() ? unescaped(text) : console::to_utf8(text);
-  const std::wstring_view name = request.options.at(kEol).text();
-  const auto* const end = std::ranges::find(kLineEnds, name, &line_end::name);
-  if (end == std::end(kLineEnds))
-    throw Tamrin::cmd_line_syntax_error("Invalid line end specified.", name,
-                                        L"none, cr, lf or crlf");
-  append(bytes, end->bytes);
+  for (const char character : parse_line_end(request.options.at(kEol).text(), true))
+    bytes.push_back(std::byte(character));
   return bytes;
 }
 

@@ -2,6 +2,7 @@
 
 #include "async/errors.h"
 #include "client/line/line_settings.h"
+#include "client/line/line_text.h"
 #include "client/line/retry.h"
 #include "client/terminal/terminal_keys.h"
 #include "client/terminal/terminal_session.h"
@@ -16,6 +17,16 @@ namespace {
 constexpr wchar_t kEcho[] = L"echo";
 constexpr wchar_t kHex[] = L"hex";
 constexpr wchar_t kLog[] = L"log";
+constexpr wchar_t kNewline[] = L"newline";
+
+terminal_settings settings_of(const Tamrin::command_line& options, const line_address& address) {
+  const auto changes = text_changes_of(options);
+  if (options.at(kHex).flag() && (changes.inserts_cr || changes.stamps))
+    throw Tamrin::cmd_line_syntax_error("Invalid combination of options specified.", kHex,
+                                        L"no --map and no --timestamps beside it");
+  return {options.at(kEcho).flag(), parse_line_end(options.at(kNewline).text(), false),
+          changes.inserts_cr, changes.stamps, short_form_of(address.settings.control)};
+}
 
 std::wstring greeting(const remote_line& line, std::wstring_view server) {
   const std::wstring_view where = server == L"." ? L"this machine" : server;
@@ -27,6 +38,11 @@ std::wstring greeting(const remote_line& line, std::wstring_view server) {
 void add_terminal_options(Tamrin::command_line& line) {
   line.add_flag(kEcho).description = L"Show typed text, for devices that do not echo it.";
   line.add_flag(kHex).description = L"Show received bytes in hexadecimal columns.";
+  auto& newline = line.add_valued(kNewline);
+  newline.value_name = L"EOL";
+  newline.default_value = std::wstring_view(L"cr");
+  newline.description = L"What Enter sends: cr, lf or crlf. Default value is cr.";
+  add_text_options(line);
   auto& log = line.add_valued(kLog);
   log.value_name = L"FILE";
   log.default_value = std::wstring_view();
@@ -38,7 +54,7 @@ void add_terminal_options(Tamrin::command_line& line) {
 void open_terminal(const invocation& request) {
   const Tamrin::command_line& options = request.options;
   line_address address = address_of(request);
-  const bool echo = options.at(kEcho).flag();
+  const terminal_settings settings = settings_of(options, address);
   const bool hex = options.at(kHex).flag();
   if (!console::raw_console::is_there())
     throw client_error(
@@ -54,7 +70,7 @@ void open_terminal(const invocation& request) {
       L", Ctrl+] q leaves");
   sessions.run([&] {
     terminal_screen screen(hex ? terminal_screen::view::hex : terminal_screen::view::text);
-    terminal_session session(address, screen, capture, echo);
+    terminal_session session(address, screen, capture, settings);
     sessions.reached(session.line().name());
     console::raw_console raw(stop);
     screen.note(greeting(session.line(), address.server));
