@@ -106,16 +106,5 @@ TEST(Logger, FullDiskEndsTheLogWithoutBlockingAnybody) {
   }
 }
 
-// How the logger is withdrawn while others use it is for the test of ostra::published to see.
-TEST_F(LoggerFile, IsReachedWhileItIsPublishedAndForWhatItKeeps) {
-  {
-    const process_logger published(*logger_, info);
-    write(info, L"line {0}", 7);
-    EXPECT_TRUE(is_kept(info) && !is_kept(debug));
-  }
-  write_line(critical, L"nobody logs");
-  EXPECT_EQ(Messages(), L"line 7=");
-}
-
 }  // namespace
 }  // namespace logging
