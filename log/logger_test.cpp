@@ -84,15 +84,6 @@ TEST_F(LoggerFile, EachRunAppendsUpToItsLevelUntilAnEmptyMessage) {
   EXPECT_EQ(Messages(), L"=00=0011=001122=00112233=0011223344=");
 }
 
-TEST_F(LoggerFile, WhatCannotBeTheLogIsLetGoAndAnotherPathTaken) {
-  EXPECT_TRUE(logger_->initialize(path_, false, info)) << "the file that is open";
-  EXPECT_FALSE(logger_->initialize(LR"(C:\no such folder\x.log)", false, info));
-  logger_->log(L"dropped"sv, info);
-  EXPECT_TRUE(logger_->initialize(path_, false, info));
-  logger_->log(L"kept"sv, info);
-  EXPECT_EQ(Messages(), L"kept=");
-}
-
 // The host's device that is always full stands in for a full disk.
 TEST(Logger, FullDiskEndsTheLogWithoutBlockingAnybody) {
   for (const bool stops : {true, false}) {

@@ -74,7 +74,7 @@ TEST_F(RemoteLine, LineIsSetAsAskedAndKeepsItsSignals) {
 }
 
 TEST_F(RemoteLine, DeviceWithoutEventsIsAskedOnce) {
-  device.raise(0);
+  device.lacks_events.set();
   Start(SERIAL_EV_CTS);
   for (int call = 0; call < 20; ++call)
     controls.modem_status().get();
