@@ -67,10 +67,7 @@ TEST_F(ClientOptions, LineLimitAndMessage) {
 }
 
 TEST_F(ClientOptions, Errors) {
-  const struct {
-    const wchar_t* arguments;
-    const wchar_t* message;
-  } rows[] = {
+  const std::pair<const wchar_t*, const wchar_t*> rows[] = {
       {L"", L"No verb specified"},
       {L"list", L"Invalid number of arguments specified: \"0\"; expected list SERVER"},
       {L"send . 5 x --eol", L"Command line argument's value is missing: \"--eol\""},
@@ -86,9 +83,8 @@ TEST_F(ClientOptions, Errors) {
       {L"send . 5 a\\x4 --escapes",
        L"Invalid escape specified: \"a\\x4\"; expected \\r, \\n, \\t, \\\\ or \\xNN"},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(Error(row.arguments), row.message) << row.arguments;
-  }
+  for (const auto& [arguments, message] : rows)
+    EXPECT_EQ(Error(arguments), message) << arguments;
 }
 
 // An example that no longer fits its verb, a help that does not name what the verb takes, or one
