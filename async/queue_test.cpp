@@ -64,5 +64,22 @@ TEST(WorkQueue, NeverBlocksItsPosterAndRunsItemsOneAfterAnother) {
   }
 }
 
+TEST(WorkQueue, CloseCompletesEveryItemAndWaitsForNone) {
+  promise<void> begin, release;
+  const auto begun = begin.get_future();
+  std::atomic<bool> ran = false;
+  auto works = std::make_unique<work_queue>();
+  const auto running = works->post([&begin, released = release.get_future()] {
+    begin.set_value();
+    released.wait();
+  });
+  const auto waiting = works->post([&ran] { ran = true; });
+  begun.wait();
+  works.reset();
+  EXPECT_TRUE(running.is_complete() && waiting.is_complete());
+  release.set_value();
+  EXPECT_FALSE(ran);
+}
+
 }  // namespace
 }  // namespace ostra

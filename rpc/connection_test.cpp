@@ -19,13 +19,19 @@ using test_connection = Connection<Client_IClient, Server_IServer>;
 
 constexpr std::uint16_t kClientCode = 1;
 
-// Opening ends on another thread than it began; reads wait for a Write; a read of size 13 fails.
+// Opening and controls end on another thread than they began; reads wait for a Write; a read of size 13 fails.
 class FakeServer final : public test::EchoServer {
  public:
   ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
     ostra::resume_background elsewhere;
     co_await elsewhere;
     co_return static_cast<HRESULT>(number);
+  }
+  ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t, bytes input) override {
+    ostra::resume_background elsewhere;
+    co_await elsewhere;
+    bytes_result result{static_cast<HRESULT>(code), std::move(input)};
+    co_return result;
   }
   ostra::future<HRESULT> Write(bytes data) override {
     may_read_.set();

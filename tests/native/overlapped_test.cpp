@@ -77,24 +77,30 @@ TEST_F(Overlapped, EachAnswerGivesItsResultAtOnceAndLater) {
 }
 
 // Between the subscription and the call CancelIoEx finds nothing; the second one falls between the
-// call and the suspension.
+// call and the suspension. The time lets what was begun win most of the rounds; either order has to
+// work.
 TEST_F(Overlapped, CancellationAndCompletionMayComeAtAnyTime) {
   for (int round = 0; round < 100; ++round) {
     Open(round % 2 == 0 ? kSkips : kQueues);
     const cancellation_source sources[4];
-    const auto cancel = [&](int which) { return [&sources, which] { sources[which].cancel(); }; };
+    const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
+    const auto cancel = [&](int which) {
+      return [&sources, which, pause] {
+        sources[which].cancel();
+        pause();
+      };
+    };
     ASSERT_EQ(Outcome(Read(sources[0].token(), cancel(0))), kAborted);
     ASSERT_EQ(Outcome(Read(sources[1].token(), {}, cancel(1))), kAborted);
     const auto pending = Read(sources[2].token());
     sources[2].cancel();
     ASSERT_EQ(Outcome(pending), kAborted);
     ASSERT_EQ(Outcome(Read(sources[2].token())), operation_cancelled().code());
-    // The time lets the completion win most of the rounds; either order has to work.
-    const auto send_and_wait = [this] {
+    const auto send = [&] {
       device_->send();
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      pause();
     };
-    ASSERT_EQ(Outcome(Read({}, {}, send_and_wait)), S_OK);
+    ASSERT_EQ(Outcome(Read({}, {}, send)), S_OK);
     const auto both = Read(sources[3].token());
     const std::jthread sender([this] { device_->send(); });
     sources[3].cancel();
