@@ -2,60 +2,76 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+#include <regex>
+
 #include "app/command_line/command_line_help.h"
+#include "format/format.h"
 
 namespace Tamrin {
 namespace {
 
-// At a width at which nothing is wrapped.
-constexpr std::wstring_view kHelp =
-    LR"(
-    -?, --help                                 Display command-line parameters.
-    --nologo                                   Do not display the logo message.
-
-=== Server parameters ===
-    --security-descriptor SDDL                 Listening security descriptor in SDDL.
-    --share-ports N1[,N2[,N3...]]]             Only share the given ports. If omitted, all ports are shared.
-    --no-discovery                             Disable auto-discovery.
-
-=== Logging ===
-    --log-path path                            Full path to log file. Ignored in service mode.
-    --log-level LOGGING-LEVEL                  Set default logging level. LOGGING-LEVEL is one of the following:
-                                                 critical - only critical errors
-                                                 error    - all errors
-                                                 warnings - errors and warnings
-                                                 info     - informational messages
-                                                 debug    - maximum information for debugging
-                                               Default value is "info"
-    --no-screen-log                            Prevent copy of log to be shown on the screen. Ignored in service mode.
-
-=== Service operations ===
-    -install-service, --install-service        Install service.
-    -uninstall-service, --uninstall-service    Uninstall service.
-)";
-
-TEST(ServerOptions, HelpValuesAndDefaults) {
+TEST(CommandLineHelp, OfTheServerIsWhatItsPageShows) {
+  std::ifstream file(TARNWHEEL_ADMINISTRATION_PAGE);
+  const std::string page(std::istreambuf_iterator<char>(file), {});
   command_line line;
   add_server_options(line);
-  EXPECT_EQ(format_help(line, 150), kHelp.substr(1));
+  const std::wstring help = format_help(line, 150);  // where nothing is wrapped
+  const std::string shown(help.begin(), help.end());
+  EXPECT_NE(page.find("```text\n" + shown + "```"), std::string::npos) << shown;
+}
 
+// With one option whose names take 7 characters the description starts at column 15.
+TEST(CommandLineHelp, Wrapping) {
+  constexpr std::size_t kNarrowest = 31;  // leaves the description 16 columns, the fewest
+  const struct {
+    std::size_t console_width;
+    const wchar_t* description;
+    std::wstring wrapped;  // "/" is an end of line with the next one's indentation
+  } rows[] = {
+      {kNarrowest, L"aaaa bbbb cccc ", L"aaaa bbbb cccc "},
+      // A line is shorter than the column is wide.
+      {kNarrowest, L"aaaa bbbb cccc d", L"aaaa bbbb cccc/d"},
+      {kNarrowest + 1, L"aaaa bbbb cccc d", L"aaaa bbbb cccc d"},
+      // Below the fewest columns there are 20, whatever the console shows.
+      {kNarrowest - 1, L"aaaa bbbb cccc dddd", L"aaaa bbbb cccc dddd"},
+      {0, L"aaaa bbbb cccc ddddd", L"aaaa bbbb cccc/ddddd"},
+      {kNarrowest, L"aaaa bbbb ccc  d", L"aaaa bbbb ccc/ d"},  // the second space stays
+      {kNarrowest, L"aa abcdefghijklmnopqrst b", L"aa/abcdefghijklmnopqrst/b"},
+      {kNarrowest, L"aaaa bbbb cccc d\n\ne\n", L"aaaa bbbb cccc/d//e"},
+  };
+  for (const auto& row : rows) {
+    command_line line;
+    line.add_flag(L"a", L"x");
+    line.add_reference(L"a").description = row.description;  // which has the names of its option
+    const std::wstring help = format_help(line, row.console_width);
+    EXPECT_EQ(std::regex_replace(help, std::wregex(L"\n {15}"), L"/"),
+              L"    -x, --a    \n    -x, --a    " + row.wrapped + L"\n");
+  }
+  command_line line;
+  line.add_reference(L"nowhere");
+  EXPECT_THROW(static_cast<void>(format_help(line, 80)), cmd_line_syntax_error);
+}
+
+TEST(ServerOptions, ValuesAndDefaults) {
+  command_line line;
+  add_server_options(line);
   const auto values = [&line](const std::wstring& arguments) {
     line.parse(L"server.exe " + arguments);
     const auto read = read_server_options(line);
-    std::wstring text = read.security_descriptor + L'|' + read.log_path + L'|';
-    text += std::to_wstring(read.log_level) + (read.screen_log ? L" screen" : L"") +
-            (read.discovery ? L" discovery" : L"");
+    std::wstring text =
+        tfmt::format(L"{0}|{1}|{2}{3?<} screen{3?>}{4?<} discovery{4?>}", read.security_descriptor,
+                     read.log_path, read.log_level, read.screen_log, read.discovery);
     for (const auto port : read.shared_ports)
-      text += L' ' + std::to_wstring(port);
-    for (const wchar_t* flag : {L"help", L"nologo", L"install-service", L"uninstall-service"})
-      text += line.at(flag).flag() ? flag : L"";
+      text += tfmt::format(L" {0}", port);
     return text;
   };
   EXPECT_EQ(values(L"--no-discovery"), L"D:(A;;0xc0100004;;;SU)(A;;0xc0100000;;;WD)||3 screen");
   EXPECT_EQ(
       values(L"--security-descriptor D: --log-path \"C:\\Log Files\\x.log\" --log-level debug "
-             L"--share-ports 3,1,2 --no-screen-log -? -install-service --nologo"),
-      L"D:|C:\\Log Files\\x.log|4 discovery 1 2 3helpnologoinstall-service");
+             L"--share-ports 3,1,2 --no-screen-log"),
+      L"D:|C:\\Log Files\\x.log|4 discovery 1 2 3");
 }
 
 TEST(ServerOptions, PortListsAndLevels) {

@@ -31,15 +31,13 @@ TEST(AsyncTimer, FiresAfterItsDurationOrIsCancelledAndCanBeUsedAgain) {
     EXPECT_FALSE(waiting.is_complete());
     timer.cancel();
     EXPECT_FALSE(waiting.get());
-    EXPECT_TRUE(wait(timer, 1ms).get());
     timer.cancel();  // the next wait
     EXPECT_FALSE(wait(timer, 1h).get());
   }
 }
 
 TEST(Within, CallOrItsLimitGivesTheOutcome) {
-  promise<int> succeeds;
-  promise<void> fails;
+  promise<int> succeeds, fails;
   const auto value = within(succeeds.get_future(), 1h);
   const auto failure = within(fails.get_future(), 1h);
   succeeds.set_value(7);
@@ -48,13 +46,13 @@ TEST(Within, CallOrItsLimitGivesTheOutcome) {
   EXPECT_THROW(failure.get(), operation_cancelled);
   constexpr auto kTimeout = static_cast<HRESULT>(0x800705B4);
   const promise<void> hangs;
-  EXPECT_EQ(code_of([&] { return within(hangs.get_future(), 10ms).get(), 0; }), kTimeout);
+  EXPECT_EQ(code_of([&] { within(hangs.get_future(), 10ms).get(); }), kTimeout);
   testing_support::stress([](auto& random) {
     promise<void> call;
     const auto limited = within(call.get_future(), 1ms);
     testing_support::spin(random() % 400'000);
     call.set_value();
-    const HRESULT outcome = code_of([&] { return limited.get(), 0; });
+    const HRESULT outcome = code_of([&] { limited.get(); });
     EXPECT_TRUE(outcome == S_OK || outcome == kTimeout);
   });
 }

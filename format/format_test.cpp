@@ -13,15 +13,6 @@ namespace {
 
 using std::wstring;
 
-template <class T>
-constexpr bool accepted = requires(const T& value) {
-  format(L"{0}", value);
-};
-
-static_assert(accepted<HRESULT> && accepted<DWORD> && accepted<wchar_t[4]>);
-static_assert(!accepted<long long> && !accepted<short> && !accepted<wchar_t> && !accepted<double>);
-static_assert(!accepted<int*> && !accepted<std::string> && !accepted<char[4]>);
-
 constexpr int kLeast = std::numeric_limits<int>::min();
 
 TEST(Format, IntegersByBaseSignAndGroups) {

@@ -9,12 +9,13 @@ namespace {
 
 using namespace std::string_literals;
 
-// What a datagram with this name, and a count that is wrong by so much, comes to; empty when it is
-// refused.
-std::wstring Heard(std::wstring_view name, std::uint32_t surplus = 0) {
+// What a datagram with this name comes to, with a count that is wrong by so much and a byte less or
+// not; empty when it is refused.
+std::wstring Heard(std::wstring_view name, std::uint32_t surplus = 0, bool cut = false) {
   auto datagram = make_datagram(name);
   const auto count = static_cast<std::uint32_t>(name.size()) + surplus;
   std::memcpy(datagram.data(), &count, sizeof count);
+  datagram.resize(datagram.size() - (cut ? 1 : 0));
   std::wstring heard;
   const HRESULT code = testing_support::code_of([&] { return heard = name_in(datagram); });
   EXPECT_EQ(code, heard.empty() ? static_cast<HRESULT>(0x8007000D) : S_OK);
@@ -33,6 +34,7 @@ TEST(DiscoveryDatagram, OnlyNamesOfComputersAreTaken) {
   // Twice the larger counts has a small value in 32 bits.
   for (const std::uint32_t surplus : {1u, 0x80000000u, 0x7FFFFFFCu})
     EXPECT_EQ(Heard(L"HOST", surplus), L"");
+  EXPECT_EQ(Heard(L"HOST", 0, true) + Heard(L"", 0, true), L"");
 }
 
 }  // namespace

@@ -86,13 +86,9 @@ TEST_F(PipeEnds, CancelEndsWhatIsPendingAndRefusesWhatComes) {
   EXPECT_NE(Outcome(write), S_OK);
 }
 
-TEST_F(PipeEnds, ConnectTellsAMissingPipeFromABusyOne) {
-  const auto client = PipeTransport::Create();
-  EXPECT_EQ(client->Connect(L".", unique_name(), 50, 2), to_hresult(ERROR_FILE_NOT_FOUND));
-  EXPECT_EQ(client->Connect(L".", name_, 50, 0), to_hresult(ERROR_TIMEOUT));
+TEST_F(PipeEnds, EndThatIsThrownOffListensAgainWhenItIsToldTo) {
   Renew();
-  EXPECT_EQ(client->Connect(L".", name_, 50, 2), to_hresult(ERROR_PIPE_BUSY));
-  // The end that is thrown off listens again when it is told to.
+  const auto client = PipeTransport::Create();
   server_->Disconnect();
   EXPECT_EQ(client->Connect(L".", name_, 50, 1), to_hresult(ERROR_PIPE_BUSY));
   const auto wait = server_->WaitClient(false, nullptr);

@@ -27,28 +27,25 @@ TEST_P(ServerParameters, ComeBackAndAreTheDefaultsWhereTheyAreMissing) {
 }
 
 TEST_P(ServerParameters, ValuesOfAnotherTypeAreRefusedNotReplacedByDefaults) {
-  const wchar_t* const names[] = {L"SecurityDescriptor", L"AutoDiscovery", L"sharedports"};
-  for (int name = 0; name < 3; ++name) {
-    for (const int type : {0, 1, 2}) {
-      if (type == 0)
-        folder_->write_string(names[name], L"0");
-      else if (type == 1)
-        folder_->write_value(names[name], "\0\0\0", 4);  // the bytes of an empty list
-      else
-        WriteStream(names[name], {'D', 0, ':'});
-      server_parameters read;
-      EXPECT_EQ(FAILED(read_server_parameters(*folder_, read)), type != name || name == 2);
-      EXPECT_EQ(read == server_parameters(), type != name || name == 2);
-    }
-    folder_->delete_value(names[name]);
+  const auto refuses = [this](const wchar_t* name) {
+    server_parameters read;
+    const bool refused = FAILED(read_server_parameters(*folder_, read));
+    EXPECT_EQ(read == server_parameters(), refused);
+    folder_->delete_value(name);
+    return refused;
+  };
+  for (const wchar_t* name : {L"SecurityDescriptor", L"AutoDiscovery", L"sharedports"}) {
+    folder_->write_string(name, L"0");
+    EXPECT_EQ(refuses(name), *name != L'S') << name;
+    folder_->write_value(name, "\0\0\0", 4);  // the bytes of an empty list
+    EXPECT_EQ(refuses(name), *name != L'A') << name;
+    WriteStream(name, {'D', 0, ':'});
+    EXPECT_TRUE(refuses(name)) << name;
   }
 }
 
 TEST_P(ServerParameters, PortsAreSortedAndDamagedListsRefused) {
-  const struct {
-    test::bytes stored;
-    HRESULT expected;
-  } rows[] = {
+  const std::pair<test::bytes, HRESULT> rows[] = {
       {{2, 0, 0, 0, 9, 0, 0, 0, 7, 0, 0, 0}, S_OK},
       {{1, 0}, kEndOfFile},
       {{2, 0, 0, 0, 9, 0, 0, 0, 7, 0, 0}, kEndOfFile},
@@ -56,11 +53,11 @@ TEST_P(ServerParameters, PortsAreSortedAndDamagedListsRefused) {
       {{1, 0, 0, 0, 9, 0, 0, 0, 7}, kInvalidData},
       {{0, 0, 0, 0, 9, 0, 0, 0}, kInvalidData},
   };
-  for (const auto& row : rows) {
-    WriteStream(L"SharedPorts", row.stored);
+  for (const auto& [stored, outcome] : rows) {
+    WriteStream(L"SharedPorts", stored);
     server_parameters read{L"", false, {42}};
-    EXPECT_EQ(read_server_parameters(*folder_, read), row.expected);
-    EXPECT_EQ(read.shared_ports, row.expected == S_OK ? numbers({7, 9}) : numbers({42}));
+    EXPECT_EQ(read_server_parameters(*folder_, read), outcome);
+    EXPECT_EQ(read.shared_ports, outcome == S_OK ? numbers({7, 9}) : numbers({42}));
   }
 }
 

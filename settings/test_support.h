@@ -20,16 +20,6 @@ class AnyFolder : public testing::TestWithParam<bool> {
  protected:
   ~AnyFolder() override { folder_->delete_folder(); }
 
-  // The whole stream of a value; what cannot be read is empty.
-  bytes ReadStream(const std::wstring& name) {
-    const unique_stream stream = folder_->open_stream(name, STGM_READ);
-    bytes data(256);
-    ULONG read = 0;
-    if (stream)
-      stream.get()->Read(data.data(), static_cast<ULONG>(data.size()), &read);
-    data.resize(read);
-    return data;
-  }
   void WriteStream(const std::wstring& name, const bytes& data) {
     const unique_stream stream = folder_->open_stream(name, STGM_WRITE);
     stream.get()->Write(data.data(), static_cast<ULONG>(data.size()), nullptr);

@@ -2,73 +2,81 @@
 
 #include <gtest/gtest.h>
 
+#include "app/command_line/numbers.h"
+
 namespace Tamrin {
 namespace {
 
-using views = std::vector<std::wstring_view>;
+constexpr std::wstring_view kUnknown = L"Invalid command line argument specified";
 
 struct CommandLine : testing::Test {
   CommandLine() {
     line.add_flag(L"verbose", L"v");
-    line.add_flag(L"quiet");
     line.add_flag(L"same", L"same");
     line.add_valued(L"path").default_value = std::wstring_view(L"none");
     line.add_valued(L"item").multi_value = true;
     line.add_reference(L"path");
   }
 
-  // The message of the error that parsing ends with, "" when there is none.
-  std::string Error(const std::wstring& arguments) {
+  // "+verbose -same path item item | word | word", or what is wrong.
+  std::wstring Parsed(const std::wstring& text) {
     try {
-      line.parse(L"program " + arguments);
-      return "";
+      line.parse(text);
     } catch (const cmd_line_syntax_error& error) {
-      return error.what();
+      EXPECT_FALSE(line.completed());
+      const std::string_view message = error.what();
+      return std::wstring(message.begin(), message.end());
     }
+    EXPECT_TRUE(line.completed());
+    std::wstring parsed;
+    for (const std::wstring flag : {L"verbose", L"same"}) {
+      if (line.at(flag).present)
+        parsed += (line.at(flag).flag() ? L'+' : L'-') + flag + L' ';
+    }
+    parsed += line.at(L"path").text();
+    if (const auto& items = line.at(L"item"); items.present) {
+      for (const auto item : std::get<std::vector<std::wstring_view>>(items.value))
+        parsed.append(L" ").append(item);
+    }
+    for (const auto word : line.positional())
+      parsed.append(L" | ").append(word);
+    return parsed;
   }
 
   command_line line;
 };
 
-TEST_F(CommandLine, Tokens) {
-  const std::pair<const wchar_t*, views> rows[] = {
-      {L"", {}},
-      {L"  program  a  b ", {L"a", L"b"}},
-      {L"\"C:\\My Files\\program.exe\" a", {L"a"}},
-      {L"\"program\"a \"\" b", {L"a", L"", L"b"}},
-      {L"program \"a b\"c", {L"a b", L"c"}},
-      {L"program \"a\\\"b\" c", {L"a\\", L"b\"", L"c"}},
-      {L"program a\"b c\"", {L"a\"b", L"c\""}},
+TEST_F(CommandLine, TokensOptionsAndTheirValues) {
+  const std::pair<const wchar_t*, std::wstring_view> rows[] = {
+      {L"", L"none"},
+      {L"  program  a  b ", L"none | a | b"},
+      {L"\"C:\\My Files\\program.exe\" a", L"none | a"},
+      {L"\"program\"a \"\" b", L"none | a |  | b"},
+      {L"program \"a b\"c", L"none | a b | c"},
+      {L"program \"a\\\"b\" c", L"none | a\\ | b\" | c"},
+      {L"program a\"b c\"", L"none | a\"b | c\""},
+      {L"program x -v- --path \"a b\" y --item 1 --path --same -same --item -v",
+       L"-verbose +same --same 1 -v | x | y"},
+      {L"program -v --same- --verbose+ --path", L"Command line argument's value is missing"},
+      {L"program --item 3 --verbose", L"+verbose none 3"},  // without anything of the last one
   };
-  for (const auto& [text, tokens] : rows) {
-    line.parse(text);
-    EXPECT_EQ(line.positional(), tokens) << text;
-  }
-}
-
-TEST_F(CommandLine, OptionsAndTheirValues) {
-  EXPECT_EQ(Error(L"x -v- --path \"a b\" y --quiet+ --item 1 --path --same -same --item -v"), "");
-  EXPECT_TRUE(line.at(L"verbose").present && !line.at(L"verbose").flag());
-  EXPECT_TRUE(line.at(L"quiet").flag() && line.at(L"same").flag() && line.completed());
-  EXPECT_EQ(line.at(L"path").text(), L"--same");
-  EXPECT_EQ(std::get<views>(line.at(L"item").value), (views{L"1", L"-v"}));
-  EXPECT_EQ(line.positional(), (views{L"x", L"y"}));
-  // The next parse forgets the one before.
-  EXPECT_EQ(Error(L"--item 2 -v --quiet- --path"), "Command line argument's value is missing");
-  EXPECT_FALSE(line.completed() || line.at(L"same").present || line.at(L"quiet").flag());
-  EXPECT_EQ(Error(L"--item 3 --verbose"), "");
-  EXPECT_TRUE(line.at(L"verbose").flag() && line.positional().empty());
-  EXPECT_EQ(line.at(L"path").text(), L"none");
-  EXPECT_EQ(std::get<views>(line.at(L"item").value), views{L"3"});
-}
-
-TEST_F(CommandLine, Errors) {
-  for (const wchar_t* unknown : {L"--unknown", L"--Verbose", L"-verbose", L"--v", L"-quiet", L"-",
-                                 L"--", L"-+", L"---", L"--quiet+-", L"--quiet --"})
-    EXPECT_EQ(Error(unknown), "Invalid command line argument specified") << unknown;
+  for (const auto& [text, parsed] : rows)
+    EXPECT_EQ(Parsed(text), parsed) << text;
+  for (const wchar_t* unknown : {L"--unknown", L"--Verbose", L"-verbose", L"--v", L"-path", L"-",
+                                 L"--", L"-+", L"---", L"--same+-", L"--same --"})
+    EXPECT_EQ(Parsed(L"program " + std::wstring(unknown)), kUnknown) << unknown;
   line.add_valued(L"needed").required = true;
-  EXPECT_EQ(Error(L"--path needed"), "Missing required parameters");
-  EXPECT_EQ(Error(L"--needed x"), "");
+  EXPECT_EQ(Parsed(L"program --path needed"), L"Missing required parameters");
+  EXPECT_EQ(Parsed(L"program --needed x"), L"none");
+}
+
+TEST(Numbers, Ports) {
+  for (const wchar_t* text : {L"COM5", L"com5", L"5", L"005"})
+    EXPECT_EQ(parse_port(text), 5u) << text;
+  EXPECT_EQ(parse_port(L"4294967295"), ~0u);
+  for (const wchar_t* text : {L"", L"COM", L"COM0", L"COM5x", L"COM 5", L"-5", L"LPT1", L"COMCOM5",
+                              L"4294967296", L"18446744073709551621", L"COM\xFF15"})
+    EXPECT_THROW(static_cast<void>(parse_port(text)), cmd_line_syntax_error) << text;
 }
 
 }  // namespace

@@ -95,11 +95,8 @@ TEST_F(ComPortControl, ModemLinesAreTold) {
   Play("11 16 = 111 16;lines 0 = 107 0;lines 32 =;lines 48 = 107 16;lines 32 = 107 0");
 }
 
-TEST_F(ComPortControl, ClientMaySuspendUntilTheEnd) {
+TEST_F(ComPortControl, ClientMaySuspendUntilTheEndAndIsToldErrorsIfItWants) {
   Play("flows = yes;8 =;flows = no;9 =;flows = yes;8 =;close =;flows = yes;8 =;flows = yes");
-}
-
-TEST_F(ComPortControl, ErrorsAreToldToWhoWantsThem) {
   Play(
       "errors 1 =;10 255 = 110 255;errors 3 = 106 24;errors 20 = 106 6;errors 8 = 106 2;errors 0 "
       "=");

@@ -1,5 +1,3 @@
-// The fuzzer of Telnet compares input that is cut anywhere with the whole, and what is encoded with
-// what is received of it.
 #include "client/telnet/telnet.h"
 
 #include <gtest/gtest.h>
@@ -47,7 +45,7 @@ std::string Shown(const std::vector<telnet_item>& items) {
   return shown;
 }
 
-TEST(Telnet, InputBecomesItems) {
+TEST(Telnet, InputBecomesTheSameItemsWhereverItIsCut) {
   const std::pair<std::string, std::string> rows[] = {
       {"abc", "data abc"},
       {"a^^b^^", "data a^b^"},
@@ -69,8 +67,15 @@ TEST(Telnet, InputBecomesItems) {
       {"^[C" + std::string(513, 'x') + "^]y", "data y"},
       {"^]z", "data z"},
   };
-  for (const auto& [input, shown] : rows)
-    EXPECT_EQ(Shown(telnet().receive(Bytes(input))), shown) << input;
+  for (const auto& [input, shown] : rows) {
+    const bytes whole = Bytes(input);
+    for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+      telnet parser;
+      auto items = parser.receive(std::span(whole).first(cut));
+      std::ranges::move(parser.receive(std::span(whole).subspan(cut)), std::back_inserter(items));
+      EXPECT_EQ(Shown(items), shown) << input << " cut at " << cut;
+    }
+  }
 }
 
 TEST(Telnet, TwoEndsAgreeAndFallSilent) {

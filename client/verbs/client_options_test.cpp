@@ -67,16 +67,9 @@ TEST_F(ClientOptions, LineLimitAndMessage) {
 }
 
 TEST_F(ClientOptions, Errors) {
-  const struct {
-    const wchar_t* arguments;
-    const wchar_t* message;
-  } rows[] = {
+  const std::pair<const wchar_t*, const wchar_t*> rows[] = {
       {L"", L"No verb specified"},
-      {L"List .",
-       L"Invalid verb specified: \"List\"; expected list, discover, send, term, pipe or bridge"},
       {L"list", L"Invalid number of arguments specified: \"0\"; expected list SERVER"},
-      {L"list . --baud 9600", L"Invalid command line argument specified: \"--baud\""},
-      {L"list . --json --", L"Invalid command line argument specified: \"--\""},
       {L"send . 5 x --eol", L"Command line argument's value is missing: \"--eol\""},
       {L"send \"\" 5 x",
        L"Invalid server specified: \"\"; expected a computer's name, or . for this machine"},
@@ -90,9 +83,8 @@ TEST_F(ClientOptions, Errors) {
       {L"send . 5 a\\x4 --escapes",
        L"Invalid escape specified: \"a\\x4\"; expected \\r, \\n, \\t, \\\\ or \\xNN"},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(Error(row.arguments), row.message) << row.arguments;
-  }
+  for (const auto& [arguments, message] : rows)
+    EXPECT_EQ(Error(arguments), message) << arguments;
 }
 
 // An example that no longer fits its verb, a help that does not name what the verb takes, or one

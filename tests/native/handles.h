@@ -6,18 +6,18 @@
 
 #include "thread_pool.h"
 
-namespace stand_in {
-
 // How a read ends: an NTSTATUS and the Win32 error that it maps to. One of success moves one 'x'.
-struct answer {
+struct device_answer {
   ULONG status = 0;
   DWORD error = ERROR_SUCCESS;
+
+  [[nodiscard]] ULONG severity() const { return status >> 30; }
 };
 
 // The handle is its address, so the address sanitizer sees the use of a closed one.
-struct kernel_object {
+struct test_device {
   // Answers the read that waits, or else the next one.
-  void send(answer sent = {}) {
+  void send(device_answer sent = {}) {
     const std::lock_guard guard(lock);
     if (read != nullptr)
       end_read(sent, true);
@@ -31,45 +31,46 @@ struct kernel_object {
     const std::lock_guard guard(lock);
     call->Internal = 0x103;  // STATUS_PENDING
     read = call;
-    buffer = to;
+    buffer = static_cast<char*>(to);
     if (!next)
       return ERROR_IO_PENDING;
-    const answer sent = *std::exchange(next, std::nullopt);
-    if (sent.status >> 30 == 3)
+    const auto sent = *std::exchange(next, std::nullopt);
+    if (sent.severity() == 3)
       read = nullptr;
     else
       end_read(sent, sent.error != ERROR_SUCCESS || !skips_on_success);
     return sent.error;
   }
 
-  void end_read(const answer& sent, bool completes) {
+  void end_read(device_answer sent, bool completes) {
     OVERLAPPED* const call = std::exchange(read, nullptr);
     call->Internal = sent.status;
-    call->InternalHigh = sent.status >> 30 < 2 ? 1 : 0;
-    if (call->InternalHigh != 0)
-      *static_cast<char*>(buffer) = 'x';
+    if (sent.severity() < 2) {
+      call->InternalHigh = 1;
+      *buffer = 'x';
+    }
     if (completes)
-      binding->submit(sent.error, call);
+      binding->run([end = complete, sent, call] { end(sent.error, call); });
   }
 
-  bool skips_on_success = false;       // constant once calls are made
-  std::shared_ptr<TP_OBJECT> binding;  // likewise
+  // Constant once calls are made.
+  bool skips_on_success = false;
+  std::shared_ptr<TP_OBJECT> binding;
+  std::function<void(DWORD error, OVERLAPPED*)> complete;
 
   // Guarded by lock.
   std::mutex lock;
-  std::optional<answer> next;
+  std::optional<device_answer> next;
   OVERLAPPED* read = nullptr;
-  void* buffer = nullptr;
+  char* buffer = nullptr;
 };
 
-inline kernel_object& object_of(HANDLE handle) {
-  return *static_cast<kernel_object*>(handle);
+inline test_device& device_of(HANDLE handle) {
+  return *static_cast<test_device*>(handle);
 }
 
-}  // namespace stand_in
-
 inline BOOL CloseHandle(HANDLE handle) noexcept {
-  delete &stand_in::object_of(handle);
+  delete &device_of(handle);
   return TRUE;
 }
 
@@ -81,7 +82,7 @@ inline void SetThreadpoolWait(PTP_WAIT, HANDLE, const FILETIME*) {}
 inline constexpr auto CloseThreadpoolWait = &CloseThreadpoolTimer;
 
 inline BOOL SetFileCompletionNotificationModes(HANDLE handle, BYTE) {
-  return stand_in::object_of(handle).skips_on_success = true;
+  return device_of(handle).skips_on_success = true;
 }
 
 inline void StartThreadpoolIo(PTP_IO io) {
@@ -95,12 +96,12 @@ inline void CancelThreadpoolIo(PTP_IO io) {
 }
 
 inline PTP_IO CreateThreadpoolIo(HANDLE handle, auto callback, void* context, void*) {
-  const PTP_IO io =
-      stand_in::hand_out([=](auto instance, DWORD result, OVERLAPPED* call, PTP_IO object) {
-        CancelThreadpoolIo(object);
-        callback(instance, context, call, result, call->InternalHigh, object);
-      });
-  stand_in::object_of(handle).binding = io->self;
+  const PTP_IO io = TP_OBJECT::hand_out();
+  device_of(handle).binding = io->self;
+  device_of(handle).complete = [=](DWORD error, OVERLAPPED* call) {
+    CancelThreadpoolIo(io);
+    callback(nullptr, context, call, error, call->InternalHigh, io);
+  };
   return io;
 }
 
@@ -111,7 +112,7 @@ inline void CloseThreadpoolIo(PTP_IO io) {
 }
 
 inline BOOL ReadFile(HANDLE handle, void* buffer, DWORD, DWORD*, OVERLAPPED* call) {
-  SetLastError(stand_in::object_of(handle).begin_read(buffer, call));
+  SetLastError(device_of(handle).begin_read(buffer, call));
   return GetLastError() == ERROR_SUCCESS;
 }
 
@@ -120,10 +121,9 @@ inline BOOL WriteFile(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
 }
 
 inline BOOL CancelIoEx(HANDLE handle, OVERLAPPED* call) {
-  auto& device = stand_in::object_of(handle);
+  auto& device = device_of(handle);
   const std::lock_guard guard(device.lock);
-  if (device.read != call)
-    return FALSE;
-  device.end_read({0xC0000120, ERROR_OPERATION_ABORTED}, true);
+  if (device.read == call)
+    device.end_read({0xC0000120, ERROR_OPERATION_ABORTED}, true);
   return TRUE;
 }

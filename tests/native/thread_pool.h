@@ -17,15 +17,16 @@
 // Work, a timer, a wait or the binding of a handle. The pointer that Windows hands out owns it
 // through `self` until it is closed; calls that have not ended keep it alive longer.
 struct TP_OBJECT : std::enable_shared_from_this<TP_OBJECT> {
-  template <class Action>
-  void run(Action action) {
+  static TP_OBJECT* hand_out() {
+    const auto object = std::make_shared<TP_OBJECT>();
+    object->self = object;
+    return object.get();
+  }
+  void run(std::function<void()> action) {
     std::thread([action, kept = shared_from_this()] { action(); }).detach();
   }
-  void submit(DWORD result = 0, OVERLAPPED* overlapped = nullptr) {
-    run([this, result, overlapped] { call(nullptr, result, overlapped); });
-  }
 
-  std::function<void(TP_OBJECT** instance, DWORD result, OVERLAPPED*)> call;
+  std::function<void(TP_OBJECT** instance)> call;
   std::shared_ptr<TP_OBJECT> self;
   std::atomic<int> started = 0;  // of a binding: calls whose completion is still to come
 
@@ -44,41 +45,21 @@ using PTP_WAIT = TP_OBJECT*;
 using PTP_IO = TP_OBJECT*;
 using TP_WAIT_RESULT = DWORD;
 
-namespace stand_in {
-
-// Makes an object whose calls are `call(instance, result, overlapped, object)`.
-template <class Call>
-TP_OBJECT* hand_out(Call call) {
-  const auto object = std::make_shared<TP_OBJECT>();
-  object->call = [call, raw = object.get()](auto... told) { call(told..., raw); };
-  object->self = object;
-  return object.get();
-}
-
-// Relative times are negative counts of 100 nanoseconds.
-inline auto time_of(const FILETIME& due) {
-  const auto bits = std::uint64_t{due.dwHighDateTime} << 32 | due.dwLowDateTime;
-  return std::chrono::steady_clock::now() +
-         std::chrono::nanoseconds(-100 * static_cast<std::int64_t>(bits));
-}
-
-}  // namespace stand_in
-
 inline BOOL TrySubmitThreadpoolCallback(auto callback, void* context, void*) {
   std::thread(callback, nullptr, context).detach();
   return TRUE;
 }
 
-inline PTP_WORK CreateThreadpoolWork(auto callback, void* context, void*) {
-  return stand_in::hand_out(
-      [=](auto instance, DWORD, auto, TP_OBJECT* object) { callback(instance, context, object); });
+using thread_pool_callback = void (*)(PTP_CALLBACK_INSTANCE, void* context, TP_OBJECT*);
+inline TP_OBJECT* CreateThreadpoolWork(thread_pool_callback callback, void* context, void*) {
+  TP_OBJECT* const object = TP_OBJECT::hand_out();
+  object->call = [=](auto instance) { callback(instance, context, object); };
+  return object;
 }
-inline PTP_TIMER CreateThreadpoolTimer(auto callback, void* context, void* environment) {
-  return CreateThreadpoolWork(callback, context, environment);
-}
+inline constexpr auto CreateThreadpoolTimer = &CreateThreadpoolWork;
 
 inline void SubmitThreadpoolWork(PTP_WORK work) {
-  work->submit();
+  work->run([work] { work->call(nullptr); });
 }
 
 // The call that runs is not waited for any longer.
@@ -90,21 +71,24 @@ inline void DisassociateCurrentThreadFromCallback(PTP_CALLBACK_INSTANCE instance
   }
 }
 
+// A relative time is a negative count of 100 nanoseconds.
 inline void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* due, DWORD, DWORD) {
   const std::lock_guard guard(timer->lock);
   const unsigned setting = ++timer->settings;
   timer->changed.notify_all();
   if (due == nullptr)
     return;
-  timer->run([timer, setting, time = stand_in::time_of(*due)] {
+  const auto ticks = std::uint64_t{due->dwHighDateTime} << 32 | due->dwLowDateTime;
+  const std::chrono::nanoseconds delay(-100 * static_cast<std::int64_t>(ticks));
+  timer->run([timer, setting, delay] {
     PTP_TIMER fired = timer;
     std::unique_lock waiting(timer->lock);
-    if (timer->changed.wait_until(waiting, time, [&] { return timer->settings != setting; }))
+    if (timer->changed.wait_for(waiting, delay, [&] { return timer->settings != setting; }))
       return;
     ++timer->running;
     waiting.unlock();
     std::this_thread::sleep_for(std::chrono::microseconds(50));  // for a cancel to come between
-    timer->call(&fired, 0, nullptr);
+    timer->call(&fired);
     DisassociateCurrentThreadFromCallback(&fired);
   });
 }

@@ -82,9 +82,7 @@ enum COMPUTER_NAME_FORMAT { ComputerNameDnsHostname };
 inline BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT, wchar_t*, DWORD*) {
   return FALSE;
 }
-inline void* LocalFree(void*) noexcept {
-  return nullptr;
-}
+void* LocalFree(void*) noexcept;
 
 inline constexpr DWORD LOCALE_STHOUSAND = 15;
 inline constexpr const wchar_t* LOCALE_NAME_USER_DEFAULT = nullptr;

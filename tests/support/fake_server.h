@@ -57,6 +57,7 @@ class fake_device final : public tether::IServer_Remote {
   std::set<std::uint32_t> unanswered;      // control codes, or of the calls above
   std::map<std::uint32_t, bytes> outputs;  // of the next control with a code
   ostra::async_event may_write{true};
+  ostra::async_event lacks_events{false};  // set: each wait for events ends without any
 
   // Bytes come.
   void send(std::string_view text) {
@@ -66,15 +67,6 @@ class fake_device final : public tether::IServer_Remote {
       coming_.insert(coming_.end(), view.begin(), view.end());
     }
     byte_came_.set();
-  }
-
-  // Events happen. None at all is what a device without them answers.
-  void raise(std::uint32_t events) {
-    {
-      const std::lock_guard guard(lock_);
-      events_ |= events;
-    }
-    event_came_.set();
   }
 
   // The calls since the last time: " [FUNCTION INPUT...]" of a control, in which a code is its
@@ -100,8 +92,8 @@ class fake_device final : public tether::IServer_Remote {
     note(" [" + std::to_string(code >> 2 & 0xFFF) + numbers(input) + "]");
     answer_or_throw(code);
     if (code == IOCTL_SERIAL_WAIT_ON_MASK) {
-      auto event = event_came_.wait();
-      co_await event;
+      auto none = lacks_events.wait();
+      co_await none;
     }
     tether::bytes_result result{outcome, output_of(code)};
     co_return result;
@@ -141,10 +133,8 @@ class fake_device final : public tether::IServer_Remote {
   }
   bytes output_of(std::uint32_t code) {
     const std::lock_guard guard(lock_);
-    if (code == IOCTL_SERIAL_WAIT_ON_MASK) {
-      event_came_.reset();
-      return bytes_of(std::exchange(events_, 0));
-    }
+    if (code == IOCTL_SERIAL_WAIT_ON_MASK)
+      return bytes_of(DWORD{0});
     if (auto told = outputs.extract(code))
       return std::move(told.mapped());
     SERIAL_STATUS status = {};
@@ -152,12 +142,11 @@ class fake_device final : public tether::IServer_Remote {
     return code == IOCTL_SERIAL_GET_COMMSTATUS ? bytes_of(status) : bytes();
   }
 
-  ostra::async_event byte_came_{false}, event_came_{false};
+  ostra::async_event byte_came_{false};
 
   // Guarded by lock_.
   mutable ostra::srw_lock lock_;
   bytes coming_, written_;
-  std::uint32_t events_ = 0;
   std::string calls_;
 };
 

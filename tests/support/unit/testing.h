@@ -13,21 +13,6 @@
 
 namespace testing_support {
 
-// Counts its living copies, if it is told where.
-struct counted {
-  counted() = default;
-  explicit counted(std::atomic<int>& living) : count(&living) { ++*count; }
-  counted(const counted& other) : count(other.count) { add(1); }
-  counted& operator=(const counted&) = delete;
-  ~counted() { add(-1); }
-
-  void add(int change) const {
-    if (count != nullptr)
-      *count += change;
-  }
-  std::atomic<int>* count = nullptr;
-};
-
 // True when `condition` holds within ten seconds.
 template <class Condition>
 bool eventually(Condition condition) {

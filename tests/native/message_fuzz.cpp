@@ -1,9 +1,10 @@
 // What the other end of a connection may send: requests for the server's methods and replies to
 // calls of this end, cut off anywhere.
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 
-#include "fuzz.h"
 #include "rpc/client_iclient.h"
 #include "rpc/connection.h"
 #include "rpc/server_iserver.h"
@@ -13,15 +14,20 @@ namespace {
 
 using namespace tether;
 using test::bytes;
-using payload_view = std::span<const std::byte>;
 
 constexpr std::uint16_t kOwnCode = 1;
 constexpr unsigned char kPorts[] = {2, 0, 0, 0,                                        //
                                     2, 0, 0, 0, 'P', 0, 0xAC, 0x20, 0x70, 0x11, 1, 0,  //
                                     2, 0, 0, 0, 'P', 0, 0xAC, 0x20, 0x70, 0x11, 1, 0};
 
+// Ends the program, which is reported with the input, when something does not hold.
+void require(bool holds) {
+  if (!holds)
+    std::abort();
+}
+
 // The payload of the reply; nothing when the request is not to be answered.
-std::optional<bytes> reply_to(const message_header& request, payload_view payload) {
+std::optional<bytes> reply_to(const message_header& request, std::span<const std::byte> payload) {
   // The integers of each method's arguments; the last one of methods 2 and 3 counts bytes that
   // follow.
   constexpr std::size_t kIntegers[] = {0, 1, 3, 1, 1};
@@ -43,10 +49,10 @@ std::optional<bytes> reply_to(const message_header& request, payload_view payloa
 
 }  // namespace
 
-void fuzz::run(input bytes) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto server = std::make_shared<test::EchoServer>();
   auto [transport, peer] = test::MemoryTransport::MakePair();
-  auto rest = std::as_bytes(bytes);
+  auto rest = std::as_bytes(std::span(data, size));
   peer->WriteBytes(rest, true);
   const auto end = std::make_shared<Connection<Client_IClient, Server_IServer>>(
       std::move(transport), kOwnCode, std::weak_ptr<IServer_Remote>(server));
@@ -77,4 +83,5 @@ void fuzz::run(input bytes) {
   } catch (const ostra::hresult_error&) {
     // Nothing else was sent.
   }
+  return 0;
 }
