@@ -76,13 +76,13 @@ void CompareThroughput(const std::string& name, const Bytes& request) {
 void MeasureCalls() {
   PrintHeading("One client, one call after another; the device is a file");
   CompareCalls("null call", 400, kNullCall, Goal{Goal::kAtMost, 1.15});
-  CompareCalls("write of 64 bytes", 200, Request(1, kWrite, Vector(Bytes(kSmall))), {});
+  CompareCalls("write of 64 bytes", 200, Request(1, kWrite, Vector(Bytes(kSmall, '\0'))), {});
   CompareCalls("read of 64 bytes", 200, Request(1, kRead, U32(kSmall)), {});
 }
 
 void MeasureTransfers() {
   PrintHeading("One client, 64 KiB a call; the device is a file");
-  CompareThroughput("write of 64 KiB", Request(1, kWrite, Vector(Bytes(kLarge))));
+  CompareThroughput("write of 64 KiB", Request(1, kWrite, Vector(Bytes(kLarge, '\0'))));
   CompareThroughput("read of 64 KiB", Request(1, kRead, U32(kLarge)));
 }
 
@@ -141,7 +141,7 @@ double RemoteEcho(std::uint32_t size, int times) {
   Require(client.OpenPort(LoopbackPort()) == 0, "opening the loopback");
   client.ReadsWait();
   const Bytes requests =
-      Join({Request(1, kRead, U32(size)), Request(2, kWrite, Vector(Bytes(size)))});
+      Request(1, kRead, U32(size)) + Request(2, kWrite, Vector(Bytes(size, '\0')));
   return 1e6 / times * Seconds([&] {
            for (int i = 0; i < times; ++i) {
              Exchange(client, requests);

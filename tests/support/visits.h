@@ -25,7 +25,7 @@ inline constexpr Visit kVisits[] = {
      }},
     {"leaves within a message",
      [](RawClient& client, std::uint32_t random) {
-       Bytes request = Request(1, kWrite, Bytes(99));
+       Bytes request = Request(1, kWrite, Bytes(99, '\0'));
        request.resize(random % request.size());
        client.Send(request);
      }},

@@ -20,10 +20,8 @@ void ExpectServed() {
 
 Bytes Burst(std::uint32_t count, std::uint16_t method, const Bytes& payload) {
   Bytes requests;
-  for (std::uint32_t call = 0; call < count; ++call) {
-    const Bytes request = Request(call, method, payload);
-    requests.insert(requests.end(), request.begin(), request.end());
-  }
+  for (std::uint32_t call = 0; call < count; ++call)
+    requests += Request(call, method, payload);
   return requests;
 }
 
@@ -55,15 +53,15 @@ TEST_F(Bounds, AnnouncedLengthTakesNoMemoryAndBeyondReasonEndsTheConnection) {
                    2));
   RawClient client;
   EXPECT_EQ(client.OpenPort(kFilePort), 0u);
-  EXPECT_EQ(client.Write(Bytes(16 * kMiB)), 0u);
+  EXPECT_EQ(client.Write(Bytes(16 * kMiB, 'x')), 0u);
 }
 
 TEST_F(Bounds, OutputIsLimitedWhateverIsAskedFor) {
   const VirtualPort port;
   RawClient client;
   EXPECT_EQ(client.OpenPort(kVirtualPort), 0u);
-  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB + 1, {}).code, kOutputTooLarge);
-  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB, {}).data.size(), 4u);
+  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB + 1).code, kOutputTooLarge);
+  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB).data.size(), 4u);
   client.ReadsWait();
   EXPECT_TRUE(client.Send(Request(1, kRead, U32(0xFFFFFFFF))));
   EXPECT_TRUE(port.HasPending(1));
@@ -150,10 +148,10 @@ TEST_F(BlockedCall, OpenControlWriteMayBePipelined) {
   RawClient client;
   server_.faults.Block("CreateFileW");
   EXPECT_TRUE(client.Send(
-      Join({Request(1, kOpenPort, U32(kVirtualPort)),
-            Request(2, kIoControl, ControlArguments(IOCTL_SERIAL_SET_BAUD_RATE, 0, U32(57'600))),
-            Request(3, kWrite, Vector(ToBytes("first"))), Request(4, kOpenPort, U32(kVirtualPort)),
-            Request(5, kWrite, Vector(ToBytes(", second")))})));
+      Request(1, kOpenPort, U32(kVirtualPort)) +
+      Request(2, kIoControl, ControlArguments(IOCTL_SERIAL_SET_BAUD_RATE, 0, U32(57'600))) +
+      Request(3, kWrite, Vector("first")) + Request(4, kOpenPort, U32(kVirtualPort)) +
+      Request(5, kWrite, Vector(", second"))));
   EXPECT_TRUE(server_.faults.Strikes());
   EXPECT_FALSE(client.TryReceive(200));
   server_.faults.Relent();
@@ -163,8 +161,8 @@ TEST_F(BlockedCall, OpenControlWriteMayBePipelined) {
     ASSERT_TRUE(reply.call >= 1 && reply.call <= 5);
     EXPECT_EQ(U32At(reply.payload, 0), codes[reply.call - 1]) << reply.call;
   }
-  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, 4, {}).data, U32(57'600));
-  EXPECT_TRUE(port.Receives(ToBytes("first, second")));
+  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, 4).data, U32(57'600));
+  EXPECT_TRUE(port.Receives("first, second"));
 }
 
 TEST_F(BlockedCall, ListsOfAClientAreMadeOneAtATime) {

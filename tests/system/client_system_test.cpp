@@ -94,8 +94,7 @@ class PipeClient : public Program {
 // Every value, and so much that no buffer on the way has room for it.
 TEST(Pipe, BringsBackWhatALoopbackIsGiven) {
   const ServerProcess server;
-  const Bytes pattern = Pattern(1024 * 1024);
-  const std::string bytes(pattern.begin(), pattern.end());
+  const Bytes bytes = Pattern(1024 * 1024);
   PipeClient client(LoopbackPort());
   client.Write(bytes);
   client.EndInput();
@@ -109,9 +108,9 @@ TEST(Pipe, StaysUntilTheLineHasBeenQuiet) {
   PipeClient client(kVirtualPort, L"--quiet 1500");
   client.Write("\r\n\x1A\n");
   client.EndInput();
-  EXPECT_TRUE(port.Receives(ToBytes("\r\n\x1A\n")));
+  EXPECT_TRUE(port.Receives("\r\n\x1A\n"));
   const ULONGLONG start = ::GetTickCount64();
-  port.Send(ToBytes("late\r\n\x1A"));
+  port.Send("late\r\n\x1A");
   EXPECT_TRUE(client.Gives("late\r\n\x1A"));
   EXPECT_TRUE(client.Runs()) << "at once, not at the end";
   EXPECT_EQ(client.ExitCode(), 0u);

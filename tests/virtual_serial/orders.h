@@ -1,12 +1,10 @@
 // Orders of a test to the virtual serial ports. Shared by the driver, in C, and by the tests.
 //
-// The ports are two ends of a null modem, and serve any program. Orders are about the first of them.
+// The ports are two ends of a null modem, and serve any program. Orders are device controls of either
+// port, and about the first one.
 #pragma once
 
 #include <stdint.h>
-
-// The device that takes the orders is \\.\VirtualSerial.
-#define VIRTUAL_SERIAL_NAME L"VirtualSerial"
 
 // As CTL_CODE(FILE_DEVICE_UNKNOWN, 0x800 + number, METHOD_BUFFERED, FILE_ANY_ACCESS).
 #define VIRTUAL_SERIAL_ORDER(number) (0x222000 + ((number) << 2))
