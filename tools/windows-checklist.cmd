@@ -26,8 +26,12 @@ if not "%1"=="" call :system "Loopback.*" "port"
 :service
 %server% --install-service >results\install.txt 2>&1
 call :expect install %errorlevel% 0
+rem An installation that went no further.
+reg delete "%key%" /f >nul 2>&1
 %server% --install-service >results\install-again.txt 2>&1
 call :expect install-again %errorlevel% 183 "Service already installed"
+reg query "%key%" /v Dummy >results\parameters.txt 2>&1
+call :expect parameters %errorlevel% 0
 reg query HKLM\System\CurrentControlSet\Services\qrvtwsrv >results\registration.txt 2>&1
 call :expect registration %errorlevel% 0 "LocalService"
 net start qrvtwsrv >results\start.txt 2>&1
@@ -64,6 +68,8 @@ reg delete "%key%" /f >nul
 call :restart
 %server% --uninstall-service >results\uninstall.txt 2>&1
 call :expect uninstall %errorlevel% 0
+%server% --uninstall-service >results\uninstall-again.txt 2>&1
+call :expect uninstall-again %errorlevel% 1060 "Error opening service: 0x00000424"
 %client% list . >results\uninstalled.txt 2>&1
 call :expect uninstalled "" "" "No server runs on this machine"
 echo %failed% failed

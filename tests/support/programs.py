@@ -1,5 +1,6 @@
 """Runs this project's programs for the tests that are written in Python; their first argument is the
 folder of the build."""
+import os
 import pathlib
 import signal
 import struct
@@ -12,11 +13,19 @@ build = pathlib.Path(sys.argv.pop(1)).resolve()
 sys.path.insert(0, str(project / "examples"))
 import tarnwheel_client as example
 example.ANSWER_LIMIT = 20
+os.environ["LC_ALL"] = "C.UTF-8"  # of the arguments, as Wine takes them
 
 
 def start(program, *arguments, **pipes):
     command = [project / "tools/wine", build / program, *arguments]
     return subprocess.Popen(command, start_new_session=True, bufsize=0, **pipes)
+
+
+def run(program, *arguments):
+    """The exit code, the output and the errors."""
+    process = start(program, *arguments, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    outputs = [text.decode().replace("\r", "") for text in process.communicate()]
+    return process.returncode, *outputs
 
 
 def stop(process):
@@ -29,6 +38,7 @@ def stop(process):
 def start_server(clean_up, *arguments):
     server = start("bin/tarnwheel-server.exe", "--nologo", "--no-screen-log", "--no-discovery", *arguments)
     clean_up(stop, server)
+    connect(clean_up).ports()  # it serves
     return server
 
 
@@ -40,6 +50,10 @@ def start_device(clean_up, *arguments):
     return device
 
 
+def list_port(clean_up, port, name):
+    assert start_device(clean_up, port, name).stdout.readline().strip() == b"ready"
+
+
 class Relay:
     """Stands in for a pipe, which is no file here. Gives the bytes in small pieces."""
 
@@ -47,6 +61,10 @@ class Relay:
         process = start_device(clean_up, *name)
         self.read = lambda size: process.stdout.read(min(size, 3))
         self.write = lambda data: process.stdin.write(data[:1000])
+
+
+def connect(clean_up):
+    return example.Connection(Relay(clean_up))
 
 
 class FarEnd(example.Connection):

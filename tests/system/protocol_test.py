@@ -35,8 +35,8 @@ def bytes_of(lines):
 
 class Protocol(unittest.TestCase):
     def setUp(self):
-        for arguments in (("COM5", "Scale (COM5)"), ("COM7", "Modem (COM7)")):
-            self.assertEqual(programs.start_device(self.addCleanup, *arguments).stdout.readline().strip(), b"ready")
+        programs.list_port(self.addCleanup, "COM5", "Scale (COM5)")
+        programs.list_port(self.addCleanup, "COM7", "Modem (COM7)")
         self.server = programs.start_server(self.addCleanup, "--share-ports", "5,7,8,77")
         programs.FarEnd(self.addCleanup, "COM7").set_up(loops_back=1)
 

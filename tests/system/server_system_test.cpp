@@ -129,123 +129,86 @@ using ServiceHandle = Tamrin::unique_resource<ServiceHandleTraits>;
 
 class Service : public ::testing::Test {
  protected:
-  Service() { CleanUp(); }
-  ~Service() override { CleanUp(); }
-
-  static void CleanUp() {
+  ~Service() override {
+    service_.reset();  // it would delay the deletion
     CompletedRun(kServer, L"--uninstall-service");
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);
   }
 
-  [[nodiscard]] ServiceHandle Open() const {
-    return ServiceHandle(::OpenServiceW(manager_.get(), kService, SERVICE_ALL_ACCESS));
+  void Install(const wchar_t* program) {
+    EXPECT_EQ(CompletedRun(program, L"--install-service").exit_code, 0u);
+    service_.reset(::OpenServiceW(manager_.get(), kService, SERVICE_ALL_ACCESS));
   }
 
   [[nodiscard]] SERVICE_STATUS_PROCESS Status() const {
     SERVICE_STATUS_PROCESS status = {};
     DWORD needed = 0;
-    ::QueryServiceStatusEx(Open().get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+    ::QueryServiceStatusEx(service_.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
                            sizeof status, &needed);
     return status;
   }
 
-  // Starts the service and waits until it is in the state, or has stopped.
+  // Starts the service; it must come to be in the state, or have stopped without an error.
   void Start(DWORD state = SERVICE_RUNNING) const {
-    EXPECT_TRUE(::StartServiceW(Open().get(), 0, nullptr)) << ::GetLastError();
+    EXPECT_TRUE(::StartServiceW(service_.get(), 0, nullptr)) << ::GetLastError();
     EXPECT_TRUE(Eventually([&] { return Status().dwCurrentState != SERVICE_START_PENDING; }));
     EXPECT_EQ(Status().dwCurrentState, state);
+    EXPECT_EQ(Status().dwWin32ExitCode, 0u);
   }
 
   void Control(DWORD control) const {
     SERVICE_STATUS status = {};
-    EXPECT_TRUE(::ControlService(Open().get(), control, &status)) << ::GetLastError();
+    EXPECT_TRUE(::ControlService(service_.get(), control, &status)) << ::GetLastError();
   }
 
-  // Stopped, by an exit without an error.
   void ExpectStopped() const {
     EXPECT_TRUE(Eventually([&] { return Status().dwCurrentState == SERVICE_STOPPED; }));
     EXPECT_EQ(Status().dwWin32ExitCode, 0u);
   }
 
+ private:
   const ServiceHandle manager_{::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)};
+  ServiceHandle service_;
 };
 
-TEST_F(Service, IsRegisteredOnceWithEveryValue) {
-  Expect(L"--install-service", 0, L"", L"");
-  ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);  // an installation that went no further
-  Expect(L"--install-service", ERROR_ALREADY_EXISTS, L"", L"Service already installed\n");
-
-  BYTE buffer[8192];
-  DWORD needed = 0;
-  auto* const config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
-  ASSERT_TRUE(::QueryServiceConfigW(Open().get(), config, sizeof buffer, &needed));
-  EXPECT_EQ(config->dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
-  EXPECT_EQ(config->dwStartType, DWORD{SERVICE_AUTO_START});
-  EXPECT_EQ(config->dwErrorControl, DWORD{SERVICE_ERROR_NORMAL});
-  EXPECT_STREQ(config->lpDisplayName, L"Tarnwheel Server");
-  EXPECT_STREQ(config->lpServiceStartName, LR"(NT AUTHORITY\LocalService)");
-  EXPECT_TRUE(std::wstring(config->lpBinaryPathName).ends_with(LR"(\bin\tarnwheel-server.exe)"))
-      << "no quotes, no arguments";
-  ASSERT_TRUE(::QueryServiceConfig2W(Open().get(), SERVICE_CONFIG_DESCRIPTION, buffer,
-                                     sizeof buffer, &needed));
-  EXPECT_STREQ(reinterpret_cast<SERVICE_DESCRIPTIONW*>(buffer)->lpDescription,
-               L"This service shares local serial ports over LAN");
-  Expect(L"--uninstall-service", 0, L"", L"");
-  EXPECT_EQ(::RegGetValueW(HKEY_LOCAL_MACHINE, kParameters, L"Dummy", RRF_RT_REG_DWORD, nullptr,
-                           nullptr, nullptr),
-            ERROR_SUCCESS)
-      << "made by the second attempt, and the parameters stay";
-  Expect(L"--uninstall-service", ERROR_SERVICE_DOES_NOT_EXIST, L"",
-         L"Error opening service: 0x00000424\n");
-}
-
 TEST_F(Service, FailedStartsEndInAStopNeverInMorePortsAndItServesAndStops) {
-  Expect(L"--install-service", 0, L"", L"");
-  const struct {
-    const wchar_t* name;
-    DWORD type;
-    std::vector<DWORD> data;
-    DWORD state;
-  } rows[] = {{L"SharedPorts", REG_BINARY, {3, 1, 2}, SERVICE_STOPPED},
-              {L"SharedPorts", REG_DWORD, {0}, SERVICE_STOPPED},
-              {L"SecurityDescriptor", REG_SZ, {0x00580058, 0}, SERVICE_STOPPED},
-              {L"SharedPorts", REG_BINARY, {1, kFilePort}, SERVICE_RUNNING}};
+  Install(kServer);
   {
     const ServerProcess by_hand;
     Start(SERVICE_STOPPED);
-    ExpectStopped();
     EXPECT_EQ(RawClient().OpenPort(kMissingPort), kFileNotFound) << "the first one serves on";
   }
+  const struct {
+    DWORD type;
+    std::vector<DWORD> ports;
+    DWORD state;
+  } rows[] = {{REG_BINARY, {3, 1, 2}, SERVICE_STOPPED},
+              {REG_DWORD, {0}, SERVICE_STOPPED},
+              {REG_BINARY, {1, kFilePort}, SERVICE_RUNNING}};
   for (const auto& row : rows) {
-    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);  // with all values missing the defaults hold
-    const auto size = static_cast<DWORD>(row.data.size() * sizeof(DWORD));
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kParameters, row.name, row.type, row.data.data(), size);
+    const auto size = static_cast<DWORD>(row.ports.size() * sizeof(DWORD));
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kParameters, L"SharedPorts", row.type, row.ports.data(),
+                      size);
     Start(row.state);
-    EXPECT_EQ(Status().dwWin32ExitCode, 0u) << row.type;
   }
   EXPECT_EQ(Status().dwControlsAccepted, DWORD{SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN});
   EXPECT_EQ(Status().dwWaitHint, 0u);
-  {
-    RawClient client;
-    EXPECT_EQ(client.OpenPort(LoopbackPort()), kAccessDenied);
-    EXPECT_EQ(client.OpenPort(kFilePort), 0u);
-    Control(SERVICE_CONTROL_INTERROGATE);
-    EXPECT_EQ(Status().dwCurrentState, DWORD{SERVICE_RUNNING});
-    Control(SERVICE_CONTROL_STOP);
-    EXPECT_TRUE(client.ServerHangsUp());
-  }
+  RawClient client;
+  EXPECT_EQ(client.OpenPort(LoopbackPort()), kAccessDenied);
+  EXPECT_EQ(client.OpenPort(kFilePort), 0u);
+  Control(SERVICE_CONTROL_INTERROGATE);
+  EXPECT_EQ(Status().dwCurrentState, DWORD{SERVICE_RUNNING});
+  Control(SERVICE_CONTROL_STOP);
+  EXPECT_TRUE(client.ServerHangsUp());
   ExpectStopped();
   Start();
   EXPECT_TRUE(SignalStopEvent());
   ExpectStopped();
-  Start();
-  Expect(L"--uninstall-service", 0, L"", L"");  // stops it first
-  EXPECT_FALSE(Open());
 }
 
 // A driver that does not let go of its port makes the stop a slow one.
 TEST_F(Service, SlowStopIsReportedWithRisingCheckpoints) {
-  CompletedRun(L"faulty-server", L"--install-service");
+  Install(L"faulty-server");
   Start();
   FaultSwitch faults(Status().dwProcessId);
   {
