@@ -95,7 +95,8 @@ class FarEnd(example.Connection):
                       "CLR_RTS": 0x1B0034}[name])
 
 
-def eventually(condition):
+def eventually(condition, explain=lambda: "not in time"):
     deadline = time.monotonic() + 20
     while not condition():
-        assert time.monotonic() < deadline
+        assert time.monotonic() < deadline, explain()
+        time.sleep(0.01)

@@ -125,7 +125,8 @@ class Faults : public ::testing::Test {
 
   const TestPort listed_{L"COM207", L"A port that is listed"};
   VirtualPort port_;
-  FaultyServer server_{L"--no-screen-log"};
+  const TemporaryFile log_;
+  FaultyServer server_{L"--log-path \"" + log_.path + L'"'};
   RawClient bystander_;
   Bytes list_;
   std::int64_t blocks_ = 0;
