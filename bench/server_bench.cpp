@@ -138,7 +138,7 @@ void MeasureVisits() {
 // Microseconds until so many bytes have gone through the loopback and come back.
 double RemoteEcho(std::uint32_t size, int times) {
   RawClient client;
-  Require(client.OpenPort(LoopbackPort()) == 0, "opening the loopback");
+  Require(client.OpenPort(kLoopbackPort) == 0, "opening the loopback");
   client.ReadsWait();
   const Bytes requests =
       Request(1, kRead, U32(size)) + Request(2, kWrite, Vector(Bytes(size, '\0')));
@@ -152,7 +152,7 @@ double RemoteEcho(std::uint32_t size, int times) {
 
 // The same by a program that has the device to itself.
 double LocalEcho(std::uint32_t size, int times) {
-  const std::wstring path = LR"(\\.\COM)" + std::to_wstring(LoopbackPort());
+  const std::wstring path = LR"(\\.\COM)" + std::to_wstring(kLoopbackPort);
   const Tamrin::unique_file port(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0,
                                                nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
                                                nullptr));

@@ -137,7 +137,7 @@ class Soak {
   void CompareEchoes() {
     try {
       RawClient client;
-      system_test::Require(client.OpenPort(system_test::LoopbackPort()) == 0, "opening a port");
+      system_test::Require(client.OpenPort(system_test::kLoopbackPort) == 0, "opening a port");
       client.ReadsWait();
       for (std::uint32_t round = 1; !ending_; ++round) {
         const std::uint32_t size = 1 + 977 * round % 5000;

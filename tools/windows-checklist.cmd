@@ -13,15 +13,10 @@ set client=bin\tarnwheel-client.exe
 set server=bin\tarnwheel-server.exe
 %server% --uninstall-service >results\remove-old.txt 2>&1
 reg delete "%key%" /f >nul 2>&1
-if "%1"=="" goto programs
-set digits=%1
-set TARNWHEEL_LOOPBACK=%digits:~3%
 
-:programs
 for %%f in (tests\*_test.exe) do call :program %%~nf
 if not exist tests\system_test.exe goto service
 call :system "CommandLine.*:Log.*:Stop.*" "system"
-if not "%1"=="" call :system "Loopback.*" "port"
 
 :service
 %server% --install-service >results\install.txt 2>&1

@@ -1,7 +1,6 @@
 #include "tests/support/raw_client.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 #include "platform/serial.h"
@@ -26,11 +25,6 @@ std::uint32_t CodeAndMethod(std::uint16_t method) {
 }
 
 }  // namespace
-
-std::uint32_t LoopbackPort() {
-  const char* const number = std::getenv("TARNWHEEL_LOOPBACK");
-  return number == nullptr ? 5 : static_cast<std::uint32_t>(std::atoi(number));
-}
 
 Bytes U32(std::uint32_t value) {
   return Bytes(reinterpret_cast<const char*>(&value), sizeof value);

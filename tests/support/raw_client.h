@@ -25,7 +25,7 @@ constexpr std::uint16_t kClientCode = 0x0C1E;
 // next sends nothing by itself. The third's is a file of zeros: it knows no serial control, and a
 // second open is refused, which Wine does not do for the ports that have a terminal behind them. The
 // refusal has the code ERROR_SHARING_VIOLATION where Windows has ERROR_ACCESS_DENIED.
-std::uint32_t LoopbackPort();
+constexpr std::uint32_t kLoopbackPort = 5;
 constexpr std::uint32_t kSilentPort = 9;
 constexpr std::uint32_t kFilePort = TARNWHEEL_FILE_PORT;
 constexpr std::uint32_t kMissingPort = 77;

@@ -179,13 +179,13 @@ class BlockedDriver : public BlockedCall, public ::testing::WithParamInterface<c
 
 TEST_P(BlockedDriver, HoldsUpNoStop) {
   RawClient client;
-  EXPECT_EQ(client.OpenPort(LoopbackPort()), 0u);
+  EXPECT_EQ(client.OpenPort(kLoopbackPort), 0u);
   server_.faults.Block(GetParam());
   EXPECT_TRUE(client.Send(Request(1, kIoControl, ControlArguments(IOCTL_SERIAL_PURGE, 0, U32(8)))));
   client.Disconnect();
   EXPECT_TRUE(server_.faults.Strikes());
   ExpectServed();
-  ExpectStop(L"The driver of COM" + std::to_wstring(LoopbackPort()) + L" does not let go of it");
+  ExpectStop(L"The driver of COM" + std::to_wstring(kLoopbackPort) + L" does not let go of it");
 }
 
 INSTANTIATE_TEST_SUITE_P(Calls, BlockedDriver, ::testing::Values("CloseHandle", "DeviceIoControl"));
@@ -196,7 +196,7 @@ TEST_F(BlockedCall, AccountThatIsNotFoundHoldsUpNoRequest) {
   {
     RawClient client;
     EXPECT_FALSE(client.Call(kEnumeratePorts, {}).empty());
-    EXPECT_EQ(client.OpenPort(LoopbackPort()), 0u);
+    EXPECT_EQ(client.OpenPort(kLoopbackPort), 0u);
     EXPECT_TRUE(server_.faults.Strikes());
   }
   EXPECT_TRUE(server_.Logs(L"Client Unknown disconnected"));

@@ -199,7 +199,7 @@ TEST_F(Service, FailedStartsEndInAStopNeverInMorePortsAndItServesAndStops) {
   EXPECT_EQ(Status().dwControlsAccepted, DWORD{SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN});
   EXPECT_EQ(Status().dwWaitHint, 0u);
   RawClient client;
-  EXPECT_EQ(client.OpenPort(LoopbackPort()), kAccessDenied);
+  EXPECT_EQ(client.OpenPort(kLoopbackPort), kAccessDenied);
   EXPECT_EQ(client.OpenPort(kFilePort), 0u);
   Control(SERVICE_CONTROL_INTERROGATE);
   EXPECT_EQ(Status().dwCurrentState, DWORD{SERVICE_RUNNING});
@@ -218,7 +218,7 @@ TEST_F(Service, SlowStopIsReportedWithRisingCheckpoints) {
   FaultSwitch faults(Status().dwProcessId);
   {
     RawClient client;
-    EXPECT_EQ(client.OpenPort(LoopbackPort()), 0u);
+    EXPECT_EQ(client.OpenPort(kLoopbackPort), 0u);
     faults.Block("CloseHandle");
   }
   EXPECT_TRUE(faults.Strikes());
