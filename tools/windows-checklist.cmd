@@ -43,6 +43,14 @@ reg add "%key%" /v SharedPorts /t REG_BINARY /d 01000000FFFF0000 /f >nul
 call :restart
 %client% send . COM1 x >results\not-shared.txt 2>&1
 call :expect not-shared "" "" "(0x80070005)"
+reg add "%key%" /v SharedPorts /t REG_BINARY /d 030000000100000002000000 /f >nul
+call :restart
+%client% list . >results\bad-ports.txt 2>&1
+call :expect bad-ports "" "" "No server runs on this machine"
+reg add "%key%" /v SharedPorts /t REG_DWORD /d 0 /f >nul
+call :restart
+%client% list . >results\bad-type.txt 2>&1
+call :expect bad-type "" "" "No server runs on this machine"
 reg add "%key%" /v SharedPorts /t REG_BINARY /d 00000000 /f >nul
 reg add "%key%" /v AutoDiscovery /t REG_DWORD /d 0 /f >nul
 call :restart

@@ -75,6 +75,12 @@ RawClient::RawClient(const wchar_t* pipe)
           "connecting to the server's pipe");
 }
 
+RawClient::RawClient(std::uint32_t port) : RawClient() {
+  Require(OpenPort(port) == 0, "opening a port");
+  if (port != kFilePort)
+    ReadsWait();
+}
+
 template <class Function, class Buffer>
 bool RawClient::Transfer(Function function, const Tamrin::unique_handle& event, Buffer* buffer,
                          DWORD& size, DWORD milliseconds) const {
@@ -161,9 +167,8 @@ PortResult RawClient::Read(std::uint32_t size) {
   return ToPortResult(Call(kRead, U32(size)));
 }
 
-void RawClient::ReadsWait(std::uint32_t milliseconds) {
-  const Bytes others(8, '\0');
-  const Bytes timeouts = others + U32(milliseconds) + others;
+void RawClient::ReadsWait() {
+  const Bytes timeouts(20, '\0');
   Require(IoControl(IOCTL_SERIAL_SET_TIMEOUTS, 0, timeouts) == PortResult{0, {}},
           "setting read time-outs");
 }

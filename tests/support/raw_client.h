@@ -66,6 +66,8 @@ struct PortResult {
 class RawClient {
  public:
   explicit RawClient(const wchar_t* pipe = kPipeName);  // connects
+  // Opens the port as well; a read waits until all that it asks for is there.
+  explicit RawClient(std::uint32_t port);
 
   // Puts the bytes into the pipe; false when a piece of them does not fit in within the deadline.
   bool Send(const Bytes& bytes, DWORD milliseconds = kPatience) const;
@@ -88,8 +90,7 @@ class RawClient {
   std::uint32_t Write(const Bytes& data);
   PortResult Read(std::uint32_t size);
 
-  // Makes every read wait until all that it asks for is there, or for so many milliseconds.
-  void ReadsWait(std::uint32_t milliseconds = 0);
+  void ReadsWait();
 
   void Disconnect() { pipe_.reset(); }
 

@@ -40,11 +40,7 @@ class Device : public ::testing::Test {
  protected:
   Device() { Open(); }
 
-  void Open() {
-    client_ = RawClient();
-    EXPECT_EQ(client_.OpenPort(kVirtualPort), 0u);
-    client_.ReadsWait();
-  }
+  void Open() { client_ = RawClient(kVirtualPort); }
 
   // A read and a wait for events pend in the driver.
   void StartBoth() {

@@ -2,8 +2,6 @@
 // ways in which it is stopped.
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "tests/support/raw_client.h"
 #include "tests/support/server_process.h"
 
@@ -122,9 +120,6 @@ TEST(Stop, FollowsTheEventThatAnybodyMaySignalAndNothingElse) {
 
 // The service, under the system's service control manager and watched through it.
 
-constexpr wchar_t kService[] = L"qrvtwsrv";
-constexpr wchar_t kParameters[] = LR"(Software\Quorvane\Tarnwheel Server 1.01)";
-
 struct ServiceHandleTraits {
   using pointer = SC_HANDLE;
   static pointer invalid() noexcept { return nullptr; }
@@ -132,17 +127,17 @@ struct ServiceHandleTraits {
 };
 using ServiceHandle = Tamrin::unique_resource<ServiceHandleTraits>;
 
-class Service : public ::testing::Test {
- protected:
-  ~Service() override {
+class Service {
+ public:
+  explicit Service(const wchar_t* program) {
+    EXPECT_EQ(CompletedRun(program, L"--install-service").exit_code, 0u);
+    service_.reset(::OpenServiceW(manager_.get(), L"qrvtwsrv", SERVICE_ALL_ACCESS));
+  }
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
+  ~Service() {
     service_.reset();  // it would delay the deletion
     CompletedRun(kServer, L"--uninstall-service");
-    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);
-  }
-
-  void Install(const wchar_t* program) {
-    EXPECT_EQ(CompletedRun(program, L"--install-service").exit_code, 0u);
-    service_.reset(::OpenServiceW(manager_.get(), kService, SERVICE_ALL_ACCESS));
   }
 
   [[nodiscard]] SERVICE_STATUS_PROCESS Status() const {
@@ -176,58 +171,35 @@ class Service : public ::testing::Test {
   ServiceHandle service_;
 };
 
-TEST_F(Service, FailedStartsEndInAStopNeverInMorePortsAndItServesAndStops) {
-  Install(kServer);
+// A driver that does not let go of its port makes the stop a slow one.
+TEST(ServiceControls, AreAcceptedAndReported) {
+  const Service service(L"faulty-server");
   {
     const ServerProcess by_hand;
-    Start(SERVICE_STOPPED);
+    service.Start(SERVICE_STOPPED);
     EXPECT_EQ(RawClient().OpenPort(kMissingPort), kFileNotFound) << "the first one serves on";
   }
-  const struct {
-    DWORD type;
-    std::vector<DWORD> ports;
-    DWORD state;
-  } rows[] = {{REG_BINARY, {3, 1, 2}, SERVICE_STOPPED},
-              {REG_DWORD, {0}, SERVICE_STOPPED},
-              {REG_BINARY, {1, kFilePort}, SERVICE_RUNNING}};
-  for (const auto& row : rows) {
-    const auto size = static_cast<DWORD>(row.ports.size() * sizeof(DWORD));
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kParameters, L"SharedPorts", row.type, row.ports.data(),
-                      size);
-    Start(row.state);
-  }
-  EXPECT_EQ(Status().dwControlsAccepted, DWORD{SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN});
-  EXPECT_EQ(Status().dwWaitHint, 0u);
-  RawClient client;
-  EXPECT_EQ(client.OpenPort(kLoopbackPort), kAccessDenied);
-  EXPECT_EQ(client.OpenPort(kFilePort), 0u);
-  Control(SERVICE_CONTROL_INTERROGATE);
-  EXPECT_EQ(Status().dwCurrentState, DWORD{SERVICE_RUNNING});
-  Control(SERVICE_CONTROL_STOP);
-  EXPECT_TRUE(client.ServerHangsUp());
-  ExpectStopped();
-  Start();
+  service.Start();
   EXPECT_TRUE(SignalStopEvent());
-  ExpectStopped();
-}
-
-// A driver that does not let go of its port makes the stop a slow one.
-TEST_F(Service, SlowStopIsReportedWithRisingCheckpoints) {
-  Install(L"faulty-server");
-  Start();
-  FaultSwitch faults(Status().dwProcessId);
-  {
-    RawClient client;
-    EXPECT_EQ(client.OpenPort(kLoopbackPort), 0u);
-    faults.Block("CloseHandle");
-  }
+  service.ExpectStopped();
+  service.Start();
+  EXPECT_EQ(service.Status().dwControlsAccepted,
+            DWORD{SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN});
+  EXPECT_EQ(service.Status().dwWaitHint, 0u);
+  service.Control(SERVICE_CONTROL_INTERROGATE);
+  EXPECT_EQ(service.Status().dwCurrentState, DWORD{SERVICE_RUNNING});
+  FaultSwitch faults(service.Status().dwProcessId);
+  RawClient client, holder(kLoopbackPort);
+  faults.Block("CloseHandle");
+  holder.Disconnect();
   EXPECT_TRUE(faults.Strikes());
-  Control(SERVICE_CONTROL_STOP);
-  EXPECT_EQ(Status().dwControlsAccepted, 0u);
-  EXPECT_EQ(Status().dwWaitHint, 15000u);
+  service.Control(SERVICE_CONTROL_STOP);
+  EXPECT_EQ(service.Status().dwControlsAccepted, 0u);
+  EXPECT_EQ(service.Status().dwWaitHint, 15000u);
+  EXPECT_TRUE(client.ServerHangsUp());
   DWORD checkpoint = 0;
   EXPECT_TRUE(Eventually([&] {
-    const auto status = Status();
+    const auto status = service.Status();
     const bool rises =
         status.dwCurrentState == SERVICE_STOP_PENDING && status.dwCheckPoint != checkpoint;
     checkpoint += rises;
@@ -235,6 +207,7 @@ TEST_F(Service, SlowStopIsReportedWithRisingCheckpoints) {
     return status.dwCurrentState == SERVICE_STOPPED;
   }));
   EXPECT_GE(checkpoint, 2u);  // in its three seconds
+  service.ExpectStopped();
 }
 
 }  // namespace

@@ -28,6 +28,8 @@ PASS  list
 PASS  discover
 PASS  second-server
 PASS  not-shared
+PASS  bad-ports
+PASS  bad-type
 PASS  list-again
 PASS  no-discovery
 FAIL  nobody-allowed: does not print (0x80070005)
