@@ -147,11 +147,9 @@ TEST(BlockedCall, OpenControlWriteMayBePipelined) {
   EXPECT_TRUE(server.faults.Strikes());
   EXPECT_FALSE(client.TryReceive(200));
   server.faults.Relent();
-  const std::uint32_t codes[] = {0, 0, 0, kAlreadyHoldsPort, 0};
   for (std::uint32_t replies = 0; replies < 5; ++replies) {
     const Message reply = client.Receive();
-    ASSERT_TRUE(reply.call >= 1 && reply.call <= 5);
-    EXPECT_EQ(U32At(reply.payload, 0), codes[reply.call - 1]) << reply.call;
+    EXPECT_EQ(U32At(reply.payload, 0), reply.call == 4 ? kAlreadyHoldsPort : 0) << reply.call;
   }
   EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, 4).data, U32(57'600));
   EXPECT_TRUE(port.Receives("first, second"));

@@ -3,7 +3,6 @@
 byte back and has neither signals nor 7 data bits, and PORT of the virtual serial driver, which has it all. The
 programs are sockets, and pyserial as an independent client of RFC 2217. The interpreter is the one that the
 package python3-serial belongs to."""
-import pathlib
 import random
 import socket
 import struct
@@ -14,7 +13,6 @@ import unittest
 
 import serial
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
 import programs
 from programs import example
 
@@ -215,5 +213,4 @@ class BridgeTest(unittest.TestCase):
         self.assertEqual(ending.process.wait(40), 4)
 
 
-if __name__ == "__main__":
-    unittest.main()
+unittest.main()

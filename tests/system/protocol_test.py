@@ -10,7 +10,6 @@ import struct
 import sys
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
 import programs
 from programs import example
 
@@ -92,5 +91,4 @@ class Protocol(unittest.TestCase):
         self.assertRaises(OSError, connection.ports)
 
 
-if __name__ == "__main__":
-    unittest.main()
+unittest.main()

@@ -14,7 +14,6 @@ import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
 import programs
 
 PORT = sys.argv.pop(1)
@@ -113,5 +112,4 @@ class Terminal(unittest.TestCase):
         self.ends()
 
 
-if __name__ == "__main__":
-    unittest.main()
+unittest.main()

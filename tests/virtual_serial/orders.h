@@ -6,14 +6,11 @@
 
 #include <stdint.h>
 
-// As CTL_CODE(FILE_DEVICE_UNKNOWN, 0x800 + number, METHOD_BUFFERED, FILE_ANY_ACCESS).
-#define VIRTUAL_SERIAL_ORDER(number) (0x222000 + ((number) << 2))
-
+// Codes of device controls, as CTL_CODE(FILE_DEVICE_UNKNOWN, 0x800, METHOD_BUFFERED, FILE_ANY_ACCESS)
+// and the next one.
 enum virtual_serial_order {
-  // In: virtual_serial_setup. Requests that are held end.
-  ORDER_SET_UP = VIRTUAL_SERIAL_ORDER(0),
-  // Out: virtual_serial_state.
-  ORDER_GET_STATE = VIRTUAL_SERIAL_ORDER(1)
+  ORDER_SET_UP = 0x222000,    // in: virtual_serial_setup. Requests that are held end.
+  ORDER_GET_STATE = 0x222004  // out: virtual_serial_state
 };
 
 enum modem_output { OUTPUT_DTR = 1, OUTPUT_RTS = 2, OUTPUT_BREAK = 4 };
