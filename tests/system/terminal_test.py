@@ -26,6 +26,7 @@ class Terminal(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.work = pathlib.Path(folder.name)
         self.server = programs.start_server(self.addCleanup)
+        programs.FarEnd(self.addCleanup, PORT)  # sets the port up anew
 
     def tmux(self, *arguments):
         command = ["tmux", "-u", "-S", self.work / "socket", "-f", "/dev/null", *arguments]
