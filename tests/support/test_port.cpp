@@ -21,14 +21,21 @@ DWORD SizeOf(const std::wstring& text) {
   return static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
 }
 
+// A program that was killed leaves its devices. What is removed stays in its set.
+void RemoveStale(const std::wstring& name) {
+  SP_DEVINFO_DATA device = {sizeof device, {}, 0, 0};
+  const HDEVINFO set = ::SetupDiCreateDeviceInfoList(&kPortsClass, nullptr);
+  if (::SetupDiOpenDeviceInfoW(set, name.c_str(), nullptr, 0, &device))
+    ::SetupDiRemoveDevice(set, &device);
+  ::SetupDiDestroyDeviceInfoList(set);
+}
+
 }  // namespace
 
 TestPort::TestPort(const std::wstring& port_name, const std::optional<std::wstring>& friendly_name)
     : set_(::SetupDiCreateDeviceInfoList(&kPortsClass, nullptr)) {
   const std::wstring name = L"ROOT\\TARNWHEEL_TEST\\" + port_name;
-  // A program that was killed leaves its devices.
-  if (::SetupDiOpenDeviceInfoW(set_, name.c_str(), nullptr, 0, &device_))
-    ::SetupDiRemoveDevice(set_, &device_);
+  RemoveStale(name);
   SP_DEVICE_INTERFACE_DATA entry = {sizeof entry, {}, 0, 0};
   alignas(8) std::byte buffer[kDetailSize] = {};
   auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(buffer);
