@@ -161,7 +161,7 @@ double LocalEcho(std::uint32_t size, int times) {
   const Tamrin::unique_handle events[] = {
       Tamrin::unique_handle(::CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       Tamrin::unique_handle(::CreateEventW(nullptr, TRUE, FALSE, nullptr))};
-  Bytes sent(size), received(size);
+  Bytes sent(size, '\0'), received(size, '\0');
   return 1e6 / times * Seconds([&] {
            for (int i = 0; i < times; ++i) {
              OVERLAPPED calls[2] = {};
