@@ -38,7 +38,7 @@ start_device() {
 stop_device() {
   [[ -n ${device_pid-} ]] || return 0
   exec {device_end}>&-
-  wait "$device_pid" || true
+  wait_at_most "$device_pid" "$stop_limit"
 }
 
 # start NAME PROGRAM [ARG...]: runs it in the background as process $started. What it prints comes
@@ -55,6 +55,14 @@ start() {
 
 runs() {
   [[ -n ${1-} ]] && kill -0 "$1" 2>/dev/null
+}
+
+# Waits until the process has ended, for so many seconds at most.
+wait_at_most() {
+  local deadline=$((SECONDS + $2))
+  while runs "$1" && ((SECONDS < deadline)); do
+    sleep 0.1
+  done
 }
 
 # Gives the program's exit code. A signal that this script handles ends one wait, but not the loop.
@@ -112,12 +120,9 @@ run_bridge() {
 
 clean_up() {
   trap '' INT TERM
-  local deadline=$((SECONDS + stop_limit))
   interrupt "${bridge-}"
   interrupt "${server-}"
-  while runs "${server-}" && ((SECONDS < deadline)); do
-    sleep 0.1
-  done
+  wait_at_most "${server-}" "$stop_limit"
   stop_device
   stop_loopback
   stop_wine
@@ -145,4 +150,6 @@ case $mode in
     ;;
 esac
 wait_for "$server"
-wait "${log_pids[@]}" || true
+for pid in "${log_pids[@]}"; do
+  wait_at_most "$pid" "$stop_limit"
+done

@@ -36,7 +36,7 @@ std::vector<Flood> Floods() {
           {"EnumeratePorts, never reads", kEnumeratePorts, {}, false, false},
           {"OpenPort", kOpenPort, U32(kMissingPort), false, true},
           {"IoControl", kIoControl, ControlArguments(0x001B0050, 4, {}), true, false},
-          {"Write", kWrite, Vector(Bytes(1000)), true, true},
+          {"Write", kWrite, Vector(Bytes(1000, '\0')), true, true},
           {"Read", kRead, U32(1000), true, true},
           {"Read of 1 MiB, never reads", kRead, U32(1 << 20), true, false},
           {"unknown method", 99, {}, false, false}};

@@ -76,13 +76,13 @@ void CompareThroughput(const std::string& name, const Bytes& request) {
 void MeasureCalls() {
   PrintHeading("One client, one call after another; the device is a file");
   CompareCalls("null call", 400, kNullCall, Goal{Goal::kAtMost, 1.15});
-  CompareCalls("write of 64 bytes", 200, Request(1, kWrite, Vector(Bytes(kSmall))), {});
+  CompareCalls("write of 64 bytes", 200, Request(1, kWrite, Vector(Bytes(kSmall, '\0'))), {});
   CompareCalls("read of 64 bytes", 200, Request(1, kRead, U32(kSmall)), {});
 }
 
 void MeasureTransfers() {
   PrintHeading("One client, 64 KiB a call; the device is a file");
-  CompareThroughput("write of 64 KiB", Request(1, kWrite, Vector(Bytes(kLarge))));
+  CompareThroughput("write of 64 KiB", Request(1, kWrite, Vector(Bytes(kLarge, '\0'))));
   CompareThroughput("read of 64 KiB", Request(1, kRead, U32(kLarge)));
 }
 
@@ -138,10 +138,10 @@ void MeasureVisits() {
 // Microseconds until so many bytes have gone through the loopback and come back.
 double RemoteEcho(std::uint32_t size, int times) {
   RawClient client;
-  Require(client.OpenPort(LoopbackPort()) == 0, "opening the loopback");
+  Require(client.OpenPort(kLoopbackPort) == 0, "opening the loopback");
   client.ReadsWait();
   const Bytes requests =
-      Join({Request(1, kRead, U32(size)), Request(2, kWrite, Vector(Bytes(size)))});
+      Request(1, kRead, U32(size)) + Request(2, kWrite, Vector(Bytes(size, '\0')));
   return 1e6 / times * Seconds([&] {
            for (int i = 0; i < times; ++i) {
              Exchange(client, requests);
@@ -152,7 +152,7 @@ double RemoteEcho(std::uint32_t size, int times) {
 
 // The same by a program that has the device to itself.
 double LocalEcho(std::uint32_t size, int times) {
-  const std::wstring path = LR"(\\.\COM)" + std::to_wstring(LoopbackPort());
+  const std::wstring path = LR"(\\.\COM)" + std::to_wstring(kLoopbackPort);
   const Tamrin::unique_file port(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0,
                                                nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
                                                nullptr));
@@ -161,7 +161,7 @@ double LocalEcho(std::uint32_t size, int times) {
   const Tamrin::unique_handle events[] = {
       Tamrin::unique_handle(::CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       Tamrin::unique_handle(::CreateEventW(nullptr, TRUE, FALSE, nullptr))};
-  Bytes sent(size), received(size);
+  Bytes sent(size, '\0'), received(size, '\0');
   return 1e6 / times * Seconds([&] {
            for (int i = 0; i < times; ++i) {
              OVERLAPPED calls[2] = {};

@@ -137,17 +137,16 @@ class Soak {
   void CompareEchoes() {
     try {
       RawClient client;
-      system_test::Require(client.OpenPort(system_test::LoopbackPort()) == 0, "opening a port");
+      system_test::Require(client.OpenPort(system_test::kLoopbackPort) == 0, "opening a port");
       client.ReadsWait();
       for (std::uint32_t round = 1; !ending_; ++round) {
         const std::uint32_t size = 1 + 977 * round % 5000;
         const auto sent = system_test::Pattern(size, round);
-        client.Send(system_test::Join(
-            {system_test::Request(1, system_test::kRead, system_test::U32(size)),
-             system_test::Request(2, system_test::kWrite, system_test::Vector(sent))}));
+        client.Send(system_test::Request(1, system_test::kRead, system_test::U32(size)) +
+                    system_test::Request(2, system_test::kWrite, system_test::Vector(sent)));
         for (int replies = 0; replies < 2; ++replies) {
           const auto reply = client.Receive();
-          const auto expected = system_test::Join({system_test::U32(0), system_test::Vector(sent)});
+          const auto expected = system_test::U32(0) + system_test::Vector(sent);
           system_test::Require(reply.call == 2 || reply.payload == expected, "comparing an echo");
         }
       }

@@ -13,21 +13,20 @@ set client=bin\tarnwheel-client.exe
 set server=bin\tarnwheel-server.exe
 %server% --uninstall-service >results\remove-old.txt 2>&1
 reg delete "%key%" /f >nul 2>&1
-if "%1"=="" goto programs
-set digits=%1
-set TARNWHEEL_LOOPBACK=%digits:~3%
 
-:programs
 for %%f in (tests\*_test.exe) do call :program %%~nf
 if not exist tests\system_test.exe goto service
 call :system "CommandLine.*:Log.*:Stop.*" "system"
-if not "%1"=="" call :system "Loopback.*" "port"
 
 :service
 %server% --install-service >results\install.txt 2>&1
 call :expect install %errorlevel% 0
+rem An installation that went no further.
+reg delete "%key%" /f >nul 2>&1
 %server% --install-service >results\install-again.txt 2>&1
 call :expect install-again %errorlevel% 183 "Service already installed"
+reg query "%key%" /v Dummy >results\parameters.txt 2>&1
+call :expect parameters %errorlevel% 0
 reg query HKLM\System\CurrentControlSet\Services\qrvtwsrv >results\registration.txt 2>&1
 call :expect registration %errorlevel% 0 "LocalService"
 net start qrvtwsrv >results\start.txt 2>&1
@@ -44,6 +43,14 @@ reg add "%key%" /v SharedPorts /t REG_BINARY /d 01000000FFFF0000 /f >nul
 call :restart
 %client% send . COM1 x >results\not-shared.txt 2>&1
 call :expect not-shared "" "" "(0x80070005)"
+reg add "%key%" /v SharedPorts /t REG_BINARY /d 030000000100000002000000 /f >nul
+call :restart
+%client% list . >results\bad-ports.txt 2>&1
+call :expect bad-ports "" "" "No server runs on this machine"
+reg add "%key%" /v SharedPorts /t REG_DWORD /d 0 /f >nul
+call :restart
+%client% list . >results\bad-type.txt 2>&1
+call :expect bad-type "" "" "No server runs on this machine"
 reg add "%key%" /v SharedPorts /t REG_BINARY /d 00000000 /f >nul
 reg add "%key%" /v AutoDiscovery /t REG_DWORD /d 0 /f >nul
 call :restart
@@ -64,6 +71,8 @@ reg delete "%key%" /f >nul
 call :restart
 %server% --uninstall-service >results\uninstall.txt 2>&1
 call :expect uninstall %errorlevel% 0
+%server% --uninstall-service >results\uninstall-again.txt 2>&1
+call :expect uninstall-again %errorlevel% 1060 "Error opening service: 0x00000424"
 %client% list . >results\uninstalled.txt 2>&1
 call :expect uninstalled "" "" "No server runs on this machine"
 echo %failed% failed

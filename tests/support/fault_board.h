@@ -8,29 +8,17 @@
 namespace system_test {
 
 // The functions of Windows that can fail, the last by blocking only; and behind them operator new.
-// The first kHandleFunctions give an invalid handle then, the next one an error, the others zero.
-inline constexpr const char* kFaultPoints[] = {"CreateNamedPipeW",
-                                               "CreateFileW",
-                                               "SetupDiGetClassDevsExW",
-                                               "SetupDiOpenDevRegKey",
-                                               "RegQueryValueExW",
-                                               "ConnectNamedPipe",
-                                               "SetFileCompletionNotificationModes",
-                                               "ReadFile",
-                                               "WriteFile",
-                                               "DeviceIoControl",
-                                               "CancelIoEx",
-                                               "CreateThreadpoolIo",
-                                               "TrySubmitThreadpoolCallback",
-                                               "ImpersonateNamedPipeClient",
-                                               "OpenThreadToken",
-                                               "GetTokenInformation",
-                                               "CopySid",
-                                               "LookupAccountSidW",
-                                               "SetupDiEnumDeviceInfo",
-                                               "SetupDiGetDeviceRegistryPropertyW",
-                                               "CloseHandle",
-                                               "operator new"};
+inline constexpr const char* kFaultPoints[] = {
+    // These give an invalid handle then,
+    "CreateNamedPipeW", "CreateFileW", "SetupDiGetClassDevsExW", "SetupDiOpenDevRegKey",
+    // this one an error,
+    "RegQueryValueExW",
+    // and the others zero.
+    "ConnectNamedPipe", "SetFileCompletionNotificationModes", "ReadFile", "WriteFile",
+    "DeviceIoControl", "CancelIoEx", "CreateThreadpoolIo", "TrySubmitThreadpoolCallback",
+    "ImpersonateNamedPipeClient", "OpenThreadToken", "GetTokenInformation", "CopySid",
+    "LookupAccountSidW", "SetupDiEnumDeviceInfo", "SetupDiGetDeviceRegistryPropertyW",
+    "CloseHandle", "operator new"};
 constexpr int kHandleFunctions = 4;
 constexpr int kOperatorNew = std::size(kFaultPoints) - 1;
 constexpr int kCloseHandle = kOperatorNew - 1;

@@ -63,20 +63,11 @@ std::string TemporaryFile::Content() const {
   return content;
 }
 
-Program::Program(std::wstring_view name, std::wstring_view arguments, bool has_input) {
-  HANDLE ends[2] = {};
-  if (has_input) {
-    Require(::CreatePipe(&ends[0], &ends[1], nullptr, 0), "CreatePipe");
-    // The program must not hold the other end, or its input would never end.
-    ::SetHandleInformation(ends[0], HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
-  }
-  const Tamrin::unique_handle reader(ends[0]);
-  input_.reset(ends[1]);
+Program::Program(std::wstring_view name, std::wstring_view arguments) {
   const auto output = CreateInheritable(output_), errors = CreateInheritable(errors_);
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = ends[0];
   startup.hStdOutput = output.get();
   startup.hStdError = errors.get();
   std::wstring command = L'"' + ProgramPath(name) + L"\" " + std::wstring(arguments);
@@ -91,13 +82,6 @@ Program::Program(std::wstring_view name, std::wstring_view arguments, bool has_i
 Program::~Program() {
   if (Runs() && ::TerminateProcess(process_.get(), 1))
     ::WaitForSingleObject(process_.get(), kPatience);
-}
-
-void Program::Write(std::string_view bytes) const {
-  for (DWORD written = 0; !bytes.empty(); bytes.remove_prefix(written))
-    Require(::WriteFile(input_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written,
-                        nullptr),
-            "writing to a program's standard input");
 }
 
 std::wstring Program::Output() const {

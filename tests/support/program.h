@@ -28,17 +28,12 @@ class TemporaryFile {
 class Program {
  public:
   // `name` is that of an executable of this build, such as L"tarnwheel-server".
-  Program(std::wstring_view name, std::wstring_view arguments, bool has_input = false);
+  Program(std::wstring_view name, std::wstring_view arguments);
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
   ~Program();
 
-  // Writes to its standard input and returns when the program, or the pipe's buffer, has taken all.
-  void Write(std::string_view bytes) const;
-  void EndInput() { input_.reset(); }
-
-  // What it has written so far; as text, with "\n" as line ends.
-  [[nodiscard]] std::string OutputBytes() const { return output_.Content(); }
+  // What it has written so far, with "\n" as line ends.
   [[nodiscard]] std::wstring Output() const;
   [[nodiscard]] std::wstring Errors() const;
 
@@ -64,7 +59,6 @@ class Program {
 
  private:
   TemporaryFile output_, errors_;
-  Tamrin::unique_file input_;
   Tamrin::unique_handle process_;
 };
 

@@ -3,17 +3,15 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "platform/unique_resource.h"
 #include "tests/support/program.h"
 
 namespace system_test {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::string;
 
 inline constexpr wchar_t kPipeName[] =
     LR"(\\.\pipe\kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01)";
@@ -27,7 +25,7 @@ constexpr std::uint16_t kClientCode = 0x0C1E;
 // next sends nothing by itself. The third's is a file of zeros: it knows no serial control, and a
 // second open is refused, which Wine does not do for the ports that have a terminal behind them. The
 // refusal has the code ERROR_SHARING_VIOLATION where Windows has ERROR_ACCESS_DENIED.
-std::uint32_t LoopbackPort();
+constexpr std::uint32_t kLoopbackPort = 5;
 constexpr std::uint32_t kSilentPort = 9;
 constexpr std::uint32_t kFilePort = TARNWHEEL_FILE_PORT;
 constexpr std::uint32_t kMissingPort = 77;
@@ -39,11 +37,9 @@ constexpr std::uint32_t kPortInUse = 0x80070020;
 constexpr std::uint32_t kAlreadyHoldsPort = 0x800700B7;
 constexpr std::uint32_t kNotConnected = 0x800708CA;  // no port is open
 
-Bytes Join(std::initializer_list<Bytes> parts);
 Bytes U32(std::uint32_t value);
-Bytes ToBytes(std::string_view text);
 Bytes Vector(const Bytes& content);  // count and bytes
-Bytes ControlArguments(std::uint32_t code, std::uint32_t output_size, const Bytes& input);
+Bytes ControlArguments(std::uint32_t code, std::uint32_t output_size, const Bytes& input = {});
 // Bytes of which no two neighbouring stretches are alike.
 Bytes Pattern(std::size_t size, std::uint32_t state = 1);
 // The number at `offset`, which must lie within `bytes`.
@@ -53,8 +49,6 @@ struct Message {
   std::uint32_t call;
   std::uint32_t code_and_method;
   Bytes payload;
-
-  bool operator==(const Message&) const = default;
 };
 Bytes Header(std::uint32_t call, std::uint16_t method, std::uint32_t length);
 Bytes Request(std::uint32_t call, std::uint16_t method, const Bytes& payload);
@@ -72,6 +66,8 @@ struct PortResult {
 class RawClient {
  public:
   explicit RawClient(const wchar_t* pipe = kPipeName);  // connects
+  // Opens the port as well; a read waits until all that it asks for is there.
+  explicit RawClient(std::uint32_t port);
 
   // Puts the bytes into the pipe; false when a piece of them does not fit in within the deadline.
   bool Send(const Bytes& bytes, DWORD milliseconds = kPatience) const;
@@ -90,28 +86,26 @@ class RawClient {
   Bytes Call(std::uint16_t method, const Bytes& payload);
 
   std::uint32_t OpenPort(std::uint32_t number);
-  PortResult IoControl(std::uint32_t code, std::uint32_t output_size, const Bytes& input);
+  PortResult IoControl(std::uint32_t code, std::uint32_t output_size, const Bytes& input = {});
   std::uint32_t Write(const Bytes& data);
   PortResult Read(std::uint32_t size);
 
-  // Makes every read wait until all that it asks for is there, or for so many milliseconds.
-  void ReadsWait(std::uint32_t milliseconds = 0);
+  void ReadsWait();
 
   void Disconnect() { pipe_.reset(); }
 
  private:
-  enum class Transfer { kDone, kTimedOut, kBroken };
-  template <class Start>
-  Transfer Perform(const Tamrin::unique_handle& event, DWORD& size, DWORD milliseconds,
-                   Start start) const;
-  void Fetch(DWORD milliseconds);  // bytes into the inbox
+  // Reads or writes up to `size` bytes, which becomes their number. False when that fails, which
+  // GetLastError explains, or takes longer.
+  template <class Function, class Buffer>
+  bool Transfer(Function function, const Tamrin::unique_handle& event, Buffer* buffer, DWORD& size,
+                DWORD milliseconds) const;
+  bool Fetch(DWORD milliseconds);  // bytes into the inbox
 
   Tamrin::unique_file pipe_;
   Tamrin::unique_handle read_event_, write_event_;
-  Transfer last_ = Transfer::kDone;  // of the reads
-  Bytes piece_ = Bytes(0x10000);     // what a read puts out
+  Bytes piece_ = Bytes(0x10000, '\0');  // what a read puts out
   Bytes inbox_;
-  std::size_t taken_ = 0;  // of the inbox
   std::uint32_t last_call_ = 0x10000;
 };
 

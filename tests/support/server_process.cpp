@@ -1,31 +1,17 @@
 #include "tests/support/server_process.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace system_test {
-
-std::wstring DecodeLog(const std::string& content) {
-  std::wstring text(content.size() / 2, L'\0');
-  std::memcpy(text.data(), content.data(), text.size() * 2);
-  Require(text.empty() || text.rfind(L'\xFEFF') == 0, "finding one byte order mark, at the start,");
-  std::erase(text, L'\r');
-  return text.erase(0, 1);
-}
 
 bool SignalStopEvent() {
   const Tamrin::unique_handle event(::OpenEventW(EVENT_MODIFY_STATE, FALSE, kStopEvent));
   return event && ::SetEvent(event.get());
 }
 
-ServerProcess::ServerProcess(std::wstring_view arguments, std::wstring_view program,
-                             std::shared_ptr<const TemporaryFile> log)
-    : Program(program, L"--nologo --no-discovery --log-level debug --log-path \"" + log->path +
-                           L"\" " + std::wstring(arguments)),
-      log_(std::move(log)) {
-  const auto serves = [this] { return (Log() + Output()).find(kStarted) != std::wstring::npos; };
-  EXPECT_TRUE(Eventually([&] { return serves() || !Runs(); }) && serves())
-      << "the server does not start";
+ServerProcess::ServerProcess(std::wstring_view arguments, std::wstring_view program)
+    : Program(program, L"--nologo --no-discovery --log-level debug " + std::wstring(arguments)) {
+  EXPECT_TRUE(Prints(kStarted)) << "the server does not start";
 }
 
 ServerProcess::~ServerProcess() {
@@ -34,7 +20,7 @@ ServerProcess::~ServerProcess() {
 }
 
 int ServerProcess::Count(std::wstring_view text) const {
-  const std::wstring log = Log();
+  const std::wstring log = Output();
   int count = 0;
   for (auto at = log.find(text); at != log.npos; at = log.find(text, at + 1))
     ++count;

@@ -14,32 +14,23 @@ inline constexpr wchar_t kStopEvent[] =
 inline constexpr wchar_t kStarted[] =
     L"Server has been started successfully and is waiting for connections";
 
-// The lines of a log file, with "\n" as line ends; they are UTF-16 behind one byte order mark.
-std::wstring DecodeLog(const std::string& content);
-
 // Signals the global event as any account may; false when there is none.
 bool SignalStopEvent();
 
-// A server that serves once the object is constructed. It logs all details to a file of its own,
-// without logo and discovery; `arguments` come after these options and so override them.
+// A server that serves once the object is constructed. It logs all details to its screen, without logo
+// and discovery; `arguments` come after these options and so override them.
 // Destruction stops it and fails the test when that does not end well.
 class ServerProcess : public Program {
  public:
-  explicit ServerProcess(
-      std::wstring_view arguments = L"", std::wstring_view program = kServer,
-      std::shared_ptr<const TemporaryFile> log = std::make_shared<const TemporaryFile>());
+  explicit ServerProcess(std::wstring_view arguments = L"", std::wstring_view program = kServer);
   ~ServerProcess();
 
-  [[nodiscard]] std::wstring Log() const { return DecodeLog(log_->Content()); }
   // How often the log has this text; true when it comes to have it so often before the deadline.
   [[nodiscard]] int Count(std::wstring_view text) const;
   [[nodiscard]] bool Logs(std::wstring_view text, int times = 1) const;
 
   // Signals the global event; the server must end with 0.
   void Stop() const;
-
- private:
-  const std::shared_ptr<const TemporaryFile> log_;
 };
 
 // Makes calls of a faulty-server fail or block, one at a time.

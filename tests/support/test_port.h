@@ -14,7 +14,8 @@ namespace system_test {
 // the rights of an administrator. Throws std::runtime_error.
 class TestPort {
  public:
-  // `port_name` is what the device's hardware key says, such as COM207.
+  // `port_name` is what the device's hardware key says, such as COM207. A device that a program has left
+  // under this name is replaced.
   TestPort(const std::wstring& port_name, const std::optional<std::wstring>& friendly_name);
   TestPort(const TestPort&) = delete;
   TestPort& operator=(const TestPort&) = delete;

@@ -1,8 +1,6 @@
 // The virtual serial port, and the far end of its line. Loaded by load_virtual_serial.sh.
 #pragma once
 
-#include <cstring>
-
 #include "platform/serial.h"
 #include "tests/support/raw_client.h"
 #include "tests/virtual_serial/orders.h"
@@ -16,8 +14,7 @@ constexpr std::uint32_t kVirtualPort = TARNWHEEL_VIRTUAL_PORT;
 class VirtualPort {
  public:
   VirtualPort() {
-    Require(orders_ && far_end_,
-            "opening the virtual serial driver, which load_virtual_serial.sh loads,");
+    Require(!!far_end_, "opening the virtual serial port, which load_virtual_serial.sh loads,");
     Reset();
   }
   VirtualPort(const VirtualPort&) = delete;
@@ -28,45 +25,37 @@ class VirtualPort {
   void LoopBack() { SetUp(false, false, true); }
   void Vanish() { SetUp(false, true); }
   void ComeBack() { SetUp(); }  // what is held ends as well
-  // The port's modem status has these bits as well, and these events happen.
-  void Change(std::uint32_t inputs, std::uint32_t events) {
-    SetUp(false, false, false, 0, 0, 0, inputs, events);
-  }
   // Strikes the next requests of a kind: they fail with an NTSTATUS, or are held for ever with 0.
   void Fault(std::uint32_t kind, std::uint32_t status, std::uint32_t times = 1) {
     SetUp(false, false, false, times, kind, status);
   }
 
-  // The far end: sends as many bytes as there is room for, takes what has come since the last time,
-  // and switches signals, such as SETDTR.
-  std::size_t Send(const Bytes& bytes) {
+  // The far end sends, and takes what has come since the last time.
+  void Send(const Bytes& bytes) {
     DWORD size = 0;
     ::WriteFile(far_end_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &size, nullptr);
-    return size;
   }
   Bytes TakeReceived() {
-    Bytes bytes(0x100000);
+    Bytes bytes(0x1000, '\0');
     DWORD size = 0;
-    ::ReadFile(far_end_.get(), bytes.data(), 0x100000, &size, nullptr);
-    bytes.resize(size);
-    return bytes;
+    ::ReadFile(far_end_.get(), bytes.data(), 0x1000, &size, nullptr);
+    return bytes.substr(0, size);
   }
   // True when it comes to have received this, and has then received nothing more.
   [[nodiscard]] bool Receives(const Bytes& expected) {
     Bytes all;
     return Eventually([&] {
-             all = Join({all, TakeReceived()});
+             all += TakeReceived();
              return all.size() >= expected.size();
            }) &&
            all == expected;
   }
-  void Signal(DWORD function) { ::EscapeCommFunction(far_end_.get(), function); }
 
   // What the driver has seen.
   [[nodiscard]] virtual_serial_state State() const {
     virtual_serial_state state = {};
     DWORD size = 0;
-    Require(::DeviceIoControl(orders_.get(), ORDER_GET_STATE, nullptr, 0, &state, sizeof state,
+    Require(::DeviceIoControl(far_end_.get(), ORDER_GET_STATE, nullptr, 0, &state, sizeof state,
                               &size, nullptr),
             "asking the virtual serial driver");
     return state;
@@ -80,23 +69,17 @@ class VirtualPort {
   }
 
  private:
-  static Tamrin::unique_file Open(const std::wstring& name) {
-    return Tamrin::unique_file(::CreateFileW((LR"(\\.\)" + name).c_str(),
-                                             GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                             OPEN_EXISTING, 0, nullptr));
-  }
-
   bool SetUp(bool anew = false, bool vanished = false, bool loops_back = false,
-             std::uint32_t faults = 0, std::uint32_t kind = 0, std::uint32_t status = 0,
-             std::uint32_t inputs = 0, std::uint32_t events = 0) {
-    virtual_serial_setup setup = {anew, vanished, loops_back, faults, kind, status, inputs, events};
+             std::uint32_t faults = 0, std::uint32_t kind = 0, std::uint32_t status = 0) {
+    virtual_serial_setup setup = {anew, vanished, loops_back, faults, kind, status, 0, 0};
     DWORD size = 0;
-    return ::DeviceIoControl(orders_.get(), ORDER_SET_UP, &setup, sizeof setup, nullptr, 0, &size,
+    return ::DeviceIoControl(far_end_.get(), ORDER_SET_UP, &setup, sizeof setup, nullptr, 0, &size,
                              nullptr);
   }
 
-  const Tamrin::unique_file orders_ = Open(VIRTUAL_SERIAL_NAME);
-  const Tamrin::unique_file far_end_ = Open(L"COM" + std::to_wstring(kVirtualPort + 1));
+  const Tamrin::unique_file far_end_{
+      ::CreateFileW((LR"(\\.\COM)" + std::to_wstring(kVirtualPort + 1)).c_str(),
+                    GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr)};
 };
 
 }  // namespace system_test

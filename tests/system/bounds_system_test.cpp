@@ -20,10 +20,8 @@ void ExpectServed() {
 
 Bytes Burst(std::uint32_t count, std::uint16_t method, const Bytes& payload) {
   Bytes requests;
-  for (std::uint32_t call = 0; call < count; ++call) {
-    const Bytes request = Request(call, method, payload);
-    requests.insert(requests.end(), request.begin(), request.end());
-  }
+  for (std::uint32_t call = 0; call < count; ++call)
+    requests += Request(call, method, payload);
   return requests;
 }
 
@@ -53,17 +51,15 @@ TEST_F(Bounds, AnnouncedLengthTakesNoMemoryAndBeyondReasonEndsTheConnection) {
       server_.Logs(L"\tWARNING\tClient Unknown has announced a message of more than "
                    L"17825792 bytes; its connection is ended\n",
                    2));
-  RawClient client;
-  EXPECT_EQ(client.OpenPort(kFilePort), 0u);
-  EXPECT_EQ(client.Write(Bytes(16 * kMiB)), 0u);
+  RawClient client(kFilePort);
+  EXPECT_EQ(client.Write(Bytes(16 * kMiB, 'x')), 0u);
 }
 
 TEST_F(Bounds, OutputIsLimitedWhateverIsAskedFor) {
   const VirtualPort port;
-  RawClient client;
-  EXPECT_EQ(client.OpenPort(kVirtualPort), 0u);
-  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB + 1, {}).code, kOutputTooLarge);
-  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB, {}).data.size(), 4u);
+  RawClient client(kVirtualPort);
+  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB + 1).code, kOutputTooLarge);
+  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB).data.size(), 4u);
   client.ReadsWait();
   EXPECT_TRUE(client.Send(Request(1, kRead, U32(0xFFFFFFFF))));
   EXPECT_TRUE(port.HasPending(1));
@@ -75,9 +71,7 @@ TEST_F(Bounds, OutputIsLimitedWhateverIsAskedFor) {
 TEST_F(Bounds, PendingReadsAreLimited) {
   constexpr std::uint32_t kMost = 256;
   const VirtualPort port;
-  RawClient client;
-  EXPECT_EQ(client.OpenPort(kVirtualPort), 0u);
-  client.ReadsWait();
+  RawClient client(kVirtualPort);
   EXPECT_TRUE(client.Send(Burst(3000, kRead, U32(1))));
   EXPECT_TRUE(port.HasPending(kMost));
   ExpectServed();
@@ -120,8 +114,7 @@ TEST_F(Bounds, ClientsBeyondTheHundredthFindThePipeBusy) {
 // A client cannot be answered more than it reads: the server stops reading its requests then.
 TEST_F(Bounds, ClientThatDoesNotReadHoldsUpNobodyAndDoesNotFillTheMemory) {
   constexpr std::uint32_t kReplies = 128;  // of a megabyte each
-  RawClient silent;
-  EXPECT_EQ(silent.OpenPort(kFilePort), 0u);
+  RawClient silent(kFilePort);
   EXPECT_TRUE(silent.Send(Burst(kReplies, kRead, U32(kMiB))));
   for (int calls = 0; calls < 200; ++calls)
     ExpectServed();
@@ -133,89 +126,84 @@ TEST_F(Bounds, ClientThatDoesNotReadHoldsUpNobodyAndDoesNotFillTheMemory) {
 }
 
 // Blocks a call of the server on the way and expects that the others and the stop do not wait.
-class BlockedCall : public ::testing::Test {
- protected:
-  void ExpectStop(std::wstring_view last_word) {
-    EXPECT_TRUE(server_.faults.Strikes());
-    server_.Stop();
-    EXPECT_EQ(server_.Count(last_word), 1);
-  }
-
-  FaultyServer server_{L"--no-discovery-"};
-};
+void ExpectStop(const FaultyServer& server, std::wstring_view last_word) {
+  EXPECT_TRUE(server.faults.Strikes());
+  ExpectServed();
+  server.Stop();
+  EXPECT_EQ(server.Count(last_word), 1);
+}
 
 // What comes while the port is being opened waits for it, in its order.
-TEST_F(BlockedCall, OpenControlWriteMayBePipelined) {
+TEST(BlockedCall, OpenControlWriteMayBePipelined) {
+  FaultyServer server;
   VirtualPort port;
   RawClient client;
-  server_.faults.Block("CreateFileW");
+  server.faults.Block("CreateFileW");
   EXPECT_TRUE(client.Send(
-      Join({Request(1, kOpenPort, U32(kVirtualPort)),
-            Request(2, kIoControl, ControlArguments(IOCTL_SERIAL_SET_BAUD_RATE, 0, U32(57'600))),
-            Request(3, kWrite, Vector(ToBytes("first"))), Request(4, kOpenPort, U32(kVirtualPort)),
-            Request(5, kWrite, Vector(ToBytes(", second")))})));
-  EXPECT_TRUE(server_.faults.Strikes());
+      Request(1, kOpenPort, U32(kVirtualPort)) +
+      Request(2, kIoControl, ControlArguments(IOCTL_SERIAL_SET_BAUD_RATE, 0, U32(57'600))) +
+      Request(3, kWrite, Vector("first")) + Request(4, kOpenPort, U32(kVirtualPort)) +
+      Request(5, kWrite, Vector(", second"))));
+  EXPECT_TRUE(server.faults.Strikes());
   EXPECT_FALSE(client.TryReceive(200));
-  server_.faults.Relent();
-  const std::uint32_t codes[] = {0, 0, 0, kAlreadyHoldsPort, 0};
+  server.faults.Relent();
   for (std::uint32_t replies = 0; replies < 5; ++replies) {
     const Message reply = client.Receive();
-    ASSERT_TRUE(reply.call >= 1 && reply.call <= 5);
-    EXPECT_EQ(U32At(reply.payload, 0), codes[reply.call - 1]) << reply.call;
+    EXPECT_EQ(U32At(reply.payload, 0), reply.call == 4 ? kAlreadyHoldsPort : 0) << reply.call;
   }
-  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, 4, {}).data, U32(57'600));
-  EXPECT_TRUE(port.Receives(ToBytes("first, second")));
+  EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, 4).data, U32(57'600));
+  EXPECT_TRUE(port.Receives("first, second"));
 }
 
-TEST_F(BlockedCall, ListsOfAClientAreMadeOneAtATime) {
+TEST(BlockedCall, ListsOfAClientAreMadeOneAtATime) {
+  FaultyServer server;
   RawClient client;
-  server_.faults.Block("SetupDiGetClassDevsExW");
+  server.faults.Block("SetupDiGetClassDevsExW");
   EXPECT_TRUE(client.Send(Burst(3, kEnumeratePorts, {})));
-  EXPECT_TRUE(server_.faults.Strikes());
-  EXPECT_TRUE(server_.Logs(L" is enumerating available ports\n"));
+  EXPECT_TRUE(server.faults.Strikes());
+  EXPECT_TRUE(server.Logs(L" is enumerating available ports\n"));
   EXPECT_FALSE(client.TryReceive(200));
-  EXPECT_EQ(server_.Count(L" is enumerating available ports\n"), 1);
+  EXPECT_EQ(server.Count(L" is enumerating available ports\n"), 1);
 }
 
-class BlockedDriver : public BlockedCall, public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(BlockedDriver, HoldsUpNoStop) {
-  RawClient client;
-  EXPECT_EQ(client.OpenPort(LoopbackPort()), 0u);
-  server_.faults.Block(GetParam());
-  EXPECT_TRUE(client.Send(Request(1, kIoControl, ControlArguments(IOCTL_SERIAL_PURGE, 0, U32(8)))));
-  client.Disconnect();
-  EXPECT_TRUE(server_.faults.Strikes());
-  ExpectServed();
-  ExpectStop(L"The driver of COM" + std::to_wstring(LoopbackPort()) + L" does not let go of it");
+TEST(BlockedCall, DriverThatBlocksHoldsUpNoStop) {
+  for (const char* call : {"CloseHandle", "DeviceIoControl"}) {
+    FaultyServer server;
+    RawClient client(kLoopbackPort);
+    server.faults.Block(call);
+    EXPECT_TRUE(
+        client.Send(Request(1, kIoControl, ControlArguments(IOCTL_SERIAL_PURGE, 0, U32(8)))));
+    client.Disconnect();
+    ExpectStop(server, L"The driver of COM5 does not let go of it");
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Calls, BlockedDriver, ::testing::Values("CloseHandle", "DeviceIoControl"));
 
 // The lines that wait for the name are logged without it in the end.
-TEST_F(BlockedCall, AccountThatIsNotFoundHoldsUpNoRequest) {
-  server_.faults.Block("LookupAccountSidW");
+TEST(BlockedCall, AccountThatIsNotFoundHoldsUpNoRequest) {
+  FaultyServer server;
+  server.faults.Block("LookupAccountSidW");
   {
     RawClient client;
     EXPECT_FALSE(client.Call(kEnumeratePorts, {}).empty());
-    EXPECT_EQ(client.OpenPort(LoopbackPort()), 0u);
-    EXPECT_TRUE(server_.faults.Strikes());
+    EXPECT_EQ(client.OpenPort(kLoopbackPort), 0u);
+    EXPECT_TRUE(server.faults.Strikes());
   }
-  EXPECT_TRUE(server_.Logs(L"Client Unknown disconnected"));
-  ExpectStop(L"Client Unknown has just connected to COM");
+  EXPECT_TRUE(server.Logs(L"Client Unknown disconnected"));
+  ExpectStop(server, L"Client Unknown has just connected to COM");
 }
 
-TEST_F(BlockedCall, ComputerThatIsNotFoundHoldsUpNoStop) {
+TEST(BlockedCall, ComputerThatIsNotFoundHoldsUpNoStop) {
+  FaultyServer server(L"--no-discovery-");
   const std::wstring path = LR"(\\.\mailslot\)" + std::wstring(tether::kQueryMailslot);
   const auto query = tether::make_datagram(L"elsewhere");
-  EXPECT_TRUE(server_.Logs(L"Auto-discovery has been started"));
+  EXPECT_TRUE(server.Logs(L"Auto-discovery has been started"));
   const Tamrin::unique_file queries(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ,
                                                   nullptr, OPEN_EXISTING, 0, nullptr));
-  server_.faults.Block("CreateFileW");
+  server.faults.Block("CreateFileW");
   DWORD written = 0;
   EXPECT_TRUE(::WriteFile(queries.get(), query.data(), static_cast<DWORD>(query.size()), &written,
                           nullptr));
-  ExpectStop(L"Auto-discovery has been stopped");
+  ExpectStop(server, L"Auto-discovery has been stopped");
 }
 
 }  // namespace

@@ -28,16 +28,16 @@ struct Step {
 
 // A whole session: lists, opens, sets the line, and sends something through the loopback.
 std::vector<Step> Steps(const Bytes& list) {
-  const Bytes text = ToBytes("abc");
+  const Bytes text = "abc";
   const auto control = [](std::uint32_t code, const Bytes& input) {
-    return Step{kIoControl, ControlArguments(code, 0, input), Bytes(8)};
+    return Step{kIoControl, ControlArguments(code, 0, input), Bytes(8, '\0')};
   };
   return {{kEnumeratePorts, {}, list},
           {kOpenPort, U32(kVirtualPort), U32(0)},
-          control(IOCTL_SERIAL_SET_TIMEOUTS, Join({Bytes(8), U32(kPatience), Bytes(8)})),
+          control(IOCTL_SERIAL_SET_TIMEOUTS, U32(0) + U32(0) + U32(kPatience) + U32(0) + U32(0)),
           control(IOCTL_SERIAL_PURGE, U32(SERIAL_PURGE_RXCLEAR)),
           {kWrite, Vector(text), U32(0)},
-          {kRead, U32(3), Join({U32(0), Vector(text)})}};
+          {kRead, U32(3), U32(0) + Vector(text)}};
 }
 
 class Faults : public ::testing::Test {
@@ -125,7 +125,8 @@ class Faults : public ::testing::Test {
 
   const TestPort listed_{L"COM207", L"A port that is listed"};
   VirtualPort port_;
-  FaultyServer server_{L"--no-screen-log"};
+  const TemporaryFile log_;
+  FaultyServer server_{L"--log-path \"" + log_.path + L'"'};
   RawClient bystander_;
   Bytes list_;
   std::int64_t blocks_ = 0;

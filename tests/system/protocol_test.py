@@ -10,25 +10,15 @@ import struct
 import sys
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
 import programs
-
-sys.path.insert(0, str(programs.project / "examples"))
-import tarnwheel_client as example
+from programs import example
 
 PAGE = (programs.project / "docs/protocol.md").read_text()
 CODES = re.sub(r"[\s\\]", "", pathlib.Path("/usr/share/mingw-w64/include/ntddser.h").read_text())
 HEADER = struct.Struct("<IHHI")
 
 
-class Relay:
-    """Stands in for the pipe, which is no file here. Gives the bytes in small pieces."""
-
-    def __init__(self, clean_up):
-        process = programs.start_device(clean_up)
-        self.read = lambda size: process.stdout.read(min(size, 3))
-        self.write = lambda data: process.stdin.write(data[:1000])
-
+class Relay(programs.Relay):
     def read_message(self):
         message = b""
         while len(message) < 12 or len(message) < 12 + HEADER.unpack(message[:12])[3]:
@@ -44,9 +34,10 @@ def bytes_of(lines):
 
 class Protocol(unittest.TestCase):
     def setUp(self):
-        for arguments in (("COM5", "Scale (COM5)"), ("COM7", "Modem (COM7)"), ("loop",)):
-            programs.start_device(self.addCleanup, *arguments)
-        self.server = programs.start_server(self.addCleanup, "--share-ports", "5,7,77")
+        programs.list_port(self.addCleanup, "COM5", "Scale (COM5)")
+        programs.list_port(self.addCleanup, "COM7", "Modem (COM7)")
+        self.server = programs.start_server(self.addCleanup, "--share-ports", "5,7,8,77")
+        programs.FarEnd(self.addCleanup, "COM7").set_up(loops_back=1)
 
     def connect(self, _=None):
         return Relay(self.addCleanup)
@@ -100,5 +91,4 @@ class Protocol(unittest.TestCase):
         self.assertRaises(OSError, connection.ports)
 
 
-if __name__ == "__main__":
-    unittest.main()
+unittest.main()

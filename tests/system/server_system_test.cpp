@@ -2,8 +2,6 @@
 // ways in which it is stopped.
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "tests/support/raw_client.h"
 #include "tests/support/server_process.h"
 
@@ -60,20 +58,25 @@ TEST(Start, IsRefusedWithTheErrorAndLeavesTheNameFree) {
 // The log is continued by the next run, and the screen has the same lines, every character of them,
 // except the separator. Wine accepts a descriptor with such characters.
 TEST(Log, IsTheSameInTheFileAndOnTheScreen) {
-  const std::wstring separator = L"=====\t=====\t=====\n";
   const TemporaryFile log;
-  std::wstring expected;
+  const std::wstring options = L"--log-path \"" + log.path + L"\" ";
+  std::wstring expected = L"\xFEFF";
   for (int run = 0; run < 2; ++run) {
-    const ServerProcess server(L"--security-descriptor \"D:\x6F22\x0436\xE4\" --log-path \"" +
-                               log.path + L"\"");
+    const ServerProcess server(options + L"--security-descriptor \"D:\x6F22\x0436\xE4\"");
     server.Stop();
-    expected += server.Output() + separator;
-    EXPECT_EQ(DecodeLog(log.Content()), expected);
-    EXPECT_NE(server.Output().find(L"\tLogging system is initialized\n"), std::wstring::npos);
-    EXPECT_NE(server.Output().find(L"\x6F22\x0436\xE4"), std::wstring::npos);
+    expected += server.Output() + L"=====\t=====\t=====\n";
+    const std::string content = log.Content();
+    std::wstring text(content.size() / 2, L'\0');
+    content.copy(reinterpret_cast<char*>(text.data()), content.size());
+    std::erase(text, L'\r');
+    EXPECT_EQ(text, expected);
+    EXPECT_EQ(server.Count(L"\tLogging system is initialized\n"), 1);
+    EXPECT_NE(server.Count(L"\x6F22\x0436\xE4"), 0);
   }
-  const ServerProcess silent(L"--no-screen-log");
-  silent.Stop();
+  const Program silent(kServer, L"--nologo --no-screen-log");
+  EXPECT_EQ(RawClient().OpenPort(kMissingPort), kFileNotFound);
+  EXPECT_TRUE(SignalStopEvent());
+  EXPECT_EQ(silent.ExitCode(), 0u);
   EXPECT_EQ(silent.Output() + silent.Errors(), L"");
 }
 
@@ -83,7 +86,7 @@ void ExpectOrderlyEnd(const ServerProcess& server, int console_requests) {
   EXPECT_EQ(requests != 0, console_requests != 0);
   EXPECT_LE(requests, console_requests);
   EXPECT_EQ(server.Count(L" disconnected\n"), 1);
-  EXPECT_TRUE(server.Log().ends_with(L"\tServer has been stopped\n=====\t=====\t=====\n"));
+  EXPECT_TRUE(server.Output().ends_with(L"\tServer has been stopped\n"));
 }
 
 // The server takes console events only after it has said that it serves; a client's round trip is
@@ -117,9 +120,6 @@ TEST(Stop, FollowsTheEventThatAnybodyMaySignalAndNothingElse) {
 
 // The service, under the system's service control manager and watched through it.
 
-constexpr wchar_t kService[] = L"qrvtwsrv";
-constexpr wchar_t kParameters[] = LR"(Software\Quorvane\Tarnwheel Server 1.01)";
-
 struct ServiceHandleTraits {
   using pointer = SC_HANDLE;
   static pointer invalid() noexcept { return nullptr; }
@@ -127,139 +127,79 @@ struct ServiceHandleTraits {
 };
 using ServiceHandle = Tamrin::unique_resource<ServiceHandleTraits>;
 
-class Service : public ::testing::Test {
- protected:
-  Service() { CleanUp(); }
-  ~Service() override { CleanUp(); }
-
-  static void CleanUp() {
-    CompletedRun(kServer, L"--uninstall-service");
-    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);
+class Service {
+ public:
+  explicit Service(const wchar_t* program) {
+    EXPECT_EQ(CompletedRun(program, L"--install-service").exit_code, 0u);
+    service_.reset(::OpenServiceW(manager_.get(), L"qrvtwsrv", SERVICE_ALL_ACCESS));
   }
-
-  [[nodiscard]] ServiceHandle Open() const {
-    return ServiceHandle(::OpenServiceW(manager_.get(), kService, SERVICE_ALL_ACCESS));
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
+  ~Service() {
+    service_.reset();  // it would delay the deletion
+    CompletedRun(kServer, L"--uninstall-service");
   }
 
   [[nodiscard]] SERVICE_STATUS_PROCESS Status() const {
     SERVICE_STATUS_PROCESS status = {};
     DWORD needed = 0;
-    ::QueryServiceStatusEx(Open().get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+    ::QueryServiceStatusEx(service_.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
                            sizeof status, &needed);
     return status;
   }
 
-  // Starts the service and waits until it is in the state, or has stopped.
+  // Starts the service; it must come to be in the state, or have stopped without an error.
   void Start(DWORD state = SERVICE_RUNNING) const {
-    EXPECT_TRUE(::StartServiceW(Open().get(), 0, nullptr)) << ::GetLastError();
+    EXPECT_TRUE(::StartServiceW(service_.get(), 0, nullptr)) << ::GetLastError();
     EXPECT_TRUE(Eventually([&] { return Status().dwCurrentState != SERVICE_START_PENDING; }));
     EXPECT_EQ(Status().dwCurrentState, state);
+    EXPECT_EQ(Status().dwWin32ExitCode, 0u);
   }
 
   void Control(DWORD control) const {
     SERVICE_STATUS status = {};
-    EXPECT_TRUE(::ControlService(Open().get(), control, &status)) << ::GetLastError();
+    EXPECT_TRUE(::ControlService(service_.get(), control, &status)) << ::GetLastError();
   }
 
-  // Stopped, by an exit without an error.
   void ExpectStopped() const {
     EXPECT_TRUE(Eventually([&] { return Status().dwCurrentState == SERVICE_STOPPED; }));
     EXPECT_EQ(Status().dwWin32ExitCode, 0u);
   }
 
+ private:
   const ServiceHandle manager_{::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)};
+  ServiceHandle service_;
 };
 
-TEST_F(Service, IsRegisteredOnceWithEveryValue) {
-  Expect(L"--install-service", 0, L"", L"");
-  ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);  // an installation that went no further
-  Expect(L"--install-service", ERROR_ALREADY_EXISTS, L"", L"Service already installed\n");
-
-  BYTE buffer[8192];
-  DWORD needed = 0;
-  auto* const config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer);
-  ASSERT_TRUE(::QueryServiceConfigW(Open().get(), config, sizeof buffer, &needed));
-  EXPECT_EQ(config->dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
-  EXPECT_EQ(config->dwStartType, DWORD{SERVICE_AUTO_START});
-  EXPECT_EQ(config->dwErrorControl, DWORD{SERVICE_ERROR_NORMAL});
-  EXPECT_STREQ(config->lpDisplayName, L"Tarnwheel Server");
-  EXPECT_STREQ(config->lpServiceStartName, LR"(NT AUTHORITY\LocalService)");
-  EXPECT_TRUE(std::wstring(config->lpBinaryPathName).ends_with(LR"(\bin\tarnwheel-server.exe)"))
-      << "no quotes, no arguments";
-  ASSERT_TRUE(::QueryServiceConfig2W(Open().get(), SERVICE_CONFIG_DESCRIPTION, buffer,
-                                     sizeof buffer, &needed));
-  EXPECT_STREQ(reinterpret_cast<SERVICE_DESCRIPTIONW*>(buffer)->lpDescription,
-               L"This service shares local serial ports over LAN");
-  Expect(L"--uninstall-service", 0, L"", L"");
-  EXPECT_EQ(::RegGetValueW(HKEY_LOCAL_MACHINE, kParameters, L"Dummy", RRF_RT_REG_DWORD, nullptr,
-                           nullptr, nullptr),
-            ERROR_SUCCESS)
-      << "made by the second attempt, and the parameters stay";
-  Expect(L"--uninstall-service", ERROR_SERVICE_DOES_NOT_EXIST, L"",
-         L"Error opening service: 0x00000424\n");
-}
-
-TEST_F(Service, FailedStartsEndInAStopNeverInMorePortsAndItServesAndStops) {
-  Expect(L"--install-service", 0, L"", L"");
-  const struct {
-    const wchar_t* name;
-    DWORD type;
-    std::vector<DWORD> data;
-    DWORD state;
-  } rows[] = {{L"SharedPorts", REG_BINARY, {3, 1, 2}, SERVICE_STOPPED},
-              {L"SharedPorts", REG_DWORD, {0}, SERVICE_STOPPED},
-              {L"SecurityDescriptor", REG_SZ, {0x00580058, 0}, SERVICE_STOPPED},
-              {L"SharedPorts", REG_BINARY, {1, kFilePort}, SERVICE_RUNNING}};
+// A driver that does not let go of its port makes the stop a slow one.
+TEST(ServiceControls, AreAcceptedAndReported) {
+  const Service service(L"faulty-server");
   {
     const ServerProcess by_hand;
-    Start(SERVICE_STOPPED);
-    ExpectStopped();
+    service.Start(SERVICE_STOPPED);
     EXPECT_EQ(RawClient().OpenPort(kMissingPort), kFileNotFound) << "the first one serves on";
   }
-  for (const auto& row : rows) {
-    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kParameters);  // with all values missing the defaults hold
-    const auto size = static_cast<DWORD>(row.data.size() * sizeof(DWORD));
-    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kParameters, row.name, row.type, row.data.data(), size);
-    Start(row.state);
-    EXPECT_EQ(Status().dwWin32ExitCode, 0u) << row.type;
-  }
-  EXPECT_EQ(Status().dwControlsAccepted, DWORD{SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN});
-  EXPECT_EQ(Status().dwWaitHint, 0u);
-  {
-    RawClient client;
-    EXPECT_EQ(client.OpenPort(LoopbackPort()), kAccessDenied);
-    EXPECT_EQ(client.OpenPort(kFilePort), 0u);
-    Control(SERVICE_CONTROL_INTERROGATE);
-    EXPECT_EQ(Status().dwCurrentState, DWORD{SERVICE_RUNNING});
-    Control(SERVICE_CONTROL_STOP);
-    EXPECT_TRUE(client.ServerHangsUp());
-  }
-  ExpectStopped();
-  Start();
+  service.Start();
   EXPECT_TRUE(SignalStopEvent());
-  ExpectStopped();
-  Start();
-  Expect(L"--uninstall-service", 0, L"", L"");  // stops it first
-  EXPECT_FALSE(Open());
-}
-
-// A driver that does not let go of its port makes the stop a slow one.
-TEST_F(Service, SlowStopIsReportedWithRisingCheckpoints) {
-  CompletedRun(L"faulty-server", L"--install-service");
-  Start();
-  FaultSwitch faults(Status().dwProcessId);
-  {
-    RawClient client;
-    EXPECT_EQ(client.OpenPort(LoopbackPort()), 0u);
-    faults.Block("CloseHandle");
-  }
+  service.ExpectStopped();
+  service.Start();
+  EXPECT_EQ(service.Status().dwControlsAccepted,
+            DWORD{SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN});
+  EXPECT_EQ(service.Status().dwWaitHint, 0u);
+  service.Control(SERVICE_CONTROL_INTERROGATE);
+  EXPECT_EQ(service.Status().dwCurrentState, DWORD{SERVICE_RUNNING});
+  FaultSwitch faults(service.Status().dwProcessId);
+  RawClient client, holder(kLoopbackPort);
+  faults.Block("CloseHandle");
+  holder.Disconnect();
   EXPECT_TRUE(faults.Strikes());
-  Control(SERVICE_CONTROL_STOP);
-  EXPECT_EQ(Status().dwControlsAccepted, 0u);
-  EXPECT_EQ(Status().dwWaitHint, 15000u);
+  service.Control(SERVICE_CONTROL_STOP);
+  EXPECT_EQ(service.Status().dwControlsAccepted, 0u);
+  EXPECT_EQ(service.Status().dwWaitHint, 15000u);
+  EXPECT_TRUE(client.ServerHangsUp());
   DWORD checkpoint = 0;
   EXPECT_TRUE(Eventually([&] {
-    const auto status = Status();
+    const auto status = service.Status();
     const bool rises =
         status.dwCurrentState == SERVICE_STOP_PENDING && status.dwCheckPoint != checkpoint;
     checkpoint += rises;
@@ -267,6 +207,7 @@ TEST_F(Service, SlowStopIsReportedWithRisingCheckpoints) {
     return status.dwCurrentState == SERVICE_STOPPED;
   }));
   EXPECT_GE(checkpoint, 2u);  // in its three seconds
+  service.ExpectStopped();
 }
 
 }  // namespace

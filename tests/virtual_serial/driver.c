@@ -1,38 +1,27 @@
-// A driver of serial ports that exist only in memory, and of the device through which tests order
-// them about. Made for Wine: it trusts its callers.
+// A driver of serial ports that exist only in memory. Made for Wine: it trusts its callers.
 #include "tests/virtual_serial/port.h"
 
 DRIVER_INITIALIZE DriverEntry;
 NTSTATUS NTAPI ZwWaitForSingleObject(HANDLE object, BOOLEAN alertable, LARGE_INTEGER* timeout);
 
 struct port ports[2];
-static KSPIN_LOCK
-    lock;  // nobody has it while a request is being completed but the one that does so
+static KSPIN_LOCK lock;
 static BOOLEAN stopping;
 static BOOLEAN present = TRUE;  // the first port's name
 static HANDLE clock_thread;
 
-// The ports, and last the device that takes the orders.
-static const WCHAR* const devices[] = {L"\\Device\\VirtualSerial0", L"\\Device\\VirtualSerial1",
-                                       L"\\Device\\VirtualSerialOrders"};
-static const WCHAR* const links[] = {L"\\DosDevices\\" VIRTUAL_SERIAL_PORT,
-                                     L"\\DosDevices\\" VIRTUAL_SERIAL_FAR_PORT,
-                                     L"\\DosDevices\\" VIRTUAL_SERIAL_NAME};
-
-static void hand_back(struct request* request) {
-  IoCompleteRequest(request->irp, IO_NO_INCREMENT);
-  ExFreePool(request);
-}
+static const struct {
+  const WCHAR *device, *link;
+} names[] = {{L"\\Device\\VirtualSerial0", L"\\DosDevices\\" VIRTUAL_SERIAL_PORT},
+             {L"\\Device\\VirtualSerial1", L"\\DosDevices\\" VIRTUAL_SERIAL_FAR_PORT}};
 
 static void finish(struct request* request, NTSTATUS status) {
   RemoveEntryList(&request->link);
   --request->port->state.pending;
-  request->finished = TRUE;
   request->irp->IoStatus.Status = status;
   request->irp->IoStatus.Information = request->done;
-  // Without its routine the cancellation has begun: it hands the request back with this outcome.
-  if (request->held || IoSetCancelRoutine(request->irp, NULL))
-    hand_back(request);
+  IoCompleteRequest(request->irp, IO_NO_INCREMENT);
+  ExFreePool(request);
 }
 
 void finish_all(struct port* port, ULONG kind, NTSTATUS status) {
@@ -52,13 +41,15 @@ void finish_all(struct port* port, ULONG kind, NTSTATUS status) {
 
 // Finishes the first request that can go on; false when there is none.
 static BOOLEAN settle_one(struct port* port) {
-  BOOLEAN reads = FALSE;
+  ULONG waiting[REQUEST_HELD] = {0};  // reads and writes that came before
   for (LIST_ENTRY* link = port->pending.Flink; link != &port->pending; link = link->Flink) {
     struct request* const request = CONTAINING_RECORD(link, struct request, link);
-    if (request->held || (reads && request->kind == REQUEST_READ))
+    if (request->held)
       continue;
-    reads |= request->kind == REQUEST_READ;
-    const NTSTATUS status = advance(request);
+    const BOOLEAN waits = request->kind < REQUEST_HELD && waiting[request->kind]++ != 0;
+    if (waits && !request->irp->Cancel)
+      continue;
+    const NTSTATUS status = request->irp->Cancel ? STATUS_CANCELLED : advance(request);
     if (status == STATUS_PENDING)
       continue;
     finish(request, status);
@@ -73,19 +64,6 @@ static void settle(void) {
   }
 }
 
-static void NTAPI cancel_request(DEVICE_OBJECT* device, IRP* irp) {
-  UNREFERENCED_PARAMETER(device);
-  KIRQL irql;
-  IoReleaseCancelSpinLock(irp->CancelIrql);
-  KeAcquireSpinLock(&lock, &irql);
-  struct request* const request = irp->Tail.Overlay.DriverContext[0];
-  if (!request->finished)
-    finish(request, STATUS_CANCELLED);
-  hand_back(request);
-  settle();
-  KeReleaseSpinLock(&lock, irql);
-}
-
 static void submit(struct request* request) {
   struct virtual_serial_setup* const setup = &request->port->setup;
   InsertTailList(&request->port->pending, &request->link);
@@ -94,14 +72,10 @@ static void submit(struct request* request) {
                           (setup->fault_kind == REQUEST_ANY || setup->fault_kind == request->kind);
   setup->faults -= strikes;
   request->held = strikes && setup->fault_status == 0;
-  if (!request->held)
-    IoSetCancelRoutine(request->irp, cancel_request);
   if (setup->vanished)
     finish(request, STATUS_DEVICE_NOT_CONNECTED);
   else if (strikes && !request->held)
     finish(request, (NTSTATUS)setup->fault_status);
-  else if (!request->held && request->irp->Cancel)
-    finish(request, STATUS_CANCELLED);
 }
 
 static void set_up(const struct virtual_serial_setup* setup) {
@@ -119,40 +93,42 @@ static void set_up(const struct virtual_serial_setup* setup) {
 // The name by which a program finds the device.
 static NTSTATUS set_name(ULONG index, BOOLEAN exists) {
   UNICODE_STRING device, link;
-  RtlInitUnicodeString(&device, devices[index]);
-  RtlInitUnicodeString(&link, links[index]);
+  RtlInitUnicodeString(&device, names[index].device);
+  RtlInitUnicodeString(&link, names[index].link);
   IoDeleteSymbolicLink(&link);
   return exists ? IoCreateSymbolicLink(&link, &device) : STATUS_SUCCESS;
 }
 
-// An order, and the opening and closing of a port, end at once.
-static void carry_out(struct port* port, IRP* irp, const IO_STACK_LOCATION* stack) {
+// The opening and closing of a port, and an order, end at once; false when it is something else.
+static BOOLEAN carry_out(struct port* port, IRP* irp, ULONG major, ULONG code) {
   void* const buffer = irp->AssociatedIrp.SystemBuffer;
-  if (port && stack->MajorFunction == IRP_MJ_CREATE) {
+  if (major == IRP_MJ_CREATE) {
     ++port->state.open_handles;
     port->received_size = port->state.wait_mask = port->events = 0;
-  } else if (port) {
+  } else if (major == IRP_MJ_CLOSE) {
     --port->state.open_handles;
-  } else if (stack->MajorFunction != IRP_MJ_DEVICE_CONTROL) {
-    return;
-  } else if (stack->Parameters.DeviceIoControl.IoControlCode == ORDER_SET_UP) {
+  } else if (major == IRP_MJ_DEVICE_CONTROL && code == ORDER_SET_UP) {
     set_up(buffer);
-  } else {
+  } else if (major == IRP_MJ_DEVICE_CONTROL && code == ORDER_GET_STATE) {
     irp->IoStatus.Information = sizeof(ports[0].state);
     RtlCopyMemory(buffer, &ports[0].state, sizeof(ports[0].state));
+  } else {
+    return FALSE;
   }
+  return TRUE;
 }
 
 static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   struct port* const port = *(struct port**)object->DeviceExtension;
   IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
   const UCHAR major = stack->MajorFunction;
+  const ULONG code = stack->Parameters.DeviceIoControl.IoControlCode;
   KIRQL irql;
-  if (!port || major == IRP_MJ_CREATE || major == IRP_MJ_CLOSE) {
-    irp->IoStatus.Information = 0;
-    KeAcquireSpinLock(&lock, &irql);
-    carry_out(port, irp, stack);
-    KeReleaseSpinLock(&lock, irql);
+  irp->IoStatus.Information = 0;
+  KeAcquireSpinLock(&lock, &irql);
+  const BOOLEAN done = carry_out(port, irp, major, code);
+  KeReleaseSpinLock(&lock, irql);
+  if (done) {
     if (present == ports[0].setup.vanished)  // not under the lock
       set_name(0, present = !present);
     irp->IoStatus.Status = STATUS_SUCCESS;
@@ -163,8 +139,7 @@ static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   *request = (struct request){.port = port, .irp = irp, .stack = stack};
   request->kind = major == IRP_MJ_READ    ? REQUEST_READ
                   : major == IRP_MJ_WRITE ? REQUEST_WRITE
-                                          : stack->Parameters.DeviceIoControl.IoControlCode;
-  irp->Tail.Overlay.DriverContext[0] = request;
+                                          : code;
   IoMarkIrpPending(irp);
   KeAcquireSpinLock(&lock, &irql);
   submit(request);
@@ -173,7 +148,7 @@ static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   return STATUS_PENDING;
 }
 
-// Ends the reads whose time is over.
+// Ends the reads whose time is over, and what is cancelled.
 static void NTAPI run_clock(void* context) {
   UNREFERENCED_PARAMETER(context);
   LARGE_INTEGER tick = {.QuadPart = -100000};  // 10 ms from now
@@ -192,7 +167,7 @@ static void NTAPI unload(DRIVER_OBJECT* driver) {
   ZwWaitForSingleObject(clock_thread, FALSE, NULL);
   ZwClose(clock_thread);
   set_up(&(struct virtual_serial_setup){.anew = 1});
-  for (ULONG i = 0; i < RTL_NUMBER_OF(links); ++i)
+  for (ULONG i = 0; i < RTL_NUMBER_OF(names); ++i)
     set_name(i, FALSE);
   while (driver->DeviceObject)
     IoDeleteDevice(driver->DeviceObject);
@@ -201,12 +176,12 @@ static void NTAPI unload(DRIVER_OBJECT* driver) {
 static NTSTATUS create_device(DRIVER_OBJECT* driver, ULONG index) {
   UNICODE_STRING name;
   DEVICE_OBJECT* object;
-  RtlInitUnicodeString(&name, devices[index]);
+  RtlInitUnicodeString(&name, names[index].device);
   const NTSTATUS status = IoCreateDevice(driver, sizeof(struct port*), &name,
                                          FILE_DEVICE_SERIAL_PORT, 0, FALSE, &object);
   if (!NT_SUCCESS(status))
     return status;
-  *(struct port**)object->DeviceExtension = index < RTL_NUMBER_OF(ports) ? &ports[index] : NULL;
+  *(struct port**)object->DeviceExtension = &ports[index];
   object->Flags |= DO_BUFFERED_IO;
   object->Flags &= ~(ULONG)DO_DEVICE_INITIALIZING;
   return set_name(index, TRUE);
@@ -223,7 +198,7 @@ NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registry_path)
   for (ULONG i = 0; i < RTL_NUMBER_OF(ports); ++i)
     InitializeListHead(&ports[i].pending);
   set_up(&(struct virtual_serial_setup){.anew = 1});
-  for (ULONG i = 0; i < RTL_NUMBER_OF(devices) && NT_SUCCESS(status); ++i)
+  for (ULONG i = 0; i < RTL_NUMBER_OF(names) && NT_SUCCESS(status); ++i)
     status = create_device(driver, i);
   return NT_SUCCESS(status) ? PsCreateSystemThread(&clock_thread, THREAD_ALL_ACCESS, NULL, NULL,
                                                    NULL, run_clock, NULL)

@@ -140,15 +140,19 @@ static NTSTATUS advance_read(struct request* request) {
   return limit != 0 && milliseconds() >= request->started + limit ? STATUS_TIMEOUT : STATUS_PENDING;
 }
 
+// Without room the rest waits.
 static NTSTATUS advance_write(struct request* request) {
   struct port* const port = far_end(request->port);
+  const ULONG wanted = request->stack->Parameters.Write.Length;
   const ULONG room = (ULONG)sizeof(port->received) - port->received_size;
-  request->done = min(request->stack->Parameters.Write.Length, room);
-  RtlCopyMemory(port->received + port->received_size, request->irp->AssociatedIrp.SystemBuffer,
-                request->done);
-  port->received_size += request->done;
-  port->events |= SERIAL_EV_RXCHAR & port->state.wait_mask;
-  return STATUS_SUCCESS;
+  const ULONG count = min(wanted - request->done, room);
+  const UCHAR* const buffer = request->irp->AssociatedIrp.SystemBuffer;
+  RtlCopyMemory(port->received + port->received_size, buffer + request->done, count);
+  request->done += count;
+  port->received_size += count;
+  if (count != 0)
+    port->events |= SERIAL_EV_RXCHAR & port->state.wait_mask;
+  return request->done == wanted ? STATUS_SUCCESS : STATUS_PENDING;
 }
 
 NTSTATUS advance(struct request* request) {

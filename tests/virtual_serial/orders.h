@@ -1,21 +1,16 @@
 // Orders of a test to the virtual serial ports. Shared by the driver, in C, and by the tests.
 //
-// The ports are two ends of a null modem, and serve any program. Orders are about the first of them.
+// The ports are two ends of a null modem, and serve any program. Orders are device controls of either
+// port, and about the first one.
 #pragma once
 
 #include <stdint.h>
 
-// The device that takes the orders is \\.\VirtualSerial.
-#define VIRTUAL_SERIAL_NAME L"VirtualSerial"
-
-// As CTL_CODE(FILE_DEVICE_UNKNOWN, 0x800 + number, METHOD_BUFFERED, FILE_ANY_ACCESS).
-#define VIRTUAL_SERIAL_ORDER(number) (0x222000 + ((number) << 2))
-
+// Codes of device controls, as CTL_CODE(FILE_DEVICE_UNKNOWN, 0x800, METHOD_BUFFERED, FILE_ANY_ACCESS)
+// and the next one.
 enum virtual_serial_order {
-  // In: virtual_serial_setup. Requests that are held end.
-  ORDER_SET_UP = VIRTUAL_SERIAL_ORDER(0),
-  // Out: virtual_serial_state.
-  ORDER_GET_STATE = VIRTUAL_SERIAL_ORDER(1)
+  ORDER_SET_UP = 0x222000,    // in: virtual_serial_setup. Requests that are held end.
+  ORDER_GET_STATE = 0x222004  // out: virtual_serial_state
 };
 
 enum modem_output { OUTPUT_DTR = 1, OUTPUT_RTS = 2, OUTPUT_BREAK = 4 };

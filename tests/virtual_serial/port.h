@@ -16,7 +16,7 @@ struct port {
   UCHAR settings[5][sizeof(SERIAL_TIMEOUTS)];
   ULONG events;  // those of the mask that have happened since the last wait
   ULONG received_size;
-  UCHAR received[0x100000];  // bytes without room are not taken
+  UCHAR received[0x100000];
 };
 
 extern struct port ports[2];
@@ -31,7 +31,6 @@ struct request {
   ULONG done;         // bytes moved so far
   ULONGLONG started;  // when it became the first of the reads, in milliseconds; 0 before
   BOOLEAN held;
-  BOOLEAN finished;
 };
 
 // driver.c. Ends what is pending of one kind.

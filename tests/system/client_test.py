@@ -1,0 +1,106 @@
+#!/usr/bin/env python3
+"""client_test.py BUILD PORT: the client program with and without a live server. PORT is that of the virtual serial
+driver."""
+import random
+import shlex
+import socket
+import subprocess
+import sys
+import time
+import unittest
+
+import programs
+
+PORT = sys.argv.pop(1)
+CLIENT = "bin/tarnwheel-client.exe"
+USAGE, CONNECTION, REFUSED = 1, 2, 3
+NO_SERVER = "No server runs on this machine (0x80070002)"
+
+
+class ClientTest(unittest.TestCase):
+    def expect(self, arguments, code, output="", errors=""):
+        self.assertEqual(programs.run(CLIENT, *shlex.split(arguments)), (code, output, errors and errors + "\n"))
+
+    def pipe(self, *arguments):
+        client = programs.start(CLIENT, "pipe", ".", *arguments, stdin=-1, stdout=-1, stderr=-1)
+        for clean_up in (client.stdin.close, client.stdout.close, client.stderr.close):
+            self.addCleanup(clean_up)
+        self.addCleanup(programs.stop, client)
+        return client
+
+    def test_what_is_wrong_is_told_without_a_server(self):
+        self.expect("list .", CONNECTION, errors=NO_SERVER)
+        self.expect("lst .", USAGE, errors='Error: Invalid verb specified: "lst"; expected list, discover, send, term, '
+                    'pipe or bridge; see "tarnwheel-client --help"')
+        self.expect("list . --baud 9600", USAGE, errors='Error: Invalid command line argument specified: "--baud"; see '
+                    '"tarnwheel-client list --help"')
+        self.assertTrue(programs.run(CLIENT, "send", "-?")[1].startswith("Usage: tarnwheel-client "))
+
+    def test_lists_sends_and_tells_why_a_port_is_refused(self):
+        for port, name in (("COM203", "Gerät ж"), ("COM202", "Hidden"), ("COM201", "First\x1b")):
+            programs.list_port(self.addCleanup, port, name)
+        programs.start_server(self.addCleanup, "--share-ports", "5,6,77,201,203")
+        self.expect("list .", 0, "COM201\tFirst\\x1B\nCOM203\tGerät ж\n")
+        self.expect("list . --json", 0, '[\n  {"port": "COM201", "name": "First\\u001b"},\n'
+                    '  {"port": "COM203", "name": "Ger\\u00e4t \\u0436"}\n]\n')
+        self.expect("send . COM5 'Grüße, ж and 漢'", 0, "Grüße, ж and 漢\n")
+        programs.connect(self.addCleanup).open(6)
+        self.expect("send . COM6 x", REFUSED, errors="COM6 is in use by another program or client (0x80070020)")
+        self.expect("pipe . COM77", REFUSED, errors="COM77 does not exist (0x80070002)")
+        self.expect("send . COM200 x", REFUSED,
+                    errors="COM200 is in use by another program or client, or is not shared (0x80070005)")
+
+    # What becomes of the query to the other machines, and the note about it, depends on the network.
+    def test_discovers_the_server_of_this_machine_once_or_tells_that_nobody_answers(self):
+        server = programs.start_server(self.addCleanup, "--no-discovery-")
+        code, output, _ = programs.run(CLIENT, "discover", "--timeout", "2000")
+        self.assertEqual((code, output.split("\n").count(socket.gethostname())), (0, 1))
+        programs.stop(server)
+        first = programs.start(CLIENT, "discover", "--timeout", "4000", stderr=subprocess.PIPE)
+        taken = (CONNECTION, "", "Another discover runs on this machine (0x800700b7)\n")
+        programs.eventually(lambda: programs.run(CLIENT, "discover", "--timeout", "1") == taken)
+        errors = first.communicate()[1].decode()
+        self.assertRegex(errors, r"No server answered within 4000 ms \(0x800705b4\)\s*$")
+        self.assertEqual(first.returncode, CONNECTION)
+
+    # Every value, and so much that no buffer on the way has room for it.
+    def test_pipe_brings_back_what_a_loopback_is_given(self):
+        programs.start_server(self.addCleanup)
+        sent = random.Random(1).randbytes(1 << 20)
+        received, errors = self.pipe("COM5").communicate(sent)
+        self.assertTrue(received == sent, f"{len(received)} bytes, {errors}")
+
+    def test_pipe_stays_until_the_line_has_been_quiet(self):
+        programs.start_server(self.addCleanup)
+        far = programs.FarEnd(self.addCleanup, PORT)
+        client = self.pipe(PORT, "--quiet", "3000")
+        client.stdin.write(b"\r\n\x1a\n")
+        client.stdin.close()
+        self.assertEqual(far.read(4), b"\r\n\x1a\n")
+        time.sleep(1)  # of the quiet time, which begins anew with each byte
+        start = time.monotonic()
+        far.write(b"late\r\n\x1a")
+        self.assertEqual(client.stdout.read(7), b"late\r\n\x1a")
+        self.assertIsNone(client.poll(), "at once, not at the end")
+        self.assertEqual(client.wait(20), 0)
+        self.assertGreaterEqual(time.monotonic() - start, 2.99)
+        programs.eventually(far.is_closed)
+
+    def test_pipe_ends_with_the_server_unless_it_retries(self):
+        client = self.pipe("COM5", "--retry")
+
+        def expect_news(text):
+            self.assertEqual(client.stderr.readline().decode().strip(), text)
+
+        expect_news(NO_SERVER + "; trying again")
+        for text in (b"first ", b"second"):
+            server = programs.start_server(self.addCleanup)
+            expect_news("COM5 is back")
+            client.stdin.write(text)
+            self.assertEqual(client.stdout.read(len(text)), text)
+            programs.stop(server)
+            expect_news("COM5: the server on this machine ended the connection (0x800704c7); trying again")
+        programs.stop(client)
+
+
+unittest.main()
