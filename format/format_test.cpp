@@ -37,10 +37,10 @@ TEST(Format, IntegersByBaseSignAndGroups) {
       {0x12345, L"{0lb16}", L"12345"},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(format(row.pattern, row.value), row.text) << row.pattern;
-  EXPECT_EQ(format(L"{0b016xp} {1+}", 0x80070005u, ~0u), L"0x80070005 4294967295");
+    EXPECT_EQ(tfmt::format(row.pattern, row.value), row.text) << row.pattern;
+  EXPECT_EQ(tfmt::format(L"{0b016xp} {1+}", 0x80070005u, ~0u), L"0x80070005 4294967295");
   const wstring comma(details::thousands_separator());
-  EXPECT_EQ(format(L"{0l} {1l}", 100023, kLeast),
+  EXPECT_EQ(tfmt::format(L"{0l} {1l}", 100023, kLeast),
             L"100" + comma + L"023 -2" + comma + L"147" + comma + L"483" + comma + L"648");
 }
 
@@ -59,8 +59,8 @@ TEST(Format, Widths) {
       {L"x", L"{0w65539}|{0nssap12t(no width 9)w2}|", L"x  |x |"},  // they wrap at 16 bits
   };
   for (const auto& row : rows)
-    EXPECT_EQ(format(row.pattern, row.argument), row.text) << row.pattern;
-  EXPECT_EQ(format(L"{0w65535ar}", L"x"), wstring(65534, L' ') + L"x");
+    EXPECT_EQ(tfmt::format(row.pattern, row.argument), row.text) << row.pattern;
+  EXPECT_EQ(tfmt::format(L"{0w65535ar}", L"x"), wstring(65534, L' ') + L"x");
 }
 
 TEST(Format, ArgumentsBracesAndConditions) {
@@ -79,8 +79,8 @@ TEST(Format, ArgumentsBracesAndConditions) {
       {L"{3?<}left open", L""},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(format(row.pattern, -5, 5u, true, false, wstring(L"s"), std::wstring_view(L"lit!", 3),
-                     L"nul"),
+    EXPECT_EQ(tfmt::format(row.pattern, -5, 5u, true, false, wstring(L"s"),
+                           std::wstring_view(L"lit!", 3), L"nul"),
               row.text);
 }
 
@@ -91,7 +91,7 @@ TEST(Format, SectionsNestBeyondTheRoomInPlace) {
   pattern += L"hidden";
   for (int depth = 199; depth >= 0; --depth)
     pattern += depth == 150 ? L"{0?|}shown{0?>}" : L"{0?>}";
-  EXPECT_EQ(format(pattern + L".", true, false), L"shown.");
+  EXPECT_EQ(tfmt::format(pattern + L".", true, false), L"shown.");
 }
 
 TEST(Format, MalformedPatternsAndArgumentsThatDoNotFitThrow) {
@@ -101,7 +101,7 @@ TEST(Format, MalformedPatternsAndArgumentsThatDoNotFitThrow) {
         L"{0 }",    L"{0,w2}",  L"{0W2}",   L"{0?x}",    L"{0?}",         L"{0t}",
         L"{0tab)}", L"{0t(ab}", L"{{0}{0{", L"{0b16px}", L"{0b10x}",      L"{2}",
         L"{1}{}",   L"{0?<}",   L"{1?>}",   L"{1?|}",    L"{1?<}{2}{1?>}"})
-    EXPECT_THROW((void)format(pattern, 1, false), bad_extended_format_string)
+    EXPECT_THROW((void)tfmt::format(pattern, 1, false), bad_extended_format_string)
         << testing::PrintToString(wstring(pattern));
 }
 
