@@ -96,7 +96,7 @@ class Terminal(unittest.TestCase):
                 self.press("d")
                 self.shows_line("[DTR off]")
                 self.press("s")
-                self.shows(f"[{PORT}: DTR off, RTS on; CTS off, DSR off, RI off, DCD off; no errors]")
+                self.shows(f"[{PORT}: 115200 baud 8N1; DTR off, RTS on; CTS off, DSR off, RI off, DCD off; no errors]")
                 self.press("b")
                 self.shows_line("[break sent]")
                 self.press("q")
