@@ -70,6 +70,12 @@ class ClientTest(unittest.TestCase):
         received, errors = self.pipe("COM5").communicate(sent)
         self.assertTrue(received == sent, f"{len(received)} bytes, {errors}")
 
+    def test_pipe_changes_the_text_as_it_is_told(self):
+        programs.start_server(self.addCleanup)
+        client = self.pipe("COM5", "--newline", "lf", "--map", "lf-crlf", "--timestamps")
+        received, errors = client.communicate(b"one\r\ntwo\n")
+        self.assertRegex(received, rb"^(\d\d:\d\d:\d\d\.\d\d\d (one|two)\r\n){2}$", errors)
+
     def test_pipe_stays_until_the_line_has_been_quiet(self):
         programs.start_server(self.addCleanup)
         far = programs.FarEnd(self.addCleanup, PORT)
