@@ -12,7 +12,6 @@
 #include "client/line/server_connection.h"
 #include "format/format.h"
 #include "platform/serial.h"
-#include "tests/support/patience.h"
 
 namespace tarnwheel::tools {
 
@@ -26,9 +25,21 @@ struct check_failure {
 inline constexpr DWORD kAnswerLimit = 1500;  // milliseconds, for what a device does at once
 inline constexpr DWORD kNoAnswer = 500;      // milliseconds after which none is to be expected
 
+// Asks `condition` again and again until it holds; false when it does not within `milliseconds`.
+template <class Condition>
+[[nodiscard]] bool comes_to_hold(Condition condition, DWORD milliseconds) {
+  const ULONGLONG deadline = ::GetTickCount64() + milliseconds;
+  while (!condition()) {
+    if (::GetTickCount64() > deadline)
+      return false;
+    ::Sleep(2);
+  }
+  return true;
+}
+
 template <class T>
 [[nodiscard]] bool ends_within(const ostra::future<T>& call, DWORD milliseconds) {
-  return system_test::Eventually([&] { return call.is_complete(); }, milliseconds);
+  return comes_to_hold([&] { return call.is_complete(); }, milliseconds);
 }
 
 inline bytes integers(std::initializer_list<std::uint32_t> values) {
@@ -61,10 +72,11 @@ class checked_line {
     return bytes_of(start_control(code, output_size, std::move(input)), kAnswerLimit);
   }
   std::uint32_t number(std::uint32_t code) {
+    const bytes output = control(code, sizeof(std::uint32_t));
+    const auto size = static_cast<std::uint32_t>(output.size());
     std::uint32_t value = 0;
-    const bytes output = control(code, sizeof value);
-    if (output.size() != sizeof value)
-      throw check_failure{L"a number of another size"};
+    if (size != sizeof value)
+      throw check_failure{tfmt::format(L"{0} bytes instead of 4", size)};
     std::memcpy(&value, output.data(), sizeof value);
     return value;
   }

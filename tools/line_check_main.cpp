@@ -20,7 +20,6 @@ namespace {
 
 using console::print;
 using console::standard_stream;
-using system_test::Eventually;
 
 constexpr std::uint32_t kMax = 0xFFFFFFFF;
 constexpr std::uint32_t kUnknownControl = 0x001B0FFC;
@@ -111,7 +110,7 @@ void loops_modem_lines(checked_line& line, const place&) {
     line.control(row.dtr);
     line.control(row.rts);
     const auto status = [&] { return line.number(IOCTL_SERIAL_GET_MODEMSTATUS) & ~0x4Fu; };
-    if (!Eventually([&] { return status() == row.status; }, 200))
+    if (!comes_to_hold([&] { return status() == row.status; }, 200))
       expect_number(status(), row.status);
   }
 }
@@ -201,13 +200,14 @@ void survives_unplugging(checked_line& line, const place& place) {
   const auto gone = [&] {
     return !ends_within(line.start_control(IOCTL_SERIAL_GET_BAUD_RATE, 4), kNoAnswer);
   };
-  expect(Eventually(gone, kHandPatience), L"it was not unplugged");
+  expect(comes_to_hold(gone, kHandPatience), L"it was not unplugged");
   expect(!wait.is_complete() && !read.is_complete(), L"an answer");
   checked_line other(place.server, place.number);
   const HRESULT refusal = other.open();
   expect_code(refusal, static_cast<HRESULT>(0x80070002));
   print(standard_stream::output, L"Plug it in again.\n");
-  expect(Eventually([&] { return other.open() == S_OK; }, kHandPatience), L"it cannot be opened");
+  expect(comes_to_hold([&] { return other.open() == S_OK; }, kHandPatience),
+         L"it cannot be opened");
 }
 
 template <class Check>
@@ -237,7 +237,7 @@ int check_line(const place& place, bool unplug) {
   line.reset();
   return failures + report(L"the port is free again", [&] {
            checked_line next(place.server, place.number);
-           expect(Eventually([&] { return next.open() == S_OK; }, kAnswerLimit),
+           expect(comes_to_hold([&] { return next.open() == S_OK; }, kAnswerLimit),
                   L"it cannot be opened");
          });
 }

@@ -87,7 +87,7 @@ ostra::future<void> terminal_commands::show_state() {
   const std::wstring lines = co_await lines_asked;
   auto errors_asked = errors();
   const std::wstring found = co_await errors_asked;
-  screen_.note(tfmt::format(L"{0}: {1}; {2}; {3}; {4}", line_.name(), line, own, lines, found));
+  screen_.note(tfmt::format(L"{0}: {1}; {2}\r\n {3}; {4}", line_.name(), line, own, lines, found));
 }
 
 // As the device has it: another rate than it was set to may be the nearest one it knows.

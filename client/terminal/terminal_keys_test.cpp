@@ -45,7 +45,7 @@ TEST(TextOfKey, IsWhatATerminalSends) {
 // "]" is Ctrl+], "^" the arrow up; of the meanings, in their order, "s" is to be sent.
 TEST(CommandKeys, AreThoseBehindCtrlBracket) {
   for (const auto& [keys, meanings] : {std::pair{L"qb", "ss"},
-                                       {L"]q]b]d]r]sb", "-l-b-d-r-is"},
+                                       {L"]q]b]d]r]s]fb", "-l-b-d-r-i-fs"},
                                        {L"]^^", "-ks"},
                                        {L"]]]q", "-s-l"}}) {
     command_keys commands;
@@ -54,7 +54,7 @@ TEST(CommandKeys, AreThoseBehindCtrlBracket) {
       const std::wstring text = key == L']'   ? L"\x1D"
                                 : key == L'^' ? L"\x1B[A"
                                               : std::wstring(1, key);
-      found += "-slbdrik"[static_cast<int>(commands.feed(text))];
+      found += "-slbdrifk"[static_cast<int>(commands.feed(text))];
     }
     EXPECT_EQ(found, meanings);
   }

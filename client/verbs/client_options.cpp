@@ -70,7 +70,9 @@ void add_options_of(const verb& verb, Tamrin::command_line& line) {
 std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                 const Tamrin::command_line& line) {
   const auto words = std::span(line.positional()).subspan(1);
-  if (words.size() != verb.arguments.size())
+  const std::size_t most = verb.arguments.size();
+  const bool last_may_lack = most != 0 && verb.arguments.back().starts_with(L'[');
+  if (words.size() > most || words.size() + (last_may_lack ? 1 : 0) < most)
     throw Tamrin::cmd_line_syntax_error("Invalid number of arguments specified.",
                                         std::to_wstring(words.size()), words_of(verb));
   return words;

@@ -24,7 +24,7 @@ inline constexpr wchar_t kJsonOption[] = L"json";
 // Registers the verb's options and those of all verbs.
 void add_options_of(const verb& verb, Tamrin::command_line& line);
 
-// The arguments after the verb. Throws cmd_line_syntax_error when their number is wrong.
+// The arguments after the verb; one in brackets may lack. Throws cmd_line_syntax_error when their number is wrong.
 [[nodiscard]] std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                               const Tamrin::command_line& line);
 

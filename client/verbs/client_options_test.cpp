@@ -69,7 +69,7 @@ TEST_F(ClientOptions, LineLimitAndMessage) {
 TEST_F(ClientOptions, Errors) {
   const std::pair<const wchar_t*, const wchar_t*> rows[] = {
       {L"", L"No verb specified"},
-      {L"list", L"Invalid number of arguments specified: \"0\"; expected list SERVER"},
+      {L"list a b", L"Invalid number of arguments specified: \"2\"; expected list [SERVER]"},
       {L"send . 5 x --eol", L"Command line argument's value is missing: \"--eol\""},
       {L"send \"\" 5 x",
        L"Invalid server specified: \"\"; expected a computer's name, or . for this machine"},

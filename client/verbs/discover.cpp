@@ -144,8 +144,7 @@ void add_discover_options(Tamrin::command_line& line) {
   add_json_option(line);
 }
 
-void discover_servers(const invocation& request) {
-  const auto limit = waiting_limit_of(request.options);
+found_servers find_servers(milliseconds limit) {
   try {
     const auto mailslot = make_answer_mailslot();
     const server_browser announced;
@@ -153,17 +152,27 @@ void discover_servers(const invocation& request) {
     found_servers servers = collect_answers(*mailslot, limit);
     for (auto& computer : announced.computers())
       servers.add(std::move(computer));
-    const bool json = request.options.at(kJsonOption).flag();
-    print_result(json ? servers.json() : servers.lines());
-    if (!servers.empty())
-      return;
-    print(standard_stream::error, failures);
+    if (servers.empty())
+      print(standard_stream::error, failures);
+    return servers;
   } catch (const ostra::hresult_error& error) {
     throw explain(error.code(), L"Looking for servers", {}, failure::connection);
   }
+}
+
+client_error nobody_answers(milliseconds limit) {
   const auto count = static_cast<std::uint32_t>(limit.count());
-  throw client_error(tfmt::format(L"No server answered within {0} ms", count),
-                     to_hresult(ERROR_TIMEOUT), failure::connection);
+  return client_error(tfmt::format(L"No server answered within {0} ms", count),
+                      to_hresult(ERROR_TIMEOUT), failure::connection);
+}
+
+void discover_servers(const invocation& request) {
+  const auto limit = waiting_limit_of(request.options);
+  const found_servers servers = find_servers(limit);
+  const bool json = request.options.at(kJsonOption).flag();
+  print_result(json ? servers.json() : servers.lines());
+  if (servers.empty())
+    throw nobody_answers(limit);
 }
 
 }  // namespace tarnwheel::client

@@ -1,6 +1,7 @@
 // What discover has found.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <set>
@@ -28,6 +29,9 @@ class found_servers {
 
   [[nodiscard]] bool empty() const noexcept { return names_.empty(); }
 
+  // Sorted.
+  [[nodiscard]] const auto& names() const noexcept { return names_; }
+
   // The names, sorted, one a line.
   [[nodiscard]] std::wstring lines() const;
 
@@ -37,6 +41,13 @@ class found_servers {
  private:
   std::set<std::wstring, Tamrin::name_less> names_;
 };
+
+// Looks for servers by all means for as long as `limit`. When there is none, a line on standard error
+// tells of each query that could not be sent. Throws client_error.
+[[nodiscard]] found_servers find_servers(std::chrono::milliseconds limit);
+
+// The failure of a search that found nothing.
+[[nodiscard]] client_error nobody_answers(std::chrono::milliseconds limit);
 
 // The error to show for the outcome of a query to kThisMachine or kAllMachines; none when it was
 // sent, or when no server runs on this machine.

@@ -1,12 +1,20 @@
+#include <chrono>
+#include <optional>
+
 #include "client/line/server_connection.h"
 #include "client/verbs/client_options.h"
+#include "client/verbs/discover.h"
 #include "client/verbs/json.h"
 #include "client/verbs/verb_table.h"
 #include "console/print.h"
 #include "format/format.h"
+#include "platform/name_less.h"
+#include "rpc/discovery_datagram.h"
 
 namespace tarnwheel::client {
 namespace {
+
+constexpr wchar_t kAll[] = L"all";
 
 using port_list = std::vector<tether::port_record>;
 
@@ -21,31 +29,82 @@ std::wstring printable(std::wstring_view name) {
   return text;
 }
 
-std::wstring lines(const port_list& ports) {
-  std::wstring lines;
-  for (const tether::port_record& port : ports)
-    lines += tfmt::format(L"{0}\t{1}\n", port_name(port.number), printable(port.friendly_name));
-  return lines;
+// The ports of servers as they are printed. Of more than one server each row says whose port it is.
+class port_table {
+ public:
+  explicit port_table(bool names_servers) : names_servers_(names_servers) {}
+
+  void add(std::wstring_view server, const port_list& ports);
+
+  [[nodiscard]] const std::wstring& lines() const noexcept { return lines_; }
+  [[nodiscard]] std::wstring json() const { return array_.text(); }
+
+ private:
+  const bool names_servers_;
+  std::wstring lines_;
+  json_array array_;
+};
+
+void port_table::add(std::wstring_view server, const port_list& ports) {
+  for (const tether::port_record& port : ports) {
+    const std::wstring name = port_name(port.number);
+    lines_ += tfmt::format(L"{0?<}{1}\t{0?>}{2}\t{3}\n", names_servers_, server, name,
+                           printable(port.friendly_name));
+    if (names_servers_)
+      array_.add({{L"server", server}, {L"port", name}, {L"name", port.friendly_name}});
+    else
+      array_.add({{L"port", name}, {L"name", port.friendly_name}});
+  }
 }
 
-std::wstring json(const port_list& ports) {
-  json_array array;
-  for (const tether::port_record& port : ports)
-    array.add({{L"port", port_name(port.number)}, {L"name", port.friendly_name}});
-  return array.text();
+port_list ports_of(std::wstring_view name) {
+  server_connection server(name);
+  return server.wait(server.remote().EnumeratePorts(), server.display_name());
+}
+
+// A server that does not list its ports costs its rows, a line on standard error, and the success.
+std::optional<client_error> add_all(port_table& table, std::chrono::milliseconds limit) {
+  const found_servers servers = find_servers(limit);
+  const std::wstring here = tether::computer_name();
+  std::optional<client_error> failed;
+  if (servers.empty())
+    failed = nobody_answers(limit);
+  for (const auto& server : servers.names()) {
+    try {
+      const bool is_here = Tamrin::compare_names(server, here) == CSTR_EQUAL;
+      table.add(server, ports_of(is_here ? L"." : server));
+    } catch (const client_error& error) {
+      if (failed)
+        console::print(console::standard_stream::error, failed->message() + L"\n");
+      failed = error;
+    }
+  }
+  return failed;
 }
 
 }  // namespace
 
 void add_list_options(Tamrin::command_line& line) {
+  line.add_flag(kAll).description = L"List the ports of all servers that can be found.";
+  add_timeout_option(line);
   add_json_option(line);
 }
 
 void list_ports(const invocation& request) {
-  server_connection server(server_of(request));
-  const auto ports = server.wait(server.remote().EnumeratePorts(), server.display_name());
-  const bool as_json = request.options.at(kJsonOption).flag();
-  print_result(as_json ? json(ports) : lines(ports));
+  const bool all = request.options.at(kAll).flag();
+  const auto limit = waiting_limit_of(request.options);
+  if (all && !request.arguments.empty())
+    throw Tamrin::cmd_line_syntax_error("Invalid server specified.", request.arguments[0],
+                                        L"none beside --all");
+  port_table table(all);
+  std::optional<client_error> failed;
+  if (all)
+    failed = add_all(table, limit);
+  else
+    table.add({}, ports_of(request.arguments.empty() ? L"." : server_of(request)));
+  print_result(request.options.at(kJsonOption).flag() ? table.json() : table.lines());
+  if (failed)
+    throw *failed;
 }
 
 }  // namespace tarnwheel::client

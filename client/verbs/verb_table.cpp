@@ -6,8 +6,8 @@ namespace {
 
 const verb kVerbs[] = {
     {L"list",
-     {L"SERVER"},
-     L"Print the ports that SERVER shares.",
+     {L"[SERVER]"},
+     L"Print the ports that SERVER, or this machine, shares.",
      L"workshop-pc --json",
      &add_list_options,
      &list_ports},

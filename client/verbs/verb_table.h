@@ -27,7 +27,8 @@ struct verb {
 
 [[nodiscard]] std::span<const verb> all_verbs();
 
-// Prints the ports of a server, one a line: COMn, a tab, the friendly name.
+// Prints the ports of a server, one a line: COMn, a tab, the friendly name. Of all servers, each line
+// begins with the server's name and a tab.
 void add_list_options(Tamrin::command_line& line);
 void list_ports(const invocation& request);
 

@@ -18,3 +18,4 @@ while IFS= read -r command; do
 done < <(sed -n '/^```cmd$/,/^```$/{/^```/!p}' "$document")
 ((count > 0)) || { echo "no commands in $document"; exit 1; }
 "$wine" reg delete 'HKLM\Software\Quorvane\Tarnwheel Server 1.02' /f
+"$wine" cmd /c rd 'C:\ProgramData\Tarnwheel'

@@ -55,6 +55,9 @@ class ClientTest(unittest.TestCase):
         server = programs.start_server(self.addCleanup, "--no-discovery-")
         code, output, _ = programs.run(CLIENT, "discover", "--timeout", "2000")
         self.assertEqual((code, output.split("\n").count(socket.gethostname())), (0, 1))
+        programs.list_port(self.addCleanup, "COM201", "First")
+        self.expect("list", 0, "COM201\tFirst\n")
+        self.assertIn(f"{socket.gethostname()}\tCOM201\tFirst\n", programs.run(CLIENT, "list", "--all")[1])
         programs.stop(server)
         first = programs.start(CLIENT, "discover", "--timeout", "4000", stderr=subprocess.PIPE)
         taken = (CONNECTION, "", "Another discover runs on this machine (0x800700b7)\n")
@@ -69,6 +72,12 @@ class ClientTest(unittest.TestCase):
         sent = random.Random(1).randbytes(1 << 20)
         received, errors = self.pipe("COM5").communicate(sent)
         self.assertTrue(received == sent, f"{len(received)} bytes, {errors}")
+
+    def test_pipe_changes_the_text_as_it_is_told(self):
+        programs.start_server(self.addCleanup)
+        client = self.pipe("COM5", "--newline", "lf", "--map", "lf-crlf", "--timestamps")
+        received, errors = client.communicate(b"one\r\ntwo\n")
+        self.assertRegex(received, rb"^(\d\d:\d\d:\d\d\.\d\d\d (one|two)\r\n){2}$", errors)
 
     def test_pipe_stays_until_the_line_has_been_quiet(self):
         programs.start_server(self.addCleanup)
