@@ -65,6 +65,8 @@ static void purge(struct port* port, ULONG what) {
     port->received_size = 0;
 }
 
+enum { GREATEST_BAUD_RATE = 4000000 };
+
 static NTSTATUS advance_setting(const struct request* request, const UCHAR* input) {
   struct port* const port = request->port;
   for (ULONG i = 0; i < RTL_NUMBER_OF(signals); ++i) {
@@ -76,6 +78,8 @@ static NTSTATUS advance_setting(const struct request* request, const UCHAR* inpu
   for (ULONG i = 0; i < RTL_NUMBER_OF(kept_settings); ++i) {
     if (request->kind != kept_settings[i].set)
       continue;
+    if (request->kind == IOCTL_SERIAL_SET_BAUD_RATE && *(const ULONG*)input > GREATEST_BAUD_RATE)
+      return STATUS_INVALID_PARAMETER;
     RtlCopyMemory(port->settings[i], input, kept_settings[i].size);
     return STATUS_SUCCESS;
   }
