@@ -43,12 +43,24 @@ claim_prefix() {
 # Starts Wine's services in the prefix and keeps them for ten idle minutes. Wine links the first
 # free COM port to this machine's own serial line; a test must never write there.
 start_wine() {
+  # Wine takes a prefix for whole as soon as it begins to make it. One that was cut off then stays
+  # broken and is made anew.
+  local unfinished=$WINEPREFIX.unfinished
+  if [[ -e $unfinished ]]; then
+    stop_wine
+    rm -rf "$WINEPREFIX"
+  fi
+  [[ -d $WINEPREFIX ]] || : >"$unfinished"
   mkdir -p "$WINEPREFIX"
   # Fails when it runs already.
   /usr/lib/wine/wineserver64 -p600 </dev/null >/dev/null 2>&1 9>&- || true
   # The first program makes the prefix. It must not be wineboot: Wine runs that by itself, and twice
   # at once there would be two service managers, each with services of its own.
-  "$project/tools/wine" cmd /c rem </dev/null >/dev/null 2>&1
+  if ! "$project/tools/wine" cmd /c rem </dev/null >/dev/null 2>&1; then
+    echo "No program starts in $WINEPREFIX; remove it." >&2
+    return 1
+  fi
+  rm -f "$unfinished"
   find "$WINEPREFIX/dosdevices" -lname '/dev/tty*' -delete
 }
 
