@@ -4,7 +4,7 @@
 # table be the one that Wine gives.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-folder=$(tools/pack.sh "$1")
+folder=$(tools/pack_checklist.sh "$1")
 rm -r "$folder/tests"
 wine=$PWD/tools/wine
 cd "$folder"
