@@ -9,7 +9,7 @@ if(WIN32)
     $<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong>)
   target_link_options(tarnwheel_options INTERFACE
     -static $<$<LINK_LANGUAGE:CXX>:-fstack-protector-strong>
-    LINKER:--dynamicbase,--nxcompat,--high-entropy-va)
+    LINKER:--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
 endif()
 
 # The headers that nearly every source includes are translated once. A source includes what it names

@@ -4,7 +4,7 @@
 # the delayed start where the system keeps it; the table must be the one that Wine gives.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-folder=$(tools/pack.sh "$1")
+folder=$(tools/pack_checklist.sh "$1")
 rm -r "$folder/tests"
 wine=$PWD/tools/wine
 cd "$folder"
