@@ -66,10 +66,12 @@ class Bridge:
 
     def says(self, text):
         """The next line that has the text."""
+        said = ""
         for line in map(bytes.decode, self.process.stdout):
+            said += line
             if text in line:
                 return line
-        raise AssertionError(f"the bridge does not say: {text}")
+        raise AssertionError(f"the bridge does not say: {text}, but: {said}")
 
 
 class BridgeTest(unittest.TestCase):
