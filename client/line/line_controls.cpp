@@ -107,6 +107,15 @@ std::vector<std::byte> bytes_of(const T& value) {
 
 }  // namespace
 
+ostra::future<bool> accepted(ostra::future<void> request) {
+  try {
+    co_await request;
+    co_return true;
+  } catch (const client_error&) {
+    co_return false;
+  }
+}
+
 struct line_controls::state {
   [[nodiscard]] bool is_missed(std::uint32_t code) {
     const std::lock_guard guard(lock);
@@ -170,10 +179,9 @@ ostra::future<Result> line_controls::request(std::uint32_t code, bytes input, mi
 }
 
 ostra::future<void> line_controls::set_line(line_settings settings) {
-  const std::uint32_t baud = settings.baud_rate.BaudRate;
-  auto rate = named(set_baud_rate(baud), name_, tfmt::format(L"{0} baud", baud));
+  auto rate = set_baud_rate(settings.baud_rate.BaudRate);
   co_await rate;
-  auto control = named(set_line_control(settings.control), name_, words_of(settings.control));
+  auto control = set_line_control(settings.control);
   co_await control;
   auto flow = named(set_flow_control(settings.flow), name_,
                     tfmt::format(L"the flow control {0}", words_of(settings.flow)));
@@ -182,14 +190,16 @@ ostra::future<void> line_controls::set_line(line_settings settings) {
 
 ostra::future<void> line_controls::set_baud_rate(std::uint32_t rate) {
   const auto shared = state_;
-  auto set = request(IOCTL_SERIAL_SET_BAUD_RATE, bytes_of(SERIAL_BAUD_RATE{rate}));
+  auto set = named(request(IOCTL_SERIAL_SET_BAUD_RATE, bytes_of(SERIAL_BAUD_RATE{rate})), name_,
+                   tfmt::format(L"{0} baud", rate));
   co_await set;
   const std::lock_guard guard(shared->lock);
   shared->baud_rate = rate;
 }
 
 ostra::future<void> line_controls::set_line_control(SERIAL_LINE_CONTROL settings) {
-  return request(IOCTL_SERIAL_SET_LINE_CONTROL, bytes_of(settings));
+  return named(request(IOCTL_SERIAL_SET_LINE_CONTROL, bytes_of(settings)), name_,
+               words_of(settings));
 }
 
 ostra::future<void> line_controls::set_flow_control(flow_control kind) {

@@ -21,7 +21,8 @@ static const struct {
 };
 
 static struct port* far_end(struct port* port) {
-  return port->setup.loops_back ? port : &ports[port == &ports[0]];
+  struct port* const first = first_of_pair(port);
+  return port->setup.loops_back ? port : first + (port == first);
 }
 
 void reset_line(struct port* port) {
@@ -30,24 +31,73 @@ void reset_line(struct port* port) {
   *(ULONG*)port->settings[0] = MAXULONG;  // reads give what is there
   *(ULONG*)port->settings[1] = 9600;
   port->settings[2][2] = 8;  // data bits
-  port->state.outputs = port->state.wait_mask = port->state.purged = port->received_size = 0;
+  port->inserted = port->state.outputs = port->state.wait_mask = port->state.purged =
+      port->received_size = 0;
+}
+
+static NTSTATUS give(struct request* request, const void* value, ULONG size) {
+  request->done = min(size, request->stack->Parameters.DeviceIoControl.OutputBufferLength);
+  RtlCopyMemory(request->irp->AssociatedIrp.SystemBuffer, value, request->done);
+  return STATUS_SUCCESS;
+}
+
+// What a port is told of the other end, by option: how it is marked, and its value.
+static ULONG insertion(const struct port* told, ULONG option, UCHAR escape, UCHAR* out) {
+  const struct port* const other = far_end((struct port*)told);
+  const UCHAR* const line = other->settings[2];  // stop bits, parity, data bits
+  out[0] = escape;
+  if (option == INSERTS_LINE_STATUS) {
+    out[1] = SERIAL_LSRMST_LSR_NODATA;
+    out[2] = other->state.outputs & OUTPUT_BREAK ? 0x10 : 0;
+    return 3;
+  }
+  if (option == INSERTS_BAUD_RATE) {
+    out[1] = 16;
+    RtlCopyMemory(out + 2, other->settings[1], 4);
+    return 6;
+  }
+  RtlCopyMemory(out + 1, ((const UCHAR[]){17, line[2], line[1], line[0]}), 4);
+  return 5;
+}
+
+static void insert(struct port* told, ULONG option) {
+  if ((told->inserted & option) != 0)
+    told->received_size +=
+        insertion(told, option, told->escape, told->received + told->received_size);
+}
+
+// IOCTL_SERIAL_LSRMST_INSERT with the extension of null modems, at a pair that is not the first.
+static NTSTATUS set_insertions(struct request* request, UCHAR* buffer) {
+  static const ULONG told[] = {INSERTS_LINE_STATUS, INSERTS_BAUD_RATE, INSERTS_LINE_CONTROL};
+  struct port* const port = request->port;
+  const ULONG input = request->stack->Parameters.DeviceIoControl.InputBufferLength;
+  const UCHAR escape = buffer[0];
+  const ULONG options = input == 9 ? *(UNALIGNED ULONG*)(buffer + 5) : 0;
+  if (first_of_pair(port) == ports)
+    return STATUS_INVALID_DEVICE_REQUEST;
+  if (options == MAXULONG)
+    return give(request, "c0c\0\x03\x07\0\x03", 8);
+  port->escape = escape;
+  port->inserted = options & 0xFFFFFF;
+  if (options & 0x2000000)
+    port->received_size = 0;
+  for (ULONG i = 0; options & 0x1000000 && i < RTL_NUMBER_OF(told); ++i)
+    request->done += insertion(port, told[i], escape, buffer + request->done);
+  return STATUS_SUCCESS;
 }
 
 // The end of a break is no event.
 static NTSTATUS set_outputs(struct port* port, ULONG outputs) {
   const ULONG changes = (port->state.outputs ^ outputs) & (outputs | ~(ULONG)OUTPUT_BREAK);
   struct port* const other = far_end(port);
+  const BOOLEAN breaks = ((port->state.outputs ^ outputs) & OUTPUT_BREAK) != 0;
   port->state.outputs = outputs;
+  if (breaks)
+    insert(other, INSERTS_LINE_STATUS);
   for (ULONG i = 0; i < RTL_NUMBER_OF(signals); ++i) {
     if (changes & signals[i].output)
       other->events |= signals[i].events & other->state.wait_mask;
   }
-  return STATUS_SUCCESS;
-}
-
-static NTSTATUS give(struct request* request, const void* value, ULONG size) {
-  request->done = min(size, request->stack->Parameters.DeviceIoControl.OutputBufferLength);
-  RtlCopyMemory(request->irp->AssociatedIrp.SystemBuffer, value, request->done);
   return STATUS_SUCCESS;
 }
 
@@ -77,6 +127,7 @@ static NTSTATUS advance_setting(const struct request* request, const UCHAR* inpu
     if (request->kind != kept_settings[i].set)
       continue;
     RtlCopyMemory(port->settings[i], input, kept_settings[i].size);
+    insert(far_end(port), i == 1 ? INSERTS_BAUD_RATE : i == 2 ? INSERTS_LINE_CONTROL : 0);
     return STATUS_SUCCESS;
   }
   return STATUS_INVALID_DEVICE_REQUEST;
@@ -105,6 +156,8 @@ static NTSTATUS advance_control(struct request* request) {
       return give(request, &modem_status, sizeof(modem_status));
     case IOCTL_SERIAL_GET_COMMSTATUS:
       return give(request, &status, sizeof(status));
+    case IOCTL_SERIAL_LSRMST_INSERT:
+      return set_insertions(request, buffer);
     case IOCTL_SERIAL_PURGE:
       purge(port, *(ULONG*)buffer);
       return STATUS_SUCCESS;
@@ -144,13 +197,15 @@ static NTSTATUS advance_read(struct request* request) {
 static NTSTATUS advance_write(struct request* request) {
   struct port* const port = far_end(request->port);
   const ULONG wanted = request->stack->Parameters.Write.Length;
-  const ULONG room = (ULONG)sizeof(port->received) - port->received_size;
-  const ULONG count = min(wanted - request->done, room);
+  const ULONG before = request->done;
   const UCHAR* const buffer = request->irp->AssociatedIrp.SystemBuffer;
-  RtlCopyMemory(port->received + port->received_size, buffer + request->done, count);
-  request->done += count;
-  port->received_size += count;
-  if (count != 0)
+  while (request->done < wanted && port->received_size < QUEUE_SIZE) {
+    const UCHAR byte = buffer[request->done++];
+    port->received[port->received_size++] = byte;
+    if (port->inserted != 0 && byte == port->escape)
+      port->received[port->received_size++] = SERIAL_LSRMST_ESCAPE;
+  }
+  if (request->done != before)
     port->events |= SERIAL_EV_RXCHAR & port->state.wait_mask;
   return request->done == wanted ? STATUS_SUCCESS : STATUS_PENDING;
 }

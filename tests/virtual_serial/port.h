@@ -8,18 +8,33 @@
 
 #include "tests/virtual_serial/orders.h"
 
+enum { QUEUE_SIZE = 0x100000 };
+enum insertions {
+  INSERTS_LINE_STATUS = 1,
+  INSERTS_BAUD_RATE = 0x100,
+  INSERTS_LINE_CONTROL = 0x200
+};
+
 // Guarded by the driver's lock.
 struct port {
   struct virtual_serial_setup setup;
   struct virtual_serial_state state;
   LIST_ENTRY pending;  // struct request, in the order of their arrival
   UCHAR settings[5][sizeof(SERIAL_TIMEOUTS)];
-  ULONG events;  // those of the mask that have happened since the last wait
+  BOOLEAN is_hidden;
+  ULONG inserted;  // what is told of the other end within the bytes, 0 for none
+  UCHAR escape;    // introduces it
+  ULONG events;    // those of the mask that have happened since the last wait
   ULONG received_size;
-  UCHAR received[0x100000];
+  UCHAR received[QUEUE_SIZE + 1000];  // with room for insertions
 };
 
-extern struct port ports[2];
+enum { PORT_COUNT = 4 };  // two pairs
+extern struct port ports[PORT_COUNT];
+
+static inline struct port* first_of_pair(struct port* port) {
+  return port - ((port - ports) & 1);
+}
 
 // A read, write or control of a port, from its arrival to its end.
 struct request {
