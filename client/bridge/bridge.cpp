@@ -254,7 +254,7 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
     session = std::make_shared<rfc2217_session>(std::move(program), *line_, settings_);
   else if (options_.device)
     session = std::make_shared<com_session>(std::static_pointer_cast<com_stream>(program), *line_,
-                                            settings_, options_.releases);
+                                            settings_);
   else
     session = std::make_shared<bridge_session>(std::move(program), *line_);
   {

@@ -1,51 +1,29 @@
 #include "client/bridge/com_session.h"
 
-#include <algorithm>
 #include <utility>
 
-#include "client/telnet/com_port_option.h"
+#include "client/line/control_bytes.h"
 #include "console/print.h"
 
 namespace tarnwheel::client {
 namespace {
 
 constexpr std::chrono::milliseconds kBreakTime(250);
-constexpr std::uint32_t kBreakInterrupt = 0x10;  // in a line status, for as long as the break lasts
+constexpr std::byte kBreakInterrupt{0x10};  // in a line status, for as long as the break lasts
 
-std::uint32_t integer_of(const std::vector<std::byte>& bytes) {
-  std::uint32_t value = 0;
-  for (std::size_t i = bytes.size(); i > 0; --i)
-    value = value << 8 | std::to_integer<std::uint32_t>(bytes[i - 1]);
-  return value;
-}
-
-// A setting that a program cannot have made, such as that of a device which was never opened, is
-// none.
-line_settings changed_by(const received_item& item, line_settings settings) {
-  if (item.what == insertion::baud_rate) {
-    const std::uint32_t rate = integer_of(item.bytes);
-    if (rate != 0)
-      settings.baud_rate.BaudRate = rate;
-    return settings;
-  }
-  const auto value = [&item](std::size_t i) { return std::to_integer<UCHAR>(item.bytes[i]); };
-  if (value(0) >= 5 && value(0) <= 8 && value(1) <= SPACE_PARITY && value(2) <= STOP_BITS_2)
-    settings.control = {.StopBits = value(2), .Parity = value(1), .WordLength = value(0)};
-  return settings;
-}
-
-bool same(const SERIAL_LINE_CONTROL& a, const SERIAL_LINE_CONTROL& b) {
-  return a.WordLength == b.WordLength && a.Parity == b.Parity && a.StopBits == b.StopBits;
+// False for those that no program can have made, such as those of a device that was never opened.
+bool is_real(const SERIAL_LINE_CONTROL& settings) {
+  return settings.WordLength >= 5 && settings.WordLength <= 8 && settings.Parity <= SPACE_PARITY &&
+         settings.StopBits <= STOP_BITS_2;
 }
 
 }  // namespace
 
 com_session::com_session(std::shared_ptr<com_stream> device, remote_line& line,
-                         com_port_settings& settings, bool leaves)
+                         com_port_settings& settings)
     : bridge_session(device, line),
       device_(std::move(device)),
       settings_(settings),
-      leaves_(leaves),
       control_(line, settings, {}) {}
 
 ostra::future<void> com_session::begin() {
@@ -59,14 +37,13 @@ ostra::future<void> com_session::begin() {
   co_await taken;
 }
 
+// What the program has sent before it went is taken before the line may be closed.
 ostra::future<void> com_session::end() {
   co_await following_;
   if (breaking_.valid())
     co_await breaking_;
-  if (leaves_) {
-    auto drained = line().drained();
-    co_await drained;
-  }
+  auto drained = line().drained();
+  co_await drained;
   auto done = control_.end_break();
   co_await done;
 }
@@ -78,12 +55,12 @@ void com_session::close() noexcept {
 }
 
 ostra::future<void> com_session::take(std::vector<std::byte> bytes) {
-  if (!device_->inserts()) {
-    auto written = line().write(std::move(bytes));
-    co_await written;
-    co_return;
-  }
-  for (received_item& item : decoder_.decode(bytes)) {
+  std::vector<received_item> items;
+  if (device_->inserts())
+    items = decoder_.decode(bytes);
+  else
+    items.push_back({insertion::data, std::move(bytes)});
+  for (received_item& item : items) {
     auto done = pass_on(std::move(item));
     co_await done;
   }
@@ -91,44 +68,37 @@ ostra::future<void> com_session::take(std::vector<std::byte> bytes) {
 
 // What the program has changed between two bytes comes about between these two.
 ostra::future<void> com_session::pass_on(received_item item) {
+  ostra::future<void> done;
   if (item.what == insertion::data) {
-    auto written = line().write(std::move(item.bytes));
-    co_await written;
+    done = line().write(std::move(item.bytes));
+    co_await done;
     co_return;
   }
   auto drained = line().drained();
   co_await drained;
-  ostra::future<void> done;
-  if (item.what == insertion::line_status)
-    done = set_break((std::to_integer<std::uint32_t>(item.bytes[0]) & kBreakInterrupt) != 0);
-  else if (item.what != insertion::modem_status)
-    done = set_line(changed_by(item, settings_.line));
+  auto& present = settings_.line;
+  if (item.what == insertion::line_status) {
+    const bool on = (item.bytes[0] & kBreakInterrupt) != std::byte{};
+    if (on != std::exchange(settings_.break_on, on))
+      done = told(line().controls().set_break(on));
+  } else if (item.what == insertion::baud_rate) {
+    const auto rate = result_of<SERIAL_BAUD_RATE>(item.bytes);
+    if (rate.BaudRate != 0 && rate.BaudRate != std::exchange(present.baud_rate, rate).BaudRate)
+      done = told(line().controls().set_baud_rate(rate.BaudRate));
+  } else if (item.what == insertion::line_control) {
+    const auto value = [&item](std::size_t i) { return std::to_integer<UCHAR>(item.bytes[i]); };
+    const SERIAL_LINE_CONTROL wanted = {value(2), value(1), value(0)};
+    if (is_real(wanted) && bytes_of(wanted) != bytes_of(std::exchange(present.control, wanted)))
+      done = told(line().controls().set_line_control(wanted));
+  }
   if (done.valid())
     co_await done;
 }
 
-ostra::future<void> com_session::set_break(bool on) {
-  if (on == settings_.break_on)
-    co_return;
-  using namespace com_port_option;
-  auto set = control_.execute({std::byte{kSetControl}, std::byte{on ? kBreakOn : kBreakOff}});
-  co_await set;
-}
-
-ostra::future<void> com_session::set_line(line_settings wanted) {
-  auto& controls = line().controls();
-  auto& present = settings_.line;
+// Of a setting that the device refuses, the user learns: there is no way to tell the program.
+ostra::future<void> com_session::told(ostra::future<void> setting) {
   try {
-    if (wanted.baud_rate.BaudRate != present.baud_rate.BaudRate) {
-      auto set = controls.set_baud_rate(wanted.baud_rate.BaudRate);
-      co_await set;
-      present.baud_rate = wanted.baud_rate;
-    }
-    if (!same(wanted.control, present.control)) {
-      auto set = controls.set_line_control(wanted.control);
-      co_await set;
-      present.control = wanted.control;
-    }
+    co_await setting;
   } catch (const client_error& error) {
     if (error.kind() == failure::device)
       console::print(console::standard_stream::error, error.message() + L"\n");
@@ -137,6 +107,7 @@ ostra::future<void> com_session::set_line(line_settings wanted) {
 
 ostra::future<void> com_session::follow_device() {
   const auto self = shared_from_this();
+  auto& controls = line().controls();
   try {
     std::uint32_t events = 0;
     do {
@@ -146,31 +117,15 @@ ostra::future<void> com_session::follow_device() {
       }
       auto asked = device_->modem_status();
       const std::uint32_t status = co_await asked;
-      auto passed_on = pass_on_signals(status);
-      co_await passed_on;
-      if (leaves_ && (status & SERIAL_DSR_STATE) == 0) {
-        auto ended = device_->end_after_input();
-        co_await ended;
-      }
-      auto wait = device_->wait_for_events();
+      auto rts_set = accepted(controls.set_rts((status & SERIAL_CTS_STATE) != 0));
+      co_await rts_set;
+      auto dtr_set = accepted(controls.set_dtr((status & SERIAL_DSR_STATE) != 0));
+      co_await dtr_set;
+      auto wait = device_->wait_for_events(device_->token());
       events = co_await wait;
     } while (events != 0);
   } catch (const ostra::hresult_error&) {
     // The session ends, or the device has gone, which the read notices too.
-  }
-}
-
-ostra::future<void> com_session::pass_on_signals(std::uint32_t status) {
-  auto& controls = line().controls();
-  const std::uint32_t changes = signals_ ? *signals_ ^ status : ~0u;
-  signals_ = status;
-  if ((changes & SERIAL_CTS_STATE) != 0) {
-    auto set = accepted(controls.set_rts((status & SERIAL_CTS_STATE) != 0));
-    co_await set;
-  }
-  if ((changes & SERIAL_DSR_STATE) != 0) {
-    auto set = accepted(controls.set_dtr((status & SERIAL_DSR_STATE) != 0));
-    co_await set;
   }
 }
 
@@ -185,10 +140,10 @@ ostra::future<void> com_session::notify_of(std::uint32_t events) {
   if (!line().controls().has_answered(IOCTL_SERIAL_GET_MODEMSTATUS))
     status = SERIAL_CTS_STATE | SERIAL_DSR_STATE;
   const bool cts = (status & SERIAL_CTS_STATE) != 0;
-  auto rts_set = device_->set(cts ? IOCTL_SERIAL_SET_RTS : IOCTL_SERIAL_CLR_RTS);
+  auto rts_set = device_->control(cts ? IOCTL_SERIAL_SET_RTS : IOCTL_SERIAL_CLR_RTS);
   co_await rts_set;
   const bool dsr = (status & SERIAL_DSR_STATE) != 0;
-  auto dtr_set = device_->set(dsr ? IOCTL_SERIAL_SET_DTR : IOCTL_SERIAL_CLR_DTR);
+  auto dtr_set = device_->control(dsr ? IOCTL_SERIAL_SET_DTR : IOCTL_SERIAL_CLR_DTR);
   co_await dtr_set;
 }
 
@@ -197,11 +152,11 @@ ostra::future<void> com_session::notify_of(std::uint32_t events) {
 ostra::future<void> com_session::break_device() {
   const auto self = shared_from_this();
   try {
-    auto begun = device_->set(IOCTL_SERIAL_SET_BREAK_ON);
+    auto begun = device_->control(IOCTL_SERIAL_SET_BREAK_ON);
     co_await begun;
     auto over = break_time_.wait(kBreakTime);
     co_await over;
-    auto ended = device_->set(IOCTL_SERIAL_SET_BREAK_OFF);
+    auto ended = device_->control(IOCTL_SERIAL_SET_BREAK_OFF);
     co_await ended;
   } catch (const ostra::hresult_error&) {
     // The session ends: a device that is closed breaks no longer.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 
 #include "client/bridge/bridge_session.h"
 #include "client/streams/com_listener.h"
@@ -14,18 +13,17 @@ namespace tarnwheel::client {
 // Joins the device with the line as a cable would: RTS and DTR of either side are CTS and DSR of the
 // other, and breaks go both ways; the program's settings are the line's, where the device tells them.
 //
-// Besides the two directions of bytes there are three coroutines, each of which holds this object and
-// is waited for before run() completes: one follows the line's events, one the device's, and one is
-// the break that the device is sending. The first two share nothing; the third is begun by the first
-// alone. Settings and breaks of the program belong to the reading coroutine, unless the device tells
-// breaks as events: then to the one that follows these. close() cancels the device's calls and the
-// breaks' timers; a call that comes after it is refused, and one on the line ends at its limit.
+// Besides the two directions of bytes there are three coroutines, which hold this object and are waited
+// for before run() completes: one follows the line's events, one the device's, and one, which the first
+// begins, is the break that the device is sending. They share no member. What the device inserts, the
+// settings and a break of the program among it, belongs to the reading coroutine; a break that is an
+// event belongs to the one that follows the device, and no device has both. close() cancels the
+// device's calls and both breaks, before, during or after their start; a request to the line ends at
+// its limit.
 class com_session final : public bridge_session {
  public:
-  // `settings` are those of the line, and outlive this as it does. With `leaves`, the session ends
-  // when the program does, and the line has taken what it had sent.
-  com_session(std::shared_ptr<com_stream> device, remote_line& line, com_port_settings& settings,
-              bool leaves);
+  // `settings` are those of the line, and outlive this as it does.
+  com_session(std::shared_ptr<com_stream> device, remote_line& line, com_port_settings& settings);
 
   void close() noexcept override;
 
@@ -36,18 +34,14 @@ class com_session final : public bridge_session {
   ostra::future<void> notify_of(std::uint32_t events) override;
 
   ostra::future<void> follow_device();
-  ostra::future<void> pass_on_signals(std::uint32_t status);
   ostra::future<void> break_device();
   ostra::future<void> pass_on(received_item item);
-  ostra::future<void> set_break(bool on);
-  ostra::future<void> set_line(line_settings wanted);
+  ostra::future<void> told(ostra::future<void> setting);
 
   const std::shared_ptr<com_stream> device_;
   com_port_settings& settings_;
-  const bool leaves_;
   com_port_control control_;
-  insertion_decoder decoder_;
-  std::optional<std::uint32_t> signals_;  // of the program, as the line has them
+  insertion_decoder decoder_;  // of the reading coroutine
   ostra::future<void> following_;
   ostra::future<void> breaking_;
   ostra::async_timer break_time_;

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <mutex>
 #include <set>
-#include <span>
 #include <type_traits>
 #include <utility>
 
 #include "async/errors.h"
 #include "async/srw_lock.h"
+#include "client/line/control_bytes.h"
 #include "format/format.h"
 
 namespace tarnwheel::client {
@@ -71,15 +71,6 @@ std::uint32_t known_by(std::uint32_t code) {
   }
 }
 
-// A device that gives less than it was asked for has an old layout: the rest is zero.
-template <class Result>
-Result result_of(const std::vector<std::byte>& bytes) {
-  Result result = {};
-  const auto known = std::span(bytes).first(std::min(bytes.size(), sizeof result));
-  std::ranges::copy(known, std::as_writable_bytes(std::span(&result, 1)).begin());
-  return result;
-}
-
 template <class Result>
 constexpr std::uint32_t output_size = sizeof(Result);
 template <>
@@ -97,12 +88,6 @@ ostra::future<void> named(ostra::future<void> request, std::wstring port, std::w
     code = error.code();
   }
   throw client_error(tfmt::format(L"{0}: the device refuses {1}", port, setting), code);
-}
-
-template <class T>
-std::vector<std::byte> bytes_of(const T& value) {
-  const auto bytes = std::as_bytes(std::span(&value, 1));
-  return {bytes.begin(), bytes.end()};
 }
 
 }  // namespace

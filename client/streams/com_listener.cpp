@@ -1,15 +1,13 @@
 #include "client/streams/com_listener.h"
 
-#include <algorithm>
 #include <chrono>
-#include <cstring>
-#include <optional>
 #include <utility>
 
 #include "app/command_line/cmd_line_syntax_error.h"
 #include "async/device_control.h"
 #include "async/within.h"
 #include "client/line/client_error.h"
+#include "client/line/control_bytes.h"
 #include "client/line/line_controls.h"
 #include "client/streams/insertion_decoder.h"
 #include "console/print.h"
@@ -18,52 +16,34 @@
 namespace tarnwheel::client {
 namespace {
 
-using bytes = std::vector<std::byte>;
-
 constexpr known_cause kOpenCauses[] = {
     {ERROR_FILE_NOT_FOUND, L"{0} does not exist", failure::local},
     {ERROR_ACCESS_DENIED, L"{0} is in use by another program", failure::local},
     {ERROR_SHARING_VIOLATION, L"{0} is in use by another program", failure::local},
     {ERROR_INVALID_FUNCTION, L"{0} is not a serial port", failure::local},
+    {ERROR_NOT_SUPPORTED, L"{0} has no modem lines", failure::local},
 };
 
-// A read ends with whatever has come, or after a minute without bytes: some drivers know no read that
-// pends for ever. Writes end when all is written.
-constexpr SERIAL_TIMEOUTS kTimeouts = {MAXDWORD, MAXDWORD, 60'000, 0, 0};
+constexpr wchar_t kNameCharacters[] =
+    L"0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
-// IOCTL_SERIAL_LSRMST_INSERT with the null modems' extension: the escape character, the extension's
-// mark, options.
-constexpr std::byte kExtension[] = {std::byte{'c'}, std::byte{'0'}, std::byte{'c'}, std::byte{}};
-constexpr std::uint32_t kLineStatus = 0x1;
-constexpr std::uint32_t kBaudRate = 0x100;
-constexpr std::uint32_t kLineControl = 0x200;
-constexpr std::uint32_t kBreaksAlone = 0x400;  // of the line's status
-constexpr std::uint32_t kInsertions = kLineStatus | kBaudRate | kLineControl | kBreaksAlone;
-constexpr std::uint32_t kGiveState = 0x0100'0000;
+// A read ends with whatever has come, or after this time without bytes, in milliseconds; a write when
+// all is written.
+constexpr ULONG kQuietTime = 500;
+constexpr SERIAL_TIMEOUTS kTimeouts = {MAXDWORD, MAXDWORD, kQuietTime, 0, 0};
+
+// IOCTL_SERIAL_LSRMST_INSERT with the null modems' extension: breaks, rate and line control of the other
+// end. The output is their present state.
+constexpr std::string_view kExtension("c0c\0", 4);
+constexpr std::uint32_t kInsertions = 0x1 | 0x400 | 0x100 | 0x200 | 0x0100'0000;
 constexpr std::uint32_t kClearInput = 0x0200'0000;
-constexpr std::uint32_t kGiveOptions = 0xFFFF'FFFF;
-constexpr std::size_t kOptionsSize = sizeof kExtension + sizeof(std::uint32_t);
 constexpr std::size_t kStateSize = 3 + 6 + 5;
 
-template <class T>
-bytes bytes_of(const T& value) {
-  const auto view = std::as_bytes(std::span(&value, 1));
-  return {view.begin(), view.end()};
-}
-
-// Zero where there is less.
-std::uint32_t integer_at(const bytes& from, std::size_t offset) {
-  std::uint32_t value = 0;
-  if (from.size() >= offset + sizeof value)
-    std::memcpy(&value, from.data() + offset, sizeof value);
-  return value;
-}
-
-bytes insertion_request(std::uint32_t options) {
-  bytes request = {kInsertionEscape};
-  request.insert(request.end(), std::begin(kExtension), std::end(kExtension));
-  const bytes set = bytes_of(options);
-  request.insert(request.end(), set.begin(), set.end());
+std::vector<std::byte> insertion_request(std::uint32_t options) {
+  std::vector<std::byte> request = {kInsertionEscape};
+  for (const auto part :
+       {std::as_bytes(std::span(kExtension)), std::as_bytes(std::span(&options, 1))})
+    request.insert(request.end(), part.begin(), part.end());
   return request;
 }
 
@@ -75,117 +55,68 @@ Tamrin::unique_file open(const std::wstring& name) {
 
 }  // namespace
 
-com_stream::com_stream(std::wstring name, std::shared_ptr<ostra::auto_reset_event> signal)
-    : closing_signal{std::move(signal)}, handle_stream(open(name)), name_(std::move(name)) {}
+com_stream::com_stream(std::wstring name, bool ends_with_program,
+                       std::shared_ptr<ostra::auto_reset_event> signal)
+    : closing_signal{std::move(signal)},
+      handle_stream(open(name)),
+      name_(std::move(name)),
+      ends_with_program_(ends_with_program) {}
 
+// Without flow control, and DTR and RTS off.
 ostra::future<void> com_stream::set_up() {
-  const SERIAL_LINE_CONTROL eight_bits = {STOP_BIT_1, NO_PARITY, 8};
-  auto timed = control(IOCTL_SERIAL_SET_TIMEOUTS, bytes_of(kTimeouts), 0);
+  auto timed = control(IOCTL_SERIAL_SET_TIMEOUTS, bytes_of(kTimeouts));
   co_await timed;
-  auto shaped = control(IOCTL_SERIAL_SET_LINE_CONTROL, bytes_of(eight_bits), 0);
-  co_await shaped;
-  // No flow control, no byte with a meaning, DTR and RTS off.
-  auto freed = control(IOCTL_SERIAL_SET_HANDFLOW, bytes_of(SERIAL_HANDFLOW{}), 0);
+  auto freed = control(IOCTL_SERIAL_SET_HANDFLOW, bytes_of(SERIAL_HANDFLOW{}));
   co_await freed;
   auto begun = begin_insertions();
-  co_await begun;
-  const std::uint32_t more = inserts_ ? 0 : SERIAL_EV_BREAK;
-  try {
-    auto asked = control(IOCTL_SERIAL_GET_MODEMSTATUS, {}, sizeof(std::uint32_t));
-    co_await asked;
-    auto masked = control(IOCTL_SERIAL_SET_WAIT_MASK,
-                          bytes_of(std::uint32_t{SERIAL_EV_CTS | SERIAL_EV_DSR | more}), 0);
-    co_await masked;
-    has_modem_lines_ = true;
-  } catch (const ostra::hresult_error&) {
-    // A device of bytes alone.
-  }
+  inserts_ = co_await begun;
+  const std::uint32_t breaks = inserts_ ? 0 : SERIAL_EV_BREAK;
+  auto masked =
+      control(IOCTL_SERIAL_SET_WAIT_MASK, bytes_of(SERIAL_EV_CTS | SERIAL_EV_DSR | breaks));
+  co_await masked;
 }
 
-ostra::future<void> com_stream::begin_insertions() {
+// What has come before is not escaped and cannot be told apart, so it is cleared. A driver without the
+// extension takes the first byte for its own form of the request, in which zero turns insertions off.
+ostra::future<bool> com_stream::begin_insertions() {
   try {
-    auto asked = control(IOCTL_SERIAL_LSRMST_INSERT, insertion_request(kGiveOptions), kOptionsSize);
-    const bytes known = co_await asked;
-    constexpr std::uint32_t needed = kInsertions | kGiveState | kClearInput;
-    const bool extended =
-        known.size() == kOptionsSize && std::ranges::equal(kExtension, std::span(known).first<4>());
-    inserts_ = extended && (integer_at(known, sizeof kExtension) & needed) == needed;
-    // A driver without the extension has taken the first byte for its own form of the request, in
-    // which zero turns insertions off. What came before them is not escaped and cannot be told apart.
-    bytes request = inserts_ ? insertion_request(kInsertions | kClearInput) : bytes(1);
-    auto set = control(IOCTL_SERIAL_LSRMST_INSERT, std::move(request), 0);
-    co_await set;
+    auto begun = control(IOCTL_SERIAL_LSRMST_INSERT, insertion_request(kInsertions | kClearInput),
+                         kStateSize);
+    const auto inserted = co_await begun;
+    if (inserted.size() == kStateSize)
+      co_return true;
+    auto ended = control(IOCTL_SERIAL_LSRMST_INSERT, bytes(1));
+    co_await ended;
   } catch (const ostra::hresult_error&) {
-    inserts_ = false;
+    // It knows no insertions.
   }
+  co_return false;
 }
 
-ostra::future<std::vector<std::byte>> com_stream::state() {
-  return control(IOCTL_SERIAL_LSRMST_INSERT, insertion_request(kInsertions | kGiveState),
-                 kStateSize);
+ostra::future<com_stream::bytes> com_stream::state() {
+  return control(IOCTL_SERIAL_LSRMST_INSERT, insertion_request(kInsertions), kStateSize);
+}
+
+ostra::future<com_stream::bytes> com_stream::control(std::uint32_t code, bytes input,
+                                                     std::size_t output_size) {
+  return ostra::within(perform(code, std::move(input), output_size, token()), kControlLimit);
 }
 
 ostra::future<std::uint32_t> com_stream::modem_status() {
-  if (!has_modem_lines_)
-    co_return SERIAL_CTS_STATE | SERIAL_DSR_STATE;
   auto asked = control(IOCTL_SERIAL_GET_MODEMSTATUS, {}, sizeof(std::uint32_t));
   const bytes status = co_await asked;
-  co_return integer_at(status, 0);
+  co_return result_of<std::uint32_t>(status);
 }
 
 ostra::future<std::uint32_t> com_stream::wait_for_events(ostra::cancellation_token token) {
-  if (!has_modem_lines_)
-    co_return 0;
   auto wait = perform(IOCTL_SERIAL_WAIT_ON_MASK, {}, sizeof(std::uint32_t), std::move(token));
   const bytes events = co_await wait;
-  co_return integer_at(events, 0);
+  co_return result_of<std::uint32_t>(events);
 }
 
-ostra::future<void> com_stream::set(std::uint32_t code) {
-  auto set = control(code, {}, 0);
-  co_await set;
-}
-
-ostra::future<std::uint32_t> com_stream::unread_bytes() {
-  auto asked = control(IOCTL_SERIAL_GET_COMMSTATUS, {}, sizeof(SERIAL_STATUS));
-  const bytes status = co_await asked;
-  co_return integer_at(status, offsetof(SERIAL_STATUS, AmountInInQueue));
-}
-
-// Whoever finds the input empty behind the mark ends the stream: this, or the read that took the last
-// of it.
-ostra::future<void> com_stream::end_after_input() {
-  const auto self = shared_from_this();
-  ending_ = true;
-  auto asked = unread_bytes();
-  const std::uint32_t unread = co_await asked;
-  if (unread == 0)
-    cancel();
-}
-
-ostra::future<std::size_t> com_stream::read(std::span<std::byte> buffer) {
-  const auto self = shared_from_this();
-  for (;;) {
-    if (ending_) {
-      auto asked = unread_bytes();
-      const std::uint32_t unread = co_await asked;
-      if (unread == 0)
-        co_return 0;
-    }
-    auto read = handle_stream::read(buffer);
-    const std::size_t size = co_await read;
-    if (size != 0)
-      co_return size;
-  }
-}
-
-ostra::future<bytes> com_stream::control(std::uint32_t code, bytes input, std::size_t output_size) {
-  return ostra::within(perform(code, std::move(input), output_size, handle().token()),
-                       kControlLimit);
-}
-
-ostra::future<bytes> com_stream::perform(std::uint32_t code, bytes input, std::size_t output_size,
-                                         ostra::cancellation_token token) {
+ostra::future<com_stream::bytes> com_stream::perform(std::uint32_t code, bytes input,
+                                                     std::size_t output_size,
+                                                     ostra::cancellation_token token) {
   const auto self = shared_from_this();
   bytes output(output_size);
   auto call = handle().call(ostra::device_control{code, input, output}, token);
@@ -194,15 +125,26 @@ ostra::future<bytes> com_stream::perform(std::uint32_t code, bytes input, std::s
   co_return output;
 }
 
+ostra::future<std::size_t> com_stream::read(std::span<std::byte> buffer) {
+  const auto self = shared_from_this();
+  for (;;) {
+    auto read = handle_stream::read(buffer);
+    const std::size_t size = co_await read;
+    if (size != 0)
+      co_return size;
+    auto asked = modem_status();
+    const std::uint32_t status = co_await asked;
+    if (ends_with_program_ && (status & SERIAL_DSR_STATE) == 0)
+      co_return 0;
+  }
+}
+
 namespace {
 
 class com_listener final : public stream_listener {
  public:
-  com_listener(std::wstring name, bool awaits_program)
-      : name_(std::move(name)), awaits_program_(awaits_program), next_(open_device().get()) {
-    if (awaits_program && !next_->has_modem_lines())
-      throw client_error(name_ + L" does not report DSR, which tells that a program is there",
-                         ostra::details::to_hresult(ERROR_NOT_SUPPORTED), failure::local);
+  com_listener(std::wstring name, bool while_program_is_there)
+      : name_(std::move(name)), waits_(while_program_is_there), next_(open_device().get()) {
     if (!next_->inserts())
       console::print(console::standard_stream::error,
                      tfmt::format(L"{0} does not tell a program's line settings: those of the "
@@ -220,11 +162,15 @@ class com_listener final : public stream_listener {
         stream = co_await opened;
       }
     }
-    if (awaits_program_) {
-      auto coming = wait_for_program(stream);
-      co_await coming;
+    for (std::uint32_t status = 0; waits_ && (status & SERIAL_DSR_STATE) == 0;) {
+      auto asked = stream->modem_status();
+      status = co_await asked;
+      if ((status & SERIAL_DSR_STATE) == 0) {
+        auto changed = stream->wait_for_events(token_);
+        co_await changed;
+      }
     }
-    std::shared_ptr<byte_stream> program = stream;
+    std::shared_ptr<byte_stream> program = std::move(stream);
     co_return program;
   }
 
@@ -235,7 +181,7 @@ class com_listener final : public stream_listener {
   ostra::future<std::shared_ptr<com_stream>> open_device() {
     HRESULT code = S_OK;
     try {
-      auto stream = std::make_shared<com_stream>(name_, closed_);
+      auto stream = std::make_shared<com_stream>(name_, waits_, closed_);
       auto ready = stream->set_up();
       co_await ready;
       co_return stream;
@@ -245,19 +191,8 @@ class com_listener final : public stream_listener {
     throw explain(code, name_, kOpenCauses, failure::local);
   }
 
-  ostra::future<void> wait_for_program(std::shared_ptr<com_stream> stream) {
-    for (;;) {
-      auto asked = stream->modem_status();
-      const std::uint32_t status = co_await asked;
-      if ((status & SERIAL_DSR_STATE) != 0)
-        co_return;
-      auto changed = stream->wait_for_events(token_);
-      co_await changed;
-    }
-  }
-
   const std::wstring name_;
-  const bool awaits_program_;
+  const bool waits_;
   const ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_ = cancellation_.token();
 
@@ -270,14 +205,11 @@ class com_listener final : public stream_listener {
 
 }  // namespace
 
-std::unique_ptr<stream_listener> listen_com(std::wstring_view name, bool awaits_program) {
-  const auto is_ordinary = [](wchar_t c) {
-    return (c >= L'0' && c <= L'9') || (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z');
-  };
-  if (name.empty() || !std::ranges::all_of(name, is_ordinary))
+std::unique_ptr<stream_listener> listen_com(std::wstring_view name, bool while_program_is_there) {
+  if (name.empty() || name.find_first_not_of(kNameCharacters) != name.npos)
     throw Tamrin::cmd_line_syntax_error("Invalid device specified.", name,
                                         L"a name such as COM20 or CNCB0");
-  return std::make_unique<com_listener>(std::wstring(name), awaits_program);
+  return std::make_unique<com_listener>(std::wstring(name), while_program_is_there);
 }
 
 }  // namespace tarnwheel::client

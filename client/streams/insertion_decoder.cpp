@@ -5,10 +5,6 @@ namespace {
 
 constexpr std::size_t kHead = 2;  // the escape character and the number
 
-insertion number_of(std::span<const std::byte> inserted) {
-  return static_cast<insertion>(inserted[1]);
-}
-
 std::size_t value_size(insertion what) {
   switch (what) {
     case insertion::line_status:
@@ -36,28 +32,27 @@ void add_data(std::byte byte, std::vector<received_item>& items) {
 std::vector<received_item> insertion_decoder::decode(std::span<const std::byte> input) {
   std::vector<received_item> items;
   for (const std::byte byte : input) {
-    if (insertion_.empty() && byte != kInsertionEscape) {
+    if (!insertion_.empty() || byte == kInsertionEscape)
+      continue_insertion(byte, items);
+    else
       add_data(byte, items);
-      continue;
-    }
-    insertion_.push_back(byte);
-    if (insertion_.size() >= kHead &&
-        insertion_.size() == kHead + value_size(number_of(insertion_)))
-      end_insertion(items);
   }
   return items;
 }
 
-void insertion_decoder::end_insertion(std::vector<received_item>& items) {
-  const insertion what = number_of(insertion_);
-  if (what == insertion::data) {
-    add_data(kInsertionEscape, items);
-  } else if (what == insertion::line_status_with_data) {
+void insertion_decoder::continue_insertion(std::byte byte, std::vector<received_item>& items) {
+  insertion_.push_back(byte);
+  if (insertion_.size() < kHead)
+    return;
+  const auto what = static_cast<insertion>(insertion_[1]);
+  if (insertion_.size() < kHead + value_size(what))
+    return;
+  if (what == insertion::line_status_with_data)
     items.push_back({insertion::line_status, {insertion_[kHead]}});
-    add_data(insertion_[kHead + 1], items);
-  } else if (value_size(what) != 0) {
+  else if (value_size(what) != 0)
     items.push_back({what, {insertion_.begin() + kHead, insertion_.end()}});
-  }
+  if (what == insertion::data || what == insertion::line_status_with_data)
+    add_data(what == insertion::data ? kInsertionEscape : byte, items);
   insertion_.clear();
 }
 

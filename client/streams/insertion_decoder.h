@@ -14,7 +14,7 @@ inline constexpr std::byte kInsertionEscape{0xF5};
 // The number behind the escape character.
 enum class insertion : std::uint8_t {
   data = 0,                   // the escape character itself, as data
-  line_status_with_data = 1,  // the byte that had the error follows
+  line_status_with_data = 1,  // and the byte that had the error
   line_status = 2,
   modem_status = 3,
   baud_rate = 16,     // 32 bits, the lowest first
@@ -35,7 +35,7 @@ class insertion_decoder {
   [[nodiscard]] std::vector<received_item> decode(std::span<const std::byte> input);
 
  private:
-  void end_insertion(std::vector<received_item>& items);
+  void continue_insertion(std::byte byte, std::vector<received_item>& items);
 
   std::vector<std::byte> insertion_;  // what has come of one, from its escape character on
 };

@@ -9,95 +9,84 @@
 namespace system_test {
 namespace {
 
-std::wstring Command(const std::wstring& device) {
-  return L"bridge . COM" + std::to_wstring(kVirtualPort) + L" --com " + device;
+std::wstring Command(std::uint32_t port, const std::wstring& device) {
+  return L"bridge . COM" + std::to_wstring(port) + L" --com " + device;
 }
 
 class ComBridge : public ::testing::Test {
  protected:
-  static constexpr DWORD kBoth = MS_CTS_ON | MS_DSR_ON;
-
-  // What the far end's port has as its outputs, and what the far end does.
-  [[nodiscard]] bool HasOutputs(std::uint32_t outputs) const {
-    return Eventually([&] { return port_.State().outputs == outputs; });
-  }
-  [[nodiscard]] bool HasLine(std::uint32_t rate, const UCHAR (&line)[3]) const {
+  // The port that the far end is connected with comes to have these outputs and this line, of which
+  // the settings are stop bits, parity and data bits.
+  static bool Has(const VirtualPort& port, std::uint32_t outputs, std::uint32_t rate = 9600,
+                  std::array<std::uint8_t, 4> line = {2, 2, 7}) {
     return Eventually([&] {
-      const auto state = port_.State();
-      return state.baud_rate == rate && std::equal(line, line + 3, state.line_control);
+      const auto state = port.State();
+      return state.outputs == outputs && state.baud_rate == rate &&
+             std::ranges::equal(state.line_control, line);
     });
   }
-  void SetLine(DWORD rate, BYTE bits, BYTE parity, BYTE stop_bits) const {
-    DCB settings = {};
-    settings.DCBlength = sizeof settings;
-    ASSERT_TRUE(::GetCommState(pair_.FarEnd(), &settings));
-    settings.BaudRate = rate;
-    settings.ByteSize = bits;
-    settings.Parity = parity;
-    settings.StopBits = stop_bits;
-    EXPECT_TRUE(::SetCommState(pair_.FarEnd(), &settings));
+  // What the program does.
+  void SetLine(const wchar_t* settings) const {
+    DCB line = {};
+    line.DCBlength = sizeof line;
+    EXPECT_TRUE(::GetCommState(pair_.FarEnd(), &line) && ::BuildCommDCBW(settings, &line) &&
+                ::SetCommState(pair_.FarEnd(), &line));
   }
-  void Do(DWORD function) const { EXPECT_TRUE(::EscapeCommFunction(pair_.FarEnd(), function)); }
-  [[nodiscard]] bool HasInputs(DWORD inputs) const {
+  void Do(DWORD function) const { ::EscapeCommFunction(pair_.FarEnd(), function); }
+  [[nodiscard]] bool Sees(DWORD lines) const {
     return Eventually([&] {
       DWORD status = 0;
-      return ::GetCommModemStatus(pair_.FarEnd(), &status) && (status & kBoth) == inputs;
+      return ::GetCommModemStatus(pair_.FarEnd(), &status) && (status & 0x30) == lines;
     });
   }
 
   VirtualPort port_, pair_{kLocalPort};
   ServerProcess server_;
   const std::wstring device_ = L"COM" + std::to_wstring(kLocalPort);
-  // Wine gives calls without OVERLAPPED no result on this one, so pair_ makes them.
+  // Wine waits for no control of such a handle, so pair_ makes them.
   const Tamrin::unique_file program_ = OpenPort(kLocalPort + 1, FILE_FLAG_OVERLAPPED);
 };
 
 TEST_F(ComBridge, IsACableWithTheProgramsSettings) {
-  const Program bridge(L"tarnwheel-client", Command(device_));
-  EXPECT_TRUE(bridge.Prints(L"has connected")) << testing::PrintToString(bridge.Errors());
-  SetLine(9600, 7, EVENPARITY, TWOSTOPBITS);
-  EXPECT_TRUE(HasLine(9600, {2, 2, 7}));
-  Do(SETDTR);
-  EXPECT_TRUE(HasOutputs(OUTPUT_DTR));
-  Do(SETRTS);
-  Do(CLRDTR);
-  EXPECT_TRUE(HasOutputs(OUTPUT_RTS));
-  Do(SETBREAK);
-  EXPECT_TRUE(HasOutputs(OUTPUT_RTS | OUTPUT_BREAK));
-  Do(CLRBREAK);
-  EXPECT_TRUE(HasOutputs(OUTPUT_RTS));
-
-  ::EscapeCommFunction(port_.FarEnd(), SETDTR);
-  EXPECT_TRUE(HasInputs(MS_DSR_ON));
-  ::EscapeCommFunction(port_.FarEnd(), SETRTS);
-  ::EscapeCommFunction(port_.FarEnd(), CLRDTR);
-  EXPECT_TRUE(HasInputs(MS_CTS_ON));
-  const Tamrin::unique_handle done(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  OVERLAPPED wait = {};
-  wait.hEvent = done.get();
+  const Program bridge(L"tarnwheel-client", Command(kVirtualPort, device_));
+  EXPECT_TRUE(bridge.Prints(L"has connected"));
+  SetLine(L"baud=9600 parity=e data=7 stop=2");
+  EXPECT_TRUE(Has(port_, 0));
+  const std::pair<DWORD, std::uint32_t> steps[] = {
+      {SETDTR, OUTPUT_DTR},   {SETRTS, OUTPUT_DTR | OUTPUT_RTS},
+      {CLRDTR, OUTPUT_RTS},   {SETBREAK, OUTPUT_RTS | OUTPUT_BREAK},
+      {CLRBREAK, OUTPUT_RTS},
+  };
+  for (const auto& [function, outputs] : steps) {
+    Do(function);
+    EXPECT_TRUE(Has(port_, outputs)) << function;
+  }
+  for (const auto& [function, lines] :
+       {std::pair{SETDTR, MS_DSR_ON}, {SETRTS, MS_DSR_ON | MS_CTS_ON}, {CLRDTR, MS_CTS_ON}}) {
+    ::EscapeCommFunction(port_.FarEnd(), function);
+    EXPECT_TRUE(Sees(lines)) << function;
+  }
+  OVERLAPPED wait = {}, read = {}, write = {};
   DWORD events = 0, size = 0;
   EXPECT_TRUE(::SetCommMask(pair_.FarEnd(), EV_BREAK));
   ::WaitCommEvent(program_.get(), &events, &wait);
   ::EscapeCommFunction(port_.FarEnd(), SETBREAK);
-  EXPECT_EQ(::WaitForSingleObject(done.get(), kPatience), WAIT_OBJECT_0);
-  EXPECT_EQ(events, DWORD{EV_BREAK});
+  EXPECT_TRUE(Eventually([&] { return events == EV_BREAK; }));
   EXPECT_TRUE(Eventually([&] { return pair_.State().outputs == OUTPUT_RTS; }));
 
-  // Each way, at once.
+  // Each way, at once; settings that change behind the bytes are those of what follows.
   Bytes sent(1 << 20, '\0'), received = sent;
   for (std::size_t i = 0; i < sent.size(); ++i)
     sent[i] = static_cast<char>(i + i / 251);
   COMMTIMEOUTS all = {};
   EXPECT_TRUE(::SetCommTimeouts(pair_.FarEnd(), &all));
-  OVERLAPPED read = {}, write = {};
   ::ReadFile(program_.get(), received.data(), 1 << 20, nullptr, &read);
   ::WriteFile(program_.get(), sent.data(), 1 << 20, nullptr, &write);
   port_.Send(sent);
-  SetLine(300, 5, MARKPARITY, ONE5STOPBITS);  // behind the bytes
+  SetLine(L"baud=300 parity=m data=5 stop=1.5");
   EXPECT_TRUE(port_.Receives(sent));
-  EXPECT_TRUE(HasLine(300, {1, 3, 5}));
-  EXPECT_TRUE(::GetOverlappedResult(program_.get(), &read, &size, TRUE));
-  EXPECT_TRUE(received == sent) << size;
+  EXPECT_TRUE(Has(port_, OUTPUT_RTS, 300, {1, 3, 5}));
+  EXPECT_TRUE(::GetOverlappedResult(program_.get(), &read, &size, TRUE) && received == sent);
 
   pair_.Vanish();
   EXPECT_EQ(bridge.ExitCode(), 5u);
@@ -105,23 +94,38 @@ TEST_F(ComBridge, IsACableWithTheProgramsSettings) {
 }
 
 TEST_F(ComBridge, HasTheReleasedPortWhileTheProgramHasDtrOn) {
-  const Program bridge(L"tarnwheel-client", Command(device_) + L" --release");
+  const Program bridge(L"tarnwheel-client", Command(kVirtualPort, device_) + L" --release");
   EXPECT_TRUE(bridge.Prints(L"Listening on " + device_));
   for (const Bytes text : {"first", "second"}) {
     EXPECT_TRUE(port_.IsClosed());
-    SetLine(1200, 8, NOPARITY, ONESTOPBIT);  // nobody is told of a change
+    SetLine(L"baud=1200 parity=e data=7 stop=2");  // nobody is told of it then
     Do(SETDTR);
-    EXPECT_TRUE(HasOutputs(OUTPUT_DTR));
-    EXPECT_TRUE(HasLine(1200, {0, 0, 8}));
-    EXPECT_TRUE(HasOutputs(OUTPUT_DTR));
+    EXPECT_TRUE(Has(port_, OUTPUT_DTR, 1200));
     OVERLAPPED write = {};
     ::WriteFile(program_.get(), text.data(), static_cast<DWORD>(text.size()), nullptr, &write);
     Do(CLRDTR);
     EXPECT_TRUE(port_.Receives(text));
   }
+  EXPECT_TRUE(port_.IsClosed());
   server_.Stop();
   Do(SETDTR);
   EXPECT_TRUE(bridge.Prints(L"No server runs on this machine"));
+  EXPECT_TRUE(bridge.Runs());
+}
+
+TEST_F(ComBridge, DeviceThatTellsNoSettingsHasThoseOfTheCommandLine) {
+  const Program bridge(L"tarnwheel-client",
+                       Command(kLocalPort, L"COM" + std::to_wstring(kVirtualPort + 1)) +
+                           L" --baud 300 --data 7 --parity even --stop 2");
+  EXPECT_TRUE(bridge.Prints(L" does not tell a program's line settings"));
+  EXPECT_TRUE(Has(pair_, 0, 300));
+  const auto program = OpenPort(kVirtualPort);
+  for (int breaks = 0; breaks < 2; ++breaks) {
+    ::EscapeCommFunction(program.get(), SETBREAK);
+    EXPECT_TRUE(Has(pair_, OUTPUT_BREAK, 300));
+    ::EscapeCommFunction(program.get(), CLRBREAK);
+    EXPECT_TRUE(Has(pair_, 0, 300));
+  }
 }
 
 TEST_F(ComBridge, TellsWhyADeviceIsNotToBeHad) {
@@ -131,13 +135,12 @@ TEST_F(ComBridge, TellsWhyADeviceIsNotToBeHad) {
   } rows[] = {{L"COM77", L"COM77 does not exist (0x80070002)\n", 5},
               {L"CNCB0", L"CNCB0 does not exist (0x80070002)\n", 5},
               {L"COM6", L"COM6 is in use by another program (0x80070020)\n", 5},
-              {L"C:", L"Error: Invalid device specified: \"C:\"; expected", 1}};
-  const auto taken = OpenPort(6);
+              {L"C:", L"Error: Invalid device specified: \"C:\"; expected a name", 1}};
+  const auto taken = OpenPort(kFilePort);
   for (const auto& row : rows) {
-    const CompletedRun run(L"tarnwheel-client", Command(row.device));
+    const CompletedRun run(L"tarnwheel-client", Command(kVirtualPort, row.device));
     EXPECT_EQ(run.exit_code, row.exit_code);
-    EXPECT_TRUE(run.errors.starts_with(row.error))
-        << std::string(run.errors.begin(), run.errors.end());
+    EXPECT_TRUE(run.errors.starts_with(row.error)) << testing::PrintToString(run.errors);
   }
 }
 

@@ -107,7 +107,7 @@ static BOOLEAN carry_out(struct port* port, IRP* irp, ULONG major, ULONG code) {
   struct port* const first = first_of_pair(port);
   if (major == IRP_MJ_CREATE) {
     ++port->state.open_handles;
-    port->inserted = port->received_size = port->state.wait_mask = port->events = 0;
+    port->received_size = port->state.wait_mask = port->events = port->escape = 0;
   } else if (major == IRP_MJ_CLOSE) {
     --port->state.open_handles;
   } else if (major == IRP_MJ_DEVICE_CONTROL && code == ORDER_SET_UP) {

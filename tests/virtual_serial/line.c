@@ -31,8 +31,27 @@ void reset_line(struct port* port) {
   *(ULONG*)port->settings[0] = MAXULONG;  // reads give what is there
   *(ULONG*)port->settings[1] = 9600;
   port->settings[2][2] = 8;  // data bits
-  port->inserted = port->state.outputs = port->state.wait_mask = port->state.purged =
-      port->received_size = 0;
+  port->state.outputs = port->state.wait_mask = port->state.purged = port->received_size = 0;
+  port->escape = 0;
+}
+
+// Line status, rate and line control of the other end, as 14 bytes.
+static ULONG tell(struct port* port, UCHAR escape, UCHAR* out) {
+  const struct port* const other = far_end(port);
+  const UCHAR* const rate = other->settings[1];
+  const UCHAR* const line = other->settings[2];  // stop bits, parity, data bits
+  const UCHAR told[] = {escape,  2,       other->state.outputs & OUTPUT_BREAK ? 0x10 : 0,
+                        escape,  16,      rate[0],
+                        rate[1], rate[2], rate[3],
+                        escape,  17,      line[2],
+                        line[1], line[0]};
+  RtlCopyMemory(out, told, sizeof(told));
+  return sizeof(told);
+}
+
+static void tell_change(struct port* port) {
+  if (port->escape != 0)
+    port->received_size += tell(port, port->escape, port->received + port->received_size);
 }
 
 static NTSTATUS give(struct request* request, const void* value, ULONG size) {
@@ -41,48 +60,15 @@ static NTSTATUS give(struct request* request, const void* value, ULONG size) {
   return STATUS_SUCCESS;
 }
 
-// What a port is told of the other end, by option: how it is marked, and its value.
-static ULONG insertion(const struct port* told, ULONG option, UCHAR escape, UCHAR* out) {
-  const struct port* const other = far_end((struct port*)told);
-  const UCHAR* const line = other->settings[2];  // stop bits, parity, data bits
-  out[0] = escape;
-  if (option == INSERTS_LINE_STATUS) {
-    out[1] = SERIAL_LSRMST_LSR_NODATA;
-    out[2] = other->state.outputs & OUTPUT_BREAK ? 0x10 : 0;
-    return 3;
-  }
-  if (option == INSERTS_BAUD_RATE) {
-    out[1] = 16;
-    RtlCopyMemory(out + 2, other->settings[1], 4);
-    return 6;
-  }
-  RtlCopyMemory(out + 1, ((const UCHAR[]){17, line[2], line[1], line[0]}), 4);
-  return 5;
-}
-
-static void insert(struct port* told, ULONG option) {
-  if ((told->inserted & option) != 0)
-    told->received_size +=
-        insertion(told, option, told->escape, told->received + told->received_size);
-}
-
-// IOCTL_SERIAL_LSRMST_INSERT with the extension of null modems, at a pair that is not the first.
-static NTSTATUS set_insertions(struct request* request, UCHAR* buffer) {
-  static const ULONG told[] = {INSERTS_LINE_STATUS, INSERTS_BAUD_RATE, INSERTS_LINE_CONTROL};
+// IOCTL_SERIAL_LSRMST_INSERT with "c0c" and options, of which it looks at the clearing of the input alone.
+static NTSTATUS begin_telling(struct request* request, UCHAR* buffer) {
   struct port* const port = request->port;
-  const ULONG input = request->stack->Parameters.DeviceIoControl.InputBufferLength;
-  const UCHAR escape = buffer[0];
-  const ULONG options = input == 9 ? *(UNALIGNED ULONG*)(buffer + 5) : 0;
   if (first_of_pair(port) == ports)
     return STATUS_INVALID_DEVICE_REQUEST;
-  if (options == MAXULONG)
-    return give(request, "c0c\0\x03\x07\0\x03", 8);
-  port->escape = escape;
-  port->inserted = options & 0xFFFFFF;
-  if (options & 0x2000000)
+  port->escape = buffer[0];
+  if (buffer[8] & 2)
     port->received_size = 0;
-  for (ULONG i = 0; options & 0x1000000 && i < RTL_NUMBER_OF(told); ++i)
-    request->done += insertion(port, told[i], escape, buffer + request->done);
+  request->done = tell(port, port->escape, buffer);
   return STATUS_SUCCESS;
 }
 
@@ -90,10 +76,8 @@ static NTSTATUS set_insertions(struct request* request, UCHAR* buffer) {
 static NTSTATUS set_outputs(struct port* port, ULONG outputs) {
   const ULONG changes = (port->state.outputs ^ outputs) & (outputs | ~(ULONG)OUTPUT_BREAK);
   struct port* const other = far_end(port);
-  const BOOLEAN breaks = ((port->state.outputs ^ outputs) & OUTPUT_BREAK) != 0;
   port->state.outputs = outputs;
-  if (breaks)
-    insert(other, INSERTS_LINE_STATUS);
+  tell_change(other);
   for (ULONG i = 0; i < RTL_NUMBER_OF(signals); ++i) {
     if (changes & signals[i].output)
       other->events |= signals[i].events & other->state.wait_mask;
@@ -127,7 +111,7 @@ static NTSTATUS advance_setting(const struct request* request, const UCHAR* inpu
     if (request->kind != kept_settings[i].set)
       continue;
     RtlCopyMemory(port->settings[i], input, kept_settings[i].size);
-    insert(far_end(port), i == 1 ? INSERTS_BAUD_RATE : i == 2 ? INSERTS_LINE_CONTROL : 0);
+    tell_change(far_end(port));
     return STATUS_SUCCESS;
   }
   return STATUS_INVALID_DEVICE_REQUEST;
@@ -157,7 +141,7 @@ static NTSTATUS advance_control(struct request* request) {
     case IOCTL_SERIAL_GET_COMMSTATUS:
       return give(request, &status, sizeof(status));
     case IOCTL_SERIAL_LSRMST_INSERT:
-      return set_insertions(request, buffer);
+      return begin_telling(request, buffer);
     case IOCTL_SERIAL_PURGE:
       purge(port, *(ULONG*)buffer);
       return STATUS_SUCCESS;
@@ -202,8 +186,8 @@ static NTSTATUS advance_write(struct request* request) {
   while (request->done < wanted && port->received_size < QUEUE_SIZE) {
     const UCHAR byte = buffer[request->done++];
     port->received[port->received_size++] = byte;
-    if (port->inserted != 0 && byte == port->escape)
-      port->received[port->received_size++] = SERIAL_LSRMST_ESCAPE;
+    if (port->escape != 0 && byte == port->escape)
+      port->received[port->received_size++] = 0;
   }
   if (request->done != before)
     port->events |= SERIAL_EV_RXCHAR & port->state.wait_mask;

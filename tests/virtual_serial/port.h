@@ -8,12 +8,7 @@
 
 #include "tests/virtual_serial/orders.h"
 
-enum { QUEUE_SIZE = 0x100000 };
-enum insertions {
-  INSERTS_LINE_STATUS = 1,
-  INSERTS_BAUD_RATE = 0x100,
-  INSERTS_LINE_CONTROL = 0x200
-};
+enum { PORT_COUNT = 4, QUEUE_SIZE = 0x100000 };
 
 // Guarded by the driver's lock.
 struct port {
@@ -22,14 +17,12 @@ struct port {
   LIST_ENTRY pending;  // struct request, in the order of their arrival
   UCHAR settings[5][sizeof(SERIAL_TIMEOUTS)];
   BOOLEAN is_hidden;
-  ULONG inserted;  // what is told of the other end within the bytes, 0 for none
-  UCHAR escape;    // introduces it
-  ULONG events;    // those of the mask that have happened since the last wait
+  UCHAR escape;  // introduces what is told of the other end among the bytes; 0: nothing is told
+  ULONG events;  // those of the mask that have happened since the last wait
   ULONG received_size;
-  UCHAR received[QUEUE_SIZE + 1000];  // with room for insertions
+  UCHAR received[QUEUE_SIZE + 1000];  // with room for what is told
 };
 
-enum { PORT_COUNT = 4 };  // two pairs
 extern struct port ports[PORT_COUNT];
 
 static inline struct port* first_of_pair(struct port* port) {
