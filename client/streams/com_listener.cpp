@@ -47,6 +47,11 @@ std::vector<std::byte> insertion_request(std::uint32_t options) {
   return request;
 }
 
+ostra::future<std::uint32_t> number_in(ostra::future<std::vector<std::byte>> output) {
+  const auto bytes = co_await output;
+  co_return result_of<std::uint32_t>(bytes);
+}
+
 Tamrin::unique_file open(const std::wstring& name) {
   return Tamrin::unique_file(ostra::details::check_file(
       ::CreateFileW((LR"(\\.\)" + name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
@@ -103,15 +108,11 @@ ostra::future<com_stream::bytes> com_stream::control(std::uint32_t code, bytes i
 }
 
 ostra::future<std::uint32_t> com_stream::modem_status() {
-  auto asked = control(IOCTL_SERIAL_GET_MODEMSTATUS, {}, sizeof(std::uint32_t));
-  const bytes status = co_await asked;
-  co_return result_of<std::uint32_t>(status);
+  return number_in(control(IOCTL_SERIAL_GET_MODEMSTATUS, {}, sizeof(std::uint32_t)));
 }
 
 ostra::future<std::uint32_t> com_stream::wait_for_events(ostra::cancellation_token token) {
-  auto wait = perform(IOCTL_SERIAL_WAIT_ON_MASK, {}, sizeof(std::uint32_t), std::move(token));
-  const bytes events = co_await wait;
-  co_return result_of<std::uint32_t>(events);
+  return number_in(perform(IOCTL_SERIAL_WAIT_ON_MASK, {}, sizeof(std::uint32_t), std::move(token)));
 }
 
 ostra::future<com_stream::bytes> com_stream::perform(std::uint32_t code, bytes input,
@@ -162,13 +163,13 @@ class com_listener final : public stream_listener {
         stream = co_await opened;
       }
     }
-    for (std::uint32_t status = 0; waits_ && (status & SERIAL_DSR_STATE) == 0;) {
+    while (waits_) {
       auto asked = stream->modem_status();
-      status = co_await asked;
-      if ((status & SERIAL_DSR_STATE) == 0) {
-        auto changed = stream->wait_for_events(token_);
-        co_await changed;
-      }
+      const std::uint32_t status = co_await asked;
+      if ((status & SERIAL_DSR_STATE) != 0)
+        break;
+      auto changed = stream->wait_for_events(token_);
+      co_await changed;
     }
     std::shared_ptr<byte_stream> program = std::move(stream);
     co_return program;

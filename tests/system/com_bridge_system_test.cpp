@@ -110,7 +110,8 @@ TEST_F(ComBridge, HasTheReleasedPortWhileTheProgramHasDtrOn) {
   server_.Stop();
   Do(SETDTR);
   EXPECT_TRUE(bridge.Prints(L"No server runs on this machine"));
-  EXPECT_TRUE(bridge.Runs());
+  pair_.Vanish();
+  EXPECT_EQ(bridge.ExitCode(), 5u);
 }
 
 TEST_F(ComBridge, DeviceThatTellsNoSettingsHasThoseOfTheCommandLine) {
