@@ -95,7 +95,7 @@ ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
     co_await freed;
     found = hand_over(program);
   }
-  if (found == availability::ready)
+  if (found == availability::ready || options_.device)
     co_return;
   const std::wstring_view reason = found == availability::taken
                                        ? L" is in use by another program\r\n"

@@ -185,6 +185,10 @@ class com_listener final : public stream_listener {
       auto stream = std::make_shared<com_stream>(name_, waits_, closed_);
       auto ready = stream->set_up();
       co_await ready;
+      if (waits_) {
+        auto asked = stream->modem_status();
+        co_await asked;
+      }
       co_return stream;
     } catch (const ostra::hresult_error& error) {
       code = error.code();

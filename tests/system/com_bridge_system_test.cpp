@@ -136,7 +136,8 @@ TEST_F(ComBridge, TellsWhyADeviceIsNotToBeHad) {
   } rows[] = {{L"COM77", L"COM77 does not exist (0x80070002)\n", 5},
               {L"CNCB0", L"CNCB0 does not exist (0x80070002)\n", 5},
               {L"COM6", L"COM6 is in use by another program (0x80070020)\n", 5},
-              {L"C:", L"Error: Invalid device specified: \"C:\"; expected a name", 1}};
+              {L"C:", L"Error: Invalid device specified: \"C:\"; expected a name", 1},
+              {L"COM5 --release", L"COM5 has no modem lines (0x80070032)\n", 5}};
   const auto taken = OpenPort(kFilePort);
   for (const auto& row : rows) {
     const CompletedRun run(L"tarnwheel-client", Command(kVirtualPort, row.device));
