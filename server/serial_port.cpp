@@ -3,26 +3,12 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include "async/device_control.h"
 #include "async/errors.h"
 #include "format/format.h"
 
 namespace tarnwheel {
 namespace {
-
-struct device_control {
-  DWORD code;
-  std::span<const std::byte> input;
-  std::span<std::byte> output;
-
-  DWORD operator()(HANDLE device, OVERLAPPED* overlapped) const noexcept {
-    // The call takes its input through a pointer to non-const, and does not write to it.
-    void* const in = const_cast<std::byte*>(input.data());
-    return ::DeviceIoControl(device, code, in, static_cast<DWORD>(input.size()), output.data(),
-                             static_cast<DWORD>(output.size()), nullptr, overlapped)
-               ? ERROR_SUCCESS
-               : ::GetLastError();
-  }
-};
 
 class counted_call {
  public:
@@ -75,7 +61,7 @@ ostra::future<DWORD> serial_port::perform(Call call) {
 
 ostra::future<DWORD> serial_port::control(std::uint32_t code, std::span<const std::byte> input,
                                           std::span<std::byte> output) {
-  return perform(device_control{code, input, output});
+  return perform(ostra::device_control{code, input, output});
 }
 
 ostra::future<DWORD> serial_port::write(std::span<const std::byte> data) {

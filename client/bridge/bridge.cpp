@@ -6,6 +6,7 @@
 
 #include "async/errors.h"
 #include "async/within.h"
+#include "client/bridge/com_session.h"
 #include "client/bridge/rfc2217_session.h"
 #include "console/print.h"
 #include "console/utf8.h"
@@ -24,6 +25,7 @@ constexpr std::uint32_t kEvents = SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD
 constexpr milliseconds kFarewell(500);
 constexpr milliseconds kHandOver(2000);
 constexpr milliseconds kPauseAfterFailure(100);
+constexpr std::chrono::steady_clock::duration kDeviceHandOver = std::chrono::hours(1);  // and again
 
 // A connection that is closed with something unread may take the line with the reason along, so
 // what the program has to say is read until it goes too. Everything it uses is its own: whoever
@@ -51,7 +53,7 @@ bridge::bridge(bridge_options options, std::unique_ptr<stream_listener> listener
 
 bridge::~bridge() {
   listener_->cancel();
-  freed_.set();
+  make_available(availability::closing);
   accepting_.wait();
   end_session();
 }
@@ -70,6 +72,9 @@ ostra::future<void> bridge::accept_programs() {
       co_return;
     } catch (const ostra::hresult_error&) {
       failed = true;  // it has gone again
+    } catch (const client_error& error) {
+      failed = true;  // and again, should nobody have seen it this time
+      fail(error);
     }
     if (failed) {
       auto pausing = pause.wait(kPauseAfterFailure);
@@ -81,15 +86,16 @@ ostra::future<void> bridge::accept_programs() {
 ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
   const auto deadline = std::chrono::steady_clock::now() + kHandOver;
   availability found = hand_over(program);
-  while (found == availability::taken) {
-    const auto left = deadline - std::chrono::steady_clock::now();
+  while (found == availability::taken || (options_.device && found == availability::away)) {
+    const auto left =
+        options_.device ? kDeviceHandOver : deadline - std::chrono::steady_clock::now();
     if (left <= left.zero())
       break;
     auto freed = freed_.wait_for(std::chrono::ceil<ostra::ticks>(left));
     co_await freed;
     found = hand_over(program);
   }
-  if (found == availability::ready)
+  if (found == availability::ready || options_.device)
     co_return;
   const std::wstring_view reason = found == availability::taken
                                        ? L" is in use by another program\r\n"
@@ -110,7 +116,14 @@ bridge::availability bridge::hand_over(const std::shared_ptr<byte_stream>& progr
   return found;
 }
 
+// A device, whose program is there all the same, is opened again after a while.
 ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std::wstring reason) {
+  if (options_.device) {
+    ostra::async_timer pause;
+    auto pausing = pause.wait(kFarewell);
+    co_await pausing;
+    co_return;
+  }
   try {
     auto farewell = ostra::within(say_farewell(program, console::to_utf8(reason)), kFarewell);
     co_await farewell;
@@ -170,7 +183,7 @@ void bridge::handle_line_end() {
   const auto reason = take_failure();
   if (!reason)
     return;
-  if (!options_.releases)
+  if (!options_.releases || reason->kind() == failure::local)
     throw *reason;
   tell(*reason);
   close_line();
@@ -233,11 +246,15 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
     make_available(availability::ready);
     return;
   }
+  told_.clear();
   peer_ = program->peer();
   print(standard_stream::output, tfmt::format(L"{0} has connected to {1}\n", peer_, name_));
   std::shared_ptr<bridge_session> session;
   if (options_.telnet)
     session = std::make_shared<rfc2217_session>(std::move(program), *line_, settings_);
+  else if (options_.device)
+    session = std::make_shared<com_session>(std::static_pointer_cast<com_stream>(program), *line_,
+                                            settings_);
   else
     session = std::make_shared<bridge_session>(std::move(program), *line_);
   {
@@ -277,7 +294,8 @@ void bridge::tell_departure() {
 }
 
 void bridge::tell(const client_error& reason) {
-  print(standard_stream::error, reason.message() + L"\n");
+  if (std::exchange(told_, reason.message()) != reason.message() || !options_.device)
+    print(standard_stream::error, reason.message() + L"\n");
 }
 
 void bridge::make_available(availability now) {

@@ -19,6 +19,7 @@ namespace tarnwheel::client {
 struct bridge_options {
   line_address line;
   bool telnet = false;          // or bytes alone
+  bool device = false;          // the listener's streams are com_streams
   bool releases = false;        // gives the port back while no program is there
   bool keeps_settings = false;  // of one program for the next
   std::chrono::milliseconds idle_limit{
@@ -29,6 +30,9 @@ struct bridge_options {
 // another one has the port, or while there is none to have. A newcomer waits two seconds for its
 // predecessor, which may have gone without the bridge being through with what it had sent. All else happens on the thread that
 // calls run(), to which the pool's threads leave their news.
+//
+// A device is no such newcomer: it waits for as long as there is no port, gets no text, and a failure
+// of its listener ends run().
 class bridge final : private line_session {
  public:
   // Throws client_error. `listener` is for this alone.
@@ -43,7 +47,7 @@ class bridge final : private line_session {
   void run(HANDLE stop, const std::function<void()>& ready);
 
  private:
-  enum class availability { away, ready, taken };
+  enum class availability { away, ready, taken, closing };
 
   // News besides the end of the line.
   struct arrivals {
@@ -93,6 +97,7 @@ class bridge final : private line_session {
   ostra::future<void> serving_;
   std::wstring peer_;
   std::wstring departed_;  // the peer that has gone and is not told of yet
+  std::wstring told_;      // the last failure, since a program had the port
 
   ostra::auto_reset_event freed_;  // set when the availability changes
 

@@ -16,10 +16,11 @@ bridge_session::bridge_session(std::shared_ptr<byte_stream> program, remote_line
 
 ostra::future<void> bridge_session::run() {
   const auto self = shared_from_this();
-  auto begun = begin();
-  co_await begun;
+  const auto following = follow_line();
   std::vector<std::byte> buffer(kReadSize);
   try {
+    auto begun = begin();
+    co_await begun;
     for (;;) {
       auto read = program_->read(buffer);
       const std::size_t size = co_await read;
@@ -34,6 +35,7 @@ ostra::future<void> bridge_session::run() {
     // The program has gone, or close() was called.
   }
   close();
+  co_await following;
   auto ended = end();
   co_await ended;
 }
@@ -41,6 +43,30 @@ ostra::future<void> bridge_session::run() {
 void bridge_session::close() noexcept {
   program_->cancel();
   to_program_.close();
+  closed_ = true;
+  news_.set();
+}
+
+void bridge_session::changed(std::uint32_t events) {
+  events_ |= events;
+  news_.set();
+}
+
+ostra::future<void> bridge_session::follow_line() {
+  const auto self = shared_from_this();
+  try {
+    for (;;) {
+      auto news = news_.wait();
+      co_await news;
+      news_.reset();  // before the look at what may have come since it was set
+      if (closed_)
+        co_return;
+      auto done = notify_of(events_.exchange(0));
+      co_await done;
+    }
+  } catch (const ostra::hresult_error&) {
+    // The program has gone.
+  }
 }
 
 ostra::future<void> bridge_session::deliver(std::vector<std::byte> bytes) {
@@ -63,6 +89,10 @@ ostra::future<void> bridge_session::begin() {
 }
 
 ostra::future<void> bridge_session::end() {
+  co_return;
+}
+
+ostra::future<void> bridge_session::notify_of(std::uint32_t) {
   co_return;
 }
 

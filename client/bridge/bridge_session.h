@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "async/event.h"
 #include "async/future.h"
 #include "client/line/remote_line.h"
 #include "client/streams/byte_stream.h"
@@ -37,14 +38,14 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   // Sends the line's bytes to the program; completes when they are taken, or never will be.
   [[nodiscard]] ostra::future<void> deliver(std::vector<std::byte> bytes);
 
-  // SERIAL_EV_* have happened.
-  virtual void changed(std::uint32_t) {}
+  // SERIAL_EV_* have happened on the line.
+  void changed(std::uint32_t events);
 
   // The time since the program has sent a byte, or taken one.
   [[nodiscard]] std::chrono::steady_clock::duration idle_time() const noexcept;
 
  protected:
-  // Around the serving.
+  // Around the serving. A failure of begin(), an hresult_error, means that the program has gone.
   [[nodiscard]] virtual ostra::future<void> begin();
   [[nodiscard]] virtual ostra::future<void> end();
 
@@ -54,14 +55,24 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   // Receives the program's bytes.
   [[nodiscard]] virtual ostra::future<void> take(std::vector<std::byte> bytes);
 
+  // Follows events of the line, in a coroutine of its own, from begin() to end(): whatever happens
+  // while one call is under way becomes one further call. An hresult_error ends that.
+  [[nodiscard]] virtual ostra::future<void> notify_of(std::uint32_t events);
+
   [[nodiscard]] remote_line& line() const noexcept { return line_; }
   [[nodiscard]] stream_writer& to_program() noexcept { return to_program_; }
 
  private:
+  ostra::future<void> follow_line();
+
   const std::shared_ptr<byte_stream> program_;
   remote_line& line_;
   stream_writer to_program_;
   std::atomic<std::chrono::steady_clock::time_point> active_ = std::chrono::steady_clock::now();
+
+  std::atomic<bool> closed_ = false;
+  std::atomic<std::uint32_t> events_ = 0;  // that nobody has been told of
+  ostra::async_event news_{false};         // set when there is an event, or the end
 };
 
 }  // namespace tarnwheel::client

@@ -14,21 +14,16 @@ rfc2217_session::rfc2217_session(std::shared_ptr<byte_stream> program, remote_li
     : bridge_session(std::move(program), line), control_(line, settings, kSignature) {}
 
 ostra::future<void> rfc2217_session::begin() {
-  notifying_ = notify();
   return to_program().send(telnet_.offer());
 }
 
 ostra::future<void> rfc2217_session::end() {
-  co_await notifying_;
-  auto done = control_.end_break();
-  co_await done;
+  return control_.end_break();
 }
 
 void rfc2217_session::close() noexcept {
   bridge_session::close();
-  closed_ = true;
   control_.close();
-  news_.set();
 }
 
 ostra::future<void> rfc2217_session::take(std::vector<std::byte> bytes) {
@@ -77,28 +72,9 @@ ostra::future<void> rfc2217_session::send(std::vector<std::byte> bytes) {
   }
 }
 
-void rfc2217_session::changed(std::uint32_t events) {
-  events_ |= events;
-  news_.set();
-}
-
-ostra::future<void> rfc2217_session::notify() {
-  const auto self = shared_from_this();
-  for (;;) {
-    auto news = news_.wait();
-    co_await news;
-    news_.reset();  // before the look at what may have come since it was set
-    if (closed_)
-      co_return;
-    const std::uint32_t events = events_.exchange(0);
-    if (controls_port_) {
-      auto done = notify_of(events);
-      co_await done;
-    }
-  }
-}
-
 ostra::future<void> rfc2217_session::notify_of(std::uint32_t events) {
+  if (!controls_port_)
+    co_return;
   if ((events & kModemEvents) != 0) {
     auto asked = control_.modem_status();
     const std::uint32_t status = co_await asked;

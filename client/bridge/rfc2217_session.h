@@ -4,15 +4,13 @@
 #include <atomic>
 #include <memory>
 
-#include "async/event.h"
 #include "client/bridge/bridge_session.h"
 #include "client/telnet/com_port_control.h"
 #include "client/telnet/telnet.h"
 
 namespace tarnwheel::client {
 
-// The modem lines' changes and errors reach the program from the line's events, in a coroutine of
-// their own: whatever happens while a notice is under way becomes one further notice.
+// The modem lines' changes and errors reach the program from the line's events, as notices.
 class rfc2217_session final : public bridge_session {
  public:
   // `settings` are those of the line, and outlive this as it does.
@@ -20,27 +18,21 @@ class rfc2217_session final : public bridge_session {
                   com_port_settings& settings);
 
   void close() noexcept override;
-  void changed(std::uint32_t events) override;
 
  private:
   ostra::future<void> begin() override;
   ostra::future<void> end() override;
   ostra::future<void> send(std::vector<std::byte> bytes) override;
   ostra::future<void> take(std::vector<std::byte> bytes) override;
+  ostra::future<void> notify_of(std::uint32_t events) override;
 
   ostra::future<void> execute(std::vector<std::byte> command);
-  ostra::future<void> notify();
-  ostra::future<void> notify_of(std::uint32_t events);
   ostra::future<void> send_notice(std::vector<std::byte> notice);
 
   telnet telnet_;
   com_port_control control_;
-  ostra::future<void> notifying_;  // from begin() to end()
 
-  std::atomic<bool> closed_ = false;
   std::atomic<bool> controls_port_ = false;
-  std::atomic<std::uint32_t> events_ = 0;  // that no notice has been made of
-  ostra::async_event news_{false};         // set when there is an event, or the end
 };
 
 }  // namespace tarnwheel::client

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <mutex>
 #include <set>
-#include <span>
 #include <type_traits>
 #include <utility>
 
 #include "async/errors.h"
 #include "async/srw_lock.h"
+#include "client/line/control_bytes.h"
 #include "format/format.h"
 
 namespace tarnwheel::client {
@@ -71,15 +71,6 @@ std::uint32_t known_by(std::uint32_t code) {
   }
 }
 
-// A device that gives less than it was asked for has an old layout: the rest is zero.
-template <class Result>
-Result result_of(const std::vector<std::byte>& bytes) {
-  Result result = {};
-  const auto known = std::span(bytes).first(std::min(bytes.size(), sizeof result));
-  std::ranges::copy(known, std::as_writable_bytes(std::span(&result, 1)).begin());
-  return result;
-}
-
 template <class Result>
 constexpr std::uint32_t output_size = sizeof(Result);
 template <>
@@ -99,13 +90,16 @@ ostra::future<void> named(ostra::future<void> request, std::wstring port, std::w
   throw client_error(tfmt::format(L"{0}: the device refuses {1}", port, setting), code);
 }
 
-template <class T>
-std::vector<std::byte> bytes_of(const T& value) {
-  const auto bytes = std::as_bytes(std::span(&value, 1));
-  return {bytes.begin(), bytes.end()};
-}
-
 }  // namespace
+
+ostra::future<bool> accepted(ostra::future<void> request) {
+  try {
+    co_await request;
+    co_return true;
+  } catch (const client_error&) {
+    co_return false;
+  }
+}
 
 struct line_controls::state {
   [[nodiscard]] bool is_missed(std::uint32_t code) {
@@ -170,10 +164,9 @@ ostra::future<Result> line_controls::request(std::uint32_t code, bytes input, mi
 }
 
 ostra::future<void> line_controls::set_line(line_settings settings) {
-  const std::uint32_t baud = settings.baud_rate.BaudRate;
-  auto rate = named(set_baud_rate(baud), name_, tfmt::format(L"{0} baud", baud));
+  auto rate = set_baud_rate(settings.baud_rate.BaudRate);
   co_await rate;
-  auto control = named(set_line_control(settings.control), name_, words_of(settings.control));
+  auto control = set_line_control(settings.control);
   co_await control;
   auto flow = named(set_flow_control(settings.flow), name_,
                     tfmt::format(L"the flow control {0}", words_of(settings.flow)));
@@ -182,14 +175,16 @@ ostra::future<void> line_controls::set_line(line_settings settings) {
 
 ostra::future<void> line_controls::set_baud_rate(std::uint32_t rate) {
   const auto shared = state_;
-  auto set = request(IOCTL_SERIAL_SET_BAUD_RATE, bytes_of(SERIAL_BAUD_RATE{rate}));
+  auto set = named(request(IOCTL_SERIAL_SET_BAUD_RATE, bytes_of(SERIAL_BAUD_RATE{rate})), name_,
+                   tfmt::format(L"{0} baud", rate));
   co_await set;
   const std::lock_guard guard(shared->lock);
   shared->baud_rate = rate;
 }
 
 ostra::future<void> line_controls::set_line_control(SERIAL_LINE_CONTROL settings) {
-  return request(IOCTL_SERIAL_SET_LINE_CONTROL, bytes_of(settings));
+  return named(request(IOCTL_SERIAL_SET_LINE_CONTROL, bytes_of(settings)), name_,
+               words_of(settings));
 }
 
 ostra::future<void> line_controls::set_flow_control(flow_control kind) {

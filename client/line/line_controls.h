@@ -25,6 +25,9 @@ inline constexpr std::uint32_t kModemEvents =
 
 enum class purged { input, output, both };
 
+// Says whether the request has gone well; does not fail.
+ostra::future<bool> accepted(ostra::future<void> request);
+
 // Requests may be made from any thread, several at a time, and end on their own: futures may be
 // dropped, and may outlive this. They fail with client_error.
 //
@@ -40,6 +43,7 @@ class line_controls {
   // Rate, control and flow control, one after another. Completes before this is destroyed.
   ostra::future<void> set_line(line_settings settings);
 
+  // The error names the setting. `settings` are such as the options can have.
   ostra::future<void> set_baud_rate(std::uint32_t rate);
   ostra::future<void> set_line_control(SERIAL_LINE_CONTROL settings);
   ostra::future<void> set_flow_control(flow_control kind);

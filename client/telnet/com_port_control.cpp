@@ -82,15 +82,6 @@ std::uint8_t changes_between(std::uint8_t before, std::uint8_t now) {
   return static_cast<std::uint8_t>(told >> 4);
 }
 
-ostra::future<bool> accepted(ostra::future<void> request) {
-  try {
-    co_await request;
-    co_return true;
-  } catch (const client_error&) {
-    co_return false;
-  }
-}
-
 }  // namespace
 
 // A signal that the client sets. Its codes follow one another: the query, on, off.

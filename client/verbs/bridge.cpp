@@ -7,6 +7,7 @@
 #include "client/bridge/bridge.h"
 #include "client/line/line_settings.h"
 #include "client/line/retry.h"
+#include "client/streams/com_listener.h"
 #include "client/streams/pipe_listener.h"
 #include "client/streams/tcp_listener.h"
 #include "client/verbs/client_options.h"
@@ -22,6 +23,7 @@ using console::standard_stream;
 
 constexpr wchar_t kListen[] = L"listen";
 constexpr wchar_t kPipe[] = L"pipe";
+constexpr wchar_t kCom[] = L"com";
 constexpr wchar_t kRaw[] = L"raw";
 constexpr wchar_t kRelease[] = L"release";
 constexpr wchar_t kKeepSettings[] = L"keep-settings";
@@ -30,14 +32,17 @@ constexpr std::uint32_t kGreatestIdleTimeout = 24 * 60 * 60;  // seconds
 
 bridge_options options_of(const invocation& request) {
   const auto& options = request.options;
-  if (options.at(kListen).present == options.at(kPipe).present)
-    throw Tamrin::cmd_line_syntax_error("Exactly one of --listen and --pipe is needed.");
+  if (options.at(kListen).present + options.at(kPipe).present + options.at(kCom).present != 1)
+    throw Tamrin::cmd_line_syntax_error("Exactly one of --listen, --pipe and --com is needed.");
+  if (options.at(kCom).present && options.at(kIdleTimeout).present)
+    throw Tamrin::cmd_line_syntax_error("--idle-timeout is not for --com.");
   if (options.at(kPipe).present && options.at(kPipe).text().empty())
     throw Tamrin::cmd_line_syntax_error("Invalid pipe name specified.", L"",
                                         L"a name such as lab_line");
   bridge_options result;
   result.line = address_of(request);
   result.telnet = options.at(kListen).present && !options.at(kRaw).flag();
+  result.device = options.at(kCom).present;
   result.releases = options.at(kRelease).flag();
   result.keeps_settings = options.at(kKeepSettings).flag();
   if (options.at(kIdleTimeout).present)
@@ -50,6 +55,8 @@ std::unique_ptr<stream_listener> listen(const invocation& request) {
   const auto& options = request.options;
   if (options.at(kPipe).present)
     return listen_pipe(options.at(kPipe).text());
+  if (options.at(kCom).present)
+    return listen_com(options.at(kCom).text(), options.at(kRelease).flag());
   const tcp_address address = parse_tcp_address(options.at(kListen).text());
   auto listener = listen_tcp(address);
   if (!is_loopback(address))
@@ -71,6 +78,11 @@ void add_bridge_options(Tamrin::command_line& line) {
   auto& pipe = line.add_valued(kPipe);
   pipe.value_name = L"NAME";
   pipe.description = L"Offer the port as the named pipe NAME of this machine instead.";
+  auto& com = line.add_valued(kCom);
+  com.value_name = L"DEVICE";
+  com.description =
+      L"Connect the port with the local serial device DEVICE, one end of a virtual null modem, and "
+      L"so with the program that opens the other end.";
   line.add_flag(kRaw).description = L"Carry bytes alone over TCP, without Telnet.";
   line.add_flag(kRelease).description = L"Have the port only while a program is connected.";
   line.add_flag(kKeepSettings).description =

@@ -37,7 +37,7 @@ const verb kVerbs[] = {
      &pipe_port},
     {L"bridge",
      {L"SERVER", L"PORT"},
-     L"Offer PORT to other programs, by TCP or a pipe.",
+     L"Offer PORT by TCP, a pipe or another COM port.",
      L"workshop-pc COM5 --listen 4000",
      &add_bridge_options,
      &bridge_port},

@@ -8,12 +8,20 @@
 namespace system_test {
 
 constexpr std::uint32_t kVirtualPort = TARNWHEEL_VIRTUAL_PORT;
+constexpr std::uint32_t kLocalPort =
+    TARNWHEEL_LOCAL_PORT;  // of the pair whose ends tell each other
+
+inline Tamrin::unique_file OpenPort(std::uint32_t number, DWORD flags = 0) {
+  return Tamrin::unique_file(::CreateFileW((LR"(\\.\COM)" + std::to_wstring(number)).c_str(),
+                                           GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                           flags, nullptr));
+}
 
 // Orders the port about from construction to destruction; both set it up anew, and so end all that is
 // pending. An order that the driver refuses throws std::runtime_error.
 class VirtualPort {
  public:
-  VirtualPort() {
+  explicit VirtualPort(std::uint32_t number = kVirtualPort) : far_end_(OpenPort(number + 1)) {
     Require(!!far_end_, "opening the virtual serial port, which load_virtual_serial.sh loads,");
     Reset();
   }
@@ -51,6 +59,8 @@ class VirtualPort {
            all == expected;
   }
 
+  [[nodiscard]] HANDLE FarEnd() const { return far_end_.get(); }
+
   // What the driver has seen.
   [[nodiscard]] virtual_serial_state State() const {
     virtual_serial_state state = {};
@@ -77,9 +87,7 @@ class VirtualPort {
                              nullptr);
   }
 
-  const Tamrin::unique_file far_end_{
-      ::CreateFileW((LR"(\\.\COM)" + std::to_wstring(kVirtualPort + 1)).c_str(),
-                    GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr)};
+  const Tamrin::unique_file far_end_;
 };
 
 }  // namespace system_test

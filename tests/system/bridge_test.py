@@ -190,12 +190,6 @@ class BridgeTest(unittest.TestCase):
         self.assertEqual(silent.socket.recv(1), b"")
         bridge.says(" is idle and is cut off")
 
-    def test_released_port_is_free_for_others_between_programs(self):
-        bridge = self.bridge("--listen", "0.0.0.0:0", "--release")
-        for _ in range(2):
-            programs.eventually(self.far.is_closed)
-            self.expect_serves(bridge)
-
     def test_ends_with_the_server_unless_it_retries_and_with_the_device(self):
         bridge = self.bridge("--listen", "0", "--retry")
         self.expect_serves(bridge)

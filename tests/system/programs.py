@@ -81,7 +81,7 @@ class FarEnd(example.Connection):
         self.control(0x222000, struct.pack("<8I", anew, vanished, loops_back, 0, 0, 0, inputs, events))
 
     def state(self):
-        return struct.unpack("<5I", self.control(0x222004, b"", 20))
+        return struct.unpack("<7I", self.control(0x222004, b"", 28))
 
     def is_closed(self):
         return self.state()[0] == 0

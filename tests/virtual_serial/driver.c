@@ -4,16 +4,18 @@
 DRIVER_INITIALIZE DriverEntry;
 NTSTATUS NTAPI ZwWaitForSingleObject(HANDLE object, BOOLEAN alertable, LARGE_INTEGER* timeout);
 
-struct port ports[2];
+struct port ports[PORT_COUNT];
 static KSPIN_LOCK lock;
 static BOOLEAN stopping;
-static BOOLEAN present = TRUE;  // the first port's name
 static HANDLE clock_thread;
 
 static const struct {
   const WCHAR *device, *link;
-} names[] = {{L"\\Device\\VirtualSerial0", L"\\DosDevices\\" VIRTUAL_SERIAL_PORT},
-             {L"\\Device\\VirtualSerial1", L"\\DosDevices\\" VIRTUAL_SERIAL_FAR_PORT}};
+} names[PORT_COUNT] = {
+    {L"\\Device\\VirtualSerial0", L"\\DosDevices\\" VIRTUAL_SERIAL_PORT},
+    {L"\\Device\\VirtualSerial1", L"\\DosDevices\\" VIRTUAL_SERIAL_FAR_PORT},
+    {L"\\Device\\VirtualSerial2", L"\\DosDevices\\" VIRTUAL_SERIAL_LOCAL_PORT},
+    {L"\\Device\\VirtualSerial3", L"\\DosDevices\\" VIRTUAL_SERIAL_PROGRAM_PORT}};
 
 static void finish(struct request* request, NTSTATUS status) {
   RemoveEntryList(&request->link);
@@ -60,8 +62,8 @@ static BOOLEAN settle_one(struct port* port) {
 
 // Carries on what may have got what it waits for, at either end.
 static void settle(void) {
-  while (settle_one(&ports[0]) || settle_one(&ports[1])) {
-  }
+  for (ULONG i = 0; i < PORT_COUNT;)
+    i = settle_one(&ports[i]) ? 0 : i + 1;
 }
 
 static void submit(struct request* request) {
@@ -78,16 +80,16 @@ static void submit(struct request* request) {
     finish(request, (NTSTATUS)setup->fault_status);
 }
 
-static void set_up(const struct virtual_serial_setup* setup) {
-  finish_all(&ports[0], REQUEST_HELD, STATUS_CANCELLED);
-  for (ULONG i = 0; setup->anew && i < RTL_NUMBER_OF(ports); ++i) {
-    finish_all(&ports[i], REQUEST_ANY, STATUS_CANCELLED);
-    reset_line(&ports[i]);
+static void set_up(struct port* port, const struct virtual_serial_setup* setup) {
+  finish_all(port, REQUEST_HELD, STATUS_CANCELLED);
+  for (ULONG i = 0; setup->anew && i < 2; ++i) {
+    finish_all(&port[i], REQUEST_ANY, STATUS_CANCELLED);
+    reset_line(&port[i]);
   }
-  ports[0].setup = *setup;
-  ports[0].events |= setup->events & ports[0].state.wait_mask;
+  port->setup = *setup;
+  port->events |= setup->events & port->state.wait_mask;
   if (setup->vanished)
-    finish_all(&ports[0], REQUEST_ANY, STATUS_DEVICE_NOT_CONNECTED);
+    finish_all(port, REQUEST_ANY, STATUS_DEVICE_NOT_CONNECTED);
 }
 
 // The name by which a program finds the device.
@@ -102,16 +104,19 @@ static NTSTATUS set_name(ULONG index, BOOLEAN exists) {
 // The opening and closing of a port, and an order, end at once; false when it is something else.
 static BOOLEAN carry_out(struct port* port, IRP* irp, ULONG major, ULONG code) {
   void* const buffer = irp->AssociatedIrp.SystemBuffer;
+  struct port* const first = first_of_pair(port);
   if (major == IRP_MJ_CREATE) {
     ++port->state.open_handles;
-    port->received_size = port->state.wait_mask = port->events = 0;
+    port->received_size = port->state.wait_mask = port->events = port->escape = 0;
   } else if (major == IRP_MJ_CLOSE) {
     --port->state.open_handles;
   } else if (major == IRP_MJ_DEVICE_CONTROL && code == ORDER_SET_UP) {
-    set_up(buffer);
+    set_up(first, buffer);
   } else if (major == IRP_MJ_DEVICE_CONTROL && code == ORDER_GET_STATE) {
-    irp->IoStatus.Information = sizeof(ports[0].state);
-    RtlCopyMemory(buffer, &ports[0].state, sizeof(ports[0].state));
+    irp->IoStatus.Information = sizeof(first->state);
+    RtlCopyMemory(buffer, &first->state, sizeof(first->state));
+    RtlCopyMemory(&((struct virtual_serial_state*)buffer)->baud_rate, first->settings[1], 4);
+    RtlCopyMemory(((struct virtual_serial_state*)buffer)->line_control, first->settings[2], 3);
   } else {
     return FALSE;
   }
@@ -129,8 +134,11 @@ static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   const BOOLEAN done = carry_out(port, irp, major, code);
   KeReleaseSpinLock(&lock, irql);
   if (done) {
-    if (present == ports[0].setup.vanished)  // not under the lock
-      set_name(0, present = !present);
+    struct port* const first = first_of_pair(port);
+    if (first->is_hidden != first->setup.vanished) {  // not under the lock
+      first->is_hidden = !first->is_hidden;
+      set_name((ULONG)(first - ports), !first->is_hidden);
+    }
     irp->IoStatus.Status = STATUS_SUCCESS;
     IoCompleteRequest(irp, IO_NO_INCREMENT);
     return STATUS_SUCCESS;
@@ -166,9 +174,10 @@ static void NTAPI unload(DRIVER_OBJECT* driver) {
   stopping = TRUE;
   ZwWaitForSingleObject(clock_thread, FALSE, NULL);
   ZwClose(clock_thread);
-  set_up(&(struct virtual_serial_setup){.anew = 1});
-  for (ULONG i = 0; i < RTL_NUMBER_OF(names); ++i)
+  for (ULONG i = 0; i < PORT_COUNT; ++i) {
+    set_up(first_of_pair(&ports[i]), &(struct virtual_serial_setup){.anew = 1});
     set_name(i, FALSE);
+  }
   while (driver->DeviceObject)
     IoDeleteDevice(driver->DeviceObject);
 }
@@ -195,10 +204,11 @@ NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registry_path)
     driver->MajorFunction[majors[i]] = dispatch;
   driver->DriverUnload = unload;
   NTSTATUS status = STATUS_SUCCESS;
-  for (ULONG i = 0; i < RTL_NUMBER_OF(ports); ++i)
+  for (ULONG i = 0; i < PORT_COUNT; ++i) {
     InitializeListHead(&ports[i].pending);
-  set_up(&(struct virtual_serial_setup){.anew = 1});
-  for (ULONG i = 0; i < RTL_NUMBER_OF(names) && NT_SUCCESS(status); ++i)
+    reset_line(&ports[i]);
+  }
+  for (ULONG i = 0; i < PORT_COUNT && NT_SUCCESS(status); ++i)
     status = create_device(driver, i);
   return NT_SUCCESS(status) ? PsCreateSystemThread(&clock_thread, THREAD_ALL_ACCESS, NULL, NULL,
                                                    NULL, run_clock, NULL)

@@ -21,7 +21,8 @@ static const struct {
 };
 
 static struct port* far_end(struct port* port) {
-  return port->setup.loops_back ? port : &ports[port == &ports[0]];
+  struct port* const first = first_of_pair(port);
+  return port->setup.loops_back ? port : first + (port == first);
 }
 
 void reset_line(struct port* port) {
@@ -31,6 +32,44 @@ void reset_line(struct port* port) {
   *(ULONG*)port->settings[1] = 9600;
   port->settings[2][2] = 8;  // data bits
   port->state.outputs = port->state.wait_mask = port->state.purged = port->received_size = 0;
+  port->escape = 0;
+}
+
+// Line status, rate and line control of the other end, as 14 bytes.
+static ULONG tell(struct port* port, UCHAR escape, UCHAR* out) {
+  const struct port* const other = far_end(port);
+  const UCHAR* const rate = other->settings[1];
+  const UCHAR* const line = other->settings[2];  // stop bits, parity, data bits
+  const UCHAR told[] = {escape,  2,       other->state.outputs & OUTPUT_BREAK ? 0x10 : 0,
+                        escape,  16,      rate[0],
+                        rate[1], rate[2], rate[3],
+                        escape,  17,      line[2],
+                        line[1], line[0]};
+  RtlCopyMemory(out, told, sizeof(told));
+  return sizeof(told);
+}
+
+static void tell_change(struct port* port) {
+  if (port->escape != 0)
+    port->received_size += tell(port, port->escape, port->received + port->received_size);
+}
+
+static NTSTATUS give(struct request* request, const void* value, ULONG size) {
+  request->done = min(size, request->stack->Parameters.DeviceIoControl.OutputBufferLength);
+  RtlCopyMemory(request->irp->AssociatedIrp.SystemBuffer, value, request->done);
+  return STATUS_SUCCESS;
+}
+
+// IOCTL_SERIAL_LSRMST_INSERT with "c0c" and options, of which it looks at the clearing of the input alone.
+static NTSTATUS begin_telling(struct request* request, UCHAR* buffer) {
+  struct port* const port = request->port;
+  if (first_of_pair(port) == ports)
+    return STATUS_INVALID_DEVICE_REQUEST;
+  port->escape = buffer[0];
+  if (buffer[8] & 2)
+    port->received_size = 0;
+  request->done = tell(port, port->escape, buffer);
+  return STATUS_SUCCESS;
 }
 
 // The end of a break is no event.
@@ -38,16 +77,11 @@ static NTSTATUS set_outputs(struct port* port, ULONG outputs) {
   const ULONG changes = (port->state.outputs ^ outputs) & (outputs | ~(ULONG)OUTPUT_BREAK);
   struct port* const other = far_end(port);
   port->state.outputs = outputs;
+  tell_change(other);
   for (ULONG i = 0; i < RTL_NUMBER_OF(signals); ++i) {
     if (changes & signals[i].output)
       other->events |= signals[i].events & other->state.wait_mask;
   }
-  return STATUS_SUCCESS;
-}
-
-static NTSTATUS give(struct request* request, const void* value, ULONG size) {
-  request->done = min(size, request->stack->Parameters.DeviceIoControl.OutputBufferLength);
-  RtlCopyMemory(request->irp->AssociatedIrp.SystemBuffer, value, request->done);
   return STATUS_SUCCESS;
 }
 
@@ -81,6 +115,7 @@ static NTSTATUS advance_setting(const struct request* request, const UCHAR* inpu
     if (request->kind == IOCTL_SERIAL_SET_BAUD_RATE && *(const ULONG*)input > GREATEST_BAUD_RATE)
       return STATUS_INVALID_PARAMETER;
     RtlCopyMemory(port->settings[i], input, kept_settings[i].size);
+    tell_change(far_end(port));
     return STATUS_SUCCESS;
   }
   return STATUS_INVALID_DEVICE_REQUEST;
@@ -109,6 +144,8 @@ static NTSTATUS advance_control(struct request* request) {
       return give(request, &modem_status, sizeof(modem_status));
     case IOCTL_SERIAL_GET_COMMSTATUS:
       return give(request, &status, sizeof(status));
+    case IOCTL_SERIAL_LSRMST_INSERT:
+      return begin_telling(request, buffer);
     case IOCTL_SERIAL_PURGE:
       purge(port, *(ULONG*)buffer);
       return STATUS_SUCCESS;
@@ -148,13 +185,15 @@ static NTSTATUS advance_read(struct request* request) {
 static NTSTATUS advance_write(struct request* request) {
   struct port* const port = far_end(request->port);
   const ULONG wanted = request->stack->Parameters.Write.Length;
-  const ULONG room = (ULONG)sizeof(port->received) - port->received_size;
-  const ULONG count = min(wanted - request->done, room);
+  const ULONG before = request->done;
   const UCHAR* const buffer = request->irp->AssociatedIrp.SystemBuffer;
-  RtlCopyMemory(port->received + port->received_size, buffer + request->done, count);
-  request->done += count;
-  port->received_size += count;
-  if (count != 0)
+  while (request->done < wanted && port->received_size < QUEUE_SIZE) {
+    const UCHAR byte = buffer[request->done++];
+    port->received[port->received_size++] = byte;
+    if (port->escape != 0 && byte == port->escape)
+      port->received[port->received_size++] = 0;
+  }
+  if (request->done != before)
     port->events |= SERIAL_EV_RXCHAR & port->state.wait_mask;
   return request->done == wanted ? STATUS_SUCCESS : STATUS_PENDING;
 }

@@ -1,7 +1,7 @@
 // Orders of a test to the virtual serial ports. Shared by the driver, in C, and by the tests.
 //
-// The ports are two ends of a null modem, and serve any program. Orders are device controls of either
-// port, and about the first one.
+// The ports are the ends of two null modems, and serve any program. Orders are device controls of either
+// end, and about the first one. The second null modem tells its ends about each other.
 #pragma once
 
 #include <stdint.h>
@@ -35,4 +35,6 @@ struct virtual_serial_state {
   uint32_t outputs;
   uint32_t wait_mask;
   uint32_t purged;  // by all purges since it was set up anew
+  uint32_t baud_rate;
+  uint8_t line_control[4];  // stop bits, parity, data bits
 };

@@ -8,18 +8,26 @@
 
 #include "tests/virtual_serial/orders.h"
 
+enum { PORT_COUNT = 4, QUEUE_SIZE = 0x100000 };
+
 // Guarded by the driver's lock.
 struct port {
   struct virtual_serial_setup setup;
   struct virtual_serial_state state;
   LIST_ENTRY pending;  // struct request, in the order of their arrival
   UCHAR settings[5][sizeof(SERIAL_TIMEOUTS)];
+  BOOLEAN is_hidden;
+  UCHAR escape;  // introduces what is told of the other end among the bytes; 0: nothing is told
   ULONG events;  // those of the mask that have happened since the last wait
   ULONG received_size;
-  UCHAR received[0x100000];
+  UCHAR received[QUEUE_SIZE + 1000];  // with room for what is told
 };
 
-extern struct port ports[2];
+extern struct port ports[PORT_COUNT];
+
+static inline struct port* first_of_pair(struct port* port) {
+  return port - ((port - ports) & 1);
+}
 
 // A read, write or control of a port, from its arrival to its end.
 struct request {
