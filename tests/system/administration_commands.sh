@@ -6,7 +6,16 @@ wine=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../tools" && pwd)/wine
 document=$(realpath "$1")
 cd "$2"
 batch=$(mktemp --suffix .bat "$PWD/command.XXXXXX")
-trap 'rm -f "$batch"' EXIT
+
+# Also of what an attempt that was cut off has left.
+clean_up() {
+  rm -f "$batch"
+  "$wine" tarnwheel-server.exe --uninstall-service
+  "$wine" reg delete 'HKLM\Software\Quorvane\Tarnwheel Server 1.02' /f
+  "$wine" cmd /c rd 'C:\ProgramData\Tarnwheel'
+} >/dev/null 2>&1 </dev/null
+clean_up || true
+trap 'clean_up || true' EXIT
 
 count=0
 while IFS= read -r command; do
@@ -17,5 +26,3 @@ while IFS= read -r command; do
   count=$((count + 1))
 done < <(sed -n '/^```cmd$/,/^```$/{/^```/!p}' "$document")
 ((count > 0)) || { echo "no commands in $document"; exit 1; }
-"$wine" reg delete 'HKLM\Software\Quorvane\Tarnwheel Server 1.02' /f
-"$wine" cmd /c rd 'C:\ProgramData\Tarnwheel'
