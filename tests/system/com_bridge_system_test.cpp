@@ -48,7 +48,7 @@ class ComBridge : public ::testing::Test {
 };
 
 TEST_F(ComBridge, IsACableWithTheProgramsSettings) {
-  const Program bridge(L"tarnwheel-client", Command(kVirtualPort, device_));
+  const Program bridge(L"tarnwheel-client", Command(kVirtualPort, device_) + L" --retry");
   EXPECT_TRUE(bridge.Prints(L"has connected"));
   SetLine(L"baud=9600 parity=e data=7 stop=2");
   EXPECT_TRUE(Has(port_, 0));
@@ -88,6 +88,11 @@ TEST_F(ComBridge, IsACableWithTheProgramsSettings) {
   EXPECT_TRUE(Has(port_, OUTPUT_RTS, 300, {1, 3, 5}));
   EXPECT_TRUE(::GetOverlappedResult(program_.get(), &read, &size, TRUE) && received == sent);
 
+  server_.Stop();
+  EXPECT_TRUE(bridge.Prints(L"trying again"));
+  const ServerProcess next;
+  EXPECT_TRUE(bridge.Prints(L" is back"));
+  EXPECT_TRUE(Has(port_, OUTPUT_RTS, 300, {1, 3, 5}));
   pair_.Vanish();
   EXPECT_EQ(bridge.ExitCode(), 5u);
   EXPECT_TRUE(bridge.Prints(device_ + L" does not exist"));
@@ -98,7 +103,7 @@ TEST_F(ComBridge, HasTheReleasedPortWhileTheProgramHasDtrOn) {
   EXPECT_TRUE(bridge.Prints(L"Listening on " + device_));
   for (const Bytes text : {"first", "second"}) {
     EXPECT_TRUE(port_.IsClosed());
-    SetLine(L"baud=1200 parity=e data=7 stop=2");  // nobody is told of it then
+    SetLine(L"baud=1200 parity=e data=7 stop=2");
     Do(SETDTR);
     EXPECT_TRUE(Has(port_, OUTPUT_DTR, 1200));
     OVERLAPPED write = {};
@@ -107,6 +112,8 @@ TEST_F(ComBridge, HasTheReleasedPortWhileTheProgramHasDtrOn) {
     EXPECT_TRUE(port_.Receives(text));
   }
   EXPECT_TRUE(port_.IsClosed());
+  const std::wstring output = bridge.Output();
+  EXPECT_EQ(output.find(L"has connected", output.find(L"gone")), output.rfind(L"has connected"));
   server_.Stop();
   Do(SETDTR);
   EXPECT_TRUE(bridge.Prints(L"No server runs on this machine"));
