@@ -267,6 +267,10 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
 ostra::future<void> bridge::serve(std::shared_ptr<bridge_session> session) {
   auto running = session->run();
   co_await running;
+  if (options_.releases) {  // the line closes then
+    auto drained = session->drain();
+    co_await drained;
+  }
   const std::lock_guard guard(lock_);
   arrivals_.program_has_gone = true;
   notify();

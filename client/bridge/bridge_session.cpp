@@ -3,11 +3,13 @@
 #include <utility>
 
 #include "async/errors.h"
+#include "async/within.h"
 
 namespace tarnwheel::client {
 namespace {
 
 constexpr std::size_t kReadSize = 16 * 1024;  // bytes
+constexpr std::chrono::seconds kDrainLimit(30);
 
 }  // namespace
 
@@ -38,6 +40,15 @@ ostra::future<void> bridge_session::run() {
   co_await following;
   auto ended = end();
   co_await ended;
+}
+
+ostra::future<void> bridge_session::drain() {
+  try {
+    auto drained = ostra::within(line_.drained(), kDrainLimit);
+    co_await drained;
+  } catch (const ostra::hresult_error&) {
+    // The rest is lost with the line.
+  }
 }
 
 void bridge_session::close() noexcept {

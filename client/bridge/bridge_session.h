@@ -35,6 +35,10 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
 
   virtual void close() noexcept;
 
+  // Completes when the line has taken what the program had sent before it went, or has ended; after
+  // half a minute at the latest, since flow control may hold the line up for ever.
+  [[nodiscard]] ostra::future<void> drain();
+
   // Sends the line's bytes to the program; completes when they are taken, or never will be.
   [[nodiscard]] ostra::future<void> deliver(std::vector<std::byte> bytes);
 

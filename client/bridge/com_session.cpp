@@ -42,7 +42,7 @@ ostra::future<void> com_session::end() {
   co_await following_;
   if (breaking_.valid())
     co_await breaking_;
-  auto drained = line().drained();
+  auto drained = drain();
   co_await drained;
   auto done = control_.end_break();
   co_await done;

@@ -90,6 +90,17 @@ class BridgeTest(unittest.TestCase):
         self.addCleanup(opened.close)
         return opened
 
+    def test_released_port_closes_when_it_has_taken_what_was_sent(self):
+        bridge = self.bridge("--listen", "0", "--raw", "--release")
+        self.assertTrue(self.far.is_closed())
+        sent = random.Random(2).randbytes(50_000)
+        for _ in range(2):
+            program = Program(self, bridge)
+            program.send(sent)
+            program.leave()
+            self.assertEqual(self.far.read(len(sent)), sent)
+            programs.eventually(self.far.is_closed)
+
     def expect_serves(self, bridge):
         program = self.telnet(bridge)
         program.send(b"hello")
