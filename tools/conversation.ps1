@@ -22,7 +22,7 @@ try {
         & bin\tarnwheel-client.exe list . | Out-Null
     } until ($LASTEXITCODE -eq 0 -or $server.HasExited -or (Get-Date) -gt $deadline)
     Ask 'list', '.' 0 $Port
-    Ask 'discover' 0 $env:COMPUTERNAME.Substring(0, 1)
+    Ask 'discover' 0 ''
     if ($Port) { Ask 'send', '.', $Port, 'hello' 0 'hello' }
     else { Ask 'send', '.', 'COM250', 'hello' 3 'COM250 does not exist (0x80070002)' }
 
