@@ -17,6 +17,11 @@ bool is_real(const SERIAL_LINE_CONTROL& settings) {
          settings.StopBits <= STOP_BITS_2;
 }
 
+bool differ(const SERIAL_LINE_CONTROL& left, const SERIAL_LINE_CONTROL& right) {
+  return left.StopBits != right.StopBits || left.Parity != right.Parity ||
+         left.WordLength != right.WordLength;
+}
+
 }  // namespace
 
 com_session::com_session(std::shared_ptr<com_stream> device, remote_line& line,
@@ -88,7 +93,7 @@ ostra::future<void> com_session::pass_on(received_item item) {
   } else if (item.what == insertion::line_control) {
     const auto value = [&item](std::size_t i) { return std::to_integer<UCHAR>(item.bytes[i]); };
     const SERIAL_LINE_CONTROL wanted = {value(2), value(1), value(0)};
-    if (is_real(wanted) && bytes_of(wanted) != bytes_of(std::exchange(present.control, wanted)))
+    if (is_real(wanted) && differ(wanted, std::exchange(present.control, wanted)))
       done = told(line().controls().set_line_control(wanted));
   }
   if (done.valid())
