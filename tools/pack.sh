@@ -6,7 +6,6 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=setup.sh
 source tools/setup.sh
-install_packages wixl msitools faketime
 if (($# == 0)); then
   build release tarnwheel-server tarnwheel-client
   set -- build/release

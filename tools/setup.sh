@@ -8,7 +8,7 @@ export WINEPREFIX=${TARNWHEEL_PREFIX:-$project/build/wine}
 export WINEDEBUG=${WINEDEBUG:--all} WINEARCH=win64
 
 packages=(cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64 wine
-  googletest libboost-dev libfmt-dev python3 python3-serial socat tmux)
+  googletest libboost-dev libfmt-dev python3 python3-serial socat tmux wixl msitools faketime)
 # For the presets clang and native-*; clang 14, the default of Debian 12, lacks the standard's
 # coroutines.
 clang_packages=(clang-19 lld-19 libclang-rt-19-dev)
