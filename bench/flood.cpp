@@ -71,14 +71,14 @@ bool Endure(const Flood& flood, double seconds) {
   const Program server(L"tarnwheel-server", L"--nologo --no-discovery --no-screen-log");
   RawClient bystander;
   bystander.Read(1);
-  const auto memory = static_cast<double>(server.MemoryInUse());
+  const double memory = MemoryInUse(server);
   std::atomic<std::uint64_t> requests = 0;
   std::jthread flooder([&] { Pour(flood, requests); });
   double longest = 0;
   double most_memory = 0;
   for (const double start = Now(); Now() - start < seconds; ::Sleep(5)) {
     longest = std::max(longest, Seconds([&] { bystander.Read(1); }));
-    most_memory = std::max(most_memory, static_cast<double>(server.MemoryInUse()) - memory);
+    most_memory = std::max(most_memory, MemoryInUse(server) - memory);
   }
   const double stop = Seconds([&] {
     server.SendConsoleEvent(CTRL_C_EVENT);

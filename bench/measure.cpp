@@ -4,6 +4,10 @@
 #include <chrono>
 #include <cstdio>
 
+#include "platform/win32.h"
+
+#include <psapi.h>  // needs <windows.h> before it
+
 namespace bench {
 
 double Now() {
@@ -14,6 +18,12 @@ double Seconds(const std::function<void()>& action) {
   const double start = Now();
   action();
   return Now() - start;
+}
+
+double MemoryInUse(const system_test::Program& program) {
+  PROCESS_MEMORY_COUNTERS counters = {};
+  ::K32GetProcessMemoryInfo(program.Process(), &counters, sizeof counters);
+  return static_cast<double>(counters.PagefileUsage);
 }
 
 Spread SpreadOf(std::vector<double> samples) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/program.h"
+
 namespace bench {
 
 // The bare server's pipe.
@@ -16,6 +18,9 @@ inline constexpr wchar_t kBarePipe[] = LR"(\\.\pipe\tarnwheel_bench_bare)";
 
 // The seconds that `action` takes.
 [[nodiscard]] double Seconds(const std::function<void()>& action);
+
+// Bytes of memory that the process has for itself and has used.
+[[nodiscard]] double MemoryInUse(const system_test::Program& program);
 
 // A quarter of the samples lies below `lower`, a quarter above `upper`.
 struct Spread {

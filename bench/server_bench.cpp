@@ -193,10 +193,9 @@ double MemoryOfAClient(const Program& server, const wchar_t* pipe) {
       Exchange(clients.emplace_back(pipe), kNullCall);
   };
   connect(20);  // the pool has its threads, the heap its first blocks
-  const std::size_t before = server.MemoryInUse();
+  const double before = MemoryInUse(server);
   connect(kClients);
-  const std::size_t after = server.MemoryInUse();
-  return static_cast<double>(after - std::min(before, after)) / 1024.0 / double(kClients - 20);
+  return std::max(0.0, MemoryInUse(server) - before) / 1024.0 / double(kClients - 20);
 }
 
 void MeasureMemory() {
@@ -266,7 +265,7 @@ void Main(const std::vector<std::string_view>& wanted) {
       continue;
     ::SetProcessAffinityMask(::GetCurrentProcess(), part.processors & all);
     for (const Program* program : {&server, &bare_server})
-      program->RunOn(part.processors & all);
+      ::SetProcessAffinityMask(program->Process(), part.processors & all);
     part.measure();
   }
 }

@@ -39,11 +39,11 @@ double LossOfTheSystem(int clients) {
   constexpr int kBatches = 7;
   const Program bare_server(L"bare-server", L"");
   std::vector<double> losses;
-  auto before = static_cast<double>(bare_server.MemoryInUse());
+  double before = MemoryInUse(bare_server);
   for (int batch = 0; batch < kBatches; ++batch) {
     for (int client = 0; client < clients; ++client)
       RawClient(kBarePipe).Read(1);
-    const auto after = static_cast<double>(bare_server.MemoryInUse());
+    const double after = MemoryInUse(bare_server);
     losses.push_back(std::max(0.0, after - before) / clients);
     before = after;
   }
@@ -95,7 +95,7 @@ class Soak {
       for (int sample = 0; sample < kSamplesALine; ++sample) {
         ::Sleep(static_cast<DWORD>(1000 * line / kSamplesALine));
         handles_.push_back(static_cast<double>(server_.HandleCount()));
-        bytes = static_cast<double>(server_.MemoryInUse());
+        bytes = MemoryInUse(server_);
         own_bytes_.push_back(bytes - loss_ * static_cast<double>(visits_));
       }
       std::printf("%8.0f %10d %8.0f %10.0f %10.0f\n", Now() - start, visits_.load(),

@@ -3,6 +3,7 @@
 // the exit code is the number of those that failed. With --unplug it checks only what happens when
 // somebody unplugs the device, and says when to.
 #include <algorithm>
+#include <array>
 #include <concepts>
 #include <memory>
 
@@ -10,27 +11,39 @@
 #include "app/command_line/command_line.h"
 #include "app/command_line/numbers.h"
 #include "client/line/client_error.h"
+#include "client/line/control_bytes.h"
+#include "client/line/server_connection.h"
 #include "console/print.h"
 #include "format/format.h"
 #include "platform/serial.h"
-#include "tools/checked_line.h"
 
 namespace tarnwheel::tools {
 namespace {
 
+using client::bytes_of;
 using console::print;
 using console::standard_stream;
+using bytes = std::vector<std::byte>;
+using pending = ostra::future<tether::bytes_result>;
+using std::chrono::milliseconds;
 
+constexpr milliseconds kAnswerLimit(1500);  // for what a device does at once
+constexpr milliseconds kNoAnswer(500);      // after which none is to be expected
 constexpr std::uint32_t kMax = 0xFFFFFFFF;
 constexpr std::uint32_t kUnknownControl = 0x001B0FFC;
 constexpr std::uint32_t kCts = 0x10;
 constexpr std::uint32_t kDsr = 0x20;
 constexpr std::uint32_t kDcd = 0x80;
-constexpr DWORD kHandPatience = 60'000;  // milliseconds, for somebody to pull a plug
+constexpr milliseconds kHandPatience(60'000);  // for somebody to pull a plug
 
 struct place {
   std::wstring server;
   std::uint32_t number;
+};
+
+// Why a check failed.
+struct check_failure {
+  std::wstring reason;
 };
 
 // For messages.
@@ -51,8 +64,82 @@ void expect_code(HRESULT actual, HRESULT expected) {
   expect_number(static_cast<std::uint32_t>(actual), static_cast<std::uint32_t>(expected));
 }
 
+// Asks `condition` again and again until it holds; false when it does not within `limit`.
+template <class Condition>
+bool comes_to_hold(Condition condition, milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline)
+      return false;
+    ::Sleep(2);
+  }
+  return true;
+}
+
+bool ends_within(const pending& call, milliseconds limit) {
+  return comes_to_hold([&] { return call.is_complete(); }, limit);
+}
+
+// One port of a server, on a connection of its own, for one thread. What fails or is refused throws
+// client_error or check_failure.
+class checked_line {
+ public:
+  explicit checked_line(const place& place) : server_(place.server), number_(place.number) {}
+
+  HRESULT open() { return wait(server_.remote().OpenPort(number_), 10 * kAnswerLimit); }
+
+  // Calls that may be left without an answer.
+  pending start_control(std::uint32_t code, std::uint32_t output_size = 0, bytes input = {}) {
+    return server_.remote().IoControl(code, output_size, std::move(input));
+  }
+  pending start_read(std::uint32_t size) { return server_.remote().Read(size); }
+
+  bytes answer_of(pending call) const {
+    tether::bytes_result result = wait(std::move(call), kAnswerLimit);
+    expect_code(result.code, S_OK);
+    return std::move(result.bytes);
+  }
+  bytes control(std::uint32_t code, std::uint32_t output_size = 0, bytes input = {}) {
+    return answer_of(start_control(code, output_size, std::move(input)));
+  }
+  void set(std::uint32_t code, std::uint32_t value) { control(code, 0, bytes_of(value)); }
+  std::uint32_t number(std::uint32_t code) {
+    const bytes output = control(code, sizeof(std::uint32_t));
+    expect(output.size() == sizeof(std::uint32_t), L"an answer that is not of 4 bytes");
+    return client::result_of<std::uint32_t>(output);
+  }
+  bytes read(std::uint32_t size) { return answer_of(start_read(size)); }
+  void write(bytes data, milliseconds limit = kAnswerLimit) {
+    expect_code(wait(server_.remote().Write(std::move(data)), limit), S_OK);
+  }
+
+  // In milliseconds, as the driver takes them.
+  void set_read_timeouts(std::uint32_t interval, std::uint32_t multiplier, std::uint32_t constant) {
+    const std::array<std::uint32_t, 5> timeouts = {interval, multiplier, constant};
+    control(IOCTL_SERIAL_SET_TIMEOUTS, 0, bytes_of(timeouts));
+  }
+
+  // Reads until nothing has come for a quarter of a second.
+  bytes read_all() {
+    set_read_timeouts(0, 0, 250);
+    bytes all;
+    for (bytes piece = read(4096); !piece.empty(); piece = read(4096))
+      all.insert(all.end(), piece.begin(), piece.end());
+    return all;
+  }
+
+ private:
+  template <class T>
+  T wait(ostra::future<T> call, milliseconds limit) const {
+    return server_.wait(std::move(call), client::port_name(number_), limit);
+  }
+
+  client::server_connection server_;
+  const std::uint32_t number_;
+};
+
 void refuses_a_second_open(checked_line&, const place& place) {
-  checked_line second(place.server, place.number);
+  checked_line second(place);
   expect_code(second.open(), E_ACCESSDENIED);
 }
 
@@ -64,11 +151,10 @@ void keeps_settings(checked_line& line, const place&) {
     expect(line.control(IOCTL_SERIAL_GET_LINE_CONTROL, 3) == setting, L"another line control");
   }
   for (const std::uint32_t rate : {9600u, 115200u}) {
-    line.control(IOCTL_SERIAL_SET_BAUD_RATE, 0, integers({rate}));
+    line.set(IOCTL_SERIAL_SET_BAUD_RATE, rate);
     expect_number(line.number(IOCTL_SERIAL_GET_BAUD_RATE), rate);
   }
-  const bytes no_flow_control = integers({0, 0, 0, 0});
-  line.control(IOCTL_SERIAL_SET_HANDFLOW, 0, no_flow_control);
+  line.control(IOCTL_SERIAL_SET_HANDFLOW, 0, bytes_of(SERIAL_HANDFLOW{}));  // none
   line.read_all();  // what an earlier user has left
 }
 
@@ -110,52 +196,52 @@ void loops_modem_lines(checked_line& line, const place&) {
     line.control(row.dtr);
     line.control(row.rts);
     const auto status = [&] { return line.number(IOCTL_SERIAL_GET_MODEMSTATUS) & ~0x4Fu; };
-    if (!comes_to_hold([&] { return status() == row.status; }, 200))
+    if (!comes_to_hold([&] { return status() == row.status; }, milliseconds(200)))
       expect_number(status(), row.status);
   }
 }
 
-ostra::future<tether::bytes_result> start_wait(checked_line& line, std::uint32_t events) {
-  line.control(IOCTL_SERIAL_SET_WAIT_MASK, 0, integers({events}));
+pending start_wait(checked_line& line, std::uint32_t events) {
+  line.set(IOCTL_SERIAL_SET_WAIT_MASK, events);
   auto wait = line.start_control(IOCTL_SERIAL_WAIT_ON_MASK, sizeof(std::uint32_t));
-  expect(!ends_within(wait, 100), L"the wait ended before anything happened");
+  expect(!ends_within(wait, milliseconds(100)), L"the wait ended before anything happened");
   return wait;
 }
 
-void expect_events(const ostra::future<tether::bytes_result>& wait, std::uint32_t events) {
-  expect(checked_line::bytes_of(wait, kAnswerLimit) == integers({events}), L"other events");
+void expect_events(const checked_line& line, pending wait, std::uint32_t events) {
+  expect(line.answer_of(std::move(wait)) == bytes_of(events), L"other events");
 }
 
 void tells_of_a_modem_line(checked_line& line, const place&) {
-  const auto wait = start_wait(line, SERIAL_EV_CTS);
+  auto wait = start_wait(line, SERIAL_EV_CTS);
   line.control(IOCTL_SERIAL_CLR_RTS);
-  expect_events(wait, SERIAL_EV_CTS);
+  expect_events(line, std::move(wait), SERIAL_EV_CTS);
 }
 
 void tells_of_a_break(checked_line& line, const place&) {
-  const auto wait = start_wait(line, SERIAL_EV_BREAK);
+  auto wait = start_wait(line, SERIAL_EV_BREAK);
   line.control(IOCTL_SERIAL_SET_BREAK_ON);
   ::Sleep(100);
   line.control(IOCTL_SERIAL_SET_BREAK_OFF);
-  expect_events(wait, SERIAL_EV_BREAK);
+  expect_events(line, std::move(wait), SERIAL_EV_BREAK);
   line.read_all();  // a break is received as a zero byte
 }
 
 void ends_a_wait_by_a_new_mask(checked_line& line, const place&) {
-  const auto wait = start_wait(line, SERIAL_EV_RING);
-  line.control(IOCTL_SERIAL_SET_WAIT_MASK, 0, integers({0}));
-  expect_events(wait, 0);
+  auto wait = start_wait(line, SERIAL_EV_RING);
+  line.set(IOCTL_SERIAL_SET_WAIT_MASK, 0);
+  expect_events(line, std::move(wait), 0);
 }
 
 void tells_of_lost_bytes(checked_line& line, const place&) {
   constexpr std::size_t kSize = 0x10000;
-  constexpr DWORD kLimit = 20'000;  // milliseconds; at 115200 baud it takes 6 s
+  constexpr milliseconds kLimit(20'000);  // at 115200 baud it takes 6 s
   line.write(bytes(kSize, std::byte{0x55}), kLimit);
   ::Sleep(200);
   const bytes status = line.control(IOCTL_SERIAL_GET_COMMSTATUS, sizeof(SERIAL_STATUS));
   expect(!status.empty(), L"no status");
-  const bool told =
-      std::to_integer<unsigned>(status[0]) & (SERIAL_ERROR_OVERRUN | SERIAL_ERROR_QUEUEOVERRUN);
+  const bool told = client::result_of<SERIAL_STATUS>(status).Errors &
+                    (SERIAL_ERROR_OVERRUN | SERIAL_ERROR_QUEUEOVERRUN);
   const std::size_t lost = kSize - line.read_all().size();
   expect(lost == 0 || told, tfmt::format(L"{0} bytes were lost and no error is told", count(lost)));
 }
@@ -169,7 +255,7 @@ void leaves_a_refused_control_unanswered(checked_line& line, const place&) {
 void leaves_an_aborted_read_unanswered(checked_line& line, const place&) {
   line.set_read_timeouts(0, 0, 0);
   const auto read = line.start_read(10);
-  line.control(IOCTL_SERIAL_PURGE, 0, integers({SERIAL_PURGE_RXABORT}));
+  line.set(IOCTL_SERIAL_PURGE, SERIAL_PURGE_RXABORT);
   expect(!ends_within(read, kNoAnswer), L"an answer");
   brings_bytes_back(line, {});
 }
@@ -202,7 +288,7 @@ void survives_unplugging(checked_line& line, const place& place) {
   };
   expect(comes_to_hold(gone, kHandPatience), L"it was not unplugged");
   expect(!wait.is_complete() && !read.is_complete(), L"an answer");
-  checked_line other(place.server, place.number);
+  checked_line other(place);
   const HRESULT refusal = other.open();
   expect_code(refusal, static_cast<HRESULT>(0x80070002));
   print(standard_stream::output, L"Plug it in again.\n");
@@ -217,6 +303,8 @@ int report(const wchar_t* name, Check check) {
     check();
   } catch (const check_failure& failure) {
     reason = failure.reason;
+  } catch (const client::client_error& error) {
+    reason = error.message();
   }
   const bool passed = reason.empty();
   print(standard_stream::output, tfmt::format(L"{0?<}PASS{0?|}FAIL{0?>}  {1}{2}{3}\n", passed, name,
@@ -225,7 +313,7 @@ int report(const wchar_t* name, Check check) {
 }
 
 int check_line(const place& place, bool unplug) {
-  auto line = std::make_unique<checked_line>(place.server, place.number);
+  auto line = std::make_unique<checked_line>(place);
   int failures = report(L"the port opens", [&] { expect_code(line->open(), S_OK); });
   if (failures != 0)
     return failures;
@@ -236,7 +324,7 @@ int check_line(const place& place, bool unplug) {
       failures += report(check.name, [&] { check.run(*line, place); });
   line.reset();
   return failures + report(L"the port is free again", [&] {
-           checked_line next(place.server, place.number);
+           checked_line next(place);
            expect(comes_to_hold([&] { return next.open() == S_OK; }, kAnswerLimit),
                   L"it cannot be opened");
          });

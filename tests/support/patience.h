@@ -26,8 +26,7 @@ bool Eventually(Condition condition, DWORD milliseconds = kPatience) {
 // Ends the test when the system refuses what the test itself needs.
 inline void Require(bool succeeded, const char* what) {
   if (!succeeded)
-    throw std::runtime_error(std::string(what) + " failed with " +
-                             std::to_string(::GetLastError()));
+    throw std::runtime_error(what + (": " + std::to_string(::GetLastError())));
 }
 
 }  // namespace system_test

@@ -3,8 +3,6 @@
 #include <atomic>
 #include <vector>
 
-#include <psapi.h>  // needs <windows.h> before it
-
 namespace system_test {
 namespace {
 
@@ -112,13 +110,7 @@ DWORD Program::ExitCode(DWORD milliseconds) const {
   return code;
 }
 
-std::size_t Program::MemoryInUse() const {
-  PROCESS_MEMORY_COUNTERS counters = {};
-  ::K32GetProcessMemoryInfo(process_.get(), &counters, sizeof counters);
-  return counters.PagefileUsage;
-}
-
-// Wine's figures for another process leave out what has not been touched.
+// Wine's own figures for another process leave out what has not been touched.
 std::size_t Program::CommittedMemory() const {
   std::size_t size = 0;
   MEMORY_BASIC_INFORMATION region = {};

@@ -44,15 +44,12 @@ class Program {
   // Waits for the end; the 32-bit exit code.
   DWORD ExitCode(DWORD milliseconds = kPatience) const;
   [[nodiscard]] bool Runs() const;
-  [[nodiscard]] DWORD ProcessId() const { return ::GetProcessId(process_.get()); }
 
-  // Bytes of memory that the process has for itself: in use, and made sure of, used or not.
-  [[nodiscard]] std::size_t MemoryInUse() const;
+  // Bytes of memory that the process has for itself, used or not.
   [[nodiscard]] std::size_t CommittedMemory() const;
   [[nodiscard]] std::size_t HandleCount() const;
 
-  // The process runs on these processors only.
-  void RunOn(DWORD_PTR processors) const { ::SetProcessAffinityMask(process_.get(), processors); }
+  [[nodiscard]] HANDLE Process() const { return process_.get(); }
 
   // Sends CTRL_C_EVENT or another event as the console does, `times` times without a pause.
   void SendConsoleEvent(DWORD event, int times = 1) const;

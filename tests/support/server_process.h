@@ -65,7 +65,7 @@ class FaultyServer : public ServerProcess {
   explicit FaultyServer(std::wstring_view arguments = L"")
       : ServerProcess(arguments, L"faulty-server") {}
 
-  FaultSwitch faults{ProcessId()};
+  FaultSwitch faults{::GetProcessId(Process())};
 };
 
 }  // namespace system_test

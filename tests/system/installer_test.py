@@ -7,6 +7,7 @@ import subprocess
 import unittest
 
 import programs
+from programs import windows
 
 KEY = r"HKLM\Software\Quorvane\Tarnwheel Server 1.01"
 FOLDER = pathlib.Path(os.environ["WINEPREFIX"]) / "drive_c/Program Files/Tarnwheel"
@@ -16,11 +17,6 @@ PATH = r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment"
 def pack(version):
     run = subprocess.run([programs.project / "tools/pack.sh", programs.build, version], check=True, capture_output=True)
     return pathlib.Path(run.stdout.decode().split("\n")[-2]) / f"tarnwheel-{version}-x64.msi"
-
-
-def windows(*command):
-    run = subprocess.run([programs.project / "tools/wine", *command], stdin=subprocess.DEVNULL, capture_output=True)
-    return run.returncode, run.stdout.decode()
 
 
 class InstallerTest(unittest.TestCase):

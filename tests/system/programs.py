@@ -28,6 +28,13 @@ def run(program, *arguments):
     return process.returncode, *outputs
 
 
+def windows(*command):
+    """The exit code and the output of a program of the system."""
+    command = [project / "tools/wine", *command]
+    process = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    return process.returncode, process.stdout.decode(errors="replace")
+
+
 def stop(process):
     if process.poll() is None:
         process.send_signal(signal.SIGINT)

@@ -1,19 +1,17 @@
 #!/usr/bin/env python3
-"""service_test.py BUILD: what the options beside --install-service make of the service, and its log and events."""
+"""service_test.py BUILD: what the options beside --install-service make of the service, its log and events, and the
+commands of docs/administration.md."""
 import pathlib
-import subprocess
+import re
 import tempfile
 import unittest
 
 import programs
+from programs import windows
 
 SERVER = "bin/tarnwheel-server.exe"
 KEYS = r"HKLM\Software\Quorvane\Tarnwheel Server 1.01", \
        r"HKLM\System\CurrentControlSet\Services\EventLog\Application\Tarnwheel Server"
-
-
-def windows(*command):
-    return subprocess.run([programs.project / "tools/wine", *command], stdin=subprocess.DEVNULL, capture_output=True)
 
 
 class ServiceTest(unittest.TestCase):
@@ -55,16 +53,27 @@ class ServiceTest(unittest.TestCase):
                                              ("--share-ports", "1;2", 0, "--share-ports parameter.\n")):
             found = self.install(option, value)
             self.assertEqual((found[0], found[2][-len(message):]), (code, message))
-        self.assertNotEqual(windows("sc", "query", "qrvtwsrv").returncode, 0)
+        self.assertNotEqual(windows("sc", "query", "qrvtwsrv")[0], 0)
 
     def test_events_have_texts_as_long_as_the_service_is_installed(self):
         self.install()
-        self.assertIn(b"tarnwheel-server.exe", windows("reg", "query", KEYS[1], "/v", "EventMessageFile").stdout)
+        self.assertIn("tarnwheel-server.exe", windows("reg", "query", KEYS[1], "/v", "EventMessageFile")[1])
         program = (programs.build / SERVER).read_bytes()
         for text in ("The server cannot start: %1 (%2)", "stopped by an error: %1 (%2)", "cannot be written: %1 (%2)"):
             self.assertIn(text.encode("utf-16-le"), program)
         programs.run(SERVER, "--uninstall-service")
-        self.assertNotEqual(windows("reg", "query", KEYS[1]).returncode, 0)
+        self.assertNotEqual(windows("reg", "query", KEYS[1])[0], 0)
+
+    def test_every_command_of_the_administration_guide_succeeds(self):
+        for clean_up in (("reg", "delete", KEYS[0].replace("1.01", "1.02"), "/f"),
+                         ("cmd", "/c", r"rd C:\ProgramData\Tarnwheel")):
+            windows(*clean_up)  # a run that was killed may have left them
+            self.addCleanup(windows, *clean_up)
+        page = (programs.project / "docs/administration.md").read_text()
+        batch = self.log.with_name("command.bat")
+        for command in "".join(re.findall(r"^```cmd\n(.*?)^```$", page, re.M | re.S)).splitlines():
+            batch.write_text("@" + command.replace("%", "%%").replace("tarnwheel-server", f"Z:{programs.build}/bin/tarnwheel-server"))
+            self.assertEqual(windows("cmd", "/c", f"Z:{batch}".replace("/", "\\"))[0], 0, command)
 
 
 unittest.main()

@@ -1,13 +1,11 @@
-// A driver of serial ports that exist only in memory. Made for Wine: it trusts its callers.
+// A driver of serial ports that exist only in memory. Made for Wine: it trusts its callers, and stays loaded
+// until Wine's services end.
 #include "tests/virtual_serial/port.h"
 
 DRIVER_INITIALIZE DriverEntry;
-NTSTATUS NTAPI ZwWaitForSingleObject(HANDLE object, BOOLEAN alertable, LARGE_INTEGER* timeout);
 
 struct port ports[PORT_COUNT];
 static KSPIN_LOCK lock;
-static BOOLEAN stopping;
-static HANDLE clock_thread;
 
 static const struct {
   const WCHAR *device, *link;
@@ -161,25 +159,12 @@ static void NTAPI run_clock(void* context) {
   UNREFERENCED_PARAMETER(context);
   LARGE_INTEGER tick = {.QuadPart = -100000};  // 10 ms from now
   KIRQL irql;
-  while (!stopping) {
+  for (;;) {
     KeDelayExecutionThread(KernelMode, FALSE, &tick);
     KeAcquireSpinLock(&lock, &irql);
     settle();
     KeReleaseSpinLock(&lock, irql);
   }
-  PsTerminateSystemThread(STATUS_SUCCESS);
-}
-
-static void NTAPI unload(DRIVER_OBJECT* driver) {
-  stopping = TRUE;
-  ZwWaitForSingleObject(clock_thread, FALSE, NULL);
-  ZwClose(clock_thread);
-  for (ULONG i = 0; i < PORT_COUNT; ++i) {
-    set_up(first_of_pair(&ports[i]), &(struct virtual_serial_setup){.anew = 1});
-    set_name(i, FALSE);
-  }
-  while (driver->DeviceObject)
-    IoDeleteDevice(driver->DeviceObject);
 }
 
 static NTSTATUS create_device(DRIVER_OBJECT* driver, ULONG index) {
@@ -190,6 +175,8 @@ static NTSTATUS create_device(DRIVER_OBJECT* driver, ULONG index) {
                                          FILE_DEVICE_SERIAL_PORT, 0, FALSE, &object);
   if (!NT_SUCCESS(status))
     return status;
+  InitializeListHead(&ports[index].pending);
+  reset_line(&ports[index]);
   *(struct port**)object->DeviceExtension = &ports[index];
   object->Flags |= DO_BUFFERED_IO;
   object->Flags &= ~(ULONG)DO_DEVICE_INITIALIZING;
@@ -202,12 +189,8 @@ NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* registry_path)
                                  IRP_MJ_DEVICE_CONTROL};
   for (ULONG i = 0; i < RTL_NUMBER_OF(majors); ++i)
     driver->MajorFunction[majors[i]] = dispatch;
-  driver->DriverUnload = unload;
   NTSTATUS status = STATUS_SUCCESS;
-  for (ULONG i = 0; i < PORT_COUNT; ++i) {
-    InitializeListHead(&ports[i].pending);
-    reset_line(&ports[i]);
-  }
+  HANDLE clock_thread;
   for (ULONG i = 0; i < PORT_COUNT && NT_SUCCESS(status); ++i)
     status = create_device(driver, i);
   return NT_SUCCESS(status) ? PsCreateSystemThread(&clock_thread, THREAD_ALL_ACCESS, NULL, NULL,
