@@ -2,7 +2,6 @@
 // threads of its own, also after a cancellation, as documented.
 #include <atomic>
 #include <cwchar>
-#include <functional>
 #include <thread>
 
 #include "tests/support/dnsapi/dns_board.h"
@@ -15,9 +14,8 @@ using system_test::DnsBoard;
 
 constexpr DWORD kPending = 9506;
 
-struct Request {
-  std::atomic<bool> is_cancelled = false;
-};
+// Set when the request that has it in its DNS_SERVICE_CANCEL is cancelled.
+using Cancelled = std::atomic<bool>;
 
 DnsBoard& Board() {
   static DnsBoard* const board = [] {
@@ -27,11 +25,16 @@ DnsBoard& Board() {
   return *board;
 }
 
-// Runs `work` on a thread, unless the test wants a refusal.
-DWORD Start(std::function<void()> work) {
+// Works on the request on a thread, unless the test wants a refusal.
+template <class Request>
+DWORD Start(void (*work)(const Request&, const Cancelled&), const Request& request,
+            DNS_SERVICE_CANCEL* cancel) {
   if (const DWORD refusal = Board().refusal; refusal != 0)
     return refusal;
-  std::thread(std::move(work)).detach();
+  auto* const cancelled = new Cancelled(false);
+  if (cancel != nullptr)
+    cancel->reserved = cancelled;
+  std::thread([=, copy = request] { work(copy, *cancelled); }).detach();
   return kPending;
 }
 
@@ -41,15 +44,20 @@ void Complete(const DNS_SERVICE_REGISTER_REQUEST& request, DWORD status) {
                                       new DNS_SERVICE_INSTANCE(*request.pServiceInstance));
 }
 
-void Register(const DNS_SERVICE_REGISTER_REQUEST& request, const Request& state) {
+void Register(const DNS_SERVICE_REGISTER_REQUEST& request, const Cancelled& cancelled) {
   ::Sleep(Board().delay);
-  if (state.is_cancelled)
+  if (cancelled)
     return Complete(request, ERROR_CANCELLED);
   const auto& instance = *request.pServiceInstance;
   std::swprintf(Board().instance, std::size(Board().instance), L"%ls %ls %u %ls=%ls %ls=%ls",
                 instance.pszInstanceName, instance.pszHostName, instance.wPort, instance.keys[0],
                 instance.values[0], instance.keys[1], instance.values[1]);
   Board().is_announced = true;
+  Complete(request, ERROR_SUCCESS);
+}
+
+void Withdraw(const DNS_SERVICE_REGISTER_REQUEST& request, const Cancelled&) {
+  ::Sleep(Board().delay);
   Complete(request, ERROR_SUCCESS);
 }
 
@@ -64,13 +72,13 @@ void Tell(const DNS_SERVICE_BROWSE_REQUEST& request, const wchar_t* instance, bo
   request.pBrowseCallback(ERROR_SUCCESS, request.pQueryContext, record);
 }
 
-void Browse(const DNS_SERVICE_BROWSE_REQUEST& request, const Request& state) {
+void Browse(const DNS_SERVICE_BROWSE_REQUEST& request, const Cancelled& cancelled) {
   for (const auto* instance : Board().others)
     Tell(request, instance);
   const std::wstring registered = Board().instance;
   if (Board().is_announced)
     Tell(request, registered.substr(0, registered.find(L' ')).c_str());
-  while (!state.is_cancelled)
+  while (!cancelled)
     ::Sleep(1);
   ::Sleep(Board().delay);
   Tell(request, L"late._tarnwheel._tcp.local", false);
@@ -78,7 +86,7 @@ void Browse(const DNS_SERVICE_BROWSE_REQUEST& request, const Request& state) {
 }
 
 DWORD Cancel(const DNS_SERVICE_CANCEL* cancel) {
-  static_cast<Request*>(cancel->reserved)->is_cancelled = true;
+  *static_cast<Cancelled*>(cancel->reserved) = true;
   return ERROR_SUCCESS;
 }
 
@@ -87,9 +95,7 @@ DWORD Cancel(const DNS_SERVICE_CANCEL* cancel) {
 extern "C" {
 
 DWORD WINAPI DnsServiceRegister(DNS_SERVICE_REGISTER_REQUEST* request, DNS_SERVICE_CANCEL* cancel) {
-  auto* const state = new Request;
-  cancel->reserved = state;
-  return Start([copy = *request, state] { Register(copy, *state); });
+  return Start(&Register, *request, cancel);
 }
 
 DWORD WINAPI DnsServiceRegisterCancel(DNS_SERVICE_CANCEL* cancel) {
@@ -98,10 +104,7 @@ DWORD WINAPI DnsServiceRegisterCancel(DNS_SERVICE_CANCEL* cancel) {
 
 DWORD WINAPI DnsServiceDeRegister(DNS_SERVICE_REGISTER_REQUEST* request, DNS_SERVICE_CANCEL*) {
   Board().is_announced = false;
-  return Start([copy = *request] {
-    ::Sleep(Board().delay);
-    Complete(copy, ERROR_SUCCESS);
-  });
+  return Start(&Withdraw, *request, nullptr);
 }
 
 void WINAPI DnsServiceFreeInstance(DNS_SERVICE_INSTANCE* instance) {
@@ -111,9 +114,7 @@ void WINAPI DnsServiceFreeInstance(DNS_SERVICE_INSTANCE* instance) {
 
 DNS_STATUS WINAPI DnsServiceBrowse(DNS_SERVICE_BROWSE_REQUEST* request,
                                    DNS_SERVICE_CANCEL* cancel) {
-  auto* const state = new Request;
-  cancel->reserved = state;
-  return static_cast<DNS_STATUS>(Start([copy = *request, state] { Browse(copy, *state); }));
+  return static_cast<DNS_STATUS>(Start(&Browse, *request, cancel));
 }
 
 DNS_STATUS WINAPI DnsServiceBrowseCancel(DNS_SERVICE_CANCEL* cancel) {
