@@ -48,6 +48,8 @@ void file_sender::strike(std::wstring_view key) {
 void file_sender::start() {
   is_sending_ = true;
   is_stopped_ = false;
+  if (sending_.valid())
+    sending_.wait();  // it has called done_, so it is at its end
   sending_ = send(std::exchange(name_, {}));
 }
 
@@ -67,6 +69,8 @@ ostra::future<void> file_sender::send(std::wstring path) {
                                                  nullptr));
     LARGE_INTEGER size = {};
     ostra::details::check_file(file.get());
+    if (::GetFileType(file.get()) != FILE_TYPE_DISK)  // what may never end
+      ostra::details::throw_win32(ERROR_NOT_SUPPORTED);
     ostra::details::check_bool(::GetFileSizeEx(file.get(), &size));
     auto sent = send_bytes(file.get(), static_cast<std::uint64_t>(size.QuadPart));
     co_await sent;

@@ -87,6 +87,8 @@ void terminal_session::send_typed() {
   typed_.erase(0, size);
   if (settings_.echo)
     screen_.echo(bytes);
+  if (sending_.valid())
+    sending_.wait();  // it has made room, so it is at its end
   sending_ = send(std::move(bytes));
 }
 

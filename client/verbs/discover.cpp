@@ -110,7 +110,7 @@ found_servers collect_answers(tether::Mailslot& mailslot, milliseconds limit) {
 
 void found_servers::add_answer(std::span<const std::byte> answer) {
   try {
-    names_.insert(tether::name_in(answer));
+    add(tether::name_in(answer));
   } catch (const ostra::hresult_error&) {
     // It names no computer.
   }
@@ -150,8 +150,7 @@ found_servers find_servers(milliseconds limit) {
     const server_browser announced;
     const std::wstring failures = send_queries(limit);
     found_servers servers = collect_answers(*mailslot, limit);
-    for (auto& computer : announced.computers())
-      servers.add(std::move(computer));
+    servers.merge(announced.servers());
     if (servers.empty())
       print(standard_stream::error, failures);
     return servers;

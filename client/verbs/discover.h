@@ -19,13 +19,24 @@ inline constexpr wchar_t kThisMachine[] = L".";
 inline constexpr wchar_t kAllMachines[] = L"*";  // of the domain or workgroup
 
 // The servers that have answered a query or announce themselves. A server may be found several
-// times, once for each transport of its answer, and computers' names do not depend on case.
+// times, once for each transport of its answer, and computers' names do not depend on case. Anybody may
+// answer and announce: what comes beyond kMost is left out.
 class found_servers {
  public:
+  static constexpr std::size_t kMost = 1000;
+
   // Anybody may write into a mailslot: what is no answer is ignored.
   void add_answer(std::span<const std::byte> answer);
 
-  void add(std::wstring computer) { names_.insert(std::move(computer)); }
+  void add(std::wstring computer) {
+    if (names_.size() < kMost)
+      names_.insert(std::move(computer));
+  }
+
+  void merge(const found_servers& others) {
+    for (const auto& name : others.names_)
+      add(name);
+  }
 
   [[nodiscard]] bool empty() const noexcept { return names_.empty(); }
 

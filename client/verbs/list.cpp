@@ -1,6 +1,11 @@
+#include <algorithm>
 #include <chrono>
 #include <optional>
+#include <span>
+#include <vector>
 
+#include "async/background.h"
+#include "async/future.h"
 #include "client/line/server_connection.h"
 #include "client/verbs/client_options.h"
 #include "client/verbs/discover.h"
@@ -15,6 +20,7 @@ namespace tarnwheel::client {
 namespace {
 
 constexpr wchar_t kAll[] = L"all";
+constexpr std::size_t kAskedAtOnce = 32;  // servers, each by a thread of the pool
 
 using port_list = std::vector<tether::port_record>;
 
@@ -62,22 +68,42 @@ port_list ports_of(std::wstring_view name) {
   return server.wait(server.remote().EnumeratePorts(), server.display_name());
 }
 
-// A server that does not list its ports costs its rows, a line on standard error, and the success.
-std::optional<client_error> add_all(port_table& table, std::chrono::milliseconds limit) {
-  const found_servers servers = find_servers(limit);
+// Connecting and waiting block a thread of the pool.
+ostra::future<port_list> fetch_ports(std::wstring name) {
+  ostra::resume_background move;
+  co_await move;
+  co_return ports_of(name);
+}
+
+// Asks all of these at once. A server that does not list its ports costs its rows, a line on standard
+// error, and the success: `failed` is the error whose line is still to be printed.
+void add_ports(port_table& table, std::span<const std::wstring> servers,
+               std::optional<client_error>& failed) {
   const std::wstring here = tether::computer_name();
-  std::optional<client_error> failed;
-  if (servers.empty())
-    failed = nobody_answers(limit);
-  for (const auto& server : servers.names()) {
+  std::vector<ostra::future<port_list>> lists;
+  for (const auto& server : servers)
+    lists.push_back(fetch_ports(Tamrin::compare_names(server, here) == CSTR_EQUAL ? L"." : server));
+  for (std::size_t i = 0; i < servers.size(); ++i) {
     try {
-      const bool is_here = Tamrin::compare_names(server, here) == CSTR_EQUAL;
-      table.add(server, ports_of(is_here ? L"." : server));
+      table.add(servers[i], lists[i].get());
     } catch (const client_error& error) {
       if (failed)
         console::print(console::standard_stream::error, failed->message() + L"\n");
       failed = error;
     }
+  }
+}
+
+std::optional<client_error> add_all(port_table& table, std::chrono::milliseconds limit) {
+  const found_servers found = find_servers(limit);
+  std::optional<client_error> failed;
+  if (found.empty())
+    failed = nobody_answers(limit);
+  const std::vector<std::wstring> names(found.names().begin(), found.names().end());
+  for (auto rest = std::span(names); !rest.empty();) {
+    const auto next = rest.first(std::min(kAskedAtOnce, rest.size()));
+    add_ports(table, next, failed);
+    rest = rest.subspan(next.size());
   }
   return failed;
 }

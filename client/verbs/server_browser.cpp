@@ -8,12 +8,6 @@
 #include "rpc/dns_sd.h"
 
 namespace tarnwheel::client {
-namespace {
-
-constexpr std::size_t kMostComputers =
-    1000;  // anybody on the link may announce as many as he likes
-
-}  // namespace
 
 class server_browser::search {
  public:
@@ -21,7 +15,7 @@ class server_browser::search {
 
   [[nodiscard]] bool start();
   void cancel() { dns_.cancel_browse(&cancel_); }
-  [[nodiscard]] std::vector<std::wstring> computers() const;
+  [[nodiscard]] found_servers servers() const;
 
  private:
   static void WINAPI on_result(DWORD status, void* context, DNS_RECORD* records);
@@ -33,7 +27,7 @@ class server_browser::search {
   DNS_SERVICE_CANCEL cancel_ = {};
 
   mutable ostra::srw_lock lock_;
-  std::vector<std::wstring> computers_;  // guarded by lock_
+  found_servers servers_;  // guarded by lock_
 };
 
 bool server_browser::search::start() {
@@ -64,16 +58,16 @@ void server_browser::search::add(const DNS_RECORD& record) {
   try {
     auto computer = tether::announced_computer(name);
     const std::lock_guard guard(lock_);
-    if (computer && computers_.size() < kMostComputers)
-      computers_.push_back(*std::move(computer));
+    if (computer)
+      servers_.add(*std::move(computer));
   } catch (const std::bad_alloc&) {
     // It is not found.
   }
 }
 
-std::vector<std::wstring> server_browser::search::computers() const {
+found_servers server_browser::search::servers() const {
   const std::lock_guard guard(lock_);
-  return computers_;
+  return servers_;
 }
 
 server_browser::server_browser() {
@@ -90,8 +84,8 @@ server_browser::~server_browser() {
     search_->cancel();
 }
 
-std::vector<std::wstring> server_browser::computers() const {
-  return search_ == nullptr ? std::vector<std::wstring>() : search_->computers();
+found_servers server_browser::servers() const {
+  return search_ == nullptr ? found_servers() : search_->servers();
 }
 
 }  // namespace tarnwheel::client

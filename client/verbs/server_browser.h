@@ -1,8 +1,7 @@
 // The search for servers that announce themselves by DNS-SD.
 #pragma once
 
-#include <string>
-#include <vector>
+#include "client/verbs/discover.h"
 
 namespace tarnwheel::client {
 
@@ -15,9 +14,9 @@ class server_browser {
   server_browser& operator=(const server_browser&) = delete;
   ~server_browser();
 
-  // The computers found up to now, in any order, 1,000 at most. A server that has taken its
-  // announcement back meanwhile is among them. Any thread.
-  [[nodiscard]] std::vector<std::wstring> computers() const;
+  // Those found up to now; one that has taken its announcement back meanwhile is among them. Any
+  // thread.
+  [[nodiscard]] found_servers servers() const;
 
  private:
   class search;
