@@ -94,9 +94,7 @@ TEST(Json, AnyTextIsAValue) {
   EXPECT_EQ(array.text(), L"[]\n");
   array.add({{L"port", L""}, {L"name", L"a \"b\" c:\\\n\x1f~\x7F"}});
   EXPECT_EQ(array.text(),
-            L"[\n"
-            L"  {\"port\": \"\", \"name\": \"a \\\"b\\\" c:\\\\\\u000a\\u001f~\\u007f\"}\n"
-            L"]\n");
+            L"[\n  {\"port\": \"\", \"name\": \"a \\\"b\\\" c:\\\\\\u000a\\u001f~\\u007f\"}\n]\n");
 }
 
 }  // namespace
