@@ -6,7 +6,9 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <regex>
+#include <string>
 
 #include "async/errors.h"
 #include "log/log_entry.h"

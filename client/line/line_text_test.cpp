@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <regex>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tarnwheel::client {
 namespace {

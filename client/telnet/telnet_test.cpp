@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace tarnwheel::client {
 namespace {
@@ -15,9 +17,10 @@ constexpr auto kSymbols = "^WwDd[]BN0EGCT"sv;
 constexpr auto kBytes = "\xFF\xFB\xFC\xFD\xFE\xFA\xF0\xF3\xF1\0\1\3,\x18"sv;
 
 std::string Replaced(std::string text, std::string_view from, std::string_view to) {
-  for (char& character : text)
+  for (char& character : text) {
     if (const auto at = from.find(character); at != from.npos)
       character = to[at];
+  }
   return text;
 }
 
