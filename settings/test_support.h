@@ -10,7 +10,7 @@
 #include "settings/file_storage.h"
 #include "settings/regkey.h"
 
-namespace Tamrin::setman::test {
+namespace Tamrin::setman {
 
 using bytes = std::vector<unsigned char>;
 
@@ -33,4 +33,4 @@ class AnyFolder : public testing::TestWithParam<bool> {
   const std::shared_ptr<abstract_folder> folder_ = root_->open_subfolder(path_);
 };
 
-}  // namespace Tamrin::setman::test
+}  // namespace Tamrin::setman

@@ -3,27 +3,28 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <regex>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tarnwheel::client {
 namespace {
 
 // The text that comes of `text`, given in pieces of `size` bytes.
 template <class Change>
-std::string Changed(Change change, const std::string& text, std::size_t size) {
-  std::string changed;
-  const auto add = [&](const std::vector<std::byte>& bytes) {
-    for (const std::byte byte : bytes)
-      changed += static_cast<char>(byte);
+std::string Changed(Change change, std::string_view text, std::size_t size) {
+  std::vector<std::byte> changed;
+  const auto add = [&](const auto& bytes) {
+    std::ranges::copy(bytes, std::back_inserter(changed));
   };
-  for (std::size_t at = 0; at < text.size(); at += size)
-    add(change.convert(
-        std::as_bytes(std::span(text).subspan(at, std::min(size, text.size() - at)))));
+  for (; !text.empty(); text.remove_prefix(std::min(size, text.size())))
+    add(change.convert(std::as_bytes(std::span(text.substr(0, size)))));
   if constexpr (requires { change.finish(); })
     add(change.finish());
-  return changed;
+  return {reinterpret_cast<const char*>(changed.data()), changed.size()};
 }
 
 TEST(LineText, ChangesWhereverItIsCut) {

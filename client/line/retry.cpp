@@ -35,10 +35,7 @@ attempts::attempts(const Tamrin::command_line& options, const console::interrupt
 
 attempts::attempts(const Tamrin::command_line& options, pause_function pause,
                    std::wstring_view hint)
-    : attempts(options.at(kRetry).flag(), std::move(pause), hint) {}
-
-attempts::attempts(bool again, pause_function pause, std::wstring_view hint)
-    : again_(again), pause_function_(std::move(pause)), hint_(hint) {}
+    : again_(options.at(kRetry).flag()), pause_function_(std::move(pause)), hint_(hint) {}
 
 void attempts::run(const std::function<void()>& session) {
   for (;;) {

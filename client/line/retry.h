@@ -39,7 +39,6 @@ class attempts {
 
   // `hint`, if any, says with the wait how the user ends it.
   attempts(const Tamrin::command_line& options, pause_function pause, std::wstring_view hint = {});
-  attempts(bool again, pause_function pause, std::wstring_view hint = {});
 
   // Runs `session` until it returns. After a failure that may pass, runs it again, and says once
   // that it waits; without --retry throws the failure. Returns when the user wants no more, which

@@ -15,12 +15,5 @@ TEST(GrowingPause, DoublesUpToALimitAndStartsAgainAfterASessionThatHeld) {
   EXPECT_EQ(pauses.next(growing_pause::kLongest + milliseconds(1)), milliseconds(250));
 }
 
-TEST(Attempts, MistakesAreNotRepeated) {
-  for (const failure kind : {failure::usage, failure::local}) {
-    attempts tried(true, [](milliseconds time) { return time > milliseconds::zero(); });
-    EXPECT_THROW(tried.run([&] { throw client_error(L"x", E_FAIL, kind); }), client_error);
-  }
-}
-
 }  // namespace
 }  // namespace tarnwheel::client

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -19,6 +18,7 @@
 #include "async/event.h"
 #include "async/srw_lock.h"
 #include "client/line/client_error.h"
+#include "client/line/control_bytes.h"
 #include "platform/serial.h"
 #include "rpc/client_iclient.h"
 #include "rpc/connection.h"
@@ -30,13 +30,6 @@ namespace tarnwheel::client::test {
 
 using bytes = std::vector<std::byte>;
 
-// The bytes of one value.
-template <class T>
-bytes bytes_of(const T& value) {
-  const auto view = std::as_bytes(std::span(&value, 1));
-  return {view.begin(), view.end()};
-}
-
 // " 1 0 255", each byte in decimal.
 inline std::string numbers(const bytes& data) {
   std::string text;
@@ -45,32 +38,29 @@ inline std::string numbers(const bytes& data) {
   return text;
 }
 
-// A serial device whose other end is the test. The members without a lock are set up before the
-// client calls; everything else may be used at any time from any thread.
+// The serial device COM5, whose other end is the test. The members without a lock are set up before
+// the client calls; everything else may be used at any time from any thread.
 class fake_device final : public tether::IServer_Remote {
  public:
-  enum : std::uint32_t { kOpen, kWrite, kRead };
+  enum : std::uint32_t { kOpen, kRead };
 
-  std::vector<tether::port_record> ports;
-  HRESULT open_outcome = S_OK;
-  HRESULT outcome = S_OK;                  // of everything else
-  std::set<std::uint32_t> unanswered;      // control codes, or of the calls above
-  std::map<std::uint32_t, bytes> outputs;  // of the next control with a code
+  HRESULT outcome = S_OK;              // of every call but the list
+  std::set<std::uint32_t> unanswered;  // control codes, or of the calls above
+  std::atomic<DWORD> modem_lines = 0;  // MS_*
+  std::atomic<DWORD> errors = 0;       // SERIAL_ERROR_*, until the client has asked
   ostra::async_event may_write{true};
-  ostra::async_event lacks_events{false};  // set: each wait for events ends without any
 
   // Bytes come.
   void send(std::string_view text) {
-    {
-      const std::lock_guard guard(lock_);
-      const auto view = std::as_bytes(std::span(text));
-      coming_.insert(coming_.end(), view.begin(), view.end());
-    }
+    const auto view = std::as_bytes(std::span(text));
+    std::unique_lock guard(lock_);
+    coming_.insert(coming_.end(), view.begin(), view.end());
+    guard.unlock();
     byte_came_.set();
   }
 
-  // The calls since the last time: " [FUNCTION INPUT...]" of a control, in which a code is its
-  // number among those of serial ports, and " read SIZE".
+  // The controls since the last time, each " [FUNCTION INPUT...]", where the function is its number
+  // among those of serial ports.
   std::string take_calls() {
     const std::lock_guard guard(lock_);
     return std::exchange(calls_, {});
@@ -80,27 +70,30 @@ class fake_device final : public tether::IServer_Remote {
     return written_;
   }
 
-  ostra::future<std::vector<tether::port_record>> EnumeratePorts() override { co_return ports; }
+  ostra::future<std::vector<tether::port_record>> EnumeratePorts() override {
+    co_return std::vector<tether::port_record>{{L"", 5}};
+  }
 
   ostra::future<HRESULT> OpenPort(std::uint32_t) override {
     answer_or_throw(kOpen);
-    co_return open_outcome;
+    co_return outcome;
   }
 
+  // A wait for events ends at once, without any.
   ostra::future<tether::bytes_result> IoControl(std::uint32_t code, std::uint32_t,
                                                 bytes input) override {
-    note(" [" + std::to_string(code >> 2 & 0xFFF) + numbers(input) + "]");
+    const std::lock_guard guard(lock_);
+    calls_ += " [" + std::to_string(code >> 2 & 0xFFF) + numbers(input) + "]";
     answer_or_throw(code);
-    if (code == IOCTL_SERIAL_WAIT_ON_MASK) {
-      auto none = lacks_events.wait();
-      co_await none;
-    }
-    tether::bytes_result result{outcome, output_of(code)};
-    co_return result;
+    SERIAL_STATUS output = {0, 0, static_cast<ULONG>(coming_.size()), 0, FALSE, FALSE};
+    if (code == IOCTL_SERIAL_GET_COMMSTATUS)
+      output.Errors = errors.exchange(0);
+    else if (code == IOCTL_SERIAL_GET_MODEMSTATUS)
+      output.Errors = modem_lines;  // as its first field
+    co_return tether::bytes_result{outcome, bytes_of(output)};
   }
 
   ostra::future<HRESULT> Write(bytes data) override {
-    answer_or_throw(kWrite);
     auto allowed = may_write.wait();
     co_await allowed;
     const std::lock_guard guard(lock_);
@@ -109,7 +102,6 @@ class fake_device final : public tether::IServer_Remote {
   }
 
   ostra::future<tether::bytes_result> Read(std::uint32_t size) override {
-    note(" read " + std::to_string(size));
     answer_or_throw(kRead);
     auto byte = byte_came_.wait();
     co_await byte;
@@ -127,20 +119,6 @@ class fake_device final : public tether::IServer_Remote {
     if (unanswered.contains(code))
       ostra::details::throw_win32(ERROR_NOT_SUPPORTED);
   }
-  void note(const std::string& call) {
-    const std::lock_guard guard(lock_);
-    calls_ += call;
-  }
-  bytes output_of(std::uint32_t code) {
-    const std::lock_guard guard(lock_);
-    if (code == IOCTL_SERIAL_WAIT_ON_MASK)
-      return bytes_of(DWORD{0});
-    if (auto told = outputs.extract(code))
-      return std::move(told.mapped());
-    SERIAL_STATUS status = {};
-    status.AmountInInQueue = static_cast<ULONG>(coming_.size());
-    return code == IOCTL_SERIAL_GET_COMMSTATUS ? bytes_of(status) : bytes();
-  }
 
   ostra::async_event byte_came_{false};
 
@@ -154,8 +132,6 @@ class fake_device final : public tether::IServer_Remote {
 class fake_server {
  public:
   fake_server() { accept(); }
-  fake_server(const fake_server&) = delete;
-  fake_server& operator=(const fake_server&) = delete;
   ~fake_server() {
     hang_up();
     for (const auto& client : clients_)
@@ -196,7 +172,7 @@ class fake_server {
 template <class Action>
 std::wstring failure_of(Action action) {
   try {
-    static_cast<void>(action());
+    action();
     return L"";
   } catch (const client_error& error) {
     return error.message();
