@@ -3,7 +3,10 @@
 byte back and has no signals, and PORT of the virtual serial driver, which has all but very high baud rates. The
 programs are sockets, and pyserial as an independent client of RFC 2217. The interpreter is the one that the
 package python3-serial belongs to."""
+import os
+import pathlib
 import random
+import re
 import socket
 import struct
 import subprocess
@@ -50,6 +53,13 @@ class Program:
         self.send(bytes.fromhex("fffd00 fffd03 fffd2c fffb00 fffb03 fffb2c"))
         self.expect(com_port(MODEM_NOTICE, modem_status))
         return self
+
+    def is_watched(self):
+        """In half a minute the bridge asks whether this end is still there."""
+        here, there = self.socket.getsockname()[1], self.socket.getpeername()[1]
+        keepalive = rf":{there:04X} \w+:{here:04X} 01 \w+:\w+ 02:(\w+)"
+        timer = re.search(keepalive, pathlib.Path("/proc/net/tcp").read_text())
+        return timer and int(timer[1], 16) <= 30 * os.sysconf("SC_CLK_TCK")
 
     def command(self, number, *value, answer=()):
         self.send(com_port(number, *value))
@@ -178,6 +188,7 @@ class BridgeTest(unittest.TestCase):
     def test_second_program_is_told_that_the_port_is_in_use_and_holds_up_nobody(self):
         bridge = self.bridge("--listen", "0")
         first = self.telnet(bridge)
+        programs.eventually(first.is_watched)
         talking = Program(self, bridge)
         talking.send(b"let me in" * 1000)
         Program(self, bridge).expect_refusal("is in use by another program")
