@@ -1,6 +1,7 @@
 #include "async/timer.h"
 
 #include "async/auto_reset_event.h"
+#include "async/future.h"
 #include "async/within.h"
 #include "tests/support/unit/testing.h"
 

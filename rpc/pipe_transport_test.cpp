@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "rpc/client_identity.h"
 #include "rpc/mailslot.h"
 #include "rpc/security_descriptor.h"
 #include "tests/support/unit/memory_transport.h"

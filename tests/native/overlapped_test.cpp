@@ -4,6 +4,7 @@
 
 #include <functional>
 
+#include "async/future.h"
 #include "handles.h"
 #include "tests/support/unit/testing.h"
 
