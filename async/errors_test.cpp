@@ -7,23 +7,13 @@
 namespace ostra {
 namespace {
 
-template <class Action>
-DWORD caught(Action action) {
-  try {
-    action();
-  } catch (...) {
-    return static_cast<DWORD>(details::current_hresult());
-  }
-  return 0;
-}
+using testing_support::code_of;
 
 TEST(Errors, EveryFailureHasItsHresult) {
-  EXPECT_EQ(caught([] { details::throw_win32(0x12345); }), 0x80072345);
-  EXPECT_EQ(caught([] { details::throw_win32(0x80004005); }), 0x80004005);
-  ::SetLastError(ERROR_SHARING_VIOLATION);
-  EXPECT_EQ(caught([] { details::check_file(INVALID_HANDLE_VALUE); }), 0x80070020);
-  EXPECT_EQ(caught([] { throw std::bad_alloc(); }), 0x8007000E);
-  EXPECT_EQ(caught([] { throw 1; }), 0x8000FFFF);
+  EXPECT_EQ(code_of([] { details::throw_win32(0x12345); }), HRESULT(0x80072345));
+  EXPECT_EQ(code_of([] { details::throw_win32(0x80004005); }), HRESULT(0x80004005));
+  EXPECT_EQ(code_of([] { throw std::bad_alloc(); }), E_OUTOFMEMORY);
+  EXPECT_EQ(code_of([] { throw 1; }), E_UNEXPECTED);
 }
 
 }  // namespace

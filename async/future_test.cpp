@@ -27,14 +27,6 @@ future<int> sum_of(future<int> first, future<int> second, life = {}) {
   co_return a + b;
 }
 
-TEST(Future, FailureTravelsAndTakesNoThread) {
-  promise<int> failing;
-  const auto denied = sum_of(hop(0), failing.get_future());
-  failing.set_exception(std::make_exception_ptr(hresult_error(E_FAIL)));
-  EXPECT_TRUE(denied.is_complete());
-  EXPECT_EQ(testing_support::code_of([&] { return denied.get(); }), E_FAIL);
-}
-
 // The value of the awaited coroutine, and how many live when its waiter goes on.
 future<void> observe(future<int> from, life& living, std::string& seen) {
   const int value = co_await from;
@@ -49,16 +41,6 @@ TEST(Future, RunsToItsEndUnkeptAndItsFrameDiesBeforeTheWaiterResumes) {
   EXPECT_EQ(living.use_count(), 2);
   gate.set_value(7);
   EXPECT_EQ(seen, "7 with 0");
-}
-
-TEST(Promise, ThatIsAbandonedCancelsItsWaiter) {
-  promise<int> promised;
-  const auto orphan = promised.get_future();
-  promise<int> other;
-  other = std::move(promised);
-  EXPECT_FALSE(orphan.is_complete());
-  other = {};
-  EXPECT_THROW(orphan.get(), operation_cancelled);
 }
 
 // The thread that blocks leaves its frame the moment it is woken.

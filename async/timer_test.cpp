@@ -1,5 +1,6 @@
 #include "async/timer.h"
 
+#include "async/auto_reset_event.h"
 #include "async/future.h"
 #include "async/within.h"
 #include "tests/support/unit/testing.h"
@@ -9,31 +10,52 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing_support::code_of;
+using testing_support::outcome_of;
 
-// False when the wait was cancelled.
-future<bool> wait(async_timer& timer, ticks duration) {
-  try {
-    auto firing = timer.wait(duration);
-    co_await firing;
-    co_return true;
-  } catch (const timer_cancelled&) {
-  }
-  co_return false;
-}
-
+// The event's waits are the timer's, which its setting cancels.
 TEST(AsyncTimer, FiresAfterItsDurationOrIsCancelledAndCanBeUsedAgain) {
-  async_timer timer;
+  auto_reset_event event;
   for (int round = 0; round < 2; ++round) {
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(wait(timer, 30ms).get());
+    EXPECT_FALSE(event.wait_for(30ms).get());
     EXPECT_GE(std::chrono::steady_clock::now() - start, 25ms);
-    const auto waiting = wait(timer, 1h);
+    const auto waiting = event.wait_for(1h);
     EXPECT_FALSE(waiting.is_complete());
-    timer.cancel();
-    EXPECT_FALSE(waiting.get());
-    timer.cancel();  // the next wait
-    EXPECT_FALSE(wait(timer, 1h).get());
+    event.set();
+    EXPECT_TRUE(waiting.get());
+    event.set();  // for the next wait
+    EXPECT_TRUE(event.wait_for(1h).get());
   }
+}
+
+// The second wait begins on the thread of the first firing, which a cancel here must not wait for.
+future<bool> wait_twice(auto_reset_event& event, ticks first, bool sets = false) {
+  auto one = event.wait_for(first);
+  co_await one;
+  auto other = event.wait_for(1h);
+  if (sets)
+    event.set();
+  const bool is_set = co_await other;
+  co_return is_set;
+}
+
+TEST(AsyncTimer, StressOfUseWhileOthersCancelIt) {
+  auto_reset_event set_in_a_firing;
+  EXPECT_TRUE(wait_twice(set_in_a_firing, 1ms, true).get());
+  testing_support::stress([](auto& random) {
+    const cancellation_source source;
+    auto_reset_event event(source.token());
+    const auto is_set = wait_twice(event, ticks(random() % 2000));
+    const auto set_until_done = [&] {
+      while (!is_set.is_complete())
+        event.set();
+    };
+    const std::jthread other(set_until_done);
+    if (random() % 2 == 0)
+      source.cancel();
+    set_until_done();
+    code_of([&] { EXPECT_TRUE(is_set.get()); });
+  });
 }
 
 TEST(Within, CallOrItsLimitGivesTheOutcome) {
@@ -46,43 +68,14 @@ TEST(Within, CallOrItsLimitGivesTheOutcome) {
   EXPECT_THROW(failure.get(), operation_cancelled);
   constexpr auto kTimeout = static_cast<HRESULT>(0x800705B4);
   const promise<void> hangs;
-  EXPECT_EQ(code_of([&] { within(hangs.get_future(), 10ms).get(); }), kTimeout);
+  EXPECT_EQ(outcome_of(within(hangs.get_future(), 10ms)), kTimeout);
   testing_support::stress([](auto& random) {
     promise<void> call;
     const auto limited = within(call.get_future(), 1ms);
     testing_support::spin(random() % 400'000);
     call.set_value();
-    const HRESULT outcome = code_of([&] { limited.get(); });
+    const HRESULT outcome = outcome_of(limited);
     EXPECT_TRUE(outcome == S_OK || outcome == kTimeout);
-  });
-}
-
-// The second wait begins on the thread of the first firing, which a cancel here must not wait for.
-future<bool> wait_twice(async_timer& timer, ticks first, bool cancels = false) {
-  auto one = wait(timer, first);
-  co_await one;
-  auto other = wait(timer, 1h);
-  if (cancels)
-    timer.cancel();
-  const bool fired = co_await other;
-  co_return fired;
-}
-
-TEST(AsyncTimer, StressOfUseWhileOthersCancelIt) {
-  async_timer cancelled_in_a_firing;
-  EXPECT_FALSE(wait_twice(cancelled_in_a_firing, 1ms, true).get());
-  testing_support::stress([](auto& random) {
-    const cancellation_source source;
-    auto_cancel_timer timer(source.token());
-    const auto fired_early = wait_twice(timer, ticks(random() % 2000));
-    const auto cancel_until_done = [&] {
-      source.cancel();
-      while (!fired_early.is_complete())
-        timer.cancel();
-    };
-    const std::jthread other(cancel_until_done);
-    cancel_until_done();
-    EXPECT_FALSE(fired_early.get());
   });
 }
 

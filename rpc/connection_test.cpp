@@ -11,7 +11,6 @@ namespace tether {
 namespace {
 
 using test::bytes;
-using test::MakeMessage;
 using test::MemoryTransport;
 using test::Pattern;
 using testing_support::eventually;
@@ -19,19 +18,24 @@ using test_connection = Connection<Client_IClient, Server_IServer>;
 
 constexpr std::uint16_t kClientCode = 1;
 
-// Opening and controls end on another thread than they began; reads wait for a Write; a read of size 13 fails.
+// Completes on another thread.
+template <class T>
+ostra::future<T> Elsewhere(ostra::future<T> result) {
+  ostra::resume_background elsewhere;
+  co_await elsewhere;
+  co_return result.get();
+}
+
+// Opening and controls end on another thread than they began; reads wait for a Write; a read of
+// size 13 fails.
 class FakeServer final : public test::EchoServer {
  public:
   ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
-    ostra::resume_background elsewhere;
-    co_await elsewhere;
-    co_return static_cast<HRESULT>(number);
+    return Elsewhere(EchoServer::OpenPort(number));
   }
-  ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t, bytes input) override {
-    ostra::resume_background elsewhere;
-    co_await elsewhere;
-    bytes_result result{static_cast<HRESULT>(code), std::move(input)};
-    co_return result;
+  ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t size,
+                                        bytes input) override {
+    return Elsewhere(EchoServer::IoControl(code, size, std::move(input)));
   }
   ostra::future<HRESULT> Write(bytes data) override {
     may_read_.set();
@@ -42,8 +46,7 @@ class FakeServer final : public test::EchoServer {
       throw ostra::hresult_error(E_FAIL);
     auto may_read = may_read_.wait();
     co_await may_read;
-    bytes_result result{S_OK, Pattern(size)};
-    co_return result;
+    co_return bytes_result{S_OK, Pattern(size)};
   }
 
  private:
@@ -80,11 +83,7 @@ class BothEnds : public ::testing::Test {
   ostra::future<HRESULT> server_running_, client_running_;
 };
 
-TEST_F(BothEnds, EveryMethodCarriesItsArgumentsAndResult) {
-  const auto ports = Remote().EnumeratePorts().get();
-  ASSERT_EQ(ports.size(), 2u);
-  EXPECT_EQ(ports[1].friendly_name, L"P\x20AC");
-  EXPECT_EQ(ports[1].number, 70'000u);
+TEST_F(BothEnds, MethodsCarryTheirArgumentsAndResults) {
   EXPECT_EQ(Remote().OpenPort(7).get(), 7);
   const auto control = Remote().IoControl(5, 300'000, Pattern(300'000)).get();
   EXPECT_EQ(control.code, 5);
@@ -114,11 +113,12 @@ TEST_F(BothEnds, RequestHoldsTheImplementationUntilItEnds) {
   EXPECT_EQ(server_->Transport(), nullptr);
   ASSERT_FALSE(weak.expired());
   static_cast<void>(weak.lock()->Write({}));
-  EXPECT_TRUE(weak.expired());
+  EXPECT_TRUE(eventually([&] { return weak.expired(); }));  // the other request holds it, too
 }
 
 TEST_F(BothEnds, StressOfCallsAgainstTheEnd) {
   testing_support::stress([this](auto& random) {
+    client_->Cancel();
     Connect();
     const auto call_until_the_end = [this](std::uint32_t size) {
       for (; client_->Transport() != nullptr; size += 10) {
@@ -143,7 +143,7 @@ TEST(Writer, FailedWriteEndsTheSendingAndTheReading) {
   const auto load = std::make_shared<RequestLoad>(ostra::cancellation_source());
   peer.reset();
   for (int time = 0; time < 2; ++time)
-    writer->Send(MakeMessage({}), load->Begin({}));
+    writer->Send(test::MakeMessage({}), load->Begin({}));
   EXPECT_TRUE(running.is_complete() && transport->GetCancellation().is_cancelled());
   EXPECT_EQ(load->count(), 0u);
 }

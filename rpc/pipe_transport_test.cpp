@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "rpc/client_identity.h"
+#include "rpc/mailslot.h"
 #include "rpc/security_descriptor.h"
 #include "tests/support/unit/memory_transport.h"
 #include "tests/support/unit/named_objects.h"
@@ -13,13 +15,19 @@ namespace {
 using ostra::details::to_hresult;
 using test::MakeMessage;
 using test::Pattern;
+using testing_support::outcome_of;
 using testing_support::unique_name;
+
+// What stays pending when nobody reads it.
+constexpr std::size_t kMoreThanThePipeTakes = 16'000'000;
 
 constexpr wchar_t kAccess[] = L"D:P(D;;FA;;;AN)(A;;FA;;;WD)";
 
-template <class Result>
-HRESULT Outcome(const ostra::future<Result>& operation) {
-  return testing_support::code_of([&] { return operation.get(), 0; });
+bool ThreadImpersonates() {
+  HANDLE token = nullptr;
+  const BOOL opened = ::OpenThreadToken(::GetCurrentThread(), TOKEN_QUERY, TRUE, &token);
+  const Tamrin::unique_handle owner(token);
+  return opened;
 }
 
 // A server's end, and a client that knows nothing of messages.
@@ -55,7 +63,7 @@ TEST_F(PipeEnds, MessageCutAtAnyByteFailsTheReadOrGoesOn) {
     const auto broken = server_->ReadMessage();
     WriteRaw(whole->bytes().first(cut));
     raw_.reset();
-    ASSERT_EQ(Outcome(broken), to_hresult(ERROR_BROKEN_PIPE)) << cut;
+    ASSERT_EQ(outcome_of(broken), to_hresult(ERROR_BROKEN_PIPE)) << cut;
   }
 }
 
@@ -72,28 +80,66 @@ TEST_F(PipeEnds, CancelEndsWhatIsPendingAndRefusesWhatComes) {
   waiting->LinkCancellation(owner);
   const auto wait = waiting->WaitClient(false, nullptr);
   owner.cancel();
-  EXPECT_EQ(Outcome(wait), to_hresult(ERROR_OPERATION_ABORTED));
+  EXPECT_EQ(outcome_of(wait), to_hresult(ERROR_OPERATION_ABORTED));
   waiting->LinkCancellation(owner);
-  EXPECT_EQ(Outcome(waiting->WaitClient(false, nullptr)), to_hresult(ERROR_CANCELLED));
+  EXPECT_EQ(outcome_of(waiting->WaitClient(false, nullptr)), to_hresult(ERROR_CANCELLED));
 
   Renew();
   const auto read = server_->ReadMessage();
-  // More than the pipe's buffers take: it stays pending, since the client does not read.
-  const auto write = server_->WriteMessage(MakeMessage({}, Pattern(16'000'000)));
+  const auto write = server_->WriteMessage(MakeMessage({}, Pattern(kMoreThanThePipeTakes)));
   EXPECT_FALSE(write.is_complete());
   server_->Cancel();
-  EXPECT_EQ(Outcome(read), to_hresult(ERROR_OPERATION_ABORTED));
-  EXPECT_NE(Outcome(write), S_OK);
+  EXPECT_EQ(outcome_of(read), to_hresult(ERROR_OPERATION_ABORTED));
+  EXPECT_NE(outcome_of(write), S_OK);
 }
 
 TEST_F(PipeEnds, EndThatIsThrownOffListensAgainWhenItIsToldTo) {
   Renew();
   const auto client = PipeTransport::Create();
   server_->Disconnect();
-  EXPECT_EQ(client->Connect(L".", name_, 50, 1), to_hresult(ERROR_PIPE_BUSY));
   const auto wait = server_->WaitClient(false, nullptr);
   EXPECT_EQ(client->Connect(L".", name_, 50, 1), S_OK);
   EXPECT_EQ(wait.get(), 0u);
+}
+
+TEST_F(PipeEnds, ClientsTokenNamesItAndEndsTheImpersonation) {
+  EXPECT_FALSE(server_->GetClientToken(TOKEN_QUERY, false, false));  // nobody is there
+  Renew();
+  WriteRaw(MakeMessage({})->bytes());
+  static_cast<void>(server_->ReadMessage().get());
+
+  const CToken token = server_->GetClientToken(TOKEN_QUERY, false, false);
+  EXPECT_FALSE(ThreadImpersonates());
+  wchar_t user[256] = L"";
+  DWORD size = 256;
+  EXPECT_TRUE(::GetUserNameW(user, &size));
+  EXPECT_TRUE(account_name(token).value_or(L"").ends_with(L"\\" + std::wstring(user)));
+  EXPECT_FALSE(account_name(CToken()));
+
+  // One that is kept ends with its last owner.
+  CToken owner = server_->GetClientToken(TOKEN_QUERY, true, false);
+  CToken last;
+  last = std::move(owner);
+  owner = CToken();
+  EXPECT_TRUE(ThreadImpersonates());
+  last = CToken();
+  EXPECT_FALSE(ThreadImpersonates());
+}
+
+// The path leaves the mailslots for the pipe, whose handles are overlapped on every system; so the
+// operations through the thread pool are tested where mailslots are synchronous, too.
+TEST_F(PipeEnds, MailslotReadsAndWritesAreOverlapped) {
+  ASSERT_EQ(server_->Listen(name_, nullptr), S_OK);
+  const auto mailslot = std::make_shared<Mailslot>();
+  ASSERT_EQ(mailslot->Open(L".", LR"(..\pipe\)" + name_), S_OK);
+  const auto read = mailslot->Read();
+  EXPECT_FALSE(read.is_complete());
+  const auto message = MakeMessage({1, 2, 3, 0}, Pattern(1000));
+  server_->WriteMessage(message).get();
+  EXPECT_TRUE(std::ranges::equal(read.get(), message->bytes()));
+  const auto write = mailslot->Write(Pattern(kMoreThanThePipeTakes));
+  mailslot->Cancel();
+  EXPECT_EQ(outcome_of(write), to_hresult(ERROR_OPERATION_ABORTED));
 }
 
 }  // namespace

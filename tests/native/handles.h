@@ -1,129 +1,80 @@
-// What a handle stands for: a device for overlapped reads whose other end is the test.
+// What a handle stands for: a device for overlapped calls, which the test answers.
 #pragma once
 
 #include <cstdlib>
-#include <optional>
 
 #include "thread_pool.h"
 
-// How a read ends: an NTSTATUS and the Win32 error that it maps to. One of success moves one 'x'.
+// How a call ends: an NTSTATUS and the Win32 error that it maps to.
 struct device_answer {
   ULONG status = 0;
   DWORD error = ERROR_SUCCESS;
-
-  [[nodiscard]] ULONG severity() const { return status >> 30; }
 };
 
-// The handle is its address, so the address sanitizer sees the use of a closed one.
+// One call at a time. The handle is its address, and so is what binds it to the thread pool.
 struct test_device {
-  // Answers the read that waits, or else the next one.
-  void send(device_answer sent = {}) {
-    const std::lock_guard guard(lock);
-    if (read != nullptr)
-      end_read(sent, true);
-    else
-      next = sent;
-  }
-
-  // A call that fails at once with an error (severity 3) is not accepted: its OVERLAPPED stays
-  // pending, and no completion comes. One that ends at once with a warning has its completion.
-  DWORD begin_read(void* to, OVERLAPPED* call) {
-    const std::lock_guard guard(lock);
+  // The call pends until it is answered; returns what the call does.
+  DWORD begin(OVERLAPPED* call) {
     call->Internal = 0x103;  // STATUS_PENDING
-    read = call;
-    buffer = static_cast<char*>(to);
-    if (!next)
-      return ERROR_IO_PENDING;
-    const auto sent = *std::exchange(next, std::nullopt);
-    if (sent.severity() == 3)
-      read = nullptr;
-    else
-      end_read(sent, sent.error != ERROR_SUCCESS || !skips_on_success);
-    return sent.error;
+    pending = call;
+    return ERROR_IO_PENDING;
   }
 
-  void end_read(device_answer sent, bool completes) {
-    OVERLAPPED* const call = std::exchange(read, nullptr);
-    call->Internal = sent.status;
-    if (sent.severity() < 2) {
-      call->InternalHigh = 1;
-      *buffer = 'x';
-    }
-    if (completes)
-      binding->run([end = complete, sent, call] { end(sent.error, call); });
+  // Ends the call that pends, if any.
+  void send(device_answer answer) {
+    OVERLAPPED* const call = pending.exchange(nullptr);
+    if (call == nullptr)
+      return;
+    call->Internal = answer.status;
+    std::thread(on_completion, call, answer.error).detach();
   }
 
-  // Constant once calls are made.
+  // A call that has its answer at once; returns what the call does. One that fails with an error
+  // (severity 3) is not accepted: its OVERLAPPED stays pending, and no completion comes. One that
+  // ends with a warning has its completion.
+  DWORD answer_at_once(OVERLAPPED* call, device_answer answer) {
+    begin(call);
+    const ULONG severity = answer.status >> 30;
+    if (severity == 3 || (severity == 0 && skips_on_success))
+      pending = nullptr;
+    send(answer);
+    return severity == 0 ? ERROR_SUCCESS : answer.error;
+  }
+
   bool skips_on_success = false;
-  std::shared_ptr<TP_OBJECT> binding;
-  std::function<void(DWORD error, OVERLAPPED*)> complete;
-
-  // Guarded by lock.
-  std::mutex lock;
-  std::optional<device_answer> next;
-  OVERLAPPED* read = nullptr;
-  char* buffer = nullptr;
+  std::function<void(OVERLAPPED*, DWORD error)> on_completion;
+  std::atomic<int> started = 0;  // calls whose completion is still to come
+  std::atomic<OVERLAPPED*> pending = nullptr;
 };
-
-inline test_device& device_of(HANDLE handle) {
-  return *static_cast<test_device*>(handle);
-}
-
-inline BOOL CloseHandle(HANDLE handle) noexcept {
-  delete &device_of(handle);
-  return TRUE;
-}
-
-// Nothing that runs here waits for a handle.
-inline PTP_WAIT CreateThreadpoolWait(auto, void*, void*) {
-  return nullptr;
-}
-inline void SetThreadpoolWait(PTP_WAIT, HANDLE, const FILETIME*) {}
-inline constexpr auto CloseThreadpoolWait = &CloseThreadpoolTimer;
 
 inline BOOL SetFileCompletionNotificationModes(HANDLE handle, BYTE) {
-  return device_of(handle).skips_on_success = true;
+  return static_cast<test_device*>(handle)->skips_on_success = true;
 }
 
-inline void StartThreadpoolIo(PTP_IO io) {
-  ++io->started;
+using PTP_IO = test_device*;
+inline void StartThreadpoolIo(PTP_IO device) {
+  ++device->started;
 }
-
 // A call has ended, or was not accepted.
-inline void CancelThreadpoolIo(PTP_IO io) {
-  if (io->started.fetch_sub(1) <= 0)
+inline void CancelThreadpoolIo(PTP_IO device) {
+  if (device->started.fetch_sub(1) <= 0)
     std::abort();  // without a StartThreadpoolIo
 }
 
 inline PTP_IO CreateThreadpoolIo(HANDLE handle, auto callback, void* context, void*) {
-  const PTP_IO io = TP_OBJECT::hand_out();
-  device_of(handle).binding = io->self;
-  device_of(handle).complete = [=](DWORD error, OVERLAPPED* call) {
-    CancelThreadpoolIo(io);
-    callback(nullptr, context, call, error, call->InternalHigh, io);
+  const PTP_IO device = static_cast<test_device*>(handle);
+  device->on_completion = [=](OVERLAPPED* call, DWORD error) {
+    CancelThreadpoolIo(device);
+    callback(nullptr, context, call, error, call->InternalHigh, device);
   };
-  return io;
+  return device;
 }
 
-inline void CloseThreadpoolIo(PTP_IO io) {
-  if (io->started != 0)
+inline void CloseThreadpoolIo(PTP_IO device) {
+  if (device->started != 0)
     std::abort();  // a call was neither completed nor cancelled
-  io->self.reset();
 }
 
-inline BOOL ReadFile(HANDLE handle, void* buffer, DWORD, DWORD*, OVERLAPPED* call) {
-  SetLastError(device_of(handle).begin_read(buffer, call));
-  return GetLastError() == ERROR_SUCCESS;
-}
-
-inline BOOL WriteFile(HANDLE, const void*, DWORD, DWORD*, OVERLAPPED*) {
-  std::abort();  // nothing here writes
-}
-
-inline BOOL CancelIoEx(HANDLE handle, OVERLAPPED* call) {
-  auto& device = device_of(handle);
-  const std::lock_guard guard(device.lock);
-  if (device.read == call)
-    device.end_read({0xC0000120, ERROR_OPERATION_ABORTED}, true);
-  return TRUE;
+inline void CancelIoEx(HANDLE handle, OVERLAPPED*) {
+  static_cast<test_device*>(handle)->send({0xC0000120, ERROR_OPERATION_ABORTED});
 }

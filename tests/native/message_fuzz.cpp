@@ -53,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto server = std::make_shared<test::EchoServer>();
   auto [transport, peer] = test::MemoryTransport::MakePair();
   auto rest = std::as_bytes(std::span(data, size));
-  peer->WriteBytes(rest, true);
+  peer->WriteBytes(rest);
+  peer->EndWriting();
   const auto end = std::make_shared<Connection<Client_IClient, Server_IServer>>(
       std::move(transport), kOwnCode, std::weak_ptr<IServer_Remote>(server));
   const auto ports = end->Remote().EnumeratePorts();
@@ -73,9 +74,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!expected)
       continue;
     const auto reply = peer->ReadMessage().get();
-    require(reply->header().call == header.call && reply->header().code == header.code &&
-            reply->header().method == header.method &&
-            std::ranges::equal(reply->payload(), *expected));
+    const message_header& replied = reply->header();
+    require(replied.call == header.call && replied.code == header.code &&
+            replied.method == header.method && std::ranges::equal(reply->payload(), *expected));
   }
   try {
     static_cast<void>(peer->ReadMessage().get());

@@ -11,101 +11,80 @@
 namespace ostra {
 namespace {
 
+using enum immediate_success;
+using testing_support::outcome_of;
+
 constexpr auto kAborted = static_cast<HRESULT>(0x800703E3);
-constexpr auto kSkips = immediate_success::continues_inline;
-constexpr auto kQueues = immediate_success::queues_completion;
 
-class Overlapped : public ::testing::Test {
+class Overlapped : public ::testing::TestWithParam<immediate_success> {
  protected:
-  void Open(immediate_success mode) {
-    binding_ = io_binding();
-    file_.reset(device_ = new test_device);
-    binding_.bind(device_, mode);
-  }
+  Overlapped() { binding_.bind(&device_, GetParam()); }
 
-  // Reads one byte; `before` and `after` run on the starting thread, around the call.
-  using action = std::function<void()>;
-  future<DWORD> Read(cancellation_token token = {}, action before = {}, action after = {}) {
-    char byte = 0;
-    const auto start = [&](HANDLE file, OVERLAPPED* overlapped) noexcept {
-      if (before)
-        before();
-      const DWORD error = read_file{&byte, 1}(file, overlapped);
-      if (after)
-        after();
-      return error;
-    };
-    io_call read(binding_, start, token);
-    const DWORD size = co_await read;
-    EXPECT_EQ(byte, size == 1 ? 'x' : 0);
+  // `begin` runs on the starting thread, and says what the call returns.
+  using start = std::function<DWORD(OVERLAPPED*)>;
+  future<DWORD> Call(start begin, cancellation_token token = {}) {
+    const auto call_device = [&begin](HANDLE, OVERLAPPED* call) noexcept { return begin(call); };
+    io_call call(binding_, call_device, token);
+    const DWORD size = co_await call;
     co_return size;
   }
-
-  static HRESULT Outcome(const future<DWORD>& read) {
-    return testing_support::code_of([&] { return read.get(); });
+  future<DWORD> PendingCall(cancellation_token token = {}) {
+    return Call([this](OVERLAPPED* call) { return device_.begin(call); }, token);
   }
 
-  Tamrin::unique_file file_;
+  test_device device_;
   io_binding binding_;
-  test_device* device_ = nullptr;
 };
 
-TEST_F(Overlapped, EachAnswerGivesItsResultAtOnceAndLater) {
+INSTANTIATE_TEST_SUITE_P(Modes, Overlapped, ::testing::Values(continues_inline, queues_completion));
+
+TEST_P(Overlapped, EachAnswerGivesItsResultAtOnceAndLater) {
   const std::pair<device_answer, HRESULT> rows[] = {
-      {{0, 0}, S_OK},
+      {{0, ERROR_SUCCESS}, S_OK},
+      {{0x102, ERROR_TIMEOUT}, S_OK},
       {{0xC000014B, ERROR_BROKEN_PIPE}, static_cast<HRESULT>(0x8007006D)},
       {{0xC0000011, ERROR_HANDLE_EOF}, S_OK},
       {{0x80000005, ERROR_MORE_DATA}, static_cast<HRESULT>(0x800700EA)},
       {{0xC0000023, ERROR_MORE_DATA}, static_cast<HRESULT>(0x800700EA)}};
-  for (const auto mode : {kQueues, kSkips}) {
-    Open(mode);
-    for (const auto& [sent, code] : rows) {
-      const auto pending = Read();
-      EXPECT_FALSE(pending.is_complete());
-      device_->send(sent);
-      EXPECT_EQ(Outcome(pending), code) << sent.status;
-      device_->send(sent);
-      const auto at_once = Read();
-      if (sent.severity() == 3 || (sent.status == 0 && mode == kSkips))
-        ASSERT_TRUE(at_once.is_complete()) << sent.status;
-      EXPECT_EQ(Outcome(at_once), code) << sent.status;
-    }
+  for (const auto& [answer, outcome] : rows) {
+    const auto later = PendingCall();
+    EXPECT_FALSE(later.is_complete());
+    device_.send(answer);
+    EXPECT_EQ(outcome_of(later), outcome) << answer.status;
+    const auto at_once = [&](OVERLAPPED* call) { return device_.answer_at_once(call, answer); };
+    EXPECT_EQ(outcome_of(Call(at_once)), outcome) << answer.status;
   }
-  const auto timed_out = Read();
-  device_->send({0x102, ERROR_TIMEOUT});
-  EXPECT_EQ(timed_out.get(), 1u);
 }
 
-// Between the subscription and the call CancelIoEx finds nothing; the second one falls between the
-// call and the suspension. The time lets what was begun win most of the rounds; either order has to
-// work.
-TEST_F(Overlapped, CancellationAndCompletionMayComeAtAnyTime) {
-  for (int round = 0; round < 100; ++round) {
-    Open(round % 2 == 0 ? kSkips : kQueues);
-    const cancellation_source sources[4];
+// Between the subscription and the call CancelIoEx finds nothing; the second cancel falls between
+// the call and the suspension. The time lets what was begun win most of the rounds; either order has
+// to work.
+TEST_P(Overlapped, CancellationAndCompletionMayComeAtAnyTime) {
+  for (int round = 0; round < 50; ++round) {
+    const cancellation_source early, late, both;
     const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
-    const auto cancel = [&](int which) {
-      return [&sources, which, pause] {
-        sources[which].cancel();
+    const auto cancel_and_begin = [&](OVERLAPPED* call) {
+      early.cancel();
+      pause();
+      return device_.begin(call);
+    };
+    ASSERT_EQ(outcome_of(Call(cancel_and_begin, early.token())), kAborted);
+    const auto begin_and = [&](auto action) {
+      return [&, action](OVERLAPPED* call) {
+        const DWORD error = device_.begin(call);
+        action();
         pause();
+        return error;
       };
     };
-    ASSERT_EQ(Outcome(Read(sources[0].token(), cancel(0))), kAborted);
-    ASSERT_EQ(Outcome(Read(sources[1].token(), {}, cancel(1))), kAborted);
-    const auto pending = Read(sources[2].token());
-    sources[2].cancel();
-    ASSERT_EQ(Outcome(pending), kAborted);
-    ASSERT_EQ(Outcome(Read(sources[2].token())), operation_cancelled().code());
-    const auto send = [&] {
-      device_->send();
-      pause();
-    };
-    ASSERT_EQ(Outcome(Read({}, {}, send)), S_OK);
-    const auto both = Read(sources[3].token());
-    const std::jthread sender([this] { device_->send(); });
-    sources[3].cancel();
-    const HRESULT code = Outcome(both);
+    ASSERT_EQ(outcome_of(Call(begin_and([&] { late.cancel(); }), late.token())), kAborted);
+    ASSERT_EQ(outcome_of(Call(begin_and([&] { device_.send({}); }))), S_OK);
+    const auto pending = PendingCall(both.token());
+    const std::jthread sender([this] { device_.send({}); });
+    both.cancel();
+    const HRESULT code = outcome_of(pending);
     ASSERT_TRUE(code == S_OK || code == kAborted);
+    ASSERT_EQ(outcome_of(PendingCall(both.token())), operation_cancelled().code());
   }
 }
 

@@ -4,7 +4,5 @@ set -euo pipefail
 # shellcheck source=tools/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../../tools/setup.sh"
 
-targets=(all)
-[[ $1 != native-tsan ]] || targets=(async_test rpc_test)
-build "$1" "${targets[@]}"
+build "$1" all
 ctest --preset "$1"

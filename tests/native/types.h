@@ -10,7 +10,7 @@ static_assert(sizeof(wchar_t) == 2, "compile with -fshort-wchar: wide text is UT
 
 #define CALLBACK
 #define TRUE 1
-#define FALSE 0
+#define FAILED(code) ((code) < 0)
 #define INVALID_HANDLE_VALUE reinterpret_cast<HANDLE>(std::intptr_t{-1})
 
 using BOOL = int;
@@ -25,24 +25,12 @@ using PSID = void*;
 using PSECURITY_DESCRIPTOR = void*;
 inline constexpr std::size_t SECURITY_MAX_SID_SIZE = 68;
 
-inline constexpr DWORD ERROR_SUCCESS = 0, ERROR_ACCESS_DENIED = 5, ERROR_SHARING_VIOLATION = 32,
-                       ERROR_HANDLE_EOF = 38, ERROR_BROKEN_PIPE = 109, ERROR_MORE_DATA = 234,
-                       ERROR_OPERATION_ABORTED = 995, ERROR_IO_PENDING = 997,
+inline constexpr DWORD ERROR_SUCCESS = 0, ERROR_HANDLE_EOF = 38, ERROR_BROKEN_PIPE = 109,
+                       ERROR_MORE_DATA = 234, ERROR_OPERATION_ABORTED = 995, ERROR_IO_PENDING = 997,
                        ERROR_CANCELLED = 1223, ERROR_TIMEOUT = 1460;
-inline constexpr DWORD WAIT_OBJECT_0 = 0, WAIT_TIMEOUT = 258, INFINITE = 0xFFFFFFFF;
+inline constexpr DWORD WAIT_OBJECT_0 = 0, INFINITE = 0xFFFFFFFF;
 inline constexpr HRESULT S_OK = 0, E_NOTIMPL = HRESULT(0x80004001), E_FAIL = HRESULT(0x80004005),
                          E_UNEXPECTED = HRESULT(0x8000FFFF), E_OUTOFMEMORY = HRESULT(0x8007000E);
-constexpr bool FAILED(HRESULT code) noexcept {
-  return code < 0;
-}
-
-inline thread_local DWORD last_error = ERROR_SUCCESS;
-inline DWORD GetLastError() noexcept {
-  return last_error;
-}
-inline void SetLastError(DWORD error) noexcept {
-  last_error = error;
-}
 
 // Locks are those of the C library, and a shared one is exclusive. The initial value is all that
 // they need; none is ever destroyed.
@@ -77,17 +65,18 @@ struct OVERLAPPED {
 };
 inline constexpr BYTE FILE_SKIP_COMPLETION_PORT_ON_SUCCESS = 1;
 
-// Of use to code that is built here but not run.
-enum COMPUTER_NAME_FORMAT { ComputerNameDnsHostname };
-inline BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT, wchar_t*, DWORD*) {
-  return FALSE;
-}
-void* LocalFree(void*) noexcept;
-
 inline constexpr DWORD LOCALE_STHOUSAND = 15;
 inline constexpr const wchar_t* LOCALE_NAME_USER_DEFAULT = nullptr;
 inline int GetLocaleInfoEx(const wchar_t*, DWORD, wchar_t* text, int) {
   text[0] = L',';
-  text[1] = L'\0';
   return 2;
 }
+
+// What these serve is built here but not run: a call of one that has no definition ends the program.
+enum COMPUTER_NAME_FORMAT { ComputerNameDnsHostname };
+[[gnu::weak]] DWORD GetLastError() noexcept;
+[[gnu::weak]] BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT, wchar_t* name, DWORD* size);
+[[gnu::weak]] BOOL ReadFile(HANDLE, void* buffer, DWORD size, DWORD* moved, OVERLAPPED*);
+[[gnu::weak]] BOOL WriteFile(HANDLE, const void* data, DWORD size, DWORD* moved, OVERLAPPED*);
+[[gnu::weak]] BOOL CloseHandle(HANDLE) noexcept;
+[[gnu::weak]] void* LocalFree(void*) noexcept;

@@ -3,24 +3,18 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-
-static_assert(sizeof(wchar_t) == 2);
+#include <iterator>
 
 extern "C" {
 #pragma GCC visibility push(hidden)
 
 std::size_t wcslen(const wchar_t* text) noexcept {
-  const wchar_t* end = text;
-  while (*end != L'\0')
-    ++end;
-  return static_cast<std::size_t>(end - text);
+  return static_cast<std::size_t>(std::ranges::find(text, std::unreachable_sentinel, L'\0') - text);
 }
 wchar_t* wmemmove(wchar_t* to, const wchar_t* from, std::size_t count) noexcept {
   return static_cast<wchar_t*>(std::memmove(to, from, count * sizeof(wchar_t)));
 }
-wchar_t* wmemcpy(wchar_t* to, const wchar_t* from, std::size_t count) noexcept {
-  return wmemmove(to, from, count);
-}
+[[gnu::alias("wmemmove")]] wchar_t* wmemcpy(wchar_t*, const wchar_t*, std::size_t) noexcept;
 wchar_t* wmemset(wchar_t* to, wchar_t character, std::size_t count) noexcept {
   std::fill_n(to, count, character);
   return to;

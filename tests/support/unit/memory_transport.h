@@ -2,14 +2,14 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
-#include <mutex>
-#include <optional>
+#include <cstddef>
+#include <memory>
 #include <span>
 #include <utility>
 #include <vector>
 
-#include "async/auto_reset_event.h"
+#include "async/async_queue.h"
+#include "async/cancellation.h"
 #include "async/errors.h"
 #include "rpc/iserver_remote.h"
 #include "rpc/itransport.h"
@@ -23,23 +23,28 @@ using bytes = std::vector<std::byte>;
 // has sent.
 class MemoryTransport final : public ITransport,
                               public std::enable_shared_from_this<MemoryTransport> {
+  using stream = ostra::async_queue<bytes, ostra::pool_resumption>;
+
  public:
-  using pointer = std::shared_ptr<MemoryTransport>;
-
-  [[nodiscard]] static std::pair<pointer, pointer> MakePair() {
-    const auto first = std::make_shared<MemoryTransport>();
-    const auto second = std::make_shared<MemoryTransport>();
-    first->peer_ = second;
-    second->peer_ = first;
-    return {first, second};
+  [[nodiscard]] static auto MakePair() {
+    const auto there = std::make_shared<stream>(), back = std::make_shared<stream>();
+    return std::pair(std::make_shared<MemoryTransport>(back, there),
+                     std::make_shared<MemoryTransport>(there, back));
   }
-  ~MemoryTransport() override { Tell({}, true); }
+  MemoryTransport(std::shared_ptr<stream> in, std::shared_ptr<stream> out)
+      : in_(std::move(in)), out_(std::move(out)) {}
+  ~MemoryTransport() override {
+    in_->close();
+    EndWriting();
+  }
 
-  // Sends any bytes. The peer finds this end gone when it has read the last ones.
-  void WriteBytes(std::span<const std::byte> sent, bool last = false) {
-    if (!Tell(sent, last))
+  // Sends any bytes.
+  void WriteBytes(std::span<const std::byte> sent) {
+    if (!out_->push(bytes(sent.begin(), sent.end())))
       ostra::details::throw_win32(ERROR_BROKEN_PIPE);
   }
+  // The peer finds this end gone when it has read the last bytes.
+  void EndWriting() { out_->finish(); }
 
   ostra::future<std::shared_ptr<const Message>> ReadMessage() override {
     const auto self = shared_from_this();
@@ -57,12 +62,11 @@ class MemoryTransport final : public ITransport,
   }
 
   ostra::future<void> WriteMessage(std::shared_ptr<message_t> message) override {
-    token_.throw_if_cancelled();
     WriteBytes(message->bytes());
     co_return;
   }
 
-  [[nodiscard]] bool PeerHasGone() const noexcept override { return peer_.expired(); }
+  [[nodiscard]] bool PeerHasGone() const noexcept override { return in_.use_count() == 1; }
   ostra::cancellation_source& GetCancellation() override { return cancellation_; }
   void Cancel() override { cancellation_.cancel(); }
 
@@ -77,52 +81,23 @@ class MemoryTransport final : public ITransport,
   HRESULT Connect(std::wstring_view, std::wstring_view, DWORD, DWORD) override { return E_NOTIMPL; }
 
  private:
-  // False when the peer has gone.
-  bool Tell(std::span<const std::byte> sent, bool last) {
-    const auto peer = peer_.lock();
-    if (!peer)
-      return false;
-    const std::lock_guard guard(peer->lock_);
-    peer->inbox_.insert(peer->inbox_.end(), sent.begin(), sent.end());
-    peer->peer_gone_ = peer->peer_gone_ || last;
-    if (peer->arrived_)
-      peer->arrived_->set();  // whose waiter goes on on a thread of the pool
-    return true;
-  }
-
   ostra::future<void> Fill(std::span<std::byte> room) {
-    token_.throw_if_cancelled();
-    while (!Take(room)) {
-      auto arrival = arrived_->wait_for(std::chrono::hours(1));
-      co_await arrival;
-    }
-  }
-
-  // False when there is not enough. Throws when there never will be.
-  [[nodiscard]] bool Take(std::span<std::byte> room) {
-    const std::lock_guard guard(lock_);
-    if (inbox_.size() - read_ < room.size()) {
-      if (peer_gone_)
+    while (arrived_.size() < room.size()) {
+      const ostra::cancellation_subscription end(cancellation_.token(), [this] { in_->finish(); });
+      auto arrival = in_->pop();
+      const auto more = co_await arrival;
+      if (!more)
         ostra::details::throw_win32(ERROR_BROKEN_PIPE);
-      if (!arrived_)
-        arrived_.emplace(token_);
-      return false;
+      arrived_.insert(arrived_.end(), more->begin(), more->end());
     }
-    std::copy_n(inbox_.data() + read_, room.size(), room.data());
-    read_ += room.size();
-    return true;
+    const auto rest = arrived_.begin() + static_cast<std::ptrdiff_t>(room.size());
+    std::copy(arrived_.begin(), rest, room.begin());
+    arrived_.erase(arrived_.begin(), rest);
   }
 
-  std::weak_ptr<MemoryTransport> peer_;  // constant once paired
+  const std::shared_ptr<stream> in_, out_;
+  bytes arrived_;  // and not read yet; belongs to the read
   ostra::cancellation_source cancellation_;
-  const ostra::cancellation_token token_ = cancellation_.token();
-
-  // Guarded by lock_.
-  ostra::srw_lock lock_;
-  std::optional<ostra::auto_reset_event> arrived_;  // made by the first read that waits
-  bytes inbox_;
-  std::size_t read_ = 0;  // of the inbox
-  bool peer_gone_ = false;
 };
 
 // Answers at once, with what it was asked.

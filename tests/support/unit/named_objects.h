@@ -8,7 +8,6 @@
 #include "platform/win32.h"
 
 // After win32.h.
-#include <aclapi.h>
 #include <sddl.h>
 
 namespace testing_support {
@@ -21,14 +20,13 @@ inline std::wstring unique_name() {
 
 // A kernel object's access list in SDDL, "" when it cannot be had.
 inline std::wstring access_to(HANDLE object) {
-  PSECURITY_DESCRIPTOR stored = nullptr;
-  ::GetSecurityInfo(object, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
-                    nullptr, &stored);
-  const Tamrin::unique_local_memory owner(stored);
+  BYTE descriptor[1024] = {};
+  DWORD size = sizeof(descriptor);
+  ::GetKernelObjectSecurity(object, DACL_SECURITY_INFORMATION, descriptor, size, &size);
   wchar_t* text = nullptr;
-  ::ConvertSecurityDescriptorToStringSecurityDescriptorW(stored, SDDL_REVISION_1,
+  ::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
                                                          DACL_SECURITY_INFORMATION, &text, nullptr);
-  const Tamrin::unique_local_memory text_owner(text);
+  const Tamrin::unique_local_memory owner(text);
   return text == nullptr ? L"" : text;
 }
 

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "async/errors.h"
+#include "async/future.h"
 
 namespace testing_support {
 
@@ -22,15 +23,21 @@ bool eventually(Condition condition) {
   return condition();
 }
 
-// The code of the hresult_error that `action` throws; S_OK when it throws none.
+// The code of what `action` throws; S_OK when it throws nothing.
 template <class Action>
 HRESULT code_of(Action action) {
   try {
     static_cast<void>(action());
-  } catch (const ostra::hresult_error& error) {
-    return error.code();
+  } catch (...) {
+    return ostra::details::current_hresult();
   }
   return S_OK;
+}
+
+// As code_of, when it has completed.
+template <class T>
+HRESULT outcome_of(const ostra::future<T>& operation) {
+  return code_of([&] { return operation.get(); });
 }
 
 // Calls `round(random)` for TARNWHEEL_STRESS_SECONDS, half a second by default, or until a check
