@@ -13,7 +13,7 @@ clean_up() {
 
 claim_prefix
 trap clean_up EXIT
-build checked all all_verify_interface_header_sets
+build checked system_tests
 start_wine
 make_loopback 5
 make_loopback 9

@@ -4,5 +4,7 @@ set -euo pipefail
 # shellcheck source=tools/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../../tools/setup.sh"
 
-build "$1" all
+targets=(all)
+[[ $1 != native-tsan ]] || targets=(async_test rpc_test)
+build "$1" "${targets[@]}"
 ctest --preset "$1"
