@@ -18,7 +18,7 @@ run() {
 
 claim_prefix
 trap clean_up EXIT
-build release benchmarks flood soak
+build release benchmarks
 start_wine
 make_loopback 5
 make_loopback 9
