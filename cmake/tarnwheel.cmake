@@ -87,10 +87,12 @@ set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 
 # A test's own code runs once, so to translate it is what takes time; ours is what is examined, and not
+# GoogleTest. What headers give to the tests is examined natively.
 set(test_options -O0 $<$<BOOL:${WIN32}>:-fno-sanitize=all>)
-# GoogleTest. What headers give to the tests is examined natively. For each program with an unoptimised
-# GoogleTest MinGW's linker would take seconds over its many small functions.
+
+# Unoptimised, GoogleTest has so many small functions that MinGW's linker takes seconds a program.
 target_compile_options(gtest PRIVATE $<IF:$<BOOL:${WIN32}>,-O1,-O0> -g0 -fno-sanitize=all)
+
 add_library(test_headers OBJECT ${CMAKE_CURRENT_LIST_DIR}/common_headers.cpp)
 target_link_libraries(test_headers PRIVATE tarnwheel_options platform gtest)
 target_compile_options(test_headers PRIVATE ${test_options})
