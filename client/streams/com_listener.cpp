@@ -126,17 +126,18 @@ ostra::future<com_stream::bytes> com_stream::perform(std::uint32_t code, bytes i
   co_return output;
 }
 
+// The last bytes may come between a read that has found none and the look at DSR, so nothing more is to
+// be expected only when a read after that finds none either.
 ostra::future<std::size_t> com_stream::read(std::span<std::byte> buffer) {
   const auto self = shared_from_this();
-  for (;;) {
+  for (bool has_gone = false;;) {
     auto read = handle_stream::read(buffer);
     const std::size_t size = co_await read;
-    if (size != 0)
+    if (size != 0 || has_gone)
       co_return size;
     auto asked = modem_status();
     const std::uint32_t status = co_await asked;
-    if (ends_with_program_ && (status & SERIAL_DSR_STATE) == 0)
-      co_return 0;
+    has_gone = ends_with_program_ && (status & SERIAL_DSR_STATE) == 0;
   }
 }
 

@@ -101,8 +101,9 @@ TEST_F(ComBridge, IsACableWithTheProgramsSettings) {
 TEST_F(ComBridge, HasTheReleasedPortWhileTheProgramHasDtrOn) {
   const Program bridge(L"tarnwheel-client", Command(kVirtualPort, device_) + L" --release");
   EXPECT_TRUE(bridge.Prints(L"Listening on " + device_));
-  for (const Bytes text : {"first", "second"}) {
+  for (const Bytes& text : {Pattern(200'000), Pattern(5)}) {
     EXPECT_TRUE(port_.IsClosed());
+    EXPECT_FALSE(Eventually([&] { return port_.State().open_handles != 0; }, 200));
     SetLine(L"baud=1200 parity=e data=7 stop=2");
     Do(SETDTR);
     EXPECT_TRUE(Has(port_, OUTPUT_DTR, 1200));
@@ -112,8 +113,6 @@ TEST_F(ComBridge, HasTheReleasedPortWhileTheProgramHasDtrOn) {
     EXPECT_TRUE(port_.Receives(text));
   }
   EXPECT_TRUE(port_.IsClosed());
-  const std::wstring output = bridge.Output();
-  EXPECT_EQ(output.find(L"has connected", output.find(L"gone")), output.rfind(L"has connected"));
   server_.Stop();
   Do(SETDTR);
   EXPECT_TRUE(bridge.Prints(L"No server runs on this machine"));
