@@ -41,6 +41,11 @@ void print_error(std::wstring_view message) {
   print(standard_stream::error, std::wstring(message) + L"\n");
 }
 
+DWORD report_error(std::wstring_view pattern, DWORD error) {
+  print_error(tfmt::format(pattern, error));
+  return error;
+}
+
 void print_start_error(HRESULT code) {
   print(standard_stream::error, tfmt::format(L"Error starting server {0ub016xp}\n", code));
 }

@@ -17,6 +17,9 @@ void print_help(const Tamrin::command_line& line);
 // One line on standard error.
 void print_error(std::wstring_view message);
 
+// The same, of a pattern that takes the code; returns the code.
+DWORD report_error(std::wstring_view pattern, DWORD error);
+
 // "Error starting server" with the code, on standard error.
 void print_start_error(HRESULT code);
 

@@ -48,11 +48,6 @@ bool write_given(setman::abstract_folder& folder, const Tamrin::command_line& li
   return written;
 }
 
-DWORD report(std::wstring_view pattern, DWORD error) {
-  print_error(tfmt::format(pattern, error));
-  return error;
-}
-
 }  // namespace
 
 DWORD check_descriptor(const Tamrin::server_options& options) {
@@ -68,7 +63,7 @@ DWORD check_descriptor(const Tamrin::server_options& options) {
 
 DWORD install_parameters(const Tamrin::command_line& line, const Tamrin::server_options& options) {
   if (const DWORD error = register_event_source(); error != ERROR_SUCCESS)
-    return report(L"Error registering the service's events: {0b016xp}", error);
+    return report_error(L"Error registering the service's events: {0b016xp}", error);
   const auto version = read_product_version();
   try {
     const auto folder = setman::open_parameters_folder(version.major, version.minor);
@@ -76,9 +71,11 @@ DWORD install_parameters(const Tamrin::command_line& line, const Tamrin::server_
     folder->write_value(setman::kDummyName, &zero, sizeof zero);
     return write_given(*folder, line, options)
                ? ERROR_SUCCESS
-               : report(L"Error writing the service's parameters: {0b016xp}", ERROR_CANTWRITE);
+               : report_error(L"Error writing the service's parameters: {0b016xp}",
+                              ERROR_CANTWRITE);
   } catch (const setman::folder_creation_error& error) {
-    return report(L"Error creating the key of the service's parameters: {0b016xp}", error.error());
+    return report_error(L"Error creating the key of the service's parameters: {0b016xp}",
+                        error.error());
   }
 }
 

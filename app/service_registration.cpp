@@ -6,7 +6,6 @@
 #include "app/executable_path.h"
 #include "app/screen_text.h"
 #include "console/print.h"
-#include "format/format.h"
 
 namespace tarnwheel {
 namespace {
@@ -15,12 +14,6 @@ constexpr wchar_t kDisplayName[] = L"Tarnwheel Server";
 constexpr wchar_t kDescription[] = L"This service shares local serial ports over LAN";
 constexpr wchar_t kAccount[] = LR"(NT AUTHORITY\LocalService)";
 constexpr DWORD kPollInterval = 1000;  // milliseconds
-
-// `pattern` takes the code, which is returned.
-DWORD report(std::wstring_view pattern, DWORD error) {
-  print_error(tfmt::format(pattern, error));
-  return error;
-}
 
 unique_service_handle create_service(SC_HANDLE manager) {
   const std::wstring path = executable_path();
@@ -46,7 +39,7 @@ void stop_and_wait(SC_HANDLE service) {
   if (!::ControlService(service, SERVICE_CONTROL_STOP, &status)) {
     const DWORD error = ::GetLastError();
     if (error != ERROR_SERVICE_NOT_ACTIVE) {
-      report(L"(Non-fatal) error stopping service: {0b016xp}", error);
+      report_error(L"(Non-fatal) error stopping service: {0b016xp}", error);
     }
   }
   while (status.dwCurrentState == SERVICE_STOP_PENDING ||
@@ -63,7 +56,8 @@ DWORD install_service() {
   const unique_service_handle manager(
       ::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE));
   if (!manager) {
-    return report(L"Error connecting to service control manager: {0b016xp}", ::GetLastError());
+    return report_error(L"Error connecting to service control manager: {0b016xp}",
+                        ::GetLastError());
   }
   if (unique_service_handle(::OpenServiceW(manager.get(), kServiceName, MAXIMUM_ALLOWED))) {
     console::print(console::standard_stream::output, L"Service already installed\n");
@@ -71,7 +65,7 @@ DWORD install_service() {
   }
   const unique_service_handle service = create_service(manager.get());
   if (!service)
-    return report(L"Error creating service: {0b016xp}", ::GetLastError());
+    return report_error(L"Error creating service: {0b016xp}", ::GetLastError());
   describe(service.get());
   return ERROR_SUCCESS;
 }
@@ -81,10 +75,10 @@ DWORD uninstall_service() {
   const unique_service_handle service(
       ::OpenServiceW(manager.get(), kServiceName, DELETE | SERVICE_STOP | SERVICE_QUERY_STATUS));
   if (!service)
-    return report(L"Error opening service: {0b016xp}", ::GetLastError());
+    return report_error(L"Error opening service: {0b016xp}", ::GetLastError());
   stop_and_wait(service.get());
   if (!::DeleteService(service.get())) {
-    return report(L"Error deleting service: {0b016xp}", ::GetLastError());
+    return report_error(L"Error deleting service: {0b016xp}", ::GetLastError());
   }
   remove_event_source();
   return ERROR_SUCCESS;

@@ -2,6 +2,11 @@
 
 add_library(tarnwheel_options INTERFACE)
 target_compile_options(tarnwheel_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
+if(TARNWHEEL_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  # GCC takes the sources that one file includes for headers, in which unnamed namespaces are a mistake.
+  target_compile_options(tarnwheel_options INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
+endif()
 target_compile_definitions(tarnwheel_options INTERFACE UNICODE _UNICODE)
 if(WIN32)
   # With all protections that MinGW has; control flow guard is not among them.
@@ -57,6 +62,9 @@ function(tarnwheel_library name)
     set(scope INTERFACE)
   else()
     add_library(${name} STATIC ${arg_SOURCES})
+    # Translated together, sources take less than half the time.
+    set_target_properties(${name} PROPERTIES
+      UNITY_BUILD ${TARNWHEEL_UNITY_BUILD} UNITY_BUILD_BATCH_SIZE 12)
     target_precompile_headers(${name} REUSE_FROM common_headers)
     set(scope PUBLIC)
   endif()

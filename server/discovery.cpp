@@ -22,11 +22,11 @@ namespace {
 
 using bytes = std::vector<std::byte>;
 
-constexpr HRESULT kTooLong = static_cast<HRESULT>(0x8007007A);  // ERROR_INSUFFICIENT_BUFFER
+constexpr HRESULT kQueryTooLong = static_cast<HRESULT>(0x8007007A);  // ERROR_INSUFFICIENT_BUFFER
 
-constexpr std::chrono::milliseconds kPause(250);  // before reading again after a failure
-constexpr std::chrono::seconds kOpenLimit(30);    // for finding the computer of one answer
-constexpr std::chrono::seconds kAnswerLimit(1);   // for writing it
+constexpr std::chrono::milliseconds kReadPause(250);  // before reading again after a failure
+constexpr std::chrono::seconds kOpenLimit(30);        // for finding the computer of one answer
+constexpr std::chrono::seconds kAnswerLimit(1);       // for writing it
 
 // The mailslot of a client, while it is being opened: Windows may take seconds to find out that a
 // computer is not there, and nothing ends that. So it is done by a coroutine that keeps this object
@@ -122,11 +122,11 @@ ostra::future<std::optional<bytes>> responder::next_query() const {
   } catch (...) {
     failure = ostra::details::current_hresult();
   }
-  if (failure == kTooLong || token_.is_cancelled())
+  if (failure == kQueryTooLong || token_.is_cancelled())
     co_return std::nullopt;
   logging::write(logging::debug, L"Error reading auto-discovery queries: {0ub016xp}", failure);
   ostra::auto_cancel_timer timer(token_);
-  auto pause = timer.wait(kPause);
+  auto pause = timer.wait(kReadPause);
   co_await pause;
   co_return std::nullopt;
 }

@@ -20,7 +20,7 @@ namespace tarnwheel {
 namespace {
 
 constexpr HRESULT kAlreadyHoldsPort = static_cast<HRESULT>(0x800700B7);
-constexpr wchar_t kTooLong[] =
+constexpr wchar_t kMessageTooLong[] =
     L"Client {0} has announced a message of more than {1} bytes; its connection is ended";
 
 constexpr HRESULT kNoOpenPort = static_cast<HRESULT>(0x800708CA);  // ERROR_NOT_CONNECTED
@@ -116,7 +116,7 @@ ostra::future<void> instance::watch(std::shared_ptr<instance> self,
   auto ended = connection->Run();
   const HRESULT outcome = co_await ended;
   if (outcome == tether::kMessageTooLong)
-    self->log_->write(logging::warning, kTooLong, tether::kMaxPayload);
+    self->log_->write(logging::warning, kMessageTooLong, tether::kMaxPayload);
   if (self->log_->waits_for_name())
     self->depart();  // the port does not wait with it
   auto settled = self->log_->settle(kNameLimit);

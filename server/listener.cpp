@@ -21,7 +21,7 @@ constexpr HRESULT kClientLeft = static_cast<HRESULT>(0x800700E8);  // ERROR_NO_D
 constexpr std::size_t kAcceptors = 4;
 
 // Before trying again after a failure; a client can connect to an instance that listens.
-constexpr std::chrono::milliseconds kPause(250);
+constexpr std::chrono::milliseconds kAcceptPause(250);
 constexpr std::chrono::milliseconds kShortPause(20);
 
 ostra::future<void> all_of(std::vector<ostra::future<void>> futures) {
@@ -113,7 +113,7 @@ ostra::future<void> listener::accept(next_endpoint next) {
     HRESULT outcome = S_OK;
     try {
       if (failures != 0) {
-        auto waited = pause.wait(next ? kShortPause : kPause);
+        auto waited = pause.wait(next ? kShortPause : kAcceptPause);
         co_await waited;
       }
       auto step = accept_one(next);

@@ -18,7 +18,7 @@ namespace {
 constexpr std::wstring_view kPrefix = LR"(\\.\pipe\)";
 constexpr DWORD kBuffer = 64 * 1024;  // bytes, in each direction
 
-constexpr known_cause kListenCauses[] = {
+constexpr known_cause kPipeCauses[] = {
     {ERROR_ACCESS_DENIED, L"{0} is in use by another program", failure::local},
     {ERROR_PIPE_BUSY, L"{0} is in use by another program", failure::local},
     {ERROR_INVALID_NAME, L"{0} is not a valid pipe name", failure::usage},
@@ -101,7 +101,7 @@ std::unique_ptr<stream_listener> listen_pipe(std::wstring_view name) {
   try {
     return std::make_unique<pipe_listener>(path);
   } catch (const ostra::hresult_error& error) {
-    throw explain(error.code(), path, kListenCauses, failure::local);
+    throw explain(error.code(), path, kPipeCauses, failure::local);
   }
 }
 

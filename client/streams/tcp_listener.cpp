@@ -31,7 +31,7 @@ constexpr tcp_keepalive kKeepAlive = {1, 30'000, 5000};
 
 constexpr DWORD kAddressRoom = sizeof(sockaddr_storage) + 16;  // as AcceptEx wants it
 
-constexpr known_cause kListenCauses[] = {
+constexpr known_cause kTcpCauses[] = {
     {WSAEADDRINUSE, L"{0} is in use by another program", failure::local},
     {WSAEACCES, L"{0} is in use by another program", failure::local},
     {WSAEADDRNOTAVAIL, L"{0} is not an address of this machine", failure::local},
@@ -253,7 +253,7 @@ std::unique_ptr<stream_listener> listen_tcp(const tcp_address& address) {
     return std::make_unique<tcp_listener>(address);
   } catch (const ostra::hresult_error& error) {
     throw explain(error.code(), tfmt::format(L"{0}:{1}", address.host, std::uint32_t{address.port}),
-                  kListenCauses, failure::local);
+                  kTcpCauses, failure::local);
   }
 }
 

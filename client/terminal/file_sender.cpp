@@ -15,8 +15,8 @@ namespace {
 
 constexpr DWORD kPiece = 4096;  // bytes
 constexpr std::size_t kLongestName = 1024;
-constexpr std::wstring_view kBackspace = L"\x7F";
-constexpr std::wstring_view kEscape = L"\x1B";
+constexpr std::wstring_view kBackspaceKey = L"\x7F";
+constexpr std::wstring_view kEscapeKey = L"\x1B";
 
 }  // namespace
 
@@ -31,15 +31,15 @@ void file_sender::toggle() {
 }
 
 void file_sender::strike(std::wstring_view key) {
-  if (key == L"\r" || key == kEscape) {
+  if (key == L"\r" || key == kEscapeKey) {
     asks_ = false;
     screen_.print(L"]\r\n");
-    if (key == kEscape)
+    if (key == kEscapeKey)
       name_.clear();
-  } else if (key == kBackspace && !name_.empty()) {
+  } else if (key == kBackspaceKey && !name_.empty()) {
     name_.pop_back();
     screen_.print(L"\b \b");
-  } else if (key.front() >= L' ' && key != kBackspace && name_.size() < kLongestName) {
+  } else if (key.front() >= L' ' && key != kBackspaceKey && name_.size() < kLongestName) {
     name_ += key;
     screen_.print(key);
   }

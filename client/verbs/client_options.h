@@ -14,6 +14,7 @@ namespace tarnwheel::client {
 
 inline constexpr wchar_t kHelpOption[] = L"help";
 inline constexpr wchar_t kJsonOption[] = L"json";
+inline constexpr wchar_t kNewlineOption[] = L"newline";
 
 // True for the words that ask for help where a verb should stand.
 [[nodiscard]] bool asks_for_help(std::wstring_view word) noexcept;

@@ -20,7 +20,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr wchar_t kQuiet[] = L"quiet";
-constexpr wchar_t kNewline[] = L"newline";
 constexpr std::uint32_t kGreatestQuiet = 24 * 60 * 60 * 1000;  // milliseconds
 
 // One connection of the standard streams with a line.
@@ -146,7 +145,7 @@ void add_pipe_options(Tamrin::command_line& line) {
   quiet.default_value = std::wstring_view(L"200");
   quiet.description =
       L"End when the input has ended and nothing has come for so long. Default value is 200.";
-  auto& newline = line.add_valued(kNewline);
+  auto& newline = line.add_valued(kNewlineOption);
   newline.value_name = L"EOL";
   newline.default_value = std::wstring_view(L"none");
   newline.description =
@@ -161,7 +160,7 @@ void pipe_port(const invocation& request) {
   line_address address = address_of(request);
   const milliseconds quiet(
       Tamrin::parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kGreatestQuiet));
-  const auto newline = parse_line_end(request.options.at(kNewline).text(), true);
+  const auto newline = parse_line_end(request.options.at(kNewlineOption).text(), true);
   const auto changes = text_changes_of(request.options);
 
   const console::interrupt stop;

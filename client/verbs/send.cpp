@@ -25,7 +25,7 @@ namespace {
 using std::chrono::milliseconds;
 
 // A line that says nothing for so long is taken to have finished.
-constexpr milliseconds kQuiet(200);
+constexpr milliseconds kQuietTime(200);
 
 constexpr wchar_t kEol[] = L"eol";
 constexpr wchar_t kEscapes[] = L"escapes";
@@ -145,7 +145,7 @@ void send_text(const invocation& request) {
   port.write(std::move(message)).get();
   port.drained().get();
 
-  const std::wstring text = console::from_utf8(collected.wait(kQuiet, limit));
+  const std::wstring text = console::from_utf8(collected.wait(kQuietTime, limit));
   if (text.empty()) {
     const auto count = static_cast<std::uint32_t>(limit.count());
     console::print(console::standard_stream::error,

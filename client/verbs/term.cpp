@@ -17,14 +17,13 @@ namespace {
 constexpr wchar_t kEcho[] = L"echo";
 constexpr wchar_t kHex[] = L"hex";
 constexpr wchar_t kLog[] = L"log";
-constexpr wchar_t kNewline[] = L"newline";
 
 terminal_settings settings_of(const Tamrin::command_line& options, const line_address& address) {
   const auto changes = text_changes_of(options);
   if (options.at(kHex).flag() && (changes.inserts_cr || changes.stamps))
     throw Tamrin::cmd_line_syntax_error("Invalid combination of options specified.", kHex,
                                         L"no --map and no --timestamps beside it");
-  return {options.at(kEcho).flag(), parse_line_end(options.at(kNewline).text(), false),
+  return {options.at(kEcho).flag(), parse_line_end(options.at(kNewlineOption).text(), false),
           changes.inserts_cr, changes.stamps, short_form_of(address.settings.control)};
 }
 
@@ -38,7 +37,7 @@ std::wstring greeting(const remote_line& line, std::wstring_view server) {
 void add_terminal_options(Tamrin::command_line& line) {
   line.add_flag(kEcho).description = L"Show typed text, for devices that do not echo it.";
   line.add_flag(kHex).description = L"Show received bytes in hexadecimal columns.";
-  auto& newline = line.add_valued(kNewline);
+  auto& newline = line.add_valued(kNewlineOption);
   newline.value_name = L"EOL";
   newline.default_value = std::wstring_view(L"cr");
   newline.description = L"What Enter sends: cr, lf or crlf. Default value is cr.";
