@@ -24,7 +24,7 @@ class InstallerTest(unittest.TestCase):
         self.assertEqual(windows("msiexec", action, "Z:" + str(file).replace("/", "\\"), "/qn")[0], 0)
 
     def expect_installed(self):
-        self.assertIn(" RUNNING", windows("sc", "query", "qrvtwsrv")[1])
+        programs.eventually(lambda: " RUNNING" in windows("sc", "query", "qrvtwsrv")[1])
         self.assertEqual(programs.run("bin/tarnwheel-client.exe", "list")[0], 0)
         self.assertIn(r"C:\Program Files\Tarnwheel", windows("reg", "query", PATH, "/v", "PATH")[1])
         names = "README.md administration.md licences.txt protocol.md tarnwheel-client.exe tarnwheel-server.exe"

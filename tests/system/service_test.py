@@ -29,6 +29,7 @@ class ServiceTest(unittest.TestCase):
         windows("net", "start", "qrvtwsrv")
         ports = programs.run("bin/tarnwheel-client.exe", "list", ".")
         windows("net", "stop", "qrvtwsrv")
+        programs.eventually(lambda: " STOPPED" in windows("sc", "query", "qrvtwsrv")[1])
         return ports
 
     def test_options_beside_the_installation_are_the_service_s(self):
