@@ -6,15 +6,30 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tools/setup.sh
 source tools/setup.sh
 
+# Only one server can exist in a prefix, and the tests that need it mostly wait. So some of them have a
+# second prefix.
+prefixes=("$WINEPREFIX" "$project/build/wine-2")
+
+in_each_prefix() {
+  local prefix
+  for prefix in "${prefixes[@]}"; do
+    TARNWHEEL_PREFIX=$prefix WINEPREFIX=$prefix "$@"
+  done
+}
+
 clean_up() {
   stop_loopback
-  stop_wine
+  wait # for a prefix that is being made
+  in_each_prefix stop_wine
 }
 
 claim_prefix
 trap clean_up EXIT
+in_each_prefix stop_wine
+in_each_prefix start_wine &
+wine=$!
 build checked system_tests
-start_wine
-make_loopback 5
-make_loopback 9
+wait "$wine"
+in_each_prefix make_loopback 5
+in_each_prefix make_loopback 9
 ctest --preset checked </dev/null

@@ -97,11 +97,10 @@ set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 
 # A test's own code runs once, so to translate it is what takes time; ours is what is examined, and not
-# GoogleTest. What headers give to the tests is examined natively.
-set(test_options -O0 $<$<BOOL:${WIN32}>:-fno-sanitize=all>)
-
-# Unoptimised, GoogleTest has so many small functions that MinGW's linker takes seconds a program.
-target_compile_options(gtest PRIVATE $<IF:$<BOOL:${WIN32}>,-O1,-O0> -g0 -fno-sanitize=all)
+# GoogleTest. What headers give to the tests is examined natively. Unoptimised, there would be so many
+# small functions that MinGW's linker takes seconds a program.
+set(test_options $<IF:$<BOOL:${WIN32}>,-Og,-O0> $<$<BOOL:${WIN32}>:-fno-sanitize=all>)
+target_compile_options(gtest PRIVATE $<IF:$<BOOL:${WIN32}>,-Og,-O0> -g0 -fno-sanitize=all)
 
 add_library(test_headers OBJECT ${CMAKE_CURRENT_LIST_DIR}/common_headers.cpp)
 target_link_libraries(test_headers PRIVATE tarnwheel_options platform gtest)
@@ -115,7 +114,9 @@ function(tarnwheel_test_program name)
   target_link_libraries(${name} PRIVATE tarnwheel_options ${arg_DEPENDS} gtest gtest_main)
   target_compile_options(${name} PRIVATE ${test_options})
   target_precompile_headers(${name} REUSE_FROM test_headers)
-  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  set_target_properties(${name} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests
+    UNITY_BUILD ${TARNWHEEL_UNITY_BUILD} UNITY_BUILD_BATCH_SIZE 6)
 endfunction()
 
 # tarnwheel_test(NAME SOURCES ... [DEPENDS ...] [TIMEOUT seconds]): one executable and one ctest entry

@@ -6,10 +6,10 @@ namespace tether {
 namespace {
 
 TEST(Sid, DisplayNameIsWholeAlsoBeyondTheUsualRoom) {
-  BYTE bytes[SECURITY_MAX_SID_SIZE];
-  DWORD size = sizeof(bytes);
-  ::CreateWellKnownSid(WinBuiltinPreWindows2000CompatibleAccessSid, nullptr, bytes, &size);
-  CSid sid(bytes);
+  BYTE known[SECURITY_MAX_SID_SIZE];
+  DWORD size = sizeof(known);
+  ::CreateWellKnownSid(WinBuiltinPreWindows2000CompatibleAccessSid, nullptr, known, &size);
+  CSid sid(known);
   sid.look_up();
   EXPECT_EQ(sid.display_name(), L"BUILTIN\\Pre-Windows 2000 Compatible Access");
 }

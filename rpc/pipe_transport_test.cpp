@@ -41,10 +41,10 @@ class PipeEnds : public ::testing::Test {
                              nullptr, OPEN_EXISTING, 0, nullptr));
     ASSERT_EQ(server_->WaitClient(false, nullptr).get(), 0u);
   }
-  void WriteRaw(std::span<const std::byte> bytes) {
+  void WriteRaw(std::span<const std::byte> data) {
     DWORD written = 0;
-    const auto size = static_cast<DWORD>(bytes.size());
-    EXPECT_TRUE(size == 0 || ::WriteFile(raw_.get(), bytes.data(), size, &written, nullptr));
+    const auto size = static_cast<DWORD>(data.size());
+    EXPECT_TRUE(size == 0 || ::WriteFile(raw_.get(), data.data(), size, &written, nullptr));
   }
 
   const std::wstring name_ = unique_name();

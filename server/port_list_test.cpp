@@ -26,8 +26,8 @@ TEST(PortNumber, IsReadFromTheFourthCharacterOfAStringOn) {
               {L"COM12"sv, 0, REG_MULTI_SZ},
               {L"COM12"sv, 1, REG_SZ, 1}};
   for (const auto& row : rows) {
-    const auto bytes = std::as_bytes(std::span(row.name));
-    EXPECT_EQ(port_number(row.type, bytes.first(bytes.size() - row.bytes_cut)), row.expected)
+    const auto name = std::as_bytes(std::span(row.name));
+    EXPECT_EQ(port_number(row.type, name.first(name.size() - row.bytes_cut)), row.expected)
         << &row - rows;
   }
 }

@@ -13,8 +13,8 @@ using namespace std::string_literals;
 std::string Decoded(const std::string& input, std::size_t cut) {
   insertion_decoder decoder;
   std::string text;
-  const auto bytes = std::as_bytes(std::span(input));
-  for (const auto part : {bytes.first(cut), bytes.subspan(cut)}) {
+  const auto stream = std::as_bytes(std::span(input));
+  for (const auto part : {stream.first(cut), stream.subspan(cut)}) {
     for (const auto& [what, value] : decoder.decode(part)) {
       const std::string item(reinterpret_cast<const char*>(value.data()), value.size());
       const int number = static_cast<int>(what);

@@ -26,8 +26,8 @@ std::string Replaced(std::string text, std::string_view from, std::string_view t
 
 std::vector<std::byte> Bytes(const std::string& text) {
   const std::string sent = Replaced(text, kSymbols, kBytes);
-  const auto bytes = std::as_bytes(std::span(sent));
-  return {bytes.begin(), bytes.end()};
+  const auto view = std::as_bytes(std::span(sent));
+  return {view.begin(), view.end()};
 }
 
 std::string Text(const std::vector<std::byte>& data) {

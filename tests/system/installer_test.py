@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """installer_test.py BUILD: the installer's life: installed, upgraded to a later version, removed."""
 import hashlib
-import os
 import pathlib
 import subprocess
 import unittest
@@ -10,7 +9,7 @@ import programs
 from programs import windows
 
 KEY = r"HKLM\Software\Quorvane\Tarnwheel Server 1.01"
-FOLDER = pathlib.Path(os.environ["WINEPREFIX"]) / "drive_c/Program Files/Tarnwheel"
+FOLDER = programs.prefix / "drive_c/Program Files/Tarnwheel"
 PATH = r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment"
 
 

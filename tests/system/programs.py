@@ -9,6 +9,7 @@ import sys
 import time
 
 project = pathlib.Path(__file__).resolve().parent.parent.parent
+prefix = pathlib.Path(os.environ.get("TARNWHEEL_PREFIX", project / "build/wine"))
 build = pathlib.Path(sys.argv.pop(1)).resolve()
 sys.path.insert(0, str(project / "examples"))
 import tarnwheel_client as example
