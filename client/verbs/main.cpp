@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "app/command_line/cmd_line_syntax_error.h"
+#include "async/errors.h"
 #include "client/line/client_error.h"
 #include "client/verbs/client_options.h"
 #include "console/print.h"
@@ -27,12 +28,18 @@ void run(const verb& chosen, std::wstring_view command_line) {
     chosen.run({arguments_of(chosen, options), options});
 }
 
-// On standard error: a script reads standard output.
-void report(const Tamrin::cmd_line_syntax_error& error, const verb* chosen) {
+// These report on standard error, since a script reads standard output, and give the exit code.
+int report(const Tamrin::cmd_line_syntax_error& error, const verb* chosen) {
   print(standard_stream::error,
         tfmt::format(L"Error: {0}; see \"tarnwheel-client {1?<}{2} {1?>}--help\"\n",
                      mistake_in(error), chosen != nullptr,
                      chosen != nullptr ? chosen->name : std::wstring_view()));
+  return static_cast<int>(failure::usage);
+}
+
+int report(const client_error& error) {
+  print(standard_stream::error, error.message() + L"\n");
+  return static_cast<int>(error.kind());
 }
 
 int run_command_line(std::wstring_view command_line) {
@@ -52,11 +59,12 @@ int run_command_line(std::wstring_view command_line) {
     run(*chosen, command_line);
     return 0;
   } catch (const Tamrin::cmd_line_syntax_error& error) {
-    report(error, chosen);
-    return static_cast<int>(failure::usage);
+    return report(error, chosen);
   } catch (const client_error& error) {
-    print(standard_stream::error, error.message() + L"\n");
-    return static_cast<int>(error.kind());
+    return report(error);
+  } catch (...) {  // the system has no memory or no thread for what every verb needs
+    return report(
+        explain(ostra::details::current_hresult(), L"The client cannot go on", {}, failure::local));
   }
 }
 
