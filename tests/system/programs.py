@@ -2,6 +2,7 @@
 folder of the build."""
 import os
 import pathlib
+import re
 import signal
 import struct
 import subprocess
@@ -25,8 +26,9 @@ def start(program, *arguments, **pipes):
 def run(program, *arguments):
     """The exit code, the output and the errors."""
     process = start(program, *arguments, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    outputs = [text.decode().replace("\r", "") for text in process.communicate()]
-    return process.returncode, *outputs
+    output, errors = (text.decode().replace("\r", "") for text in process.communicate())
+    # Wine's own complaint about a thread that starts while its program ends.
+    return process.returncode, output, re.sub("wine client error:.*\n?", "", errors)
 
 
 def windows(*command):
