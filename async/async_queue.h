@@ -1,4 +1,4 @@
-// A queue from any number of threads to one coroutine.
+// A queue with any number of producing threads and one consuming coroutine.
 #pragma once
 
 #include <coroutine>
@@ -12,13 +12,13 @@
 
 namespace ostra {
 
-// Values are taken in the order in which they were pushed. The consumer is taken out under lock_
-// and resumed after it, by one push or by the end of the queue, and finds the value in the queue:
-// so no value is lost between the two, and no consumer is resumed twice.
+// Values are taken in the order in which they were pushed. A push, or the end of the queue, takes
+// out the waiting consumer under lock_ and resumes it after releasing the lock; a pushed value is
+// in the queue by then. So no value is lost in between, and no consumer is resumed twice.
 //
-// The consumer keeps the queue alive while it waits. It may destroy it as soon as it is resumed;
-// neither push() nor the end of the queue touches it after that. By default it is resumed inside
-// the call that wakes it; with pool_resumption on a thread of the pool.
+// The consumer keeps the queue alive while it waits and may destroy it as soon as it is resumed;
+// neither push() nor the end of the queue touches it after that. By default the consumer is resumed
+// inside the call that wakes it; with pool_resumption, on a pool thread.
 template <class T, class Resumption = inline_resumption>
 class async_queue {
  public:
@@ -26,8 +26,8 @@ class async_queue {
   async_queue(const async_queue&) = delete;
   async_queue& operator=(const async_queue&) = delete;
 
-  // Any thread. False, and the value is destroyed, when the queue has ended. Throws std::bad_alloc,
-  // before anything changes.
+  // Any thread. Returns false, destroying the value, when the queue has ended. Throws
+  // std::bad_alloc before anything changes.
   bool push(T value) {
     std::list<T> added;
     added.push_back(std::move(value));
@@ -44,11 +44,11 @@ class async_queue {
     return true;
   }
 
-  // co_await gives the oldest value, or nothing when the queue is empty and has ended. One consumer
-  // at a time.
+  // co_await yields the oldest value, or nothing when the queue is empty and has ended. One
+  // consumer at a time.
   [[nodiscard]] auto pop() noexcept { return awaiter(*this); }
 
-  // The oldest value, or nothing when the queue is empty. Belongs to the consumer.
+  // The oldest value, or nothing when the queue is empty. Called by the consumer only.
   [[nodiscard]] std::optional<T> try_pop() {
     std::list<T> taken;
     {
@@ -60,8 +60,8 @@ class async_queue {
     return std::move(taken.front());
   }
 
-  // Both end the queue, which refuses every later value. Any thread, any number of times. After
-  // finish() the values that wait can still be taken; close() destroys them.
+  // Both end the queue, which refuses later values. Any thread, any number of times. After finish()
+  // the values still queued can be taken; close() destroys them.
   void finish() noexcept { end(nullptr); }
   void close() noexcept {
     std::list<T> dropped;

@@ -1,4 +1,4 @@
-// An event that one coroutine waits for, for a limited time.
+// An auto-reset event that one coroutine awaits with a time limit.
 #pragma once
 
 #include "async/cancellation.h"
@@ -7,14 +7,14 @@
 
 namespace ostra {
 
-// Any thread may set it, and setting it neither blocks nor fails; the waiter goes on on a pool
-// thread. A set while nobody waits ends the next wait at once, and several of them count as one, so
-// whoever changes something first and sets the event afterwards is never missed.
+// Any thread may set it, and setting it neither blocks nor fails; the waiter resumes on a pool
+// thread. A set while there is no waiter ends the next wait at once, and several such sets count as
+// one. So a thread that makes a change and then sets the event is never missed.
 //
-// The event outlives every wait and every call of set().
+// The event must outlive every wait and every call of set().
 class auto_reset_event {
  public:
-  // Throws hresult_error, operation_cancelled when `token` is cancelled already.
+  // Throws hresult_error, or operation_cancelled when `token` is already cancelled.
   explicit auto_reset_event(const cancellation_token& token = {}) : token_(token), timer_(token) {}
 
   void set() noexcept { timer_.cancel(); }

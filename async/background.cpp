@@ -7,9 +7,9 @@
 
 namespace ostra {
 
-// The calls that wait for a pool thread, in the order of their posting. Every post submits the one
-// work object once more; each submission runs at most one call, and none when its call has been
-// withdrawn. Never destroyed: pool threads may still run while the process exits.
+// The calls that wait for a pool thread, in the order in which they were posted. Each post submits
+// the single work object once more; each submission runs at most one call, and none when its call
+// has been withdrawn. Never destroyed: pool threads may still run while the process exits.
 class background_queue {
   using hook = boost::intrusive::list_base_hook<boost::intrusive::tag<background_queue>>;
 
@@ -78,7 +78,7 @@ bool resume_background::await_suspend(std::coroutine_handle<> waiter) noexcept {
     std::coroutine_handle<>::from_address(frame).resume();
   };
   if (::TrySubmitThreadpoolCallback(resume, waiter.address(), nullptr)) {
-    return true;  // the coroutine may run elsewhere already, and this object be gone
+    return true;  // the coroutine may already run elsewhere, and this object be gone
   }
   error_ = ::GetLastError();
   return false;

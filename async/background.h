@@ -1,4 +1,4 @@
-// Ways onto a thread of the process's default thread pool.
+// Moves work to threads of the process's default thread pool.
 #pragma once
 
 #include <boost/intrusive/list.hpp>
@@ -8,8 +8,8 @@
 
 namespace ostra {
 
-// co_await resume_background() moves the coroutine to a pool thread. Throws hresult_error, and
-// stays on its thread, when the pool takes no more work.
+// co_await resume_background() moves the coroutine to a pool thread. Throws hresult_error, on the
+// current thread, when the pool accepts no more work.
 class [[nodiscard]] resume_background {
  public:
   [[nodiscard]] bool await_ready() const noexcept { return false; }
@@ -20,12 +20,12 @@ class [[nodiscard]] resume_background {
   DWORD error_ = ERROR_SUCCESS;
 };
 
-// Something to be run on a pool thread that must neither fail nor allocate when it is asked for:
-// cancellation and wake-ups, which nobody could repeat. Its owner keeps it alive until it has
-// started, or has withdrawn it. It may be posted again once it has started.
+// A call to run on a pool thread whose posting must neither fail nor allocate: cancellations and
+// wake-ups, which could not be retried. Its owner keeps it alive until it has started or has been
+// withdrawn. It may be posted again once it has started.
 //
 // The constructor throws hresult_error when the process has no pool object for these calls yet and
-// Windows has none to give.
+// Windows cannot create one.
 class background_call
     : public boost::intrusive::list_base_hook<boost::intrusive::tag<class background_queue>> {
  public:
@@ -33,10 +33,10 @@ class background_call
   background_call(const background_call&) = delete;
   background_call& operator=(const background_call&) = delete;
 
-  // From any thread; not while it is posted already.
+  // Any thread; not while it is already posted.
   void post() noexcept;
 
-  // True when the call was waiting to start and now never will.
+  // True when the call was still waiting to start and now never will.
   bool withdraw() noexcept;
 
  protected:
@@ -45,7 +45,7 @@ class background_call
  private:
   friend class background_queue;
 
-  // On a pool thread. May destroy this object.
+  // Runs on a pool thread. May destroy this object.
   virtual void run() noexcept = 0;
 };
 

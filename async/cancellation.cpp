@@ -60,8 +60,8 @@ void cancellation_source_body::cancel() noexcept {
 
 void cancellation_source_body::link(const std::shared_ptr<cancellation_source_body>& linked) {
   const std::lock_guard guard(lock_);
-  // A source lives as long as the server, and every client links another: forget those that are
-  // gone whenever the vector would grow, which keeps it at twice the living ones at the most.
+  // A source may live as long as the server, while every client links another one to it. Purging
+  // expired links whenever the vector would grow keeps it to about twice the number still alive.
   if (linked_.size() == linked_.capacity()) {
     std::erase_if(linked_, [](const auto& weak) { return weak.expired(); });
     linked_.reserve(2 * linked_.size() + 1);
@@ -92,7 +92,7 @@ void subscriber::unsubscribe() noexcept {
   if (!token_)
     return;
   token_->unsubscribe(*this);
-  // Unlinked, so invoked_ does not change any more.
+  // Now unlinked, so invoked_ no longer changes.
   if (!invoked_ || withdraw())
     return;
   const std::lock_guard guard(lock_);
@@ -113,7 +113,7 @@ void subscriber::run() noexcept {
   try {
     call();
   } catch (...) {
-    // A pool thread has nobody to tell, and the owner waits for done_ either way.
+    // A pool thread has no caller to report to, and the owner waits for done_ in any case.
   }
   const std::lock_guard guard(lock_);
   done_ = true;

@@ -1,7 +1,7 @@
-// Cooperative cancellation: a source decides, tokens observe it, subscriptions act on it.
+// Cooperative cancellation: a source requests it, tokens observe it, subscriptions act on it.
 //
-// Locks are taken in the order source, linked source, token; links must form no cycle. cancel()
-// holds the source's lock while it goes through the tokens, so whoever links or subscribes either
+// Locks are taken in the order source, linked source, token; links must not form a cycle. cancel()
+// holds the source's lock while it visits the tokens, so a concurrent link or subscription either
 // comes first and is reached, or comes later and sees that the source is cancelled: no cancellation
 // is lost. Callbacks run later, on pool threads and without any of these locks.
 #pragma once
@@ -25,7 +25,8 @@ namespace details {
 
 class cancellation_source_body;
 
-// One subscriber in a token's list. invoke() is called at most once, under the token's lock.
+// An entry in a token's list of subscriptions. invoke() is called at most once, under the token's
+// lock.
 class cancellation_subscription_base : public boost::intrusive::list_base_hook<> {
  public:
   virtual void invoke() noexcept = 0;
@@ -34,8 +35,8 @@ class cancellation_subscription_base : public boost::intrusive::list_base_hook<>
   ~cancellation_subscription_base() = default;
 };
 
-// The state that the copies of one token share. Keeps its source's state alive and unlinks itself
-// from it.
+// The state shared by the copies of one token. Keeps its source's state alive and unlinks itself
+// from it on destruction.
 class token_body : public boost::intrusive::list_base_hook<> {
  public:
   token_body(std::shared_ptr<cancellation_source_body> source, std::atomic<bool>* requested);
@@ -45,11 +46,11 @@ class token_body : public boost::intrusive::list_base_hook<> {
 
   [[nodiscard]] bool is_cancelled() const noexcept { return cancelled_; }
 
-  // Throws operation_cancelled, and links nothing, when the token is cancelled already.
+  // Throws operation_cancelled, and links nothing, when the token is already cancelled.
   void subscribe(cancellation_subscription_base& subscription);
   void unsubscribe(cancellation_subscription_base& subscription) noexcept;
 
-  // The source's side, under the source's lock.
+  // Called by the source, under the source's lock.
   void cancel() noexcept;
 
  private:
@@ -64,7 +65,7 @@ class token_body : public boost::intrusive::list_base_hook<> {
   boost::intrusive::list<cancellation_subscription_base> subscriptions_;
 };
 
-// The state that a source and its tokens share.
+// The state shared by the copies of a source and by its tokens.
 class cancellation_source_body {
  public:
   [[nodiscard]] bool is_cancelled() const noexcept { return cancelled_; }
@@ -82,20 +83,20 @@ class cancellation_source_body {
   std::vector<std::weak_ptr<cancellation_source_body>> linked_;
 };
 
-// The part of a subscription that does not depend on its callback: its place in the token's list
-// and the wait for a callback that is running.
+// The part of a subscription that does not depend on its callback: its entry in the token's list
+// and the wait for a running callback.
 class subscriber : public cancellation_subscription_base, private background_call {
  protected:
   explicit subscriber(const cancellation_token& token);
   ~subscriber() = default;
 
-  // To be called when the derived object is complete; throws operation_cancelled.
+  // Called once the derived object is complete. Throws operation_cancelled.
   void subscribe();
 
-  // To be called first in the derived destructor, which exists only after a subscribe() that did
-  // not throw: so a subscriber with a token is linked, and need not ask its hook, which its
-  // neighbours in the list change under the token's lock. Afterwards the callback does not run and
-  // never will: it is unlinked, and withdrawn if it waits for a thread, and waited for if it has
+  // Called first in the derived destructor, which runs only if subscribe() did not throw. A
+  // subscriber with a token is therefore linked and need not inspect its hook, which its neighbours
+  // in the list change under the token's lock. On return the callback is not running and never
+  // will: it has been unlinked, withdrawn if it was waiting for a thread, and waited for if it had
   // begun.
   void unsubscribe() noexcept;
 
@@ -115,8 +116,8 @@ class subscriber : public cancellation_subscription_base, private background_cal
 
 }  // namespace details
 
-// Observes one source; copies observe together. A default-constructed token is never cancelled.
-// Any thread may use it.
+// Observes one source; all copies observe the same one. A default-constructed token is never
+// cancelled. Any thread may use it.
 class cancellation_token {
  public:
   cancellation_token() noexcept = default;
@@ -135,24 +136,24 @@ class cancellation_token {
   std::shared_ptr<details::token_body> body_;
 };
 
-// Decides to cancel. Copies are one source. Any thread may use it.
+// Requests cancellation. Copies are the same source. Any thread may use it.
 class cancellation_source {
  public:
   cancellation_source() : body_(std::make_shared<details::cancellation_source_body>()) {}
 
-  // Cancels every token and every linked source, once; later calls do nothing.
+  // Cancels every token and every linked source, once; later calls are no-ops.
   void cancel() const noexcept { body_->cancel(); }
   [[nodiscard]] bool is_cancelled() const noexcept { return body_->is_cancelled(); }
 
-  // A new token. `requested`, when given, is set to true at the cancellation, for code that looks
-  // at a flag between its steps; it must outlive the token and its copies. The token of a cancelled
-  // source is cancelled from the start.
+  // A new token. `requested`, if given, is set to true on cancellation, for code that polls a flag
+  // between its steps; it must outlive the token and its copies. The token of a cancelled source is
+  // cancelled from the start.
   [[nodiscard]] cancellation_token token(std::atomic<bool>* requested = nullptr) const {
     return cancellation_token(std::make_shared<details::token_body>(body_, requested));
   }
 
-  // From now on a cancellation of this source cancels `linked` too, for as long as `linked` exists.
-  // One that has happened already does not: look at is_cancelled() after linking.
+  // From now on, cancelling this source also cancels `linked`, for as long as `linked` exists. An
+  // earlier cancellation is not passed on: check is_cancelled() after linking.
   void link(const cancellation_source& linked) const { body_->link(linked.body_); }
 
  private:
@@ -160,10 +161,10 @@ class cancellation_source {
 };
 
 // Runs `callback` on a pool thread, once, when the token is cancelled, possibly after cancel() has
-// returned. The constructor throws operation_cancelled when the token is cancelled already. The
-// destructor returns when the callback has not started and never will, or has finished; so the
-// callback may use whatever outlives the subscription, but must not destroy it. What the callback
-// throws goes nowhere.
+// returned. The constructor throws operation_cancelled when the token is already cancelled. The
+// destructor returns once the callback has finished, or has not started and never will. So the
+// callback may use whatever outlives the subscription, but must not destroy the subscription.
+// Exceptions from the callback are discarded.
 template <class F>
 class cancellation_subscription final : private details::subscriber {
  public:

@@ -20,11 +20,11 @@ TEST(Cancellation, RunsEveryCallbackOnceOnAnotherThreadAlsoThatOfALinkedSource) 
   {
     const cancellation_source parent, source, child;
     token = source.token(&requested);
-    parent.link(cancellation_source());  // which does not exist any more
+    parent.link(cancellation_source());  // already destroyed
     parent.link(source);
     source.link(child);
     const subscription first(token, count), second(child.token(), count);
-    const subscription without_a_callback(source.token(), {});  // throws, which holds up nobody
+    const subscription without_a_callback(source.token(), {});  // throws, and delays no other
     EXPECT_FALSE(token.is_cancelled() || requested);
     parent.cancel();
     source.cancel();

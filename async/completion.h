@@ -1,4 +1,4 @@
-// A promise that is kept in any case.
+// A promise that is always fulfilled.
 #pragma once
 
 #include <optional>
@@ -8,8 +8,8 @@
 
 namespace ostra {
 
-// For waiters that go on when something is done, or never will be: the future completes with
-// complete() or with the destructor, whichever comes first, and never fails. The waiter runs inside
+// For waiters that continue when something is done or never will be: the future completes on
+// complete() or in the destructor, whichever comes first, and never fails. The waiter runs inside
 // that call. One thread at a time.
 class completion {
  public:
@@ -21,7 +21,7 @@ class completion {
   }
   ~completion() { complete(); }
 
-  // Before complete().
+  // Must precede complete().
   [[nodiscard]] future<void> get_future() const { return promise_->get_future(); }
 
   void complete() {

@@ -10,14 +10,14 @@
 
 namespace ostra {
 
-// DeviceIoControl, for io_call; both buffers must live until the await is over.
+// DeviceIoControl, for io_call. Both buffers must live until the await has completed.
 struct device_control {
   DWORD code;
   std::span<const std::byte> input;
   std::span<std::byte> output;
 
   DWORD operator()(HANDLE device, OVERLAPPED* overlapped) const noexcept {
-    // The call takes its input through a pointer to non-const, and does not write to it.
+    // DeviceIoControl takes its input through a pointer to non-const, but does not write to it.
     void* const in = const_cast<std::byte*>(input.data());
     return ::DeviceIoControl(device, code, in, static_cast<DWORD>(input.size()), output.data(),
                              static_cast<DWORD>(output.size()), nullptr, overlapped)

@@ -1,4 +1,4 @@
-// The one exception for platform failures, and the one place where an error becomes an HRESULT.
+// The exceptions for platform failures, and the only conversion of error codes to HRESULTs.
 #pragma once
 
 #include "platform/win32.h"
@@ -27,7 +27,7 @@ class timer_cancelled : public operation_cancelled {};
 // A Win32 error e > 0 becomes (e & 0xFFFF) | 0x80070000; zero and negative values are kept.
 [[nodiscard]] HRESULT to_hresult(DWORD win32_error) noexcept;
 
-// GetLastError() by the rule above. Call it on the line after the call that failed.
+// GetLastError(), converted by the rule above. Call it on the line after the failed call.
 [[nodiscard]] HRESULT last_hresult() noexcept;
 
 // Throws operation_cancelled for ERROR_CANCELLED (1223), hresult_error for everything else.
@@ -35,8 +35,8 @@ class timer_cancelled : public operation_cancelled {};
 [[noreturn]] void throw_hresult(HRESULT code);
 [[noreturn]] void throw_last_error();
 
-// Each returns its argument, or throws from GetLastError() when the argument says that the call
-// failed: false, null, INVALID_HANDLE_VALUE.
+// Throw from GetLastError() when the argument reports a failed call: false, INVALID_HANDLE_VALUE,
+// null. A valid handle or pointer is returned.
 void check_bool(BOOL succeeded);
 HANDLE check_file(HANDLE handle);
 template <class T>
@@ -49,7 +49,7 @@ T* check_pointer(T* pointer) {
 // Throws when `code` is a failure.
 void check_hresult(HRESULT code);
 
-// The code of the exception that is being handled: that of an hresult_error, E_OUTOFMEMORY for
+// The code of the exception being handled: that of an hresult_error, E_OUTOFMEMORY for
 // std::bad_alloc, E_UNEXPECTED for anything else. Only inside a catch block.
 [[nodiscard]] HRESULT current_hresult() noexcept;
 

@@ -9,8 +9,8 @@
 namespace ostra {
 
 // Any thread may call any member, and there may be any number of waiters. set() resumes them inside
-// the call and outside the lock; a reset() that follows does not hold back a waiter that set() has
-// already released. A wait that is still pending when the event is destroyed fails with
+// the call, after releasing the lock; a subsequent reset() does not hold back a waiter that set()
+// has already released. A wait still pending when the event is destroyed fails with
 // operation_cancelled.
 class async_event {
  public:
@@ -19,7 +19,7 @@ class async_event {
   void set();
   void reset();
 
-  // Completes when the event is set, at once if it is set already.
+  // Completes when the event is set, at once if it already is.
   [[nodiscard]] future<void> wait();
 
  private:

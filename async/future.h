@@ -1,4 +1,4 @@
-// Futures: the result of every coroutine, and of every promise that is completed by hand.
+// Futures: the results of coroutines, and of promises completed explicitly.
 #pragma once
 
 #include <coroutine>
@@ -13,15 +13,15 @@ namespace ostra::details {
 template <class T>
 class coroutine_promise;
 
-// A coroutine that returns a future starts at once, on the caller's thread, runs there until its
-// first suspension and afterwards on whichever pool thread delivers what it waits for. Nobody needs
-// to keep its future: a coroutine runs to its end by itself, its frame (locals, then parameters) is
-// destroyed there, and only then does the future complete and its waiter run, on the completing
-// thread. What a coroutine throws is stored and thrown again to whoever awaits it.
+// A coroutine that returns a future starts at once on the caller's thread and runs there until it
+// first suspends, then on whichever pool thread delivers what it awaits. Its future need not be
+// kept: a coroutine runs to its end by itself. Its frame (locals, then parameters) is then
+// destroyed, and only after that does the future complete and the waiter run, on the completing
+// thread. An exception that leaves the coroutine is stored and rethrown when the future is awaited.
 //
-// Copies refer to one state; the value is moved out to the first who awaits or gets it, so one
-// holder does. At most one waiter at a time. A default-constructed future refers to nothing and may
-// only be assigned to or tested with valid().
+// Copies refer to the same state. The first await or get() moves the value out, so only one holder
+// may take it. At most one waiter at a time. A default-constructed future has no state and may only
+// be assigned to or tested with valid().
 template <class T>
 class [[nodiscard]] future {
  public:
@@ -33,7 +33,8 @@ class [[nodiscard]] future {
   [[nodiscard]] bool valid() const noexcept { return state_ != nullptr; }
   [[nodiscard]] bool is_complete() const noexcept { return state_->is_complete(); }
 
-  // Block the calling thread until the future is complete; get() also gives the outcome.
+  // Both block the calling thread until the future is complete; get() then returns the value or
+  // throws.
   void wait() const noexcept { state_->wait(); }
   T get() const {
     wait();
@@ -43,7 +44,7 @@ class [[nodiscard]] future {
   auto operator co_await() const noexcept { return awaiter(state_); }
 
  private:
-  // Keeps the state alive for as long as the waiter is suspended.
+  // Keeps the state alive while the waiter is suspended.
   class awaiter {
    public:
     explicit awaiter(std::shared_ptr<promise_type_<T>> state) noexcept : state_(std::move(state)) {}
@@ -51,8 +52,8 @@ class [[nodiscard]] future {
     [[nodiscard]] bool await_ready() const noexcept { return state_->is_complete(); }
 
     [[nodiscard]] bool await_suspend(std::coroutine_handle<> waiter) const noexcept {
-      // The moment the continuation is set, the waiter may run elsewhere and take this object with
-      // it; the state outlives the call through the copy.
+      // As soon as the continuation is set, the waiter may run elsewhere and destroy this object;
+      // the local copy keeps the state alive until the call returns.
       const auto state = state_;
       return state->set_continuation(resume_coroutine(waiter));
     }
@@ -66,15 +67,15 @@ class [[nodiscard]] future {
   std::shared_ptr<promise_type_<T>> state_;
 };
 
-// At the end of a coroutine: destroys its frame, so that no local and no parameter is alive when
-// the waiter runs, and completes the state.
+// Runs at the end of a coroutine: destroys its frame, so that no local or parameter is alive when
+// the waiter runs, and then completes the state.
 struct final_awaiter {
   [[nodiscard]] bool await_ready() const noexcept { return false; }
 
   template <class Promise>
   void await_suspend(std::coroutine_handle<Promise> frame) const noexcept {
     const auto state = frame.promise().take_state();
-    frame.destroy();  // this awaiter is gone with it
+    frame.destroy();  // destroys this awaiter too
     state->complete();
   }
 
@@ -110,9 +111,9 @@ class coroutine_promise<void> : public coroutine_promise_base<void> {
   void return_void() const noexcept {}
 };
 
-// The producing side of a future that no coroutine computes. One thread at a time uses it; it is
-// completed at most once, and the waiter runs inside the completing call. A promise that is
-// destroyed first completes its future with operation_cancelled.
+// The producing side of a future that no coroutine computes. Used by one thread at a time. It is
+// completed at most once, and the waiter runs inside the completing call. A promise destroyed
+// before that completes its future with operation_cancelled.
 template <class T>
 class promise {
  public:

@@ -5,7 +5,7 @@
 namespace ostra::details {
 namespace {
 
-// A thread that sleeps until a state completes; lives on that thread's stack.
+// A thread that is blocked until a state completes; lives on that thread's stack.
 class blocked_thread {
  public:
   void sleep() noexcept {

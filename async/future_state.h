@@ -1,4 +1,4 @@
-// The shared state behind a future: how completion and the one waiter meet.
+// The shared state of a future, through which its completion and its single waiter synchronise.
 #pragma once
 
 #include <coroutine>
@@ -10,7 +10,7 @@
 
 namespace ostra::details {
 
-// The continuation of a state: a coroutine, or whatever else waits for it, resumed on completion.
+// Resumes the waiter of a state, a coroutine or other, on completion.
 struct continuation {
   void (*resume)(void* context) noexcept = nullptr;
   void* context = nullptr;
@@ -18,14 +18,14 @@ struct continuation {
 
 [[nodiscard]] continuation resume_coroutine(std::coroutine_handle<> waiter) noexcept;
 
-// Completion and the registration of a waiter race. Both take lock_, so exactly one side sees the
-// other: a completion that comes first makes set_continuation return false and the waiter goes on
-// by itself; a continuation that comes first is taken out under the lock by the completing thread
-// and resumed after the lock has been released. The result is written before the status changes and
-// never again, so whoever has seen the state complete reads it without the lock.
+// Completion races with the registration of a waiter. Both take lock_, so exactly one side sees the
+// other. If the completion comes first, set_continuation() returns false and the waiter continues
+// by itself. If the continuation comes first, the completing thread takes it out under the lock and
+// resumes it after releasing the lock. The result is written before the status changes and never
+// again, so a thread that has seen the state complete reads the result without the lock.
 //
-// Every future and the producer own the state through a shared pointer, and a waiter that is
-// suspended keeps a future: no continuation can be left behind in a state that nobody refers to.
+// Every future and the producer own the state through a shared pointer, and a suspended waiter
+// holds a future, so no continuation can be left behind in a state without owners.
 class future_state {
  public:
   future_state() noexcept = default;
@@ -34,15 +34,16 @@ class future_state {
 
   [[nodiscard]] bool is_complete() const noexcept;
 
-  // Returns false, and keeps nothing, when the state is complete already. A state has at most one
-  // waiter at a time; a second one is a fault of the program and terminates it.
+  // Returns false, and stores nothing, when the state is already complete. A state has at most one
+  // waiter at a time; a second one is a programming error and terminates the process.
   [[nodiscard]] bool set_continuation(continuation next) noexcept;
 
-  // Blocks until the state is complete. Not for a pool thread that the awaited work itself needs.
+  // Blocks until the state is complete. Must not block a pool thread that the awaited work itself
+  // needs.
   void wait() noexcept;
 
-  // The producer's side: store the outcome, then complete, each once and in this order. The caller
-  // of complete() holds a reference of its own, since the resumed waiter may drop all others.
+  // The producer stores the outcome, then completes, each once and in this order. The caller of
+  // complete() holds its own reference, since the resumed waiter may drop all others.
   void store_exception(std::exception_ptr failure) noexcept { exception_ = std::move(failure); }
   void complete() noexcept;
 
@@ -74,7 +75,7 @@ class promise_type_ final : public future_state {
     value_.emplace(std::forward<U>(value));
   }
 
-  // Only of a complete state. Moves the value out, or throws the stored exception.
+  // Only for a complete state. Moves the value out, or rethrows the stored exception.
   T take() {
     rethrow_if_failed();
     return std::move(*value_);

@@ -10,9 +10,9 @@
 namespace ostra {
 namespace {
 
-using life = std::shared_ptr<int>;  // whose count tells how many coroutines live
+using life = std::shared_ptr<int>;  // its use count tells how many coroutines are alive
 
-// Changes its thread so many times.
+// Changes threads `hops` times.
 future<int> hop(int hops, life = {}) {
   for (int i = 0; i < hops; ++i) {
     resume_background elsewhere;
@@ -27,7 +27,7 @@ future<int> sum_of(future<int> first, future<int> second, life = {}) {
   co_return a + b;
 }
 
-// The value of the awaited coroutine, and how many live when its waiter goes on.
+// Records the value of the awaited coroutine, and how many are alive when its waiter resumes.
 future<void> observe(future<int> from, life& living, std::string& seen) {
   const int value = co_await from;
   seen = std::to_string(value) + " with " + std::to_string(living.use_count() - 1);
@@ -43,7 +43,7 @@ TEST(Future, RunsToItsEndUnkeptAndItsFrameDiesBeforeTheWaiterResumes) {
   EXPECT_EQ(seen, "7 with 0");
 }
 
-// The thread that blocks leaves its frame the moment it is woken.
+// The blocked thread leaves the frame that it sleeps in as soon as it is woken.
 TEST(Future, StressOfCompletionAgainstItsWaiters) {
   const auto living = std::make_shared<int>();
   int hops = 0;

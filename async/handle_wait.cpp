@@ -18,7 +18,7 @@ void handle_wait::await_suspend(std::coroutine_handle<> waiter) noexcept {
   waiter_ = waiter;
   FILETIME due = details::relative_time(timeout_);
   FILETIME* const limit = timeout_ == ticks::zero() ? nullptr : &due;
-  // Once armed, the wait may be over and this object gone: nothing below.
+  // Once armed, the wait may complete and destroy this object, so nothing may follow.
   ::SetThreadpoolWait(wait_.get(), handle_, limit);
 }
 

@@ -1,4 +1,4 @@
-// Waiting for a kernel object on the thread pool.
+// Awaits a kernel object on the thread pool.
 #pragma once
 
 #include <chrono>
@@ -14,7 +14,7 @@ namespace ostra {
 using ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
 
 namespace details {
-// A due time relative to now, as the thread pool takes it.
+// A due time relative to now, in the form that the thread pool takes.
 [[nodiscard]] FILETIME relative_time(ticks duration) noexcept;
 }  // namespace details
 
@@ -25,12 +25,12 @@ struct threadpool_wait_traits {
 };
 using unique_threadpool_wait = Tamrin::unique_resource<threadpool_wait_traits>;
 
-// co_await gives true when the handle was signalled, false when the timeout passed first. The
-// handle stays the caller's and must be open until then. One wait an object; it cannot be
-// cancelled. The constructor throws hresult_error.
+// co_await yields true when the handle was signalled, false when the timeout passed first. The
+// caller keeps ownership of the handle, which must stay open until then. One wait per object; it
+// cannot be cancelled. The constructor throws hresult_error.
 class [[nodiscard]] handle_wait {
  public:
-  // A timeout of zero waits without limit.
+  // A timeout of zero means no limit.
   explicit handle_wait(HANDLE handle, ticks timeout = ticks::zero());
   handle_wait(const handle_wait&) = delete;
   handle_wait& operator=(const handle_wait&) = delete;

@@ -52,7 +52,7 @@ bool io_operation::after_start(DWORD error) noexcept {
   }
   if ((state_.fetch_or(issued) & cancel_requested) != 0)
     ::CancelIoEx(handle(), this);
-  // The last touch, unless the completion came first and left the coroutine to this thread.
+  // The last access, unless the completion came first and left this thread to resume the coroutine.
   return (state_.fetch_or(submit_completed) & io_completed) == 0;
 }
 
@@ -73,7 +73,7 @@ void io_operation::request_cancel() noexcept {
 bool io_operation::succeeded() const noexcept {
   if (result_ == ERROR_SUCCESS || result_ == ERROR_HANDLE_EOF)
     return true;
-  // The NTSTATUS counts only if the call got as far as a completion.
+  // The NTSTATUS is meaningful only if the call reached a completion.
   return (state_ & io_completed) != 0 && static_cast<LONG>(Internal) >= 0;
 }
 

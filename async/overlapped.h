@@ -1,5 +1,5 @@
-// Overlapped I/O through the thread pool: the binding of a handle, and the one awaiter for every
-// call that takes an OVERLAPPED.
+// Overlapped I/O through the thread pool: the binding of a handle, and one awaiter for every call
+// that takes an OVERLAPPED.
 #pragma once
 
 #include <atomic>
@@ -19,19 +19,20 @@ struct threadpool_io_traits {
 };
 using unique_threadpool_io = Tamrin::unique_resource<threadpool_io_traits>;
 
-// A handle's behaviour when a call on it succeeds at once: to queue a completion as for a pending
-// call, or to let the caller continue inline.
+// How a handle behaves when a call on it succeeds at once: it queues a completion as for a pending
+// call, or lets the caller continue inline.
 enum class immediate_success { queues_completion, continues_inline };
 
-// Ties a handle to the thread pool. The owner of the handle owns this too, keeps both until every
-// call on the handle has ended (each call's coroutine holds the owner), and closes no handle that
-// calls still use. Closing the binding inside a completion of its own handle is allowed.
+// Binds a handle to the thread pool. The handle's owner also owns this, keeps both until every call
+// on the handle has ended (each call's coroutine holds the owner), and closes no handle that calls
+// still use. Closing the binding inside a completion of its own handle is allowed.
 class io_binding {
  public:
   io_binding() noexcept = default;
 
-  // Binds `handle`, which stays the caller's; a former binding is closed. continues_inline switches
-  // the handle to FILE_SKIP_COMPLETION_PORT_ON_SUCCESS. Throws hresult_error.
+  // Binds `handle`, which the caller continues to own, and closes the previous binding.
+  // continues_inline switches the handle to FILE_SKIP_COMPLETION_PORT_ON_SUCCESS. Throws
+  // hresult_error.
   void bind(HANDLE handle, immediate_success mode);
 
   [[nodiscard]] bool is_bound() const noexcept { return static_cast<bool>(io_); }
@@ -46,31 +47,32 @@ class io_binding {
 
 // One overlapped call; lives in the frame of the coroutine that awaits it.
 //
-// Three parties may touch it: the thread that starts the call, the pool thread that delivers its
-// completion, and the pool thread that runs its cancellation. Each adds to state_ what has
+// Three threads may access it: the one that starts the call, the pool thread that delivers its
+// completion, and the pool thread that runs its cancellation. Each records in state_ what has
 // happened:
 //
 // - The completion may come before the starting thread has finished its step. Whichever of the two
-//   comes second (it sees the other's flag) resumes the coroutine, so the operation stays alive
-//   until both have let go of it; neither touches it after its own flag was set and the other's was
-//   missing.
+//   comes second, and sees the other's flag, resumes the coroutine, so the operation stays alive
+//   until both are done with it. A thread that sets its flag and does not see the other's no longer
+//   touches the operation.
 // - The cancellation may come before the call is issued, when CancelIoEx would find nothing.
-//   Whichever of `issued` and `cancel_requested` comes second calls CancelIoEx. A token that was
-//   cancelled even earlier refuses the subscription, in the constructor.
-// - The subscription's destructor waits for a cancellation that has begun, so that one never
-//   touches a dead operation. A cancellation after the completion finds nothing to cancel, which is
-//   normal.
+//   Whichever of `issued` and `cancel_requested` is set second leads to CancelIoEx. If the token
+//   was cancelled even earlier, subscribing to it throws in the constructor.
+// - The subscription's destructor waits for a cancellation that has begun, so a cancellation never
+//   touches a destroyed operation. A cancellation after the completion finds nothing to cancel,
+//   which is normal.
 //
-// Whether a completion will come is decided by what the call left in the OVERLAPPED, since its
-// Win32 error does not tell: several NTSTATUS map to one error. The I/O manager queues a completion
-// for every call that it has accepted, whether it pends or ends at once, unless it succeeded at
-// once on a handle that skips those. A driver accepts a call that it ends with a warning (an
-// NTSTATUS of severity 2), and by the time the call returns that status stands in Internal; the
-// Win32 layer reports it as a failure all the same. A call that fails at once with an error
-// (severity 3) was not accepted: no completion is queued and Internal keeps STATUS_PENDING, of
-// severity 0.
+// Whether a completion will come is decided by the NTSTATUS that the call left in the OVERLAPPED.
+// The Win32 error does not tell, because several NTSTATUS values map to one error. The I/O manager
+// queues a completion for every call that it has accepted, whether the call pends or ends at once,
+// unless it succeeds at once on a handle that skips those completions. A call that a driver ends
+// with a warning (an NTSTATUS of severity 2) was accepted: that status is in Internal by the time
+// the call returns, although the Win32 layer reports a failure. A call that fails at once with an
+// error (severity 3) was not accepted: no completion is queued, and Internal keeps STATUS_PENDING,
+// which has severity 0.
 //
-// Cancelling only asks: the wait ends with the completion, usually ERROR_OPERATION_ABORTED.
+// Cancelling is only a request: the wait ends with the completion, usually with
+// ERROR_OPERATION_ABORTED.
 class io_operation : private OVERLAPPED {
  public:
   io_operation(const io_operation&) = delete;
@@ -80,18 +82,18 @@ class io_operation : private OVERLAPPED {
   [[nodiscard]] HANDLE handle() const noexcept { return binding_.handle_; }
 
  protected:
-  // `offset`: the byte position in the file, 0 for devices and pipes. Throws operation_cancelled.
+  // `offset` is the byte position in the file, 0 for devices and pipes. Throws operation_cancelled.
   io_operation(const io_binding& binding, const cancellation_token& token, std::uint64_t offset);
   ~io_operation() = default;
 
   [[nodiscard]] OVERLAPPED* overlapped() noexcept { return this; }
 
-  // The starting thread's steps, before and after the call; the second one is told the call's Win32
+  // The starting thread's steps before and after the call. after_start() takes the call's Win32
   // error and returns whether the coroutine stays suspended.
   void before_start(std::coroutine_handle<> waiter) noexcept;
   [[nodiscard]] bool after_start(DWORD error) noexcept;
 
-  // The number of bytes moved. Throws what the call failed with.
+  // The number of bytes transferred. Throws the error of a failed call.
   [[nodiscard]] DWORD result() const;
 
  private:
@@ -115,15 +117,16 @@ class io_operation : private OVERLAPPED {
   std::coroutine_handle<> waiter_;
   DWORD result_ = ERROR_SUCCESS;
   std::atomic<unsigned> state_ = 0;
-  cancellation_subscription<cancel> subscription_;  // last: ends before what its callback uses
+  cancellation_subscription<cancel> subscription_;  // last: destroyed before what its callback uses
 };
 
 // Awaits one call. Start is a callable, DWORD(HANDLE, OVERLAPPED*) noexcept, that makes the call
-// and returns its Win32 error: ERROR_SUCCESS when it succeeded at once, ERROR_IO_PENDING when it
-// goes on. What it points to must live until the await is over, as must the binding. co_await gives
-// the number of bytes moved; it throws hresult_error, or operation_cancelled for error 1223.
+// and returns its Win32 error: ERROR_SUCCESS when it succeeded at once, ERROR_IO_PENDING when it is
+// pending. The binding, and whatever Start points to, must live until the await has completed.
+// co_await yields the number of bytes transferred; it throws hresult_error, or operation_cancelled
+// for error 1223.
 //
-// The operation succeeded when its error is 0 or ERROR_HANDLE_EOF, or its NTSTATUS is a success
+// The operation has succeeded when its error is 0 or ERROR_HANDLE_EOF, or its NTSTATUS is a success
 // code: a serial read or write that times out completes with STATUS_TIMEOUT and the bytes so far,
 // which the thread pool reports as an error.
 template <class Start>

@@ -1,4 +1,4 @@
-// The owner of a handle that takes overlapped calls.
+// Owns a handle that takes overlapped calls.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +11,16 @@
 namespace ostra {
 
 // A handle, its binding to the thread pool and the cancellation of its calls. Owner is a
-// unique_resource whose value converts to HANDLE by a cast. set() and link() come before the first
-// call, and calls end before this does; cancel() may come from any thread at any time.
+// unique_resource whose value converts to HANDLE by a cast. set() and link() must precede the first
+// call, and all calls must have ended before this object is destroyed; cancel() may be called from
+// any thread at any time.
 template <class Owner>
 class overlapped_handle {
  public:
   overlapped_handle() = default;
 
-  // Takes the handle in place of the one before it, and binds it. Throws hresult_error, which
-  // leaves it unbound.
+  // Closes the previous handle, takes ownership of `handle` and binds it. Throws hresult_error,
+  // which leaves the new handle held but unbound.
   void set(Owner handle, immediate_success mode = immediate_success::continues_inline) {
     close();
     handle_ = std::move(handle);
@@ -35,28 +36,28 @@ class overlapped_handle {
   [[nodiscard]] explicit operator bool() const noexcept { return static_cast<bool>(handle_); }
   [[nodiscard]] bool is_bound() const noexcept { return binding_.is_bound(); }
 
-  // One call, as io_call makes it. Throws operation_cancelled.
+  // One call, to be awaited. Throws operation_cancelled.
   template <class Start>
   [[nodiscard]] io_call<Start> call(Start start, std::uint64_t offset = 0) const {
     return io_call<Start>(binding_, std::move(start), token_, offset);
   }
-  // The same, cancelled by `token` instead.
+  // The same, but cancelled by `token`.
   template <class Start>
   [[nodiscard]] io_call<Start> call(Start start, const cancellation_token& token) const {
     return io_call<Start>(binding_, std::move(start), token);
   }
 
-  // From now on a cancellation of `owner` cancels the calls.
+  // From now on, cancelling `owner` cancels the calls.
   void link(const cancellation_source& owner) {
     cancellation_ = cancellation_source();
     token_ = cancellation_.token();
     owner.link(cancellation_);
-    // An owner that was cancelled before the link does not reach what is linked later.
+    // The link does not pass on a cancellation that came before it.
     if (owner.is_cancelled())
       cancellation_.cancel();
   }
 
-  // Ends the calls that are pending and refuses later ones.
+  // Cancels pending calls and refuses later ones.
   void cancel() const noexcept { cancellation_.cancel(); }
   [[nodiscard]] cancellation_source& cancellation() noexcept { return cancellation_; }
   [[nodiscard]] const cancellation_token& token() const noexcept { return token_; }

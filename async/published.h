@@ -1,4 +1,4 @@
-// A process-wide pointer to an object that some scope owns.
+// A process-wide pointer to an object owned by some scope.
 #pragma once
 
 #include <mutex>
@@ -8,9 +8,9 @@
 
 namespace ostra {
 
-// Whoever uses the object does so under the shared lock, so once withdraw() has returned nobody
-// uses it any more and nobody will: the owner may destroy it while other threads go on. Trivially
-// destructible, since pool threads may still look at it while the process exits.
+// The object is used only under the shared lock, so once withdraw() has returned, no thread uses it
+// or ever will: its owner may destroy it while other threads run on. Trivially destructible, since
+// pool threads may still access it while the process exits.
 template <class T>
 class published {
  public:
@@ -19,7 +19,7 @@ class published {
   void publish(T& object) noexcept { set(&object); }
   void withdraw() noexcept { set(nullptr); }
 
-  // Calls action(object) if there is one. The action must not publish or withdraw.
+  // Calls action(object) if an object is published. The action must not publish or withdraw.
   template <class Action>
   void use(Action action) {
     const std::shared_lock guard(lock_);

@@ -20,7 +20,7 @@ struct item {
 };
 using queue = async_queue<item>;
 
-// Keeps the queue until that is closed, and counts what comes.
+// Keeps the queue alive until it is closed, and counts the values.
 future<int> consume(std::shared_ptr<queue> from) {
   for (int count = 0;; ++count) {
     auto popped = from->pop();
@@ -37,14 +37,14 @@ TEST(AsyncQueue, ConsumerTakesWhatIsThereBesideAFailureAndEndsWithTheQueue) {
   EXPECT_THROW(items->push(item(true)), std::bad_alloc);
   EXPECT_TRUE(items->push(item()));
   EXPECT_FALSE(count.is_complete());
-  // The consumer has the last word on the queue's life.
+  // The consumer is now the queue's last owner.
   queue& last = *items;
   items.reset();
   last.close();
   EXPECT_EQ(count.get(), 2);
 }
 
-// A thread of the pool may be quicker than the poster, which is seen once in a few rounds.
+// A pool thread may overtake the poster, but does so only once in several rounds.
 TEST(WorkQueue, NeverBlocksItsPosterAndRunsItemsOneAfterAnother) {
   for (int round = 0; round < 300; ++round) {
     work_queue works;
@@ -58,7 +58,7 @@ TEST(WorkQueue, NeverBlocksItsPosterAndRunsItemsOneAfterAnother) {
     post('c').get();
     ASSERT_EQ(order, "abc");
     static_cast<void>(works.post([] { testing_support::spin(20'000); }));
-    testing_support::spin(static_cast<unsigned>(round) * 100);  // the queue ends beside the item
+    testing_support::spin(static_cast<unsigned>(round) * 100);  // the queue may end during the item
   }
 }
 

@@ -7,14 +7,15 @@
 
 namespace ostra {
 
-// On that thread, at once.
+// Resumes on the waking thread, at once.
 class inline_resumption {
  public:
   void resume(std::coroutine_handle<> waiter) const noexcept { waiter.resume(); }
 };
 
-// On a thread of the pool: the other one may hold what the waiter needs, or must not be held up.
-// One waiter at a time, which keeps this alive until it runs. The constructor throws hresult_error.
+// Resumes on a pool thread: the waking thread may hold what the waiter needs, or must not be held
+// up. One waiter at a time, which keeps this object alive until it runs. The constructor throws
+// hresult_error.
 class pool_resumption final : public background_call {
  public:
   void resume(std::coroutine_handle<> waiter) noexcept {

@@ -1,5 +1,5 @@
 // Windows' slim reader/writer lock and its condition variable, usable with std::lock_guard,
-// std::unique_lock and std::shared_lock. Neither allocates, fails or needs to be destroyed.
+// std::unique_lock and std::shared_lock. Neither allocates, fails or needs destruction.
 #pragma once
 
 #include "platform/win32.h"
@@ -28,18 +28,18 @@ class condition_variable {
   condition_variable(const condition_variable&) = delete;
   condition_variable& operator=(const condition_variable&) = delete;
 
-  // The caller holds `lock` exclusively. May wake without a notification.
+  // The caller holds `lock` exclusively. Spurious wake-ups are possible.
   void wait(srw_lock& lock) noexcept {
     ::SleepConditionVariableSRW(&variable_, &lock.lock_, INFINITE, 0);
   }
 
-  // As wait(), for at most so many milliseconds.
+  // Like wait(), but returns after `milliseconds` at the latest.
   void wait_for(srw_lock& lock, DWORD milliseconds) noexcept {
     ::SleepConditionVariableSRW(&variable_, &lock.lock_, milliseconds, 0);
   }
 
-  // Call it with the lock held whenever the waiter may destroy this object once it has seen its
-  // condition: after the lock is released the object may be gone.
+  // Must be called with the lock held if the waiter may destroy this object once it has seen its
+  // condition: once the lock is released, the object may be gone.
   void notify_one() noexcept { ::WakeConditionVariable(&variable_); }
 
  private:

@@ -50,7 +50,7 @@ void async_timer::cancel() noexcept {
       return;
     ::SetThreadpoolTimer(timer_.get(), nullptr, 0, 0);
   }
-  // A firing that was on its way finds no waiter, and after this there is none on its way.
+  // A firing already under way finds no waiter; when this returns, none is under way.
   ::WaitForThreadpoolTimerCallbacks(timer_.get(), TRUE);
   resumption_.resume(waiter);
 }

@@ -1,4 +1,4 @@
-// One-shot timers that a coroutine can wait for and anybody can cancel.
+// One-shot timers that a coroutine can await and any thread can cancel.
 #pragma once
 
 #include <coroutine>
@@ -17,29 +17,30 @@ struct threadpool_timer_traits {
 };
 using unique_threadpool_timer = Tamrin::unique_resource<threadpool_timer_traits>;
 
-// The waiter is taken out under lock_ and resumed after it, by the firing or by a cancel, never by
-// both. The timer is armed under lock_ too, exactly while a waiter is stored: a cancel can not fall
-// between the two and leave the timer armed for nobody. Whoever resumes the waiter does not touch
-// the timer afterwards, since the waiter may destroy it; a firing gives up its claim on the timer
-// before it resumes, so that a cancel that waits for it never waits for what the waiter does next.
+// Either the firing or a cancel takes out the waiter under lock_ and resumes it after releasing the
+// lock, never both. The timer is also armed under lock_, exactly while a waiter is stored: a cancel
+// cannot come between the two and leave the timer armed without a waiter. The side that resumes the
+// waiter does not touch the timer afterwards, since the waiter may destroy it. A firing gives up
+// its claim on the timer before it resumes the waiter, so a cancel that waits for the firing never
+// waits for what the waiter does next.
 //
-// A cancel takes the waiter out first, and waits for firings before it resumes it: until then the
-// waiter cannot wait again, so neither does a late firing end a later wait, nor does the cancel
-// drop the firing of one or take its waiter, which would go on as if its time had passed.
+// A cancel takes the waiter out first, and waits for firings before it resumes the waiter, which
+// cannot wait again until then. So a late firing does not end a later wait. Nor does the cancel
+// drop the firing of a later wait or take its waiter, which would continue as if its time had
+// passed.
 //
-// The timer outlives every wait and every call of cancel(). One waiter at a time.
+// The timer must outlive every wait and every call of cancel(). One waiter at a time.
 class async_timer {
  public:
   async_timer();  // throws hresult_error
   async_timer(const async_timer&) = delete;
   async_timer& operator=(const async_timer&) = delete;
 
-  // co_await returns after `duration` on the thread pool's thread; it throws timer_cancelled when
-  // the timer was cancelled during the wait, or before it and since the last wait.
+  // co_await resumes on a pool thread after `duration`. It throws timer_cancelled when the timer
+  // was cancelled during this wait, or since the previous one.
   [[nodiscard]] auto wait(ticks duration) noexcept { return awaiter(*this, duration); }
 
-  // Ends the wait, or the next one when nobody waits. From any thread but not inside a lock that
-  // the waiter needs to go on.
+  // Ends the current wait, or the next one if there is no waiter. Any thread.
   void cancel() noexcept;
 
  private:
@@ -63,7 +64,7 @@ class async_timer {
   static void CALLBACK on_fired(PTP_CALLBACK_INSTANCE instance, void* context,
                                 PTP_TIMER timer) noexcept;
 
-  pool_resumption resumption_;  // of a cancelled waiter: the canceller may hold what it needs
+  pool_resumption resumption_;  // for a cancelled waiter: the canceller may hold what it needs
 
   // Guarded by lock_.
   srw_lock lock_;
@@ -73,9 +74,9 @@ class async_timer {
   unique_threadpool_timer timer_;
 };
 
-// A timer that the cancellation of a token cancels. The constructor throws operation_cancelled when
-// the token is cancelled already. The destructor ends the subscription first, so no cancel of its
-// own is under way when the timer goes.
+// A timer that a token cancels. The constructor throws operation_cancelled when the token is
+// already cancelled. The destructor ends the subscription first, so the token is not cancelling the
+// timer when the timer is destroyed.
 class auto_cancel_timer : public async_timer {
  public:
   explicit auto_cancel_timer(const cancellation_token& token) : subscription_(token, stop{this}) {}

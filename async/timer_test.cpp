@@ -12,7 +12,7 @@ using namespace std::chrono_literals;
 using testing_support::code_of;
 using testing_support::outcome_of;
 
-// The event's waits are the timer's, which its setting cancels.
+// The event waits on a timer, which setting the event cancels.
 TEST(AsyncTimer, FiresAfterItsDurationOrIsCancelledAndCanBeUsedAgain) {
   auto_reset_event event;
   for (int round = 0; round < 2; ++round) {
@@ -28,7 +28,7 @@ TEST(AsyncTimer, FiresAfterItsDurationOrIsCancelledAndCanBeUsedAgain) {
   }
 }
 
-// The second wait begins on the thread of the first firing, which a cancel here must not wait for.
+// The second wait begins on the thread of the first firing; a cancel there must not wait for it.
 future<bool> wait_twice(auto_reset_event& event, ticks first, bool sets = false) {
   auto one = event.wait_for(first);
   co_await one;

@@ -18,7 +18,7 @@
 namespace ostra {
 namespace details {
 
-// Shared by the call and its limit. Whichever of the two takes the promise settles it.
+// Shared by the call and its time limit. Whichever takes the promise first settles it.
 template <class T>
 class limited_call {
  public:
@@ -43,7 +43,7 @@ future<void> end_at_limit(std::shared_ptr<limited_call<T>> shared,
     auto wait = shared->timer.wait(limit);
     co_await wait;
   } catch (const timer_cancelled&) {
-    co_return;  // the call has completed first
+    co_return;  // the call completed first
   }
   if (auto promise = shared->take())
     promise->set_exception(std::make_exception_ptr(hresult_error(to_hresult(ERROR_TIMEOUT))));
@@ -60,7 +60,7 @@ future<void> end_with_call(std::shared_ptr<limited_call<T>> shared, future<T> ca
     else
       co_await call;
   } catch (...) {
-    failure = std::current_exception();  // for the waiter to handle
+    failure = std::current_exception();  // rethrown to the waiter
   }
   shared->timer.cancel();
   auto promise = shared->take();
@@ -76,9 +76,10 @@ future<void> end_with_call(std::shared_ptr<limited_call<T>> shared, future<T> ca
 
 }  // namespace details
 
-// Completes with the call, or fails with hresult_error 0x800705B4 (ERROR_TIMEOUT) when `limit`
-// passes first. The limit does not cancel the call, which then goes on with its result discarded:
-// whatever it uses must outlive it, or be owned by it. A limit of zero is no limit.
+// Completes with the call's outcome, or fails with hresult_error 0x800705B4 (ERROR_TIMEOUT) when
+// `limit` passes first. The limit does not cancel the call, which continues with its result
+// discarded: whatever the call uses must outlive it or be owned by it. A limit of zero means no
+// limit.
 template <class T>
 future<T> within(future<T> call, std::chrono::milliseconds limit) {
   if (limit == std::chrono::milliseconds::zero() || call.is_complete())

@@ -16,7 +16,7 @@ struct work_queue::state {
     completion done;
   };
 
-  // False when the queue has been closed meanwhile: then the item is discarded.
+  // Returns false when the queue has been closed in the meantime; the item is then discarded.
   [[nodiscard]] bool begin(completion& done) {
     const std::lock_guard guard(lock);
     if (!closed)
@@ -24,7 +24,7 @@ struct work_queue::state {
     return !closed;
   }
 
-  // Completes the item that is running, if any.
+  // Completes the running item, if any.
   void end(bool closes) {
     std::optional<completion> done;
     const std::lock_guard guard(lock);

@@ -8,12 +8,12 @@
 
 namespace ostra {
 
-// Runs items of work one at a time, in the order in which they were posted, on threads of the pool.
-// Any thread may post and close; neither ever waits for an item.
+// Runs work items one at a time, in the order in which they were posted, on pool threads. Any
+// thread may post and close; neither ever waits for an item.
 //
-// An item that blocks, such as a write to a pipe that nobody reads, delays only the items behind
-// it. It may outlive the queue, so it must own everything that it uses; an item that never returns
-// ends with the process.
+// An item that blocks, such as a write to a pipe without a reader, delays only the items behind it.
+// It may outlive the queue, so it must own everything it uses; an item that never returns ends with
+// the process.
 class work_queue {
  public:
   // Must not throw.
@@ -25,11 +25,11 @@ class work_queue {
   work_queue& operator=(const work_queue&) = delete;
   ~work_queue() { close(); }
 
-  // Completes when the item has run, or has been discarded by close().
+  // Completes when the item has run or has been discarded by close().
   future<void> post(work item);
 
-  // Discards the items that have not started, and every later one. The future of the item that is
-  // running completes now, although the item itself goes on.
+  // Discards the items that have not started and any posted later. The future of the running item
+  // completes now, although the item itself continues.
   void close();
 
  private:

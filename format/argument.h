@@ -1,4 +1,5 @@
-// An argument of a format call with its type erased, so that parser and renderer are plain code.
+// A type-erased argument of a format call, which keeps the parser and the renderer free of
+// templates.
 #pragma once
 
 #include <concepts>
@@ -21,7 +22,7 @@ concept wide_text = std::convertible_to<const T&, std::wstring_view>;
 template <class T>
 concept formattable = signed_32<T> || unsigned_32<T> || std::same_as<T, bool> || wide_text<T>;
 
-// Text is not copied: the argument it came from must outlive the record.
+// Text is not copied: the original argument must outlive this one.
 using argument = std::variant<std::int32_t, std::uint32_t, bool, std::wstring_view>;
 
 template <formattable T>

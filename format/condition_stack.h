@@ -1,4 +1,4 @@
-// The conditional sections that are open at a point of a pattern.
+// The conditional sections open at a point in a pattern.
 #pragma once
 
 #include <bitset>
@@ -7,10 +7,10 @@
 
 namespace tfmt::details {
 
-// Room for 128 nested sections in place; deeper ones go to the heap.
+// Holds up to 128 nested sections in place; deeper ones go to the heap.
 class condition_stack {
  public:
-  // True while any open section's condition is false.
+  // True while the condition of any open section is false.
   [[nodiscard]] bool suppressed() const noexcept { return false_entries_ != 0; }
 
   void push(bool condition);

@@ -1,4 +1,4 @@
-// A position in a pattern that moves only forwards and never beyond the pattern's end.
+// A position in a pattern that only moves forward and never past the pattern's end.
 #pragma once
 
 #include <concepts>
@@ -37,7 +37,7 @@ class cursor {
     return !rest_.empty() && rest_.front() >= L'0' && rest_.front() <= L'9';
   }
 
-  // The decimal digits here, modulo the range of T; 0 when there are none.
+  // Takes the decimal digits at this position, modulo the range of T; 0 when there are none.
   template <std::unsigned_integral T>
   T take_number() noexcept {
     T number = 0;

@@ -3,7 +3,7 @@
 
 namespace tfmt {
 
-// Root of the library's exceptions; deliberately not a std::exception.
+// Root of the library's exceptions; deliberately not derived from std::exception.
 struct generic_exception {};
 
 // The pattern is malformed, or does not fit the arguments it is rendered with.

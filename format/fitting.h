@@ -1,4 +1,4 @@
-// Fits a placeholder's text into its width.
+// Fits text to a placeholder's width.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace tfmt::details {
 
-// Appends `text`, padded to the placeholder's width or else cut to its maximum width.
+// Appends `text`, padded to the placeholder's minimum width or truncated to its maximum width.
 void append_fitted(std::wstring& output, std::wstring_view text, const segment& placeholder);
 
 }  // namespace tfmt::details

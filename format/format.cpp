@@ -8,8 +8,8 @@
 namespace tfmt {
 namespace {
 
-// An empty string with room for what a pattern of `length` usually gives: the placeholders in it
-// are about as long as the integers that replace them, texts come on top.
+// Returns an empty string with capacity for the usual result of a pattern of `length`: placeholders
+// are about as long as the integers that replace them, and text arguments add their own length.
 std::wstring make_output(std::size_t length, std::span<const details::argument> arguments) {
   for (const auto& argument : arguments) {
     if (const auto* text = std::get_if<std::wstring_view>(&argument))

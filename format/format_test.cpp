@@ -28,7 +28,7 @@ TEST(Format, IntegersByBaseSignAndGroups) {
       {255, L"{0b16} {0b16x} {0b016}", L"FF ff 0XFF"},
       {255, L"{0b10p}", L"255"},  // no padding: this p is a precision
       {10, L"{0b016xp} {0+b016p}", L"0x0000000a +0X0000000A"},
-      {10, L"{0b016xpb16}", L"A"},            // the last base wins, with all that belongs to it
+      {10, L"{0b016xpb16}", L"A"},            // the last base wins, with its modifiers
       {171, L"{0b}{0b7}{0b272}", L"ABABAB"},  // other bases are hexadecimal
       {0x10041, L"{0c}", L"A"},
       {0x12345, L"{0lb16}", L"12345"},
@@ -47,9 +47,9 @@ TEST(Format, Widths) {
       {L"{0w3f}}{0w3f{}{0w3ara}}", L"x}}x{{  x"},  // an unknown alignment keeps the old one
       {L"{1w,3} {1w,3ar} {1w2,4}", L"abc def abcd"},
       {L"{1w,3e} {1w,3are} {1w,6e}", L"ab\u2026 \u2026ef abcdef"},
-      {L"{1w7,3}|", L"abcdef |"},  // a text below its least width is never cut
-      {L"{1w,3w2}", L"abcdef"},    // the last widths win, both of them
-      {L"{0w65539}|{0nssap12t(no width 9)w2}|", L"x  |x |"},  // they wrap at 16 bits
+      {L"{1w7,3}|", L"abcdef |"},  // text shorter than its minimum width is never cut
+      {L"{1w,3w2}", L"abcdef"},    // the last pair of widths wins
+      {L"{0w65539}|{0nssap12t(no width 9)w2}|", L"x  |x |"},  // widths wrap at 16 bits
   };
   for (const auto& [pattern, text] : rows)
     EXPECT_EQ(tfmt::format(pattern, L"x", L"abcdef"), text) << pattern;

@@ -17,7 +17,7 @@ constexpr std::size_t kLongPadding = 16;
 integer_text::integer_text(std::int32_t value, const segment& placeholder) {
   const auto bits = static_cast<std::uint32_t>(value);
   const bool has_sign = !placeholder.has(kUnsigned | kCharacter);
-  // Negated as an unsigned number: the magnitude of the least integer has no signed form.
+  // Negated as unsigned: the magnitude of the smallest integer has no signed representation.
   put_magnitude(has_sign && value < 0 ? 0u - bits : bits, placeholder);
   if (has_sign && value < 0)
     put(L'-');
@@ -82,7 +82,7 @@ void integer_text::put_hexadecimal(std::uint32_t magnitude, const segment& place
     while (kCapacity - begin_ < wanted)
       put(L'0');
   }
-  // Zero stays without its prefix on purpose.
+  // Zero deliberately gets no prefix.
   if (placeholder.has(kPrefix) && magnitude != 0) {
     put(lower ? L'x' : L'X');
     put(L'0');

@@ -1,4 +1,4 @@
-// The digits of an integer, as its placeholder wants them.
+// Formats an integer as its placeholder specifies.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@
 
 namespace tfmt::details {
 
-// Holds the text in itself: written backwards from the end of the buffer, never allocated.
+// Holds the text in a fixed buffer, written backwards from its end; never allocates.
 class integer_text {
  public:
   integer_text(std::int32_t value, const segment& placeholder);

@@ -7,7 +7,7 @@
 namespace tfmt::details {
 namespace {
 
-// The text up to the next "{" that is not doubled, or to the end.
+// Takes the text up to the next "{" that is not doubled, or to the end.
 segment take_literal(cursor& at) {
   segment literal;
   literal.flags = kLiteral;
@@ -29,7 +29,7 @@ bool parser::next(segment& result) {
   result = take_literal(at_);
   if (!result.text.empty())
     return true;
-  at_.take();  // the "{" that the literal ended at
+  at_.take();  // the "{" that ended the literal
   result = take_placeholder(at_, next_index_);
   next_index_ = static_cast<std::uint16_t>(result.index + 1);
   return true;

@@ -1,4 +1,4 @@
-// Takes a pattern apart into its segments.
+// Splits a pattern into segments.
 #pragma once
 
 #include <cstdint>
@@ -9,13 +9,13 @@
 
 namespace tfmt::details {
 
-// The segments in their order, one at a time: each call of format parses its pattern anew, without a
-// table. Their views point into the pattern.
+// Yields the segments in order, one at a time: each call of format parses its pattern afresh and
+// builds no table. The views in the segments point into the pattern.
 class parser {
  public:
   explicit parser(std::wstring_view pattern) noexcept : at_(pattern) {}
 
-  // Gives the next segment; false at the end. Throws bad_extended_format_string.
+  // Stores the next segment in `result`; false at the end. Throws bad_extended_format_string.
   [[nodiscard]] bool next(segment& result);
 
  private:

@@ -21,7 +21,7 @@ void take_condition(cursor& at, segment& placeholder) {
   }
 }
 
-// A second letter without a meaning is consumed and changes nothing.
+// An unknown second letter is consumed and changes nothing.
 void take_alignment(cursor& at, segment& placeholder) {
   switch (at.take()) {
     case L'l':
@@ -69,7 +69,7 @@ void take_widths(cursor& at, segment& placeholder) {
   placeholder.max_width = at.take_if(L',') ? at.take_number<std::uint16_t>() : std::uint16_t{0};
 }
 
-// The flag of a letter that is a specifier by itself; 0 for any other.
+// The flag of a letter that is a complete specifier; 0 for any other letter.
 std::uint32_t flag_of(wchar_t letter) noexcept {
   switch (letter) {
     case L'+':
@@ -89,7 +89,7 @@ std::uint32_t flag_of(wchar_t letter) noexcept {
   }
 }
 
-// Reads the rest of a specifier that begins with `letter`.
+// Takes the rest of a specifier that begins with `letter`.
 void take_specifier(wchar_t letter, cursor& at, segment& placeholder) {
   switch (letter) {
     case L'?':

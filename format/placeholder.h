@@ -1,4 +1,4 @@
-// Reads one placeholder: what stands between a "{" and its "}".
+// Parses one placeholder: the text between "{" and "}".
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace tfmt::details {
 
-// `at` stands behind the "{" and is left behind the "}". Without digits the placeholder selects
-// `automatic_index`. Throws bad_extended_format_string.
+// `at` must be just after the "{" and is left just after the "}". Without an index of its own the
+// placeholder selects `automatic_index`. Throws bad_extended_format_string.
 [[nodiscard]] segment take_placeholder(cursor& at, std::uint16_t automatic_index);
 
 }  // namespace tfmt::details

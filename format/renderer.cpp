@@ -24,7 +24,7 @@ void append_literal(std::wstring& output, const segment& literal) {
   output.append(text);
 }
 
-// Appends an argument by its type.
+// Appends an argument according to its type.
 struct argument_writer {
   std::wstring& output;
   const segment& placeholder;

@@ -1,4 +1,4 @@
-// Writes the text of a pattern's segments.
+// Renders a pattern's segments as text.
 #pragma once
 
 #include <span>
@@ -10,15 +10,15 @@
 
 namespace tfmt::details {
 
-// Appends one segment after another. The arguments and the output must outlive it.
+// Appends segments to the output. The arguments and the output must outlive the renderer.
 class renderer {
  public:
   renderer(std::wstring& output, std::span<const argument> arguments) noexcept
       : output_(output), arguments_(arguments) {}
 
-  // Throws bad_extended_format_string when a placeholder, suppressed or not, selects an argument
-  // that is not there, when a condition is not a bool, or when a section is closed or inverted that
-  // was never opened. A section left open ends with the pattern.
+  // Throws bad_extended_format_string when a placeholder, suppressed or not, selects a missing
+  // argument, when a condition is not a bool, or when a section is closed or inverted that is not
+  // open. A section left open ends with the pattern.
   void add(const segment& part);
 
  private:

@@ -27,13 +27,13 @@ inline constexpr std::uint32_t kUnsigned = 0x10000;
 
 enum class alignment : std::uint16_t { left, centre, right };
 
-// Views point into the pattern. Lengths are in code units; no number is range-checked, each wraps
-// at the size of its field. The precision, the text parameter and the flags kLetterN, kLetterS and
-// kLettersSa are kept for patterns that carry them; nothing renders them.
+// Views point into the pattern. Lengths are in code units. Numbers are not range-checked; each
+// wraps at the size of its field. The precision, the text parameter and the flags kLetterN,
+// kLetterS and kLettersSa are accepted in patterns but do not affect the output.
 struct segment {
   std::uint32_t flags = 0;
-  bool has_escapes = false;     // literal: holds at least one "{{"
-  std::uint8_t base = 10;       // 2, 8 and 10; every other base means hexadecimal
+  bool has_escapes = false;     // literal: contains at least one "{{"
+  std::uint8_t base = 10;       // 2, 8 or 10; any other base means hexadecimal
   std::uint16_t index = 0;      // of the argument
   std::wstring_view text;       // literal: the run, still escaped; placeholder: text parameter
   std::uint16_t width = 0;      // minimum, 0 = none

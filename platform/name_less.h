@@ -1,4 +1,4 @@
-// The order and the equality of names that do not depend on case.
+// Case-insensitive ordering and equality of names.
 #pragma once
 
 #include <string_view>
@@ -7,8 +7,8 @@
 
 namespace Tamrin {
 
-// As the system compares names of files, keys and computers: CSTR_LESS_THAN, CSTR_EQUAL or
-// CSTR_GREATER_THAN.
+// Compares as the system compares names of files, keys and computers. Returns CSTR_LESS_THAN,
+// CSTR_EQUAL or CSTR_GREATER_THAN.
 [[nodiscard]] inline int compare_names(std::wstring_view left, std::wstring_view right) noexcept {
   return ::CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(),
                                 static_cast<int>(right.size()), TRUE);

@@ -1,4 +1,4 @@
-// Owners of what Windows hands out: kernel handles, thread-pool objects, registry keys and the
+// Owning wrappers for Windows resources: kernel handles, thread-pool objects, registry keys and the
 // like.
 #pragma once
 
@@ -31,8 +31,8 @@ class unique_resource {
 
   [[nodiscard]] pointer release() noexcept { return std::exchange(value_, Traits::invalid()); }
 
-  // Closes what is held, if anything, and takes `value`. Resetting to the value that is held
-  // already changes nothing, so self-move keeps the resource.
+  // Closes the current resource, if any, and takes ownership of `value`. Resetting to the value
+  // already held is a no-op, so self-move keeps the resource.
   void reset(pointer value = Traits::invalid()) noexcept {
     const pointer old = std::exchange(value_, value);
     if (old != Traits::invalid() && old != value)
@@ -43,7 +43,7 @@ class unique_resource {
   pointer value_ = Traits::invalid();
 };
 
-// Handles of CreateFileW, CreateNamedPipeW and CreateMailslotW: failure is INVALID_HANDLE_VALUE.
+// Handles from CreateFileW, CreateNamedPipeW and CreateMailslotW: INVALID_HANDLE_VALUE on failure.
 struct file_traits {
   using pointer = HANDLE;
   static pointer invalid() noexcept { return INVALID_HANDLE_VALUE; }
@@ -51,7 +51,7 @@ struct file_traits {
 };
 using unique_file = unique_resource<file_traits>;
 
-// All other kernel handles (events, tokens, processes): failure is null.
+// All other kernel handles (events, tokens, processes): null on failure.
 struct handle_traits {
   using pointer = HANDLE;
   static pointer invalid() noexcept { return nullptr; }
@@ -59,7 +59,7 @@ struct handle_traits {
 };
 using unique_handle = unique_resource<handle_traits>;
 
-// Memory that a Windows function allocated with LocalAlloc.
+// Memory allocated with LocalAlloc by a Windows function.
 struct local_memory_traits {
   using pointer = void*;
   static pointer invalid() noexcept { return nullptr; }

@@ -1,4 +1,4 @@
-// The one way in which <windows.h> enters a file.
+// The only header that includes <windows.h>.
 #pragma once
 
 #ifndef WIN32_LEAN_AND_MEAN

@@ -1,4 +1,4 @@
-// The client half of the binding: the server's methods as calls across a connection.
+// The client half of the binding: the server's methods as calls over a connection.
 #pragma once
 
 #include "rpc/connection.h"
@@ -8,11 +8,11 @@ namespace tether {
 
 // Each method sends its request and completes with the server's result. It fails with
 // operation_cancelled when the connection ends first, and with kMalformedPayload when the reply
-// cannot be read. A call that the server leaves without a reply completes with the connection's
-// end: callers that cannot wait cancel the connection after a time of their own.
+// cannot be parsed. A call that the server leaves without a reply fails only when the connection
+// ends: callers that cannot wait that long set a time limit of their own.
 class Client_IClient final : public IServer_Remote {
  public:
-  // `connection` must outlive this; the futures do not need it.
+  // `connection` must outlive this object; the futures do not need it.
   explicit Client_IClient(IConnection& connection) noexcept : connection_(connection) {}
 
   ostra::future<std::vector<port_record>> EnumeratePorts() override;

@@ -28,8 +28,9 @@ DWORD token_user_size(HANDLE token) {
   return size;
 }
 
-// One look-up into buffers of the sizes that the strings have; they are then cut to the names.
-// False when the buffers are too short; they are then grown to the sizes that the system asks for.
+// Looks the names up into the strings, up to their current sizes. On success trims the strings to
+// the names. Returns false when a string is too short, after growing both to the sizes that the
+// system asks for.
 bool look_up_into(PSID sid, std::wstring& account, std::wstring& domain) {
   auto account_size = static_cast<DWORD>(account.size());
   auto domain_size = static_cast<DWORD>(domain.size());
@@ -42,7 +43,7 @@ bool look_up_into(PSID sid, std::wstring& account, std::wstring& domain) {
   }
   if (::GetLastError() != ERROR_INSUFFICIENT_BUFFER)
     throw_last_error();
-  // Wine leaves the terminator out of the sizes that it reports.
+  // Wine omits the terminators from the sizes that it reports.
   account.resize(account_size + std::size_t{1});
   domain.resize(domain_size + std::size_t{1});
   return false;
@@ -80,7 +81,7 @@ void CToken::keep_impersonating(CRevertToSelf revert) noexcept {
 
 CToken open_client_token(HANDLE pipe, DWORD access, bool keep_impersonating, bool open_as_self) {
   CToken result;
-  // This replaces any token that the thread may have already.
+  // This replaces any impersonation token that the thread already has.
   if (!::ImpersonateNamedPipeClient(pipe))
     return result;
   HANDLE token = nullptr;

@@ -34,7 +34,7 @@ ostra::future<HRESULT> ConnectionBase::Run() {
     auto received = Receive(transport);
     co_await received;
   } catch (...) {
-    outcome = ostra::details::current_hresult();  // it ends the connection and nothing else
+    outcome = ostra::details::current_hresult();  // a failure ends this connection and nothing else
   }
   End();
   co_return outcome;
@@ -81,7 +81,7 @@ ostra::future<std::shared_ptr<const Message>> ConnectionBase::Call(
   {
     const std::lock_guard guard(lock_);
     if (!transport_)
-      return reply;  // the promise that goes unkept cancels it
+      return reply;  // destroying the promise cancels the call
     while (calls_.contains(++last_call_)) {
     }
     request->set_call(last_call_);

@@ -1,5 +1,5 @@
-// The RPC connection over one transport: tells requests from replies, runs each request in a
-// coroutine of its own and brings each reply to the call that waits for it.
+// The RPC connection over one transport: distinguishes requests from replies, runs each request in
+// a coroutine of its own and delivers each reply to the call that waits for it.
 #pragma once
 
 #include <cstdint>
@@ -14,50 +14,50 @@
 
 namespace tether {
 
-// The client half of a binding makes its calls through this.
+// The interface through which the client half of a binding makes its calls.
 class IConnection {
  public:
   // Sends `request` under a new call identifier; completes with the reply. Any number of calls may
-  // be under way. Fails with operation_cancelled when the connection ends first.
+  // be in flight. Fails with operation_cancelled when the connection ends first.
   virtual ostra::future<std::shared_ptr<const Message>> Call(
       std::shared_ptr<message_t> request) = 0;
 
-  // An empty request for the method, to append the arguments to.
+  // An empty request for the method, to which the arguments are appended.
   [[nodiscard]] virtual std::shared_ptr<message_t> NewRequest(std::uint16_t method) const = 0;
 
  protected:
   ~IConnection() = default;
 };
 
-// Lives until its last owner and the receive loop have let go of it. A request in progress needs
-// only its implementation, the Writer and its place in the RequestLoad, each of which its coroutine
-// holds. The transport is given up when the receive loop ends, so a request whose device never
+// Lives until its last owner and the receive loop have released it. A request in progress needs
+// only the implementation, the Writer and its place in the RequestLoad, all of which its coroutine
+// holds. The transport is released when the receive loop ends, so a request whose device never
 // answers keeps no pipe open.
 //
-// The receive loop stops reading while the requests in progress are at their bounds. It would not
-// see the peer go then, so it asks for that once a second.
+// The receive loop stops reading while the requests in progress are at their bounds. Since it would
+// not notice then that the peer has gone, it checks for that once a second.
 class ConnectionBase : public IConnection, public std::enable_shared_from_this<ConnectionBase> {
  public:
-  // `code` marks this end's own calls; the two ends have different codes.
+  // `code` identifies this end's own calls; the two ends have different codes.
   ConnectionBase(std::shared_ptr<ITransport> transport, std::uint16_t code);
 
-  // The receive loop; to be called once. Completes, never with an exception, when the connection
-  // has ended, with the HRESULT that says why: the pipe broke, the transport was cancelled, a
-  // message was too long (kMessageTooLong). By then all calls of this end have failed and nothing
-  // more is sent.
+  // The receive loop; called once. Completes when the connection has ended, never with an
+  // exception, and yields the HRESULT of the reason: the pipe broke, the transport was cancelled,
+  // or a message was too long (kMessageTooLong). By then all calls of this end have failed and
+  // nothing more is sent.
   ostra::future<HRESULT> Run();
 
   // Ends the connection. Any thread.
   void Cancel() noexcept { cancellation_.cancel(); }
 
-  // As Cancel(), and all calls of this end fail now, inside this call, without waiting for the
-  // transport: one over a network that has gone may take minutes to give up its read.
+  // Like Cancel(), but also fails all calls of this end before it returns, without waiting for the
+  // transport: over a network that has gone, a pending read may take minutes to fail.
   void End() noexcept;
 
   // Null once the connection has ended.
   [[nodiscard]] std::shared_ptr<ITransport> Transport() const noexcept;
 
-  // Requests of the peer whose replies have not been written yet.
+  // The number of the peer's requests whose replies have not been written yet.
   [[nodiscard]] std::size_t RequestsInProgress() const noexcept { return load_->count(); }
 
   ostra::future<std::shared_ptr<const Message>> Call(std::shared_ptr<message_t> request) final;
@@ -71,8 +71,8 @@ class ConnectionBase : public IConnection, public std::enable_shared_from_this<C
   // The request's share of the bounds while it is in progress.
   [[nodiscard]] virtual RequestCost CostOf(const Message& request) const noexcept = 0;
 
-  // Runs one request and sends its reply; the message is the coroutine's to keep, and so is its
-  // place among the requests in progress. What it throws leaves the request without a reply.
+  // Runs one request and sends its reply. The coroutine owns the message and its place among the
+  // requests in progress. An exception leaves the request without a reply.
   virtual ostra::future<void> Dispatch(std::shared_ptr<const Message> request,
                                        RequestLoad::Request place) = 0;
 
@@ -94,8 +94,8 @@ class ConnectionBase : public IConnection, public std::enable_shared_from_this<C
 };
 
 // A connection with both halves of a binding: ClientHalf marshals the calls of this end, ServerHalf
-// unmarshals the peer's requests. ServerHalf may have no implementation to call: then the peer's
-// requests stay without a reply.
+// unmarshals the peer's requests. Without an implementation for ServerHalf to call, the peer's
+// requests get no reply.
 template <class ClientHalf, class ServerHalf>
 class Connection final : public ConnectionBase {
  public:
@@ -106,7 +106,7 @@ class Connection final : public ConnectionBase {
         client_(*this),
         server_(std::move(implementation), writer()) {}
 
-  // The peer's methods. Usable while this connection is kept.
+  // The peer's methods. Valid for the lifetime of this connection.
   [[nodiscard]] ClientHalf& Remote() noexcept { return client_; }
 
  private:

@@ -26,8 +26,8 @@ ostra::future<T> Elsewhere(ostra::future<T> result) {
   co_return result.get();
 }
 
-// Opening and controls end on another thread than they began; reads wait for a Write; a read of
-// size 13 fails.
+// OpenPort and IoControl end on a different thread from the one they begin on. Reads wait for a
+// Write; a Read of size 13 fails.
 class FakeServer final : public test::EchoServer {
  public:
   ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
@@ -53,7 +53,7 @@ class FakeServer final : public test::EchoServer {
   ostra::async_event may_read_{false};
 };
 
-// A client's and a server's end.
+// A client end and a server end, connected to each other.
 class BothEnds : public ::testing::Test {
  protected:
   BothEnds() { Connect(); }
@@ -61,7 +61,7 @@ class BothEnds : public ::testing::Test {
     client_->Cancel();
     client_running_.wait();
     server_running_.wait();
-    // A request holds the implementation a little longer than its reply takes.
+    // A request holds the implementation for slightly longer than its reply takes.
     const std::weak_ptr<FakeServer> weak = std::exchange(implementation_, nullptr);
     EXPECT_TRUE(eventually([&] { return weak.expired() && server_->RequestsInProgress() == 0; }));
   }
@@ -88,7 +88,7 @@ TEST_F(BothEnds, MethodsCarryTheirArgumentsAndResults) {
   const auto control = Remote().IoControl(5, 300'000, Pattern(300'000)).get();
   EXPECT_EQ(control.code, 5);
   EXPECT_EQ(control.bytes, Pattern(300'000));
-  // A read that waits does not hold back the write that feeds it.
+  // A pending read does not hold back the write that completes it.
   const auto read = Remote().Read(200'000);
   EXPECT_EQ(Remote().Write(bytes(3)).get(), 3);
   EXPECT_EQ(read.get().bytes, Pattern(200'000));
@@ -106,14 +106,14 @@ TEST_F(BothEnds, CallsWithoutAReplyEndWithTheConnection) {
 
 TEST_F(BothEnds, RequestHoldsTheImplementationUntilItEnds) {
   const auto read = Remote().Read(5);
-  EXPECT_EQ(Remote().OpenPort(1).get(), 1);  // which comes behind the read
+  EXPECT_EQ(Remote().OpenPort(1).get(), 1);  // handled after the read
   const std::weak_ptr<FakeServer> weak = std::exchange(implementation_, nullptr);
   server_->Cancel();
   server_running_.wait();
   EXPECT_EQ(server_->Transport(), nullptr);
   ASSERT_FALSE(weak.expired());
   static_cast<void>(weak.lock()->Write({}));
-  EXPECT_TRUE(eventually([&] { return weak.expired(); }));  // the other request holds it, too
+  EXPECT_TRUE(eventually([&] { return weak.expired(); }));  // the OpenPort may still hold it
 }
 
 TEST_F(BothEnds, StressOfCallsAgainstTheEnd) {

@@ -10,10 +10,10 @@
 namespace tether {
 namespace {
 
-constexpr std::size_t kLongestName = 255;  // a full DNS name, in characters
+constexpr std::size_t kLongestName = 255;  // of a full DNS name, in characters
 
 bool is_name_character(wchar_t c) noexcept {
-  constexpr wchar_t kFirstBeyondAscii = 0xA0;  // without the control characters before it
+  constexpr wchar_t kFirstBeyondAscii = 0xA0;  // U+0080 to U+009F are control characters
   return (c >= L'0' && c <= L'9') || (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z') ||
          c == L'-' || c == L'_' || c == L'.' || c >= kFirstBeyondAscii;
 }

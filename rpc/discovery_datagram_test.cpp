@@ -9,8 +9,8 @@ namespace {
 
 using namespace std::string_literals;
 
-// What a datagram with this name comes to, with a count that is wrong by so much and a byte less or
-// not; empty when it is refused.
+// Parses a datagram with this name, whose count is off by `surplus` and whose last byte is missing
+// if `cut`. Returns the parsed name, empty when the datagram is refused.
 std::wstring Heard(std::wstring_view name, std::uint32_t surplus = 0, bool cut = false) {
   auto datagram = make_datagram(name);
   const auto count = static_cast<std::uint32_t>(name.size()) + surplus;
@@ -31,7 +31,7 @@ TEST(DiscoveryDatagram, OnlyNamesOfComputersAreTaken) {
                            L"<"s, L"[a]"s, L"a`"s, std::wstring(256, L'n')})
     EXPECT_EQ(Heard(name), L"");
   EXPECT_EQ(Heard(L"HOST", static_cast<std::uint32_t>(-2)), L"HO");  // the rest is ignored
-  // Twice the larger counts has a small value in 32 bits.
+  // Twice one of the larger counts wraps to a small value in 32 bits.
   for (const std::uint32_t surplus : {1u, 0x80000000u, 0x7FFFFFFCu})
     EXPECT_EQ(Heard(L"HOST", surplus), L"");
   EXPECT_EQ(Heard(L"HOST", 0, true) + Heard(L"", 0, true), L"");

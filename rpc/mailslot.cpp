@@ -28,7 +28,7 @@ HRESULT Mailslot::Create(std::wstring_view name, SECURITY_ATTRIBUTES* security) 
   } catch (const ostra::hresult_error& error) {
     if (error.code() != kUnbindable)
       throw;
-    // A synchronous mailslot: Read polls.
+    // A synchronous mailslot, which Read polls.
   }
   return S_OK;
 }
@@ -82,7 +82,7 @@ ostra::future<std::vector<std::byte>> Mailslot::read_polled() {
   std::vector<std::byte> message(room);
   DWORD arrived = 0;
   const BOOL succeeded = ::ReadFile(file_.get(), message.data(), room, &arrived, nullptr);
-  // An empty message is taken out of the slot but reads as a broken pipe.
+  // Reading an empty message removes it from the slot, but fails as on a broken pipe.
   if (!succeeded && size != 0)
     ostra::details::throw_last_error();
   if (size > kMaxMessage)

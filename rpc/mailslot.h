@@ -1,4 +1,4 @@
-// Either end of a mailslot: datagrams between the machines of the local network.
+// Either end of a mailslot, which carries datagrams between machines of the local network.
 #pragma once
 
 #include <cstddef>
@@ -12,44 +12,44 @@
 
 namespace tether {
 
-// The end that Create makes is read from, the end that Open opens is written to. Owned through a
-// shared pointer, which each operation's coroutine holds as well: the handle and its binding are
-// closed when no operation uses them any more. One read at a time.
+// Create makes the reading end, Open the writing end. Owned through a shared pointer, which each
+// operation's coroutine also holds: the handle and its binding are closed when no operation uses
+// them any more. One read at a time.
 //
 // Every operation is overlapped, except where a mailslot cannot be bound to the thread pool, as
-// under Wine, whose mailslots are synchronous to read from: a read that finds the slot empty would
-// hold its thread until a message comes, and could not be cancelled. There Read looks for a message
-// every now and then, on a timer, and reads only what is there.
+// under Wine, whose mailslots are synchronous for reading. There a read of an empty slot would
+// block its thread until a message comes, and could not be cancelled. So Read polls the slot on a
+// timer and reads only a message that is already there.
 //
-// A reader without room for the next message leaves it in the slot, before all others. So a message
-// that is too long is taken out with as much room as it needs, and dropped.
+// A reader without room for the next message leaves it in the slot, ahead of all others. So a
+// message that is too long is read with as much room as it needs, and discarded.
 class Mailslot final : public std::enable_shared_from_this<Mailslot> {
  public:
-  // The longest message, in bytes, that Read gives.
+  // The longest message, in bytes, that Read returns.
   static constexpr DWORD kMaxMessage = 1024;
 
-  // From now on a cancellation of `owner` cancels the operations; called before the first of them.
+  // From now on, cancelling `owner` cancels the operations. Must precede the first of them.
   void LinkCancellation(const ostra::cancellation_source& owner) { file_.link(owner); }
 
-  // Ends what is pending and refuses what comes later.
+  // Cancels pending operations and refuses later ones.
   void Cancel() { file_.cancel(); }
 
-  // Makes the mailslot "\\.\mailslot\<name>"; `security` may be null. Returns why it cannot be
-  // made; throws hresult_error when it was made but cannot be bound to the thread pool, unless it
-  // is one of the synchronous kind.
+  // Creates the mailslot "\\.\mailslot\<name>"; `security` may be null. Returns 0 or the HRESULT of
+  // the failure. Throws hresult_error when the mailslot was created but cannot be bound to the
+  // thread pool, unless that is because it is synchronous.
   HRESULT Create(std::wstring_view name, SECURITY_ATTRIBUTES* security);
 
-  // Opens "\\<target>\mailslot\<name>" for writing, whose parts are taken as they stand: what comes
-  // from others has to be looked at before. The name of another machine may hold the caller's
-  // thread for seconds. Returns why it cannot be opened; throws hresult_error when it cannot be
-  // bound.
+  // Opens "\\<target>\mailslot\<name>" for writing. Both parts are used unchanged: names from
+  // others must be checked first. The name of another machine may block the calling thread for
+  // seconds. Returns 0 or the HRESULT of the failure. Throws hresult_error when the mailslot cannot
+  // be bound.
   HRESULT Open(std::wstring_view target, std::wstring_view name);
 
-  // The next message. A longer one than kMaxMessage fails the read with ERROR_INSUFFICIENT_BUFFER
-  // and is gone, so that the next read gets the message behind it.
+  // The next message. One longer than kMaxMessage fails the read with ERROR_INSUFFICIENT_BUFFER and
+  // is discarded, so that the next read returns the message behind it.
   ostra::future<std::vector<std::byte>> Read();
 
-  // Writes one message; the value is the number of its bytes.
+  // Writes one message; completes with the number of bytes written.
   ostra::future<std::uint32_t> Write(std::vector<std::byte> message);
 
  private:

@@ -1,6 +1,6 @@
-// How arguments and results lie in a payload: one after another, without tags or padding. Integers
-// take 4 bytes; a byte vector, a wide string and a vector of records each begin with the 32-bit
-// count of their elements.
+// The layout of arguments and results in a payload: one after another, without tags or padding.
+// Integers take 4 bytes; a byte vector, a wide string and a vector of records each begin with the
+// 32-bit count of their elements.
 #pragma once
 
 #include <cstddef>
@@ -15,12 +15,12 @@
 
 namespace tether {
 
-// Thrown, as hresult_error, for a payload that ends too early or whose counts overrun it.
+// Thrown, as hresult_error, for a payload that ends too early or whose counts exceed it.
 inline constexpr HRESULT kMalformedPayload =
     static_cast<HRESULT>(0x8007000D);  // ERROR_INVALID_DATA
 
-// A cursor over a payload, which must outlive it. Nothing behind the payload is ever read, and no
-// memory is taken for a count before as many bytes are known to be there.
+// A cursor over a payload, which must outlive it. It never reads past the payload's end, and
+// allocates no memory for a count before that many bytes are known to be there.
 class payload_reader {
  public:
   explicit payload_reader(std::span<const std::byte> payload) noexcept : rest_(payload) {}
@@ -35,7 +35,7 @@ class payload_reader {
   std::span<const std::byte> rest_;
 };
 
-// Appends to the payload of a message. Throws std::length_error when that becomes too long.
+// Appends to the payload of a message. Throws std::length_error when the payload becomes too long.
 class payload_writer {
  public:
   explicit payload_writer(message_t& message) noexcept : message_(message) {}

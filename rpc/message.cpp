@@ -14,7 +14,7 @@ namespace tether {
 
 namespace {
 
-// Most messages are short: one allocation does for them.
+// Most messages are short: one allocation suffices.
 constexpr std::size_t kUsualSize = 64;
 
 }  // namespace
@@ -38,7 +38,7 @@ std::span<std::byte> MessageReceiver::room() {
   const std::size_t length = message_->header_.length;
   if (arrived_ == capacity_)
     reserve(std::min(length, std::max(2 * arrived_, arrived_ + kPiece)));
-  // The header belongs to the first piece.
+  // The header is part of the first piece.
   const std::size_t piece = arrived_ == 0 ? kPiece - sizeof(message_header) : kPiece;
   const std::size_t size = std::min(capacity_ - arrived_, piece);
   return {message_->data() + arrived_, size};
@@ -52,7 +52,7 @@ void MessageReceiver::reserve(std::size_t capacity) {
   void* const block = std::realloc(message_.get(), sizeof(message_header) + capacity);
   if (block == nullptr)
     throw std::bad_alloc();
-  static_cast<void>(message_.release());  // moved into the new block, or freed
+  static_cast<void>(message_.release());  // realloc has reused or freed it
   message_.reset(static_cast<Message*>(block));
   capacity_ = capacity;
 }

@@ -1,4 +1,4 @@
-// Messages in memory: the received Message and the message_t that is built for sending.
+// Messages in memory: Message as received, and message_t as built for sending.
 #pragma once
 
 #include <cstddef>
@@ -12,12 +12,12 @@
 
 namespace tether {
 
-// Thrown, as hresult_error, for the announcement of a longer message than kMaxPayload.
+// Thrown, as hresult_error, when a header announces a payload longer than kMaxPayload.
 inline constexpr HRESULT kMessageTooLong =
     static_cast<HRESULT>(0x800710F0);  // ERROR_MESSAGE_EXCEEDS_MAX_SIZE
 
-// A received message: header and payload in one heap block. A MessageReceiver makes it; nobody
-// changes it afterwards.
+// A received message: header and payload in one heap block. Built by a MessageReceiver and
+// immutable afterwards.
 class Message {
  public:
   [[nodiscard]] const message_header& header() const noexcept { return header_; }
@@ -29,7 +29,7 @@ class Message {
   friend class MessageReceiver;
   explicit Message(const message_header& header) noexcept : header_(header) {}
 
-  // The block goes on behind the header.
+  // The payload follows the header in the same block.
   [[nodiscard]] std::byte* data() noexcept {
     return static_cast<std::byte*>(static_cast<void*>(this)) + sizeof(message_header);
   }
@@ -37,25 +37,25 @@ class Message {
   message_header header_;
 };
 
-// Puts a message together as its payload arrives. The header only announces a length, so the block
-// grows with what has come: it has room for at most twice that and kPiece more. While it grows, the
-// block that it outgrew may exist beside it. Not synchronised.
+// Assembles a message as its payload arrives. The header only announces a length, so the block
+// grows with the data received: its capacity is at most twice that plus about kPiece. While it
+// grows, the old block may exist beside the new one. Not synchronised.
 class MessageReceiver {
  public:
   // Throws hresult_error with kMessageTooLong when the announced payload is longer than
-  // kMaxPayload; std::bad_alloc.
+  // kMaxPayload, and std::bad_alloc.
   explicit MessageReceiver(const message_header& header);
 
   [[nodiscard]] bool is_complete() const noexcept;
 
-  // Where the next bytes of an incomplete message go: what is left of it, at most as much as makes
-  // a whole piece. Valid until the next call. Throws std::bad_alloc.
+  // The buffer for the next bytes of an incomplete message: at most the rest of the message, and at
+  // most one piece. Valid until the next call. Throws std::bad_alloc.
   [[nodiscard]] std::span<std::byte> room();
 
-  // Says how much of the room has been filled.
+  // Records that `size` bytes of the room have been filled.
   void advance(std::size_t size) noexcept { arrived_ += size; }
 
-  // Gives the message away, once it is complete.
+  // Hands over the complete message.
   [[nodiscard]] std::shared_ptr<const Message> take();
 
  private:
@@ -71,14 +71,14 @@ class MessageReceiver {
   std::unique_ptr<Message, free_block> message_;
 };
 
-// A message to be sent, as it goes on the pipe: one contiguous block. One thread builds it; once it
-// has been given to a transport it stays as it is.
+// A message to be sent, exactly as it goes on the pipe: one contiguous block. Built by one thread;
+// must not change once it has been given to a transport.
 class message_t {
  public:
-  // Begins with `header`, whose length is not looked at, and no payload.
+  // Begins with `header`, whose length is ignored, and an empty payload.
   explicit message_t(message_header header);
 
-  // Appends to the payload and keeps the header's length true. Throws std::length_error when the
+  // Appends to the payload and updates the header's length. Throws std::length_error when the
   // payload would be longer than kMaxPayload.
   void append(const void* data, std::size_t size);
 

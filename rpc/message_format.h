@@ -1,9 +1,9 @@
-// The bytes of a message on the pipe: a header of 12 bytes, then `length` bytes of payload. All
-// integers are little-endian and nothing is padded.
+// The wire format of a message: a header of 12 bytes, then `length` bytes of payload. All integers
+// are little-endian, and there is no padding.
 //
-// A reply carries the call, code and method of its request unchanged, so a message whose code is
-// the receiver's own is a reply to one of the receiver's calls, and one with any other code is a
-// request, except kNoConnection, which marks neither.
+// A reply repeats the call, code and method of its request. So a message with the receiver's own
+// code is a reply to one of the receiver's calls, and one with any other code is a request, except
+// kNoConnection, which marks neither.
 #pragma once
 
 #include <bit>
@@ -26,11 +26,11 @@ static_assert(std::endian::native == std::endian::little, "headers and payloads 
 inline constexpr std::uint16_t kServerCode = 0;
 inline constexpr std::uint16_t kNoConnection = 0xFFFF;
 
-// A message crosses the pipe in pieces of this size; the last one is shorter.
+// A message crosses the pipe in pieces of this size; the last one may be shorter.
 inline constexpr std::uint32_t kPiece = 0x10000;
 
-// The longest payload that either end sends or accepts: 16 MiB of data and room for what goes with
-// them.
+// The longest payload that either end sends or accepts: 16 MiB of data plus 1 MiB for what
+// accompanies it.
 inline constexpr std::uint32_t kMaxPayload = 17 * 1024 * 1024;
 
 }  // namespace tether

@@ -1,12 +1,12 @@
-// Whether somebody is still at the other end of a pipe.
+// Detects that the other end of a pipe has gone.
 #pragma once
 
 #include "platform/win32.h"
 
 namespace tether {
 
-// True once the client of this server end has closed its end, even when there is something left to
-// read, which a read would give first. Never blocks.
+// True once the client of this server end has closed its end, even while unread data remains, which
+// a read would return first. Never blocks.
 [[nodiscard]] bool pipe_peer_has_gone(HANDLE pipe) noexcept;
 
 }  // namespace tether

@@ -12,7 +12,7 @@ namespace {
 
 constexpr DWORD kPipeBuffer = 0x400000;  // bytes, in each direction
 
-// Tells when the instance can be connected to.
+// connect_pipe that reports when the instance is ready for a client.
 struct listen_for_client {
   const std::function<void()>* listening;
 
@@ -107,8 +107,8 @@ void PipeTransport::Disconnect() {
   }
 }
 
-// A read without bytes is an empty write of the peer, which no peer of ours makes, or a completion
-// that has lost what had come: to go on would shift the stream.
+// A read without bytes is an empty write by the peer, which our peers never make, or a completion
+// that has lost its data. Continuing would put the stream out of step.
 ostra::future<DWORD> PipeTransport::read_piece(std::span<std::byte> buffer) {
   const auto size = static_cast<DWORD>(buffer.size());
   auto read = pipe_.call(ostra::read_file{buffer.data(), size});

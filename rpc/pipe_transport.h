@@ -8,7 +8,7 @@
 
 namespace tether {
 
-// ConnectNamedPipe, for io_call: a client that came before the call is a success.
+// ConnectNamedPipe, for io_call. A client that connected before the call counts as success.
 struct connect_pipe {
   DWORD operator()(HANDLE pipe, OVERLAPPED* overlapped) const noexcept {
     const DWORD error = ::ConnectNamedPipe(pipe, overlapped) ? ERROR_SUCCESS : ::GetLastError();
@@ -16,13 +16,13 @@ struct connect_pipe {
   }
 };
 
-// Each operation's coroutine holds the transport, and each call's cancellation names that call
-// only, so the handle and its binding are closed when no call uses them any more. That closing is
-// how a server gets rid of a client without waiting for it: what had been written can still be read
-// by the client, and nobody is flushed.
+// Each operation's coroutine holds the transport, and the cancellation of a call affects that call
+// only, so the handle and its binding are closed when no call uses them any more. Closing them is
+// how a server drops a client without waiting for it: the client can still read what was written,
+// and nothing is flushed.
 //
-// Disconnect() on the server end does flush, as its contract says; only an owner who knows that the
-// client reads may call it, and DisconnectNamedPipe from elsewhere ends its wait.
+// On the server end Disconnect() does flush, as its contract says. Only an owner that knows that
+// the client is reading may call it; DisconnectNamedPipe from elsewhere ends its wait.
 class PipeTransport final : public ITransport, public std::enable_shared_from_this<PipeTransport> {
  public:
   static std::shared_ptr<PipeTransport> Create() {
@@ -44,8 +44,8 @@ class PipeTransport final : public ITransport, public std::enable_shared_from_th
                   DWORD attempts) override;
   [[nodiscard]] bool PeerHasGone() const noexcept override;
 
-  // As Listen, and gives 0x80070005 when the pipe exists already. Whoever makes the first instance
-  // of a pipe sets the descriptor that guards all of them.
+  // Like Listen, but returns 0x80070005 when the pipe already exists. The creator of a pipe's first
+  // instance sets the descriptor that guards all of its instances.
   HRESULT ListenFirst(std::wstring_view pipe, PSECURITY_DESCRIPTOR security);
 
  private:

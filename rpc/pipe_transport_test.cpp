@@ -18,7 +18,7 @@ using test::Pattern;
 using testing_support::outcome_of;
 using testing_support::unique_name;
 
-// What stays pending when nobody reads it.
+// A write of this size stays pending while the other end does not read.
 constexpr std::size_t kMoreThanThePipeTakes = 16'000'000;
 
 constexpr wchar_t kAccess[] = L"D:P(D;;FA;;;AN)(A;;FA;;;WD)";
@@ -30,7 +30,7 @@ bool ThreadImpersonates() {
   return opened;
 }
 
-// A server's end, and a client that knows nothing of messages.
+// A server end, and a raw client end that knows nothing of messages.
 class PipeEnds : public ::testing::Test {
  protected:
   void Renew() {
@@ -67,7 +67,7 @@ TEST_F(PipeEnds, MessageCutAtAnyByteFailsTheReadOrGoesOn) {
   }
 }
 
-// Wine stores the access to a pipe but does not enforce it.
+// Wine stores a pipe's access rights but does not enforce them.
 TEST_F(PipeEnds, DescriptorGuardsThePipe) {
   Renew();
   EXPECT_EQ(testing_support::access_to(raw_.get()), kAccess);
@@ -103,7 +103,7 @@ TEST_F(PipeEnds, EndThatIsThrownOffListensAgainWhenItIsToldTo) {
 }
 
 TEST_F(PipeEnds, ClientsTokenNamesItAndEndsTheImpersonation) {
-  EXPECT_FALSE(server_->GetClientToken(TOKEN_QUERY, false, false));  // nobody is there
+  EXPECT_FALSE(server_->GetClientToken(TOKEN_QUERY, false, false));  // no client yet
   Renew();
   WriteRaw(MakeMessage({})->bytes());
   static_cast<void>(server_->ReadMessage().get());
@@ -116,7 +116,7 @@ TEST_F(PipeEnds, ClientsTokenNamesItAndEndsTheImpersonation) {
   EXPECT_TRUE(account_name(token).value_or(L"").ends_with(L"\\" + std::wstring(user)));
   EXPECT_FALSE(account_name(CToken()));
 
-  // One that is kept ends with its last owner.
+  // An impersonation that is kept ends with its last owner.
   CToken owner = server_->GetClientToken(TOKEN_QUERY, true, false);
   CToken last;
   last = std::move(owner);
@@ -126,8 +126,8 @@ TEST_F(PipeEnds, ClientsTokenNamesItAndEndsTheImpersonation) {
   EXPECT_FALSE(ThreadImpersonates());
 }
 
-// The path leaves the mailslots for the pipe, whose handles are overlapped on every system; so the
-// operations through the thread pool are tested where mailslots are synchronous, too.
+// The path leads from the mailslots to the pipe, whose handles are overlapped on every system. So
+// the operations through the thread pool are tested even where mailslots are synchronous.
 TEST_F(PipeEnds, MailslotReadsAndWritesAreOverlapped) {
   ASSERT_EQ(server_->Listen(name_, nullptr), S_OK);
   const auto mailslot = std::make_shared<Mailslot>();

@@ -1,5 +1,5 @@
-// The methods of IServer_Remote as both halves of the binding use them: each is declared once, and
-// its parameters and result say how it travels.
+// The methods of IServer_Remote for both halves of the binding: each is declared once, and its
+// parameters and result determine its encoding.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@
 
 namespace tether {
 
-// How a T lies in a payload. Reading throws hresult_error with kMalformedPayload.
+// The encoding of a T in a payload. Reading throws hresult_error with kMalformedPayload.
 template <class T>
 struct wire;
 
@@ -77,14 +77,14 @@ struct wire<std::vector<port_record>> {
   }
 };
 
-// One method: its number on the wire and the function that it stands for.
+// One method: its number on the wire and the member function that it stands for.
 template <method Number, auto Function>
 struct remote_method;
 
 template <method Number, class Result, class... Arguments,
           ostra::future<Result> (IServer_Remote::*Function)(Arguments...)>
 struct remote_method<Number, Function> {
-  // Server half: takes the arguments out of the request, which may be long and is given up then,
+  // Server half: reads the arguments from the request, which may be long and is released at once,
   // calls the server and appends the result to the reply. `server` and `reply` must live until the
   // future completes.
   static ostra::future<void> serve(IServer_Remote& server, std::shared_ptr<const Message> request,

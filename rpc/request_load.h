@@ -1,4 +1,4 @@
-// The bounds of the requests that one connection's peer may have in progress.
+// The bounds on the requests that one connection's peer may have in progress.
 #pragma once
 
 #include <cstddef>
@@ -11,27 +11,28 @@
 
 namespace tether {
 
-// One request's share of them, from its arrival until its reply has been written.
+// One request's share of the bounds, from its arrival until its reply has been written.
 struct RequestCost {
   std::size_t bytes = 0;    // of memory: its arguments, and the output that it asks for
-  bool is_serial = false;   // no two such requests of a connection run at a time
-  bool is_barrier = false;  // what comes behind it waits until it has ended
+  bool is_serial = false;   // only one such request of a connection runs at a time
+  bool is_barrier = false;  // later requests wait until it has ended
 };
 
-// Counts the requests in progress. The receive loop asks it before it reads a message, and again
-// before it starts what the message asks for, and waits where the answer is no: so a peer that
-// sends faster than it is served fills the pipe and then waits itself. One message is always
-// admitted when nothing is in progress, however long it is.
+// Counts the requests in progress. The receive loop consults it before reading a message, and again
+// before starting the request, and waits while the request is not admitted. So a peer that sends
+// faster than it is served fills the pipe and then has to wait. When nothing is in progress, one
+// message is always admitted, however long it is.
 //
-// Owned by the connection and by every request in progress. Any thread may end a request; the rest
-// is the receive loop's.
+// Owned by the connection and by every request in progress. Any thread may end a request or call
+// count(); everything else is called by the receive loop.
 class RequestLoad : public std::enable_shared_from_this<RequestLoad> {
  public:
-  // Nothing is admitted while so many requests, or such as take more memory, are in progress.
+  // Nothing is admitted while kMostRequests requests, or requests that take more than kMostBytes,
+  // are in progress.
   static constexpr std::size_t kMostRequests = 256;
   static constexpr std::size_t kMostBytes = 8 * 1024 * 1024;
 
-  // One request in progress; it ends with this object. Empty when moved from.
+  // One request in progress, which ends with this object. Empty when moved from.
   class Request {
    public:
     Request() noexcept = default;
@@ -50,11 +51,11 @@ class RequestLoad : public std::enable_shared_from_this<RequestLoad> {
 
   [[nodiscard]] Request Begin(const RequestCost& cost) noexcept;
 
-  // A cost of nothing stands for a message that has not been read yet.
+  // An empty cost stands for a message that has not been read yet.
   [[nodiscard]] bool Admits(const RequestCost& cost) const noexcept;
 
   // Completes with true when `cost` is admitted, with false when no request has ended for `limit`.
-  // Fails with operation_cancelled, and with hresult_error when the system has no timer to give.
+  // Fails with operation_cancelled, or with hresult_error when the system cannot create a timer.
   [[nodiscard]] ostra::future<bool> WaitFor(RequestCost cost, ostra::ticks limit);
 
   [[nodiscard]] std::size_t count() const noexcept;
@@ -66,10 +67,10 @@ class RequestLoad : public std::enable_shared_from_this<RequestLoad> {
 
   const ostra::cancellation_source cancellation_;
 
-  // Made by the first wait, before is_awaited_ is set; few connections ever need it.
+  // Created by the first wait, before is_awaited_ is set; few connections ever need it.
   std::optional<ostra::auto_reset_event> ended_;
 
-  // Guarded by lock_. is_awaited_: the next request that ends sets ended_.
+  // Guarded by lock_. While is_awaited_ is true, the next request to end sets ended_.
   mutable ostra::srw_lock lock_;
   std::size_t requests_ = 0;
   std::size_t bytes_ = 0;

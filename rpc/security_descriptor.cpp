@@ -13,7 +13,7 @@ namespace {
 
 using ostra::details::check_bool;
 
-// The DACL that everyone() builds: one ACE, whose SID begins in its last member.
+// The DACL built by everyone(): a single ACE, whose SID begins in its last member.
 struct one_ace_dacl {
   ACL header;
   ACCESS_ALLOWED_ACE ace;

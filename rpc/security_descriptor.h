@@ -1,4 +1,4 @@
-// The security descriptors that guard what is opened to others.
+// Security descriptors for objects that other accounts open.
 #pragma once
 
 #include <cstddef>
@@ -9,14 +9,13 @@
 
 namespace tether {
 
-// Owns a descriptor, which never changes: any number of objects may be created with it, by any
-// thread.
+// Owns an immutable descriptor. Any thread may create any number of objects with it.
 class security_descriptor {
  public:
-  // Takes the text as it stands. Throws hresult_error with the conversion's error.
+  // Uses the text unchanged. Throws hresult_error with the conversion's error.
   [[nodiscard]] static security_descriptor from_sddl(const std::wstring& sddl);
 
-  // Grants `access` to Everyone and nothing to anybody else. Throws hresult_error.
+  // Grants `access` to Everyone and nothing to anyone else. Throws hresult_error.
   [[nodiscard]] static security_descriptor everyone(DWORD access);
 
   // Not inheritable. Valid until this descriptor is moved from or destroyed.

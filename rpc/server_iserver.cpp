@@ -14,7 +14,7 @@ struct method_row {
   decltype(&remote::Read::serve) serve;
   bool is_serial = false;
   bool is_barrier = false;
-  std::size_t output_size_at = 0;  // where the size of the output stands in the payload
+  std::size_t output_size_at = 0;  // offset of the output size in the payload
   bool has_output = false;
 };
 

@@ -1,4 +1,4 @@
-// The server half of the binding: takes requests apart and calls the implementation.
+// The server half of the binding: unmarshals requests and calls the implementation.
 #pragma once
 
 #include <memory>
@@ -10,20 +10,21 @@
 
 namespace tether {
 
-// Holds the implementation weakly, since that owns the connection that owns this; each request's
-// coroutine holds it from its start to its end.
+// Holds the implementation weakly, since the implementation owns the connection that owns this
+// object. Each request's coroutine holds the implementation while it runs.
 class Server_IServer {
  public:
   Server_IServer(std::weak_ptr<IServer_Remote> server, Writer& writer) noexcept;
 
-  // The request's share of the bounds, whatever it is made of. Listing and opening ports, which block a thread,
-  // are serial, and opening is a barrier: what a client sends behind it finds the port open.
+  // The request's share of the bounds, even if it is malformed. Listing and opening ports block a
+  // thread, so they are serial. Opening is also a barrier: requests sent after it find the port
+  // open.
   [[nodiscard]] static RequestCost CostOf(const Message& request) noexcept;
 
-  // Calls the method that the request names and sends its result. A method number beyond the
-  // interface calls nothing and gets no reply, nor does a request whose arguments are malformed
-  // (kMalformedPayload) or whose method throws; their exception is the future's. `place` is given
-  // up with the reply.
+  // Calls the method that the request names and sends its result. There is no reply for a method
+  // number beyond the interface, nor for malformed arguments (kMalformedPayload) or a method that
+  // throws; in the last two cases the future holds the exception. `place` is passed on with the
+  // reply.
   ostra::future<void> Dispatch(std::shared_ptr<const Message> request,
                                RequestLoad::Request place) const;
 

@@ -20,7 +20,7 @@ ostra::future<void> Writer::Run(std::shared_ptr<ITransport> transport) {
       co_await write;
     }
   } catch (...) {
-    // The peer is gone or the connection was cancelled: whoever reads from it hears of that.
+    // The peer has gone or the connection was cancelled; the reading side reports it.
     Close();
     transport->Cancel();
   }
