@@ -30,7 +30,7 @@ struct FaultBoard {
   std::atomic<int> point;                 // index of the function whose calls count, or kNoFault
   std::atomic<int> countdown;             // the call that brings it to 0 fails
   std::atomic<int> failures;              // calls that have been made to fail
-  std::atomic<bool> blocks;               // the call does not fail, but blocks until `point` changes
+  std::atomic<bool> blocks;               // the call does not fail but blocks until `point` changes
   std::atomic<std::int64_t> live_blocks;  // allocations that the program has not freed yet
 };
 
