@@ -50,7 +50,7 @@ class VirtualPort {
     ::ReadFile(far_end_.get(), bytes.data(), 0x1000, &size, nullptr);
     return bytes.substr(0, size);
   }
-  // Waits until that many bytes have arrived; true if they are `expected` and nothing more.
+  // Waits until as many bytes have arrived as are expected; true if they are exactly those.
   [[nodiscard]] bool Receives(const Bytes& expected) {
     Bytes all;
     return Eventually([&] {

@@ -1,5 +1,5 @@
-// The bounds on what a client may cost. Neither a client that does not read nor a driver or a domain
-// controller that does not answer holds up other clients or the stop.
+// The bounds on what a client may cost. Neither a client that does not read nor a driver or a
+// domain controller that does not answer holds up other clients or the stop.
 #include <gtest/gtest.h>
 
 #include <list>

@@ -15,8 +15,8 @@ std::wstring Command(std::uint32_t port, const std::wstring& device) {
 
 class ComBridge : public ::testing::Test {
  protected:
-  // Waits until the port has these outputs, this baud rate, and this line control: stop bits, parity
-  // and data bits.
+  // Waits until the port has these outputs, this baud rate, and this line control (stop bits,
+  // parity, data bits).
   static bool Has(const VirtualPort& port, std::uint32_t outputs, std::uint32_t rate = 9600,
                   std::array<std::uint8_t, 4> line = {2, 2, 7}) {
     return Eventually([&] {

@@ -60,11 +60,11 @@ class Faults : public ::testing::Test {
         << "no session can be told from none";
   }
 
-  // Returns the failure, "" if every answer was right. If `disturbed`, no answer is awaited once the
-  // call has failed, and the client leaves with a read pending.
+  // Returns the failure, "" if every answer was right. If `disturbed`, the server need not answer
+  // once the call has failed, and the client leaves with a read pending.
   std::string Session(bool disturbed = false) {
-    // Under Wine two sessions could hold the port, and the departure of the first would purge what the
-    // second has sent.
+    // Under Wine two sessions could hold the port, and the departure of the first would purge what
+    // the second has sent.
     Require(port_.IsClosed(), "the closing of the port");
     RawClient client;
     std::uint32_t call = 0;
@@ -106,7 +106,7 @@ class Faults : public ::testing::Test {
         << server_.HandleCount() << " handles, once there were " << handles_;
   }
 
-  // Makes each occurrence of the call fail, until a session makes fewer calls; returns their number.
+  // Makes each occurrence of the call fail until a session makes fewer calls. Returns their number.
   int FailAtEachOccurrence(int point) {
     for (int occurrence = 1;; ++occurrence) {
       SCOPED_TRACE("occurrence " + std::to_string(occurrence));

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""installer_test.py BUILD: installs with the installer, upgrades to a later version, and removes it."""
+"""installer_test.py BUILD: the installer installs the product, upgrades it to a later version, and removes it."""
 import hashlib
 import pathlib
 import subprocess

@@ -2,7 +2,7 @@
 //
 // The ports are the ends of two null modems, and any program may open them. Orders are device
 // controls: either end takes them, and they apply to the first. Only the second null modem reports
-// the settings of one end to the other.
+// the line status and settings of one end to the other.
 #pragma once
 
 #include <stdint.h>
