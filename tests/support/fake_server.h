@@ -49,7 +49,7 @@ class fake_device final : public tether::IServer_Remote {
   std::atomic<DWORD> errors = 0;       // SERIAL_ERROR_*, cleared when the client reads them
   ostra::async_event may_write{true};
 
-  // Bytes arrive on the line.
+  // Makes the bytes arrive on the device's line.
   void send(std::string_view text) {
     const auto view = std::as_bytes(std::span(text));
     std::unique_lock guard(lock_);

@@ -90,8 +90,8 @@ class Faults : public ::testing::Test {
     return server_.faults.LiveBlocks() <= blocks_ + kThreadBlocks;
   }
 
-  // The server releases the last of an ended session when a later one begins, so the wait starts
-  // further sessions.
+  // The server frees its last record of an ended session only when a later one begins, so further
+  // sessions are started while waiting.
   void ExpectNothingLeft() {
     EXPECT_TRUE(Eventually([this] {
       if (!NothingIsLeft())

@@ -125,7 +125,7 @@ TEST_F(Device, ThatNeverAnswersHoldsUpNeitherDepartureNorStop) {
   server_.Stop();
 }
 
-// The tool that checks a real line. Wine lets a port be opened twice, so that row alone fails.
+// The tool that checks a real line. Wine lets a port be opened twice, so that row fails.
 TEST(LineCheck, FindsAGoodLineGoodAndSeesTheDeviceGo) {
   const std::wstring line = L". COM" + std::to_wstring(kVirtualPort);
   VirtualPort port;

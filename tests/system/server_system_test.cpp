@@ -80,7 +80,7 @@ TEST(Log, IsTheSameInTheFileAndOnTheScreen) {
   EXPECT_EQ(silent.Output() + silent.Errors(), L"");
 }
 
-// Expects the log of an orderly stop after `console_requests` console events; they may coalesce.
+// Expects the log of an orderly stop after `console_requests` console events, which may coalesce.
 void ExpectOrderlyEnd(const ServerProcess& server, int console_requests) {
   const int requests = server.Count(L"\tDEBUG\tStop event received, stopping server...\n");
   EXPECT_EQ(requests != 0, console_requests != 0);

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """terminal_test.py BUILD PORT: uses the client's terminal as a user does, by keys in a real terminal (tmux) of 80 by
-24, and checks its screen, the file of --log, and the shell that it returns to. PORT is a port of the virtual serial
+24, and checks its screen, the file of --log, and the shell that follows it. PORT is a port of the virtual serial
 driver.
 
 A Windows console passes Ctrl+C to the terminal as a key. Wine's turns it into an event or ends the input with it, so

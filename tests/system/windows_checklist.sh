@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # windows_checklist.sh BUILD: packs the folder for Windows and runs its script, without the test
-# programs, which ctest runs by themselves. The service must be registered with the values below, and
+# programs, which ctest runs on their own. The service must be registered with the values below, and
 # with the delayed start where the system keeps it. Every step must pass except the one that Wine fails.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
