@@ -19,8 +19,8 @@ CODE = 1  # the client's connection code
 HEADER = struct.Struct("<IHHI")  # call identifier, connection code, method, length of the payload
 ENUMERATE_PORTS, OPEN_PORT, IO_CONTROL, WRITE, READ = range(5)
 SET_BAUD_RATE, SET_LINE_CONTROL, SET_TIMEOUTS = 0x001B0004, 0x001B000C, 0x001B001C
-ANSWER_LIMIT = 5.0  # seconds, on top of what the device may take
-QUIET = 0.5  # seconds without a byte that end an answer
+ANSWER_LIMIT = 5.0  # seconds, beyond the time that the device may take
+QUIET = 0.5  # seconds of silence that end an answer
 
 REFUSALS = {0x80070002: "no such port", 0x80070005: "the port is in use, or not shared",
             0x800700B7: "this connection has a port already", 0x800708CA: "no port is open"}
@@ -32,15 +32,17 @@ class Refused(Exception):
 
 
 class Connection:
-    """Has one port at most. `pipe` is anything whose `read` and `write` reach a server. A pipe
-    opened like a file cannot be written to while a read waits, so there is one call at a time."""
+    """A connection to a server, with one port at most. `pipe` is any object whose `read` and `write`
+    reach the server. A pipe opened like a file cannot be written to while a read is pending, so there
+    is one call at a time."""
 
     def __init__(self, pipe):
         self._pipe, self._last_call, self._baud = pipe, 0, 9600
 
     def call(self, method, payload=b"", limit=ANSWER_LIMIT):
-        """The reply's payload. What a device refuses is never answered, so there is a limit. When
-        it has passed, the pipe still waits for the answer, and the connection is of no more use."""
+        """Returns the reply's payload. A request that the device refuses is never answered, hence
+        `limit`, in seconds. Once it has passed, the pipe still waits for the answer, and the
+        connection can no longer be used."""
         outcome = []
         arguments = (method, payload, outcome)
         worker = threading.Thread(target=self._exchange, args=arguments, daemon=True)
@@ -83,10 +85,10 @@ class Connection:
         code = struct.unpack_from("<I", reply)[0]
         if code:
             raise Refused(code)
-        return reply[8:]  # the bytes, if any, behind the code and their count
+        return reply[8:]  # the bytes, if any, after the code and their count
 
     def ports(self):
-        """The ports that may be opened: pairs of number and name."""
+        """Returns the ports that may be opened, as pairs of number and name."""
         reply, result, at = self.call(ENUMERATE_PORTS), [], 4
         for _ in range(struct.unpack_from("<I", reply)[0]):
             end = at + 4 + 2 * struct.unpack_from("<I", reply, at)[0]
@@ -108,11 +110,11 @@ class Connection:
         self._baud = baud
 
     def write(self, data):
-        limit = ANSWER_LIMIT + 12 * len(data) / self._baud  # 12 bits a byte at the most
+        limit = ANSWER_LIMIT + 12 * len(data) / self._baud  # at most 12 bits per byte
         self._port_call(WRITE, struct.pack("<I", len(data)) + data, limit)
 
     def read(self, size=4096):
-        """What has come within QUIET, which may be nothing."""
+        """Returns the bytes that arrive within QUIET, possibly none."""
         return self._port_call(READ, struct.pack("<I", size), ANSWER_LIMIT + QUIET)
 
 
@@ -122,7 +124,8 @@ def open_pipe(server):
         try:
             return open(PIPE.format(server), "r+b", buffering=0)
         except OSError as error:
-            # "Busy", for which Python has no number of its own: the server makes the next pipe now.
+            # "Pipe busy", for which Python has no errno of its own: the server is just creating the
+            # next pipe instance.
             if error.errno != errno.EINVAL or time.monotonic() > deadline:
                 raise
         time.sleep(0.05)
@@ -147,4 +150,4 @@ if __name__ == "__main__":
         main(*sys.argv[1:])
     except (OSError, Refused, ValueError) as error:
         print(f"{sys.argv[1]}: {error}", file=sys.stderr, flush=True)
-        os._exit(1)  # to close a pipe that still waits for an answer would be to wait as well
+        os._exit(1)  # closing a pipe that still waits for an answer would block

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# repeat.sh [TIMES]: runs all tests so often (20 times without a number) while two processes keep two
-# processors busy, and prints a line for each run. Exit code: the number of runs that failed; what
-# they printed is in build/repeat.
+# repeat.sh [TIMES]: runs all tests TIMES times (20 by default) while two processes keep two processors
+# busy, and prints a line for each run. Exit code: the number of runs that failed. The output of each run
+# is in build/repeat.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 rm -rf build/repeat

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# tests/native/fuzz.sh [SECONDS]: runs the fuzzer for so long (60) and prints its figures. What it
-# learns stays in build/native-asan/corpus for the next time; an input that fails is written to
+# tests/native/fuzz.sh [SECONDS]: runs the fuzzer for SECONDS (60 by default) and prints its statistics.
+# New inputs stay in build/native-asan/corpus for the next run; an input that fails is written to
 # build/native-asan/tests.
 set -euo pipefail
 # shellcheck source=tools/setup.sh

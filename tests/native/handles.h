@@ -1,26 +1,26 @@
-// What a handle stands for: a device for overlapped calls, which the test answers.
+// The device behind a handle: it takes overlapped calls, which the test answers.
 #pragma once
 
 #include <cstdlib>
 
 #include "thread_pool.h"
 
-// How a call ends: an NTSTATUS and the Win32 error that it maps to.
+// The outcome of a call: an NTSTATUS and the Win32 error that it maps to.
 struct device_answer {
   ULONG status = 0;
   DWORD error = ERROR_SUCCESS;
 };
 
-// One call at a time. The handle is its address, and so is what binds it to the thread pool.
+// Takes one call at a time. Its address serves as its handle and as its PTP_IO.
 struct test_device {
-  // The call pends until it is answered; returns what the call does.
+  // Leaves the call pending until it is answered; returns the call's Win32 error.
   DWORD begin(OVERLAPPED* call) {
     call->Internal = 0x103;  // STATUS_PENDING
     pending = call;
     return ERROR_IO_PENDING;
   }
 
-  // Ends the call that pends, if any.
+  // Completes the pending call, if any.
   void send(device_answer answer) {
     OVERLAPPED* const call = pending.exchange(nullptr);
     if (call == nullptr)
@@ -29,9 +29,9 @@ struct test_device {
     std::thread(on_completion, call, answer.error).detach();
   }
 
-  // A call that has its answer at once; returns what the call does. One that fails with an error
+  // Answers the call at once; returns the call's Win32 error. A call that fails with an error
   // (severity 3) is not accepted: its OVERLAPPED stays pending, and no completion comes. One that
-  // ends with a warning has its completion.
+  // ends with a warning gets its completion.
   DWORD answer_at_once(OVERLAPPED* call, device_answer answer) {
     begin(call);
     const ULONG severity = answer.status >> 30;
@@ -55,7 +55,7 @@ using PTP_IO = test_device*;
 inline void StartThreadpoolIo(PTP_IO device) {
   ++device->started;
 }
-// A call has ended, or was not accepted.
+// Balances StartThreadpoolIo for a call that has completed or was not accepted.
 inline void CancelThreadpoolIo(PTP_IO device) {
   if (device->started.fetch_sub(1) <= 0)
     std::abort();  // without a StartThreadpoolIo

@@ -1,5 +1,5 @@
-// What the other end of a connection may send: requests for the server's methods and replies to
-// calls of this end, cut off anywhere.
+// Fuzzes the bytes that the other end of a connection may send: requests for the server's methods
+// and replies to this end's calls, cut off anywhere.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -20,16 +20,16 @@ constexpr unsigned char kPorts[] = {2, 0, 0, 0,                                 
                                     2, 0, 0, 0, 'P', 0, 0xAC, 0x20, 0x70, 0x11, 1, 0,  //
                                     2, 0, 0, 0, 'P', 0, 0xAC, 0x20, 0x70, 0x11, 1, 0};
 
-// Ends the program, which is reported with the input, when something does not hold.
+// Ends the program unless `holds`; the fuzzer reports that with the input.
 void require(bool holds) {
   if (!holds)
     std::abort();
 }
 
-// The payload of the reply; nothing when the request is not to be answered.
+// The payload of the reply; none if the request must not be answered.
 std::optional<bytes> reply_to(const message_header& request, std::span<const std::byte> payload) {
-  // The integers of each method's arguments; the last one of methods 2 and 3 counts bytes that
-  // follow.
+  // The number of integers among each method's arguments; the last one of methods 2 and 3 counts
+  // the bytes that follow.
   constexpr std::size_t kIntegers[] = {0, 1, 3, 1, 1};
   if (request.code == kOwnCode || request.code == kNoConnection || request.method >= 5)
     return std::nullopt;

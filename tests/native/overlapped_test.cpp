@@ -1,5 +1,5 @@
-// The overlapped calls of async/, on a device that answers when and how the test wants it to. How
-// pipes behave is for the tests of PipeTransport to see.
+// The overlapped calls of async/, on a device that answers when and how the test says. The tests of
+// PipeTransport cover the behaviour of pipes.
 #include "async/overlapped.h"
 
 #include <functional>
@@ -20,7 +20,7 @@ class Overlapped : public ::testing::TestWithParam<immediate_success> {
  protected:
   Overlapped() { binding_.bind(&device_, GetParam()); }
 
-  // `begin` runs on the starting thread, and says what the call returns.
+  // `begin` runs on the starting thread and returns the call's Win32 error.
   using start = std::function<DWORD(OVERLAPPED*)>;
   future<DWORD> Call(start begin, cancellation_token token = {}) {
     const auto call_device = [&begin](HANDLE, OVERLAPPED* call) noexcept { return begin(call); };
@@ -56,9 +56,9 @@ TEST_P(Overlapped, EachAnswerGivesItsResultAtOnceAndLater) {
   }
 }
 
-// Between the subscription and the call CancelIoEx finds nothing; the second cancel falls between
-// the call and the suspension. The time lets what was begun win most of the rounds; either order has
-// to work.
+// The first cancel falls between the subscription and the call, where CancelIoEx finds nothing; the
+// second falls between the call and the suspension. The pause lets the cancel or the completion
+// come first in most rounds; either order has to work.
 TEST_P(Overlapped, CancellationAndCompletionMayComeAtAnyTime) {
   for (int round = 0; round < 50; ++round) {
     const cancellation_source early, late, both;

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# tests/native/test.sh PRESET: builds and runs what native-asan or native-tsan has.
+# tests/native/test.sh PRESET: builds and runs the tests of the preset native-asan or native-tsan.
 set -euo pipefail
 # shellcheck source=tools/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../../tools/setup.sh"

@@ -1,6 +1,7 @@
-// The stand-in's thread pool: each call has a thread of its own. So a call comes after what was done
-// before its submission, as Windows promises, and after nothing else; a queue that all threads share
-// would order everything with everything, and hide most races from the thread sanitizer.
+// The stand-in's thread pool, which runs each callback on a thread of its own. A callback thus
+// happens after everything that preceded its submission, as Windows promises, and is ordered with
+// nothing else. A queue shared by all threads would order every callback with every other, and so
+// hide most races from the thread sanitizer.
 #pragma once
 
 #include <atomic>
@@ -16,18 +17,19 @@
 
 #include "types.h"
 
-// Work or a timer. The pointer that Windows hands out owns it through `self` until it is closed; a
-// timer's firings keep it alive longer.
+// Work or a timer. It keeps itself alive through `self` until it is closed; a timer's firings keep
+// it alive longer.
 struct TP_OBJECT {
   std::function<void(TP_OBJECT** instance)> call;
   std::shared_ptr<TP_OBJECT> self;
 
-  // Of a timer.
+  // Timers only.
   std::stop_source setting;
-  std::atomic<int> firings = 0;  // still to come or under way
+  std::atomic<int> firings = 0;  // pending or running
 };
 
-// Where a timer's call finds the timer that waits for it; null for the calls of others.
+// Points to the timer that waits for this callback, or to null once it no longer does; null for the
+// callbacks of other objects.
 using PTP_CALLBACK_INSTANCE = TP_OBJECT**;
 typedef TP_OBJECT *PTP_WORK, *PTP_TIMER, *PTP_WAIT;
 
@@ -51,13 +53,13 @@ inline void SubmitThreadpoolWork(PTP_WORK work) {
   std::thread(work->call, nullptr).detach();
 }
 
-// The call that runs is not waited for any longer.
+// From now on the timer does not wait for the running callback.
 inline void DisassociateCurrentThreadFromCallback(PTP_CALLBACK_INSTANCE instance) {
   if (const PTP_TIMER timer = std::exchange(*instance, nullptr))
     --timer->firings;
 }
 
-// A relative time is a negative count of 100 nanoseconds.
+// A relative time is negative, in units of 100 nanoseconds.
 inline void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* due, DWORD, DWORD) {
   timer->setting.request_stop();
   if (due == nullptr)
@@ -70,7 +72,7 @@ inline void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* due, DWORD, DWOR
     std::unique_lock guard(lock);
     std::condition_variable_any().wait_for(guard, withdrawn, delay, [] { return false; });
     if (!withdrawn.stop_requested()) {
-      std::this_thread::sleep_for(std::chrono::microseconds(50));  // for a cancel to come between
+      std::this_thread::sleep_for(std::chrono::microseconds(50));  // leaves room for a cancel
       kept->call(&fired);
     }
     DisassociateCurrentThreadFromCallback(&fired);
@@ -89,7 +91,7 @@ inline void CloseThreadpoolTimer(PTP_TIMER timer) {
   timer->self.reset();
 }
 
-// Nothing that runs here waits for a handle, so these have no definition.
+// Nothing that runs here waits for a handle, so these are declared only.
 using TP_WAIT_RESULT = DWORD;
 using wait_callback = void (*)(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT, TP_WAIT_RESULT);
 [[gnu::weak]] PTP_WAIT CreateThreadpoolWait(wait_callback callback, void* context, void*);

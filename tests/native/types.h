@@ -32,8 +32,8 @@ inline constexpr DWORD WAIT_OBJECT_0 = 0, INFINITE = 0xFFFFFFFF;
 inline constexpr HRESULT S_OK = 0, E_NOTIMPL = HRESULT(0x80004001), E_FAIL = HRESULT(0x80004005),
                          E_UNEXPECTED = HRESULT(0x8000FFFF), E_OUTOFMEMORY = HRESULT(0x8007000E);
 
-// Locks are those of the C library, and a shared one is exclusive. The initial value is all that
-// they need; none is ever destroyed.
+// The C library's locks; a shared lock is exclusive. Their initial value is all that they need, and
+// none is ever destroyed.
 using SRWLOCK = pthread_mutex_t;
 inline constexpr SRWLOCK SRWLOCK_INIT = PTHREAD_MUTEX_INITIALIZER;
 inline constexpr auto AcquireSRWLockExclusive = &::pthread_mutex_lock;
@@ -43,11 +43,11 @@ inline constexpr auto ReleaseSRWLockShared = &::pthread_mutex_unlock;
 
 struct CONDITION_VARIABLE {
   pthread_cond_t condition;
-  unsigned wakes;  // written by each wake, which shows the sanitizers one that comes too late
+  unsigned wakes;  // written by each wake, so that the sanitizers see one that comes too late
 };
 inline constexpr CONDITION_VARIABLE CONDITION_VARIABLE_INIT = {PTHREAD_COND_INITIALIZER, 0};
 
-// Nothing that is built here limits its wait.
+// Nothing built here limits its wait, so the limit is ignored.
 inline void SleepConditionVariableSRW(CONDITION_VARIABLE* variable, SRWLOCK* lock, DWORD, ULONG) {
   ::pthread_cond_wait(&variable->condition, lock);
 }
@@ -72,7 +72,8 @@ inline int GetLocaleInfoEx(const wchar_t*, DWORD, wchar_t* text, int) {
   return 2;
 }
 
-// What these serve is built here but not run: a call of one that has no definition ends the program.
+// The callers of these are built here but never run: a call of a function without a definition ends
+// the program.
 enum COMPUTER_NAME_FORMAT { ComputerNameDnsHostname };
 [[gnu::weak]] DWORD GetLastError() noexcept;
 [[gnu::weak]] BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT, wchar_t* name, DWORD* size);

@@ -1,4 +1,4 @@
-// The C library's functions for wide characters, for those of 16 bits: the library's own have 32.
+// The C library's wide-character functions, for characters of 16 bits; the library's own have 32.
 // Hidden, so that they serve this program and not the shared libraries that it uses.
 #include <algorithm>
 #include <cstddef>

@@ -1,5 +1,4 @@
-// For tests: a server in the same process, over a real pipe, with a device that does what a test
-// has told it to.
+// For tests: a server in the same process, over a real pipe, with a device that the test controls.
 #pragma once
 
 #include <algorithm>
@@ -30,7 +29,7 @@ namespace tarnwheel::client::test {
 
 using bytes = std::vector<std::byte>;
 
-// " 1 0 255", each byte in decimal.
+// Each byte in decimal, such as " 1 0 255".
 inline std::string numbers(const bytes& data) {
   std::string text;
   for (const std::byte byte : data)
@@ -38,19 +37,19 @@ inline std::string numbers(const bytes& data) {
   return text;
 }
 
-// The serial device COM5, whose other end is the test. The members without a lock are set up before
-// the client calls; everything else may be used at any time from any thread.
+// The serial device COM5, with the test at the far end of its line. `outcome` and `unanswered` must
+// be set before the client calls; everything else may be used at any time from any thread.
 class fake_device final : public tether::IServer_Remote {
  public:
   enum : std::uint32_t { kOpen, kRead };
 
-  HRESULT outcome = S_OK;              // of every call but the list
-  std::set<std::uint32_t> unanswered;  // control codes, or of the calls above
+  HRESULT outcome = S_OK;              // of every call but EnumeratePorts
+  std::set<std::uint32_t> unanswered;  // control codes, or the calls above
   std::atomic<DWORD> modem_lines = 0;  // MS_*
-  std::atomic<DWORD> errors = 0;       // SERIAL_ERROR_*, until the client has asked
+  std::atomic<DWORD> errors = 0;       // SERIAL_ERROR_*, cleared when the client reads them
   ostra::async_event may_write{true};
 
-  // Bytes come.
+  // Makes the bytes arrive on the device's line.
   void send(std::string_view text) {
     const auto view = std::as_bytes(std::span(text));
     std::unique_lock guard(lock_);
@@ -59,8 +58,8 @@ class fake_device final : public tether::IServer_Remote {
     byte_came_.set();
   }
 
-  // The controls since the last time, each " [FUNCTION INPUT...]", where the function is its number
-  // among those of serial ports.
+  // The controls since the last call, each " [FUNCTION INPUT...]", where FUNCTION is the function
+  // number in the control code.
   std::string take_calls() {
     const std::lock_guard guard(lock_);
     return std::exchange(calls_, {});
@@ -79,7 +78,7 @@ class fake_device final : public tether::IServer_Remote {
     co_return outcome;
   }
 
-  // A wait for events ends at once, without any.
+  // A wait for events completes at once, without any.
   ostra::future<tether::bytes_result> IoControl(std::uint32_t code, std::uint32_t,
                                                 bytes input) override {
     const std::lock_guard guard(lock_);
@@ -89,7 +88,7 @@ class fake_device final : public tether::IServer_Remote {
     if (code == IOCTL_SERIAL_GET_COMMSTATUS)
       output.Errors = errors.exchange(0);
     else if (code == IOCTL_SERIAL_GET_MODEMSTATUS)
-      output.Errors = modem_lines;  // as its first field
+      output.Errors = modem_lines;  // the modem status is the first ULONG of the output
     co_return tether::bytes_result{outcome, bytes_of(output)};
   }
 
@@ -128,7 +127,7 @@ class fake_device final : public tether::IServer_Remote {
   std::string calls_;
 };
 
-// Listens from construction to destruction on a pipe of its own, for one client after another.
+// Listens on a pipe of its own from construction to destruction, for one client after another.
 class fake_server {
  public:
   fake_server() { accept(); }
@@ -138,7 +137,7 @@ class fake_server {
       client.wait();
   }
 
-  // Makes the one pipe instance for the next client, and serves that client until it goes.
+  // Creates one pipe instance for the next client, and serves that client until it disconnects.
   void accept() {
     auto transport = tether::PipeTransport::Create();
     transport->LinkCancellation(cancellation_);
@@ -168,7 +167,7 @@ class fake_server {
   std::vector<ostra::future<void>> clients_;
 };
 
-// The message of the client_error that `action` fails with; "" when it does not fail.
+// The message of the client_error that `action` throws; "" if it throws none.
 template <class Action>
 std::wstring failure_of(Action action) {
   try {

@@ -1,4 +1,4 @@
-// What a program built with the fault seam shares with the test that makes its calls fail.
+// Shared between a program built with the fault seam and the test that makes its calls fail.
 #pragma once
 
 #include <atomic>
@@ -7,11 +7,11 @@
 
 namespace system_test {
 
-// The functions of Windows that can fail, the last by blocking only; and behind them operator new.
+// The Windows functions that can be made to fail, then operator new. CloseHandle can only block.
 inline constexpr const char* kFaultPoints[] = {
-    // These give an invalid handle then,
+    // When they fail, these return an invalid handle,
     "CreateNamedPipeW", "CreateFileW", "SetupDiGetClassDevsExW", "SetupDiOpenDevRegKey",
-    // this one an error,
+    // this one an error code,
     "RegQueryValueExW",
     // and the others zero.
     "ConnectNamedPipe", "SetFileCompletionNotificationModes", "ReadFile", "WriteFile",
@@ -24,14 +24,14 @@ constexpr int kOperatorNew = std::size(kFaultPoints) - 1;
 constexpr int kCloseHandle = kOperatorNew - 1;
 constexpr int kNoFault = -1;
 
-// Lies in a named section. Each field is written by one side and read by the other, `countdown` by
-// both.
+// Lies in a named section. The program writes `live_blocks`, both sides write `countdown` and
+// `failures`, and the test writes the rest.
 struct FaultBoard {
-  std::atomic<int> point;                 // the one whose calls are counted, or kNoFault
+  std::atomic<int> point;                 // index of the function whose calls count, or kNoFault
   std::atomic<int> countdown;             // the call that brings it to 0 fails
   std::atomic<int> failures;              // calls that have been made to fail
-  std::atomic<bool> blocks;               // they do not fail, but go on when the point changes
-  std::atomic<std::int64_t> live_blocks;  // what the program has allocated and not freed yet
+  std::atomic<bool> blocks;               // the call does not fail but blocks until `point` changes
+  std::atomic<std::int64_t> live_blocks;  // allocations that the program has not freed yet
 };
 
 static_assert(std::atomic<std::int64_t>::is_always_lock_free, "shared between processes");

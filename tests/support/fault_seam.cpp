@@ -1,6 +1,6 @@
 // Linked into a program, makes the Windows functions that it imports, and its memory allocation,
-// fail on a test's order. The program's own code is the one that is shipped: what changes is its
-// import table, before its main function begins.
+// fail when a test says so. The program's own code is the code that is shipped: only its import
+// table is changed, before its main function begins.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,10 +13,10 @@
 namespace system_test {
 namespace {
 
-// Allocations come before the board is there.
+// Null for the first allocations, which come before the board exists.
 FaultBoard* board = nullptr;
 
-// Says whether the call at this point that is going on is the one that must fail.
+// Counts a call at `point`; true if it must fail. A call that is to block is held here first.
 bool Fails(int point) noexcept {
   if (board == nullptr || board->point != point || --board->countdown != 0)
     return false;
@@ -26,15 +26,15 @@ bool Fails(int point) noexcept {
   return !board->blocks;
 }
 
-// On this processor every argument of these functions takes one place, and a function does not mind
-// more of them than it has.
+// On x64 every argument of these functions takes one register or stack slot, and surplus arguments
+// do no harm, so one signature serves all of them.
 using Word = std::intptr_t;
 using Function = Word(WINAPI*)(Word, Word, Word, Word, Word, Word, Word, Word);
 Function originals[kOperatorNew] = {};
 
 template <int Point>
 Word WINAPI Call(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h) {
-  // Handles that are no device's are closed all the time.
+  // Only device handles count: others are closed all the time.
   const bool counts =
       Point != kCloseHandle || ::GetFileType(reinterpret_cast<HANDLE>(a)) == FILE_TYPE_CHAR;
   if (!counts || !Fails(Point))
@@ -45,7 +45,7 @@ Word WINAPI Call(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h)
                                      : 0;
 }
 
-// The pointer through which this program calls `name`, which it must import.
+// The import table's pointer to `name`, which the program must import.
 void** ImportOf(const char* name) {
   auto* const base = reinterpret_cast<std::byte*>(::GetModuleHandleW(nullptr));
   const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
@@ -79,7 +79,7 @@ void InterceptAll(std::integer_sequence<int, Points...>) {
   }
 }
 
-// Before main. The section lives as long as the process.
+// Runs before main. The section lives as long as the process.
 [[maybe_unused]] const bool installed = [] {
   const auto name = FaultBoardName(::GetCurrentProcessId());
   const HANDLE section = ::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,

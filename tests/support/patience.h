@@ -1,4 +1,4 @@
-// How long a test waits for what must happen; nothing here waits for a fixed time.
+// Waiting in tests: for a condition, up to a deadline, and never for a fixed time.
 #pragma once
 
 #include <stdexcept>
@@ -8,10 +8,10 @@
 
 namespace system_test {
 
-// Milliseconds; far beyond what a working server takes.
+// In milliseconds; far longer than a working server takes.
 constexpr DWORD kPatience = 20'000;
 
-// Asks `condition` again and again until it holds; false when it does not within `milliseconds`.
+// Polls `condition` until it holds; false if it does not within `milliseconds`.
 template <class Condition>
 bool Eventually(Condition condition, DWORD milliseconds = kPatience) {
   const ULONGLONG deadline = ::GetTickCount64() + milliseconds;
@@ -23,7 +23,7 @@ bool Eventually(Condition condition, DWORD milliseconds = kPatience) {
   return true;
 }
 
-// Ends the test when the system refuses what the test itself needs.
+// Fails the test, with GetLastError(), if the system refuses something that the test itself needs.
 inline void Require(bool succeeded, const char* what) {
   if (!succeeded)
     throw std::runtime_error(what + (": " + std::to_string(::GetLastError())));

@@ -17,7 +17,7 @@ std::wstring TemporaryPath() {
          std::to_wstring(++serial);
 }
 
-// Programs and tests are built side by side: ...\bin\NAME.exe and ...\tests\system_test.exe.
+// Programs and tests are built in sibling folders: ...\bin\NAME.exe and ...\tests\system_test.exe.
 std::wstring ProgramPath(std::wstring_view name) {
   wchar_t path[MAX_PATH] = {};
   ::GetModuleFileNameW(nullptr, path, MAX_PATH);
@@ -110,7 +110,7 @@ DWORD Program::ExitCode(DWORD milliseconds) const {
   return code;
 }
 
-// Wine's own figures for another process leave out what has not been touched.
+// Wine's own figures for another process leave out memory that has not been touched.
 std::size_t Program::CommittedMemory() const {
   std::size_t size = 0;
   MEMORY_BASIC_INFORMATION region = {};
@@ -121,12 +121,12 @@ std::size_t Program::CommittedMemory() const {
   return size;
 }
 
-// Wine's GetProcessHandleCount always says 0, so each possible handle is tried.
+// Wine's GetProcessHandleCount always reports 0, so every possible handle value is tried.
 std::size_t Program::HandleCount() const {
   std::size_t count = 0;
   for (std::size_t value = 4; value < kHighestHandle; value += 4) {
     HANDLE copy = nullptr;
-    // The value of a handle of another process is a number in the form of a pointer.
+    // A handle value in another process is a number, although its type is a pointer.
     if (::DuplicateHandle(process_.get(), reinterpret_cast<HANDLE>(value), ::GetCurrentProcess(),
                           &copy, 0, FALSE, DUPLICATE_SAME_ACCESS) &&
         ::CloseHandle(copy))
@@ -135,9 +135,10 @@ std::size_t Program::HandleCount() const {
   return count;
 }
 
-// The console hands its events to a process by a thread at this routine. GenerateConsoleCtrlEvent
-// would ask the console to do so, but Wine's knows Ctrl+C only, and reaches this process as well.
-// All threads are made before the first one runs: a process that ends takes none.
+// The console delivers an event by starting a thread of the process at this routine.
+// GenerateConsoleCtrlEvent would ask the console to do so, but Wine's supports Ctrl+C only and
+// would reach this process as well. All threads are created before the first one runs, since none
+// can be created in a process that is ending.
 void Program::SendConsoleEvent(DWORD event, int times) const {
   const FARPROC routine = ::GetProcAddress(::GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine");
   const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));

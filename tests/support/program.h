@@ -1,5 +1,4 @@
-// A program of this project, run as a process of its own. What does not go well throws
-// std::runtime_error.
+// A program of this project, run as a process of its own. Failures throw std::runtime_error.
 #pragma once
 
 #include <string>
@@ -10,7 +9,7 @@
 
 namespace system_test {
 
-// The path of a new file in the temporary folder; the file is deleted with this object.
+// The path for a new file in the temporary folder. The destructor deletes the file, if it exists.
 class TemporaryFile {
  public:
   TemporaryFile();
@@ -18,40 +17,40 @@ class TemporaryFile {
   TemporaryFile& operator=(const TemporaryFile&) = delete;
   ~TemporaryFile() { ::DeleteFileW(path.c_str()); }
 
-  // What is in the file by now, also while a program writes to it; empty when there is no file.
+  // The file's current content, even while a program writes to it; empty if there is no file.
   [[nodiscard]] std::string Content() const;
 
   const std::wstring path;
 };
 
-// Runs from construction; ended by force with this object when it still runs then.
+// Runs from construction. The destructor terminates the process if it is still running.
 class Program {
  public:
-  // `name` is that of an executable of this build, such as L"tarnwheel-server".
+  // `name` is an executable of this build without its extension, such as L"tarnwheel-server".
   Program(std::wstring_view name, std::wstring_view arguments);
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
   ~Program();
 
-  // What it has written so far, with "\n" as line ends.
+  // The text written so far, with "\n" as line ends.
   [[nodiscard]] std::wstring Output() const;
   [[nodiscard]] std::wstring Errors() const;
 
-  // True when its output, or what it writes to standard error, comes to have `text` before the
+  // Waits until standard output or standard error contains `text`; false if neither does before the
   // deadline or the end of the program.
   [[nodiscard]] bool Prints(std::wstring_view text) const;
 
-  // Waits for the end; the 32-bit exit code.
+  // Waits for the program to end and returns its 32-bit exit code.
   DWORD ExitCode(DWORD milliseconds = kPatience) const;
   [[nodiscard]] bool Runs() const;
 
-  // Bytes of memory that the process has for itself, used or not.
+  // Bytes of private memory that the process has committed, used or not.
   [[nodiscard]] std::size_t CommittedMemory() const;
   [[nodiscard]] std::size_t HandleCount() const;
 
   [[nodiscard]] HANDLE Process() const { return process_.get(); }
 
-  // Sends CTRL_C_EVENT or another event as the console does, `times` times without a pause.
+  // Delivers CTRL_C_EVENT or another event as the console does, `times` times without a pause.
   void SendConsoleEvent(DWORD event, int times = 1) const;
 
  private:
@@ -59,7 +58,7 @@ class Program {
   Tamrin::unique_handle process_;
 };
 
-// What a program that ends by itself leaves.
+// A program that has run to its end by itself: its exit code and its output.
 struct CompletedRun {
   CompletedRun(std::wstring_view name, std::wstring_view arguments);
 

@@ -62,7 +62,7 @@ Bytes Request(std::uint32_t call, std::uint16_t method, const Bytes& payload) {
   return Header(call, method, static_cast<std::uint32_t>(payload.size())) + payload;
 }
 
-// Besides a pipe that is not there yet, every instance may just be taken.
+// The pipe may not exist yet, or all its instances may be taken at the moment.
 RawClient::RawClient(const wchar_t* pipe)
     : read_event_(::CreateEventW(nullptr, TRUE, FALSE, nullptr)),
       write_event_(::CreateEventW(nullptr, TRUE, FALSE, nullptr)) {

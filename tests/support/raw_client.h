@@ -1,5 +1,5 @@
-// A client that speaks to the server's pipe byte by byte, and the bytes that it sends: written for
-// the tests alone, so that they do not share a mistake with the program's own encoding.
+// A client that talks to the server's pipe byte by byte, with an encoding of its own, so that the
+// tests do not share a mistake with the program's encoding.
 #pragma once
 
 #include <cstdint>
@@ -18,13 +18,13 @@ inline constexpr wchar_t kPipeName[] =
 
 enum Method : std::uint16_t { kEnumeratePorts, kOpenPort, kIoControl, kWrite, kRead };
 
-// The code of a client's connection; the server's own is 0.
+// The client's connection code; the server's own is 0.
 constexpr std::uint16_t kClientCode = 0x0C1E;
 
-// Ports of the machine under test. The first sends back what is written to it; the device of the
-// next sends nothing by itself. The third's is a file of zeros: it knows no serial control, and a
-// second open is refused, which Wine does not do for the ports that have a terminal behind them. The
-// refusal has the code ERROR_SHARING_VIOLATION where Windows has ERROR_ACCESS_DENIED.
+// Ports of the machine under test. The first is a loopback. The device of the second sends nothing
+// by itself. That of the third is a file of zeros: it supports no serial controls, and Wine refuses
+// to open it twice, unlike the ports that have a terminal behind them. The refusal has the code
+// ERROR_SHARING_VIOLATION where Windows has ERROR_ACCESS_DENIED.
 constexpr std::uint32_t kLoopbackPort = 5;
 constexpr std::uint32_t kSilentPort = 9;
 constexpr std::uint32_t kFilePort = TARNWHEEL_FILE_PORT;
@@ -38,11 +38,11 @@ constexpr std::uint32_t kAlreadyHoldsPort = 0x800700B7;
 constexpr std::uint32_t kNotConnected = 0x800708CA;  // no port is open
 
 Bytes U32(std::uint32_t value);
-Bytes Vector(const Bytes& content);  // count and bytes
+Bytes Vector(const Bytes& content);  // the count, then the bytes
 Bytes ControlArguments(std::uint32_t code, std::uint32_t output_size, const Bytes& input = {});
-// Bytes of which no two neighbouring stretches are alike.
+// Pseudo-random bytes, so that lost or misplaced pieces show.
 Bytes Pattern(std::size_t size, std::uint32_t state = 1);
-// The number at `offset`, which must lie within `bytes`.
+// The number at `offset`; throws std::runtime_error if it does not lie within `bytes`.
 std::uint32_t U32At(const Bytes& bytes, std::size_t offset);
 
 struct Message {
@@ -53,7 +53,7 @@ struct Message {
 Bytes Header(std::uint32_t call, std::uint16_t method, std::uint32_t length);
 Bytes Request(std::uint32_t call, std::uint16_t method, const Bytes& payload);
 
-// What IoControl and Read answer: an HRESULT and bytes.
+// The answer to IoControl and Read: an HRESULT and bytes.
 struct PortResult {
   std::uint32_t code;
   Bytes data;
@@ -61,28 +61,28 @@ struct PortResult {
   bool operator==(const PortResult&) const = default;
 };
 
-// One connection, for one thread, but that another may send meanwhile. Whatever does not happen
-// within the deadline throws std::runtime_error, and so fails the test.
+// One connection. One thread uses it, while another may send. Unless a function says otherwise, a
+// missed deadline throws std::runtime_error and so fails the test.
 class RawClient {
  public:
   explicit RawClient(const wchar_t* pipe = kPipeName);  // connects
-  // Opens the port as well; a read waits until all that it asks for is there.
+  // Also opens the port; a read then waits for all the bytes that it asks for.
   explicit RawClient(std::uint32_t port);
 
-  // Puts the bytes into the pipe; false when a piece of them does not fit in within the deadline.
+  // Writes the bytes to the pipe in pieces; false if one fails or takes longer than `milliseconds`.
   bool Send(const Bytes& bytes, DWORD milliseconds = kPatience) const;
 
-  // The next whole message; without one in time TryReceive gives none.
+  // The next whole message. TryReceive returns none if it does not arrive in time.
   Message Receive();
   std::optional<Message> TryReceive(DWORD milliseconds);
-  // Any bytes that have come, none at the end.
+  // Waits for bytes and returns those that have arrived; none at the end or after `milliseconds`.
   Bytes ReceiveSome(DWORD milliseconds = kPatience);
 
   // True when the server ends the connection within the deadline.
   bool ServerHangsUp();
 
-  // Sends a request under a call identifier of its own and expects the next message to be its
-  // reply, so nothing sent before was answered late; returns the reply's payload.
+  // Sends a request with a new call identifier and returns the payload of its reply. The next
+  // message must be that reply, so a late answer to an earlier request fails the test.
   Bytes Call(std::uint16_t method, const Bytes& payload);
 
   std::uint32_t OpenPort(std::uint32_t number);
@@ -95,16 +95,16 @@ class RawClient {
   void Disconnect() { pipe_.reset(); }
 
  private:
-  // Reads or writes up to `size` bytes, which becomes their number. False when that fails, which
-  // GetLastError explains, or takes longer.
+  // Reads or writes up to `size` bytes and sets `size` to their number. False, with the reason in
+  // GetLastError, if that fails or is cancelled after `milliseconds`.
   template <class Function, class Buffer>
   bool Transfer(Function function, const Tamrin::unique_handle& event, Buffer* buffer, DWORD& size,
                 DWORD milliseconds) const;
-  bool Fetch(DWORD milliseconds);  // bytes into the inbox
+  bool Fetch(DWORD milliseconds);  // appends bytes to the inbox
 
   Tamrin::unique_file pipe_;
   Tamrin::unique_handle read_event_, write_event_;
-  Bytes piece_ = Bytes(0x10000, '\0');  // what a read puts out
+  Bytes piece_ = Bytes(0x10000, '\0');  // the buffer for reads
   Bytes inbox_;
   std::uint32_t last_call_ = 0x10000;
 };

@@ -14,22 +14,23 @@ inline constexpr wchar_t kStopEvent[] =
 inline constexpr wchar_t kStarted[] =
     L"Server has been started successfully and is waiting for connections";
 
-// Signals the global event as any account may; false when there is none.
+// Signals the global stop event, as any account may; false if there is none.
 bool SignalStopEvent();
 
-// A server that serves once the object is constructed. It logs all details to its screen, without logo
-// and discovery; `arguments` come after these options and so override them.
-// Destruction stops it and fails the test when that does not end well.
+// A server that is ready for clients once constructed. It logs all details to its screen, without
+// logo and discovery; `arguments` follow these options and so override them. The destructor stops
+// the server and fails the test unless it ends with exit code 0.
 class ServerProcess : public Program {
  public:
   explicit ServerProcess(std::wstring_view arguments = L"", std::wstring_view program = kServer);
   ~ServerProcess();
 
-  // How often the log has this text; true when it comes to have it so often before the deadline.
+  // The number of times that the log contains `text`. Logs waits for `times` of them; false at the
+  // deadline.
   [[nodiscard]] int Count(std::wstring_view text) const;
   [[nodiscard]] bool Logs(std::wstring_view text, int times = 1) const;
 
-  // Signals the global event; the server must end with 0.
+  // Signals the stop event; the server must end with exit code 0.
   void Stop() const;
 };
 
@@ -41,19 +42,20 @@ class FaultSwitch {
   FaultSwitch& operator=(const FaultSwitch&) = delete;
   ~FaultSwitch() { Relent(); }
 
-  // The `occurrence`-th call, from 1, that any thread makes from now on at `point` fails.
+  // Makes the `occurrence`-th call (from 1) at `point` fail or block, counted from now on over all
+  // threads.
   void Fail(int point, int occurrence, bool blocks = false);
-  // The next call of the function blocks until Relent.
+  // Makes the next call of the function block until Relent.
   void Block(std::string_view function);
-  // Whether the call that was to fail has been made; or comes to be made before the deadline.
+  // Whether the call that was to fail has been made; Strikes waits for it until the deadline.
   [[nodiscard]] bool HasStruck() const { return board_->failures != 0; }
   [[nodiscard]] bool Strikes() const {
     return Eventually([this] { return HasStruck(); });
   }
-  // From now on nothing fails or blocks; says whether the call that was to fail was made.
+  // From now on nothing fails or blocks; returns whether the call that was to fail was made.
   bool Relent();
 
-  // Blocks of memory that the server has allocated and not freed.
+  // Memory blocks that the server has allocated and not freed.
   [[nodiscard]] std::int64_t LiveBlocks() const { return board_->live_blocks; }
 
  private:

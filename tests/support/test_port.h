@@ -1,4 +1,4 @@
-// Serial ports that exist only as entries of the system's device list.
+// Serial ports that exist only as entries in the system's device list.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@
 
 namespace system_test {
 
-// A device with a COM port interface that counts as present from construction to destruction. It is
-// what Wine's setup functions look for in the registry; Windows lets nobody but its plug and play
-// manager write there. Throws std::runtime_error.
+// A device with a COM port interface, present from construction to destruction. It consists of the
+// registry keys that Wine's setup functions look for; on Windows only the Plug and Play manager may
+// write them. Throws std::runtime_error.
 class TestPort {
  public:
-  // `port_name` is what the device's hardware key says, such as COM207. A device that a program has left
-  // under this name is replaced.
+  // `port_name`, such as COM207, goes into the device's hardware key. A device that a program has
+  // left behind under this name is replaced.
   TestPort(const std::wstring& port_name, const std::wstring& friendly_name);
   TestPort(const TestPort&) = delete;
   TestPort& operator=(const TestPort&) = delete;

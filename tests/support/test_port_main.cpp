@@ -1,7 +1,7 @@
-// What a script needs of Windows, for as long as this program's standard input stays open:
-// tarnwheel-test-port COM5 "Friendly name" puts a serial port into the system's device list, so that
-// servers list it, and tarnwheel-test-port [PIPE] joins standard input and output to the server's pipe
-// or another one.
+// Gives scripts access to Windows, for as long as this program's standard input stays open:
+// tarnwheel-test-port COM5 "Friendly name" puts a serial port into the system's device list, so
+// that servers list it; tarnwheel-test-port [PIPE] connects standard input and output to that pipe,
+// by default the server's.
 #include <cstdio>
 #include <thread>
 
@@ -18,7 +18,7 @@ void Relay(const wchar_t* name) {
          bytes = pipe.ReceiveSome(INFINITE))
       ::WriteFile(::GetStdHandle(STD_OUTPUT_HANDLE), bytes.data(), static_cast<DWORD>(bytes.size()),
                   &written, nullptr);
-    ::ExitProcess(0);  // the main thread's input cannot be interrupted
+    ::ExitProcess(0);  // the main thread's read cannot be interrupted
   }).detach();
   system_test::Bytes buffer(0x10000, '\0');
   DWORD size = 0;

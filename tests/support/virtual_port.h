@@ -1,4 +1,4 @@
-// The virtual serial port, and the far end of its line. Loaded by load_virtual_serial.sh.
+// A virtual serial port and the far end of its line. load_virtual_serial.sh loads the driver.
 #pragma once
 
 #include "platform/serial.h"
@@ -9,7 +9,7 @@ namespace system_test {
 
 constexpr std::uint32_t kVirtualPort = TARNWHEEL_VIRTUAL_PORT;
 constexpr std::uint32_t kLocalPort =
-    TARNWHEEL_LOCAL_PORT;  // of the pair whose ends tell each other
+    TARNWHEEL_LOCAL_PORT;  // of the pair whose ends report to each other
 
 inline Tamrin::unique_file OpenPort(std::uint32_t number, DWORD flags = 0) {
   return Tamrin::unique_file(::CreateFileW((LR"(\\.\COM)" + std::to_wstring(number)).c_str(),
@@ -17,8 +17,8 @@ inline Tamrin::unique_file OpenPort(std::uint32_t number, DWORD flags = 0) {
                                            flags, nullptr));
 }
 
-// Orders the port about from construction to destruction; both set it up anew, and so end all that is
-// pending. An order that the driver refuses throws std::runtime_error.
+// Controls the port from construction to destruction. Both reset it, and so end all its pending
+// requests. Construction, Reset and State throw std::runtime_error if the driver refuses.
 class VirtualPort {
  public:
   explicit VirtualPort(std::uint32_t number = kVirtualPort) : far_end_(OpenPort(number + 1)) {
@@ -32,13 +32,14 @@ class VirtualPort {
   void Reset() { Require(SetUp(true), "setting up the virtual serial port"); }
   void LoopBack() { SetUp(false, false, true); }
   void Vanish() { SetUp(false, true); }
-  void ComeBack() { SetUp(); }  // what is held ends as well
-  // Strikes the next requests of a kind: they fail with an NTSTATUS, or are held for ever with 0.
+  void ComeBack() { SetUp(); }  // also ends held requests
+  // The next `times` requests of a kind fail with the NTSTATUS, or with 0 are held until the port
+  // is next set up.
   void Fault(std::uint32_t kind, std::uint32_t status, std::uint32_t times = 1) {
     SetUp(false, false, false, times, kind, status);
   }
 
-  // The far end sends, and takes what has come since the last time.
+  // The far end sends bytes, and takes up to 4 KiB of those that have arrived.
   void Send(const Bytes& bytes) {
     DWORD size = 0;
     ::WriteFile(far_end_.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &size, nullptr);
@@ -49,7 +50,7 @@ class VirtualPort {
     ::ReadFile(far_end_.get(), bytes.data(), 0x1000, &size, nullptr);
     return bytes.substr(0, size);
   }
-  // True when it comes to have received this, and has then received nothing more.
+  // Waits until as many bytes have arrived as are expected; true if they are exactly those.
   [[nodiscard]] bool Receives(const Bytes& expected) {
     Bytes all;
     return Eventually([&] {
@@ -61,7 +62,7 @@ class VirtualPort {
 
   [[nodiscard]] HANDLE FarEnd() const { return far_end_.get(); }
 
-  // What the driver has seen.
+  // The port's state as the driver sees it.
   [[nodiscard]] virtual_serial_state State() const {
     virtual_serial_state state = {};
     DWORD size = 0;
@@ -70,7 +71,7 @@ class VirtualPort {
             "asking the virtual serial driver");
     return state;
   }
-  // Both wait; false when it does not come about before the deadline.
+  // Both wait; false if the condition does not hold before the deadline.
   [[nodiscard]] bool HasPending(std::uint32_t count) const {
     return Eventually([&] { return State().pending == count; });
   }

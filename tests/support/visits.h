@@ -1,11 +1,11 @@
-// The ways in which clients come and go; the fault tests and the soak have servers visited so.
+// The ways in which clients come and go, for the fault tests and the soak.
 #pragma once
 
 #include "tests/support/raw_client.h"
 
 namespace system_test {
 
-// `make` gets a connection of its own, which ends after it; `random` is different each time.
+// `make` gets a connection of its own, which ends when it returns; `random` differs each time.
 struct Visit {
   const char* name;
   void (*make)(RawClient& client, std::uint32_t random);

@@ -1,5 +1,5 @@
-// What a client may cost at most, and that neither a client that does not read nor a driver or a
-// domain controller that does not answer holds up anybody else.
+// The bounds on what a client may cost. Neither a client that does not read nor a driver or a
+// domain controller that does not answer holds up other clients or the stop.
 #include <gtest/gtest.h>
 
 #include <list>
@@ -27,7 +27,7 @@ Bytes Burst(std::uint32_t count, std::uint16_t method, const Bytes& payload) {
 
 class Bounds : public ::testing::Test {
  protected:
-  // But for its threads and what the heap takes at a time.
+  // The margin is for the server's threads and for the heap's granularity.
   void ExpectNoGrowth() {
     ExpectServed();
     EXPECT_LT(server_.CommittedMemory(), memory_ + 64 * kMiB);
@@ -66,8 +66,8 @@ TEST_F(Bounds, OutputIsLimitedWhateverIsAskedFor) {
   ExpectNoGrowth();
 }
 
-// A quiet line keeps its reads; a client has only so many of them, and the port is released when it
-// goes although requests of it have not been read.
+// On a quiet line reads stay pending. Their number per client is limited, and the port is released
+// when the client leaves, even though some of its requests have not been read.
 TEST_F(Bounds, PendingReadsAreLimited) {
   constexpr std::uint32_t kMost = 256;
   const VirtualPort port;
@@ -80,7 +80,7 @@ TEST_F(Bounds, PendingReadsAreLimited) {
   EXPECT_TRUE(port.IsClosed());
 }
 
-// Each list makes a line in the log and asks the system, so the lines count the lists.
+// Each enumeration queries the system and logs one line, so the lines count the enumerations.
 TEST_F(Bounds, ListsOfAClientThatHasGoneAreNotMade) {
   constexpr int kLists = 20'000;
   {
@@ -111,7 +111,7 @@ TEST_F(Bounds, ClientsBeyondTheHundredthFindThePipeBusy) {
   ExpectServed();
 }
 
-// A client cannot be answered more than it reads: the server stops reading its requests then.
+// Once a client leaves too many replies unread, the server stops reading its requests.
 TEST_F(Bounds, ClientThatDoesNotReadHoldsUpNobodyAndDoesNotFillTheMemory) {
   constexpr std::uint32_t kReplies = 128;  // of a megabyte each
   RawClient silent(kFilePort);
@@ -125,7 +125,7 @@ TEST_F(Bounds, ClientThatDoesNotReadHoldsUpNobodyAndDoesNotFillTheMemory) {
   server_.Stop();
 }
 
-// Blocks a call of the server on the way and expects that the others and the stop do not wait.
+// Waits until the server's call is blocked, and expects that other clients and the stop are not.
 void ExpectStop(const FaultyServer& server, std::wstring_view last_word) {
   EXPECT_TRUE(server.faults.Strikes());
   ExpectServed();
@@ -133,7 +133,7 @@ void ExpectStop(const FaultyServer& server, std::wstring_view last_word) {
   EXPECT_EQ(server.Count(last_word), 1);
 }
 
-// What comes while the port is being opened waits for it, in its order.
+// Requests that arrive while the port is being opened wait for it and keep their order.
 TEST(BlockedCall, OpenControlWriteMayBePipelined) {
   FaultyServer server;
   VirtualPort port;
@@ -178,7 +178,7 @@ TEST(BlockedCall, DriverThatBlocksHoldsUpNoStop) {
   }
 }
 
-// The lines that wait for the name are logged without it in the end.
+// Log lines that wait for the account's name are eventually written without it.
 TEST(BlockedCall, AccountThatIsNotFoundHoldsUpNoRequest) {
   FaultyServer server;
   server.faults.Block("LookupAccountSidW");

@@ -1,8 +1,8 @@
 #!/usr/bin/python3 -Wignore::DeprecationWarning
-"""bridge_test.py BUILD PORT: bridges between programs and two ports of a live server: COM5, which sends every
-byte back and has no signals, and PORT of the virtual serial driver, which has all but very high baud rates. The
-programs are sockets, and pyserial as an independent client of RFC 2217. The interpreter is the one that the
-package python3-serial belongs to."""
+"""bridge_test.py BUILD PORT: bridges between programs and two ports of a live server: COM5, a loopback without
+modem lines, and PORT of the virtual serial driver, which supports all but very high baud rates. The programs are
+sockets, and pyserial as an independent client of RFC 2217. The interpreter is the one for which the package
+python3-serial is installed."""
 import os
 import pathlib
 import random
@@ -29,7 +29,7 @@ def com_port(*payload):
 
 
 class Program:
-    """Connected to the TCP port of a bridge."""
+    """A program connected to the TCP port of a bridge."""
 
     def __init__(self, test, bridge):
         host, _, port = bridge.address.rpartition(":")
@@ -48,14 +48,14 @@ class Program:
         self.test.assertEqual(self.socket.recv(1), b"")
 
     def agree(self, modem_status=0):
-        """To control the port by RFC 2217; each end has a binary stream then."""
+        """Agrees on control of the port by RFC 2217 and on binary streams in both directions."""
         self.expect(bytes.fromhex("fffb00 fffb01 fffb03 fffb2c fffd00 fffd03 fffd2c"))
         self.send(bytes.fromhex("fffd00 fffd03 fffd2c fffb00 fffb03 fffb2c"))
         self.expect(com_port(MODEM_NOTICE, modem_status))
         return self
 
     def is_watched(self):
-        """In half a minute the bridge asks whether this end is still there."""
+        """Whether the bridge probes this end by TCP keepalive within the next 30 seconds."""
         here, there = self.socket.getsockname()[1], self.socket.getpeername()[1]
         keepalive = rf":{there:04X} \w+:{here:04X} 01 \w+:\w+ 02:(\w+)"
         timer = re.search(keepalive, pathlib.Path("/proc/net/tcp").read_text())
@@ -75,7 +75,7 @@ class Bridge:
         self.address = self.says("Listening on ").rpartition(" ")[2].strip()
 
     def says(self, text):
-        """The next line that has the text."""
+        """Returns the next line that contains the text."""
         said = ""
         for line in map(bytes.decode, self.process.stdout):
             said += line
@@ -151,7 +151,7 @@ class BridgeTest(unittest.TestCase):
         for change, notice in (("SET_RTS", 0xB1), ("CLR_RTS", 0xA1), ("CLR_DTR", 0x0A)):
             self.far.signal(change)
             program.expect(com_port(MODEM_NOTICE, notice))
-        # Each line alone; of a ring its end is told.
+        # Each modem line alone; a ring is reported when it ends.
         for inputs, event, notice in ((0x20, 0x10, 0x22), (0xA0, 0x20, 0xA8), (0xA0, 0x100, 0xA4)):
             self.far.set_up(inputs=inputs, events=event)
             program.expect(com_port(MODEM_NOTICE, notice))

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""client_test.py BUILD PORT: the client program with and without a live server. PORT is that of the virtual serial
+"""client_test.py BUILD PORT: the client program with and without a live server. PORT is a port of the virtual serial
 driver."""
 import random
 import shlex
@@ -59,7 +59,7 @@ class ClientTest(unittest.TestCase):
         self.expect("send . COM200 x", REFUSED,
                     errors="COM200 is in use by another program or client, or is not shared (0x80070005)")
 
-    # What becomes of the query to the other machines, and the note about it, depends on the network.
+    # The outcome of the query to other machines, and the note about it, depend on the network.
     def test_discovers_the_server_of_this_machine_once_or_tells_that_nobody_answers(self):
         server = programs.start_server(self.addCleanup, "--no-discovery-")
         code, output, _ = programs.run(CLIENT, "discover", "--timeout", "2000")
@@ -81,7 +81,7 @@ class ClientTest(unittest.TestCase):
 
         programs.eventually(later_one_is_told)
 
-    # Every value, and so much that no buffer on the way has room for it.
+    # Every byte value, and more bytes than any buffer on the way can hold.
     def test_pipe_brings_back_what_a_loopback_is_given(self):
         programs.start_server(self.addCleanup)
         client, sent = self.pipe("COM5"), random.Random(1).randbytes(1 << 20)
@@ -104,7 +104,7 @@ class ClientTest(unittest.TestCase):
         client.stdin.write(b"\r\n\x1a\n")
         client.stdin.close()
         self.assertEqual(far.read(4), b"\r\n\x1a\n")
-        time.sleep(1)  # of the quiet time, which begins anew with each byte
+        time.sleep(1)  # part of the quiet time, which starts afresh with each byte
         start = time.monotonic()
         far.write(b"late\r\n\x1a")
         self.assertEqual(client.stdout.read(7), b"late\r\n\x1a")

@@ -1,5 +1,5 @@
-// A program that opens one end of a null modem as a serial port of its own, while a bridge has the other
-// end, and works the far end of a server's port so.
+// A program opens one end of a null modem as a local serial port. A bridge that holds the other end
+// connects it with a port of a server.
 #include <gtest/gtest.h>
 
 #include "tests/support/program.h"
@@ -15,8 +15,8 @@ std::wstring Command(std::uint32_t port, const std::wstring& device) {
 
 class ComBridge : public ::testing::Test {
  protected:
-  // The port that the far end is connected with comes to have these outputs and this line, of which
-  // the settings are stop bits, parity and data bits.
+  // Waits until the port has these outputs, this baud rate, and this line control (stop bits,
+  // parity, data bits).
   static bool Has(const VirtualPort& port, std::uint32_t outputs, std::uint32_t rate = 9600,
                   std::array<std::uint8_t, 4> line = {2, 2, 7}) {
     return Eventually([&] {
@@ -25,7 +25,7 @@ class ComBridge : public ::testing::Test {
              std::ranges::equal(state.line_control, line);
     });
   }
-  // What the program does.
+  // Actions of the program.
   void SetLine(const wchar_t* settings) const {
     DCB line = {};
     line.DCBlength = sizeof line;
@@ -43,7 +43,7 @@ class ComBridge : public ::testing::Test {
   VirtualPort port_, pair_{kLocalPort};
   ServerProcess server_;
   const std::wstring device_ = L"COM" + std::to_wstring(kLocalPort);
-  // Wine waits for no control of such a handle, so pair_ makes them.
+  // Wine does not wait for a control of an overlapped handle, so the controls go through pair_.
   const Tamrin::unique_file program_ = OpenPort(kLocalPort + 1, FILE_FLAG_OVERLAPPED);
 };
 
@@ -74,7 +74,7 @@ TEST_F(ComBridge, IsACableWithTheProgramsSettings) {
   EXPECT_TRUE(Eventually([&] { return events == EV_BREAK; }));
   EXPECT_TRUE(Eventually([&] { return pair_.State().outputs == OUTPUT_RTS; }));
 
-  // Each way, at once; settings that change behind the bytes are those of what follows.
+  // Both directions at once; settings changed after the bytes apply only to what follows.
   Bytes sent(1 << 20, '\0'), received = sent;
   for (std::size_t i = 0; i < sent.size(); ++i)
     sent[i] = static_cast<char>(i + i / 251);

@@ -1,4 +1,4 @@
-// Server and client with the stand-in for Windows' DNS-SD.
+// The server and the client, with the stand-in for Windows' DNS-SD.
 #include <gtest/gtest.h>
 
 #include "tests/support/dnsapi/dns_board.h"
@@ -15,7 +15,7 @@ class DnsSd : public ::testing::Test {
     board_->delay = 0;
   }
 
-  // Says whether the client finds this alone. There is no note about mailslots then.
+  // True if the client finds `name` alone, and prints no note about mailslots.
   static bool Finds(const std::wstring& name) {
     const CompletedRun client(L"tarnwheel-client", L"discover --timeout 2000");
     return client.exit_code == 0 && client.errors.empty() && client.output == name + L"\n";
@@ -35,7 +35,7 @@ TEST_F(DnsSd, ServerIsAnnouncedWhileItRunsAndFoundOnce) {
   EXPECT_EQ(board_->instance, host + L"._tarnwheel._tcp.local " + host +
                                   L".local 445 version=1.01 "
                                   L"pipe=kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01");
-  EXPECT_TRUE(Finds(host));  // once, although it answers the query as well
+  EXPECT_TRUE(Finds(host));  // once, although it also answers the query
   server.Stop();
   EXPECT_FALSE(board_->is_announced);
   EXPECT_EQ(board_->unfreed, 0);
@@ -61,13 +61,13 @@ TEST_F(DnsSd, RefusalIsOneWarningAndMailslotsGoOn) {
 TEST_F(DnsSd, CallbacksThatComeLateHurtNobody) {
   std::wcscpy(board_->others[0], L"Zoo._tarnwheel._tcp.local");
   for (board_->delay = 0; board_->delay < 2; ++board_->delay)
-    EXPECT_TRUE(Finds(L"Zoo"));  // a callback comes as the client leaves
+    EXPECT_TRUE(Finds(L"Zoo"));  // a callback comes while the client exits
   board_->delay = 100;
   { const ServerProcess cancelled(L"--no-discovery-"); }
   EXPECT_EQ(board_->unfreed, 0);
   const ServerProcess server(L"--no-discovery-");
   EXPECT_TRUE(server.Logs(L"The server is announced as "));
-  board_->delay = INFINITE;  // the withdrawal is waited for no longer than its limit
+  board_->delay = INFINITE;  // the server waits for the withdrawal only up to its limit
 }
 
 }  // namespace

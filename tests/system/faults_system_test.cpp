@@ -1,4 +1,4 @@
-// Every call of Windows on the way of a request, and every allocation, fails in turn.
+// Every Windows call that serves a request, and every allocation, fails in turn.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,12 +11,13 @@
 namespace system_test {
 namespace {
 
-// How long a session waits for an answer once a call has failed: it may rightly never come.
+// How long a session waits for an answer once a call has failed, in milliseconds: the answer may
+// rightly never come.
 constexpr DWORD kShortPatience = 150;
 
-// A server that rests may hold so many handles more than one that has just started, for the threads
-// of its pool, and so many blocks for what the runtime library keeps for them. What leaks is to be
-// found by doing it more often than that.
+// An idle server may hold this many more handles than one that has just started, for the threads of
+// its pool, and this many more blocks, which the runtime library keeps for them. A leak is found by
+// repeating its cause more often than that.
 constexpr std::size_t kPoolHandles = 20;
 constexpr std::int64_t kThreadBlocks = 6;
 
@@ -26,7 +27,7 @@ struct Step {
   Bytes reply;
 };
 
-// A whole session: lists, opens, sets the line, and sends something through the loopback.
+// A whole session: lists the ports, opens one, sets the line, and sends text through the loopback.
 std::vector<Step> Steps(const Bytes& list) {
   const Bytes text = "abc";
   const auto control = [](std::uint32_t code, const Bytes& input) {
@@ -46,11 +47,11 @@ class Faults : public ::testing::Test {
     port_.LoopBack();
     EXPECT_EQ(bystander_.OpenPort(kFilePort), 0u);
     list_ = bystander_.Call(kEnumeratePorts, {});
-    // Caches fill, and the pool gets its threads.
+    // Fill the caches and start the pool's threads.
     for (int i = 0; i < 30; ++i)
       EXPECT_EQ(Session(), "");
     EXPECT_TRUE(port_.IsClosed());
-    // Sessions that have ended may still be letting go.
+    // Sessions that have ended may still be releasing memory.
     blocks_ = server_.faults.LiveBlocks();
     Eventually([&] { return (blocks_ = std::min(blocks_, server_.faults.LiveBlocks())) < 0; }, 200);
     handles_ = server_.HandleCount();
@@ -59,10 +60,11 @@ class Faults : public ::testing::Test {
         << "no session can be told from none";
   }
 
-  // Gives what went wrong, nothing when every answer was right. While a call is to fail, no answer
-  // need come after it, and the client leaves with a read pending.
+  // Returns the failure, "" if every answer was right. If `disturbed`, the server need not answer
+  // once the call has failed, and the client leaves with a read pending.
   std::string Session(bool disturbed = false) {
-    // Under Wine both would have the port, and a departure purges what the next session has sent.
+    // Under Wine two sessions could hold the port, and the departure of the first would purge what
+    // the second has sent.
     Require(port_.IsClosed(), "the closing of the port");
     RawClient client;
     std::uint32_t call = 0;
@@ -88,7 +90,8 @@ class Faults : public ::testing::Test {
     return server_.faults.LiveBlocks() <= blocks_ + kThreadBlocks;
   }
 
-  // Blocks, and handles. What knows of an ended session is forgotten when one of the next ones begins.
+  // The server frees its last record of an ended session only when a later one begins, so further
+  // sessions are started while waiting.
   void ExpectNothingLeft() {
     EXPECT_TRUE(Eventually([this] {
       if (!NothingIsLeft())
@@ -103,7 +106,7 @@ class Faults : public ::testing::Test {
         << server_.HandleCount() << " handles, once there were " << handles_;
   }
 
-  // Each occurrence of the call until a session has made it less often. The number of them.
+  // Makes each occurrence of the call fail until a session makes fewer calls. Returns their number.
   int FailAtEachOccurrence(int point) {
     for (int occurrence = 1;; ++occurrence) {
       SCOPED_TRACE("occurrence " + std::to_string(occurrence));
@@ -137,7 +140,7 @@ TEST_F(Faults, CostNoMoreThanTheSessionTheyStrike) {
   for (int point = 0; point <= kOperatorNew && !HasFailure(); ++point) {
     SCOPED_TRACE(kFaultPoints[point]);
     if (point == kCloseHandle)
-      continue;  // does not fail
+      continue;  // can only block
     const int occurrences = FailAtEachOccurrence(point);
     EXPECT_GT(occurrences, 0);
     std::cout << kFaultPoints[point] << ": " << occurrences << " calls failed, "
@@ -146,8 +149,8 @@ TEST_F(Faults, CostNoMoreThanTheSessionTheyStrike) {
   ExpectHandlesCameBack();
 }
 
-// Each visit twice as often as a leaked handle could hide behind the pool's. The threads of the pool
-// that bursts of them need have blocks too, and go after five idle seconds.
+// Makes each visit twice as often as leaked handles could hide among the pool's. Bursts of visits
+// need more pool threads, which have blocks too and end after five idle seconds.
 TEST_F(Faults, VisitsLeaveNothingBehind) {
   for (const Visit& visit : kVisits) {
     SCOPED_TRACE(visit.name);

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# hardening.sh PROGRAM...: each is built with the compiler's and the linker's protections, and loads no
-# library that could lie beside it.
+# hardening.sh PROGRAM...: each must be built with the compiler's and the linker's protections, and must
+# load no library that could be planted beside it.
 set -euo pipefail
-# What Windows maps from its own folder before a program starts (KnownDLLs), and ntdll.
+# The libraries that Windows maps from its own folder before a program starts (KnownDLLs), and ntdll.
 known=" advapi32.dll kernel32.dll msvcrt.dll ntdll.dll setupapi.dll shlwapi.dll ws2_32.dll "
 failed=0
 
-# check PROGRAM WHAT HOW...: counts a failure unless the command finds something.
+# check PROGRAM WHAT HOW...: counts a failure unless the command HOW... finds a match.
 check() {
   "${@:3}" >/dev/null || { echo "$1: no $2"; failed=$((failed + 1)); }
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""installer_test.py BUILD: the installer's life: installed, upgraded to a later version, removed."""
+"""installer_test.py BUILD: the installer installs the product, upgrades it to a later version, and removes it."""
 import hashlib
 import pathlib
 import subprocess

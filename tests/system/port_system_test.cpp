@@ -1,5 +1,4 @@
-// Which ports a client may open, when a port is free again, and what the device of one does: it
-// answers late or never, fails, or vanishes.
+// Access to ports, their release, and devices that answer late or never, fail, or vanish.
 #include <gtest/gtest.h>
 
 #include "tests/support/server_process.h"
@@ -39,7 +38,7 @@ class Device : public ::testing::Test {
 
   void Open() { client_ = RawClient(kVirtualPort); }
 
-  // A read and a wait for events pend in the driver.
+  // Leaves a read and a wait for events pending in the driver.
   void StartBoth() {
     EXPECT_EQ(client_.IoControl(IOCTL_SERIAL_SET_WAIT_MASK, 0, U32(SERIAL_EV_RXCHAR)).code, 0u);
     EXPECT_TRUE(
@@ -69,7 +68,7 @@ TEST_F(Device, FailureIsNotAnsweredAndTheNextRequestsAre) {
               {REQUEST_WRITE, Request(1, kWrite, Vector("lost"))},
               {IOCTL_SERIAL_GET_MODEMSTATUS,
                Request(1, kIoControl, ControlArguments(IOCTL_SERIAL_GET_MODEMSTATUS, 4))}};
-  // NTSTATUS values of devices: a warning, and errors.
+  // NTSTATUS values of devices: a warning, then errors.
   for (const std::uint32_t status : {0x80000005, 0xC0000185, 0xC00000BB, 0xC0000120}) {
     for (const auto& row : rows) {
       SCOPED_TRACE(std::to_string(status) + " for " + std::to_string(row.kind));
@@ -94,7 +93,7 @@ TEST_F(Device, VanishesUnderEveryRequestAndComesBack) {
   ExpectPortWorks();
 }
 
-// What the client has left unsent is aborted, but nothing is cleared that the driver has taken.
+// Pending requests are aborted, but data that the driver has accepted is not cleared.
 TEST_F(Device, IsClosedByADepartureAndByTheStopAfterWhatPends) {
   for (const bool stops : {false, true}) {
     StartBoth();
@@ -109,10 +108,10 @@ TEST_F(Device, IsClosedByADepartureAndByTheStopAfterWhatPends) {
   }
 }
 
-// A driver may lose a request and not even let it be cancelled. The port is closed all the same,
-// and the request's late end concerns nobody.
+// A driver may lose a request and even ignore its cancellation. The port is closed all the same,
+// and the request's late completion has no effect.
 TEST_F(Device, ThatNeverAnswersHoldsUpNeitherDepartureNorStop) {
-  port_.Fault(REQUEST_ANY, 0, 3);  // the read, and what the departure asks for
+  port_.Fault(REQUEST_ANY, 0, 3);  // the read, and the requests of the departure
   EXPECT_TRUE(client_.Send(Request(1, kRead, U32(1))));
   EXPECT_TRUE(port_.HasPending(1));
   client_.Disconnect();
@@ -120,13 +119,13 @@ TEST_F(Device, ThatNeverAnswersHoldsUpNeitherDepartureNorStop) {
   EXPECT_TRUE(port_.IsClosed());
   EXPECT_TRUE(port_.HasPending(3));
   Open();
-  port_.Fault(REQUEST_READ, 0);  // those that were held end
+  port_.Fault(REQUEST_READ, 0);  // also ends the held requests
   EXPECT_TRUE(client_.Send(Request(1, kRead, U32(1))));
   EXPECT_TRUE(port_.HasPending(1));
   server_.Stop();
 }
 
-// The tool that checks a real line. Wine opens a port twice, and so each row but that one passes.
+// The tool that checks a real line. Wine lets a port be opened twice, so that row fails.
 TEST(LineCheck, FindsAGoodLineGoodAndSeesTheDeviceGo) {
   const std::wstring line = L". COM" + std::to_wstring(kVirtualPort);
   VirtualPort port;

@@ -1,5 +1,4 @@
-"""Runs this project's programs for the tests that are written in Python; their first argument is the
-folder of the build."""
+"""Runs this project's programs for the tests written in Python, whose first argument is the build folder."""
 import os
 import pathlib
 import re
@@ -15,7 +14,7 @@ build = pathlib.Path(sys.argv.pop(1)).resolve()
 sys.path.insert(0, str(project / "examples"))
 import tarnwheel_client as example
 example.ANSWER_LIMIT = 20
-os.environ["LC_ALL"] = "C.UTF-8"  # of the arguments, as Wine takes them
+os.environ["LC_ALL"] = "C.UTF-8"  # the encoding in which Wine takes arguments
 
 
 def start(program, *arguments, **pipes):
@@ -24,7 +23,7 @@ def start(program, *arguments, **pipes):
 
 
 def run(program, *arguments):
-    """The exit code, the output and the errors."""
+    """Returns the exit code, the output and the errors."""
     process = start(program, *arguments, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     output, errors = (text.decode().replace("\r", "") for text in process.communicate())
     # Wine's own complaint about a thread that starts while its program ends.
@@ -32,7 +31,7 @@ def run(program, *arguments):
 
 
 def windows(*command):
-    """The exit code and the output of a program of the system."""
+    """Runs a program of Windows; returns its exit code and its output."""
     command = [project / "tools/wine", *command]
     process = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     return process.returncode, process.stdout.decode(errors="replace")
@@ -48,12 +47,12 @@ def stop(process):
 def start_server(clean_up, *arguments):
     server = start("bin/tarnwheel-server.exe", "--nologo", "--no-screen-log", "--no-discovery", *arguments)
     clean_up(stop, server)
-    connect(clean_up).ports()  # it serves
+    connect(clean_up).ports()  # waits until it serves
     return server
 
 
 def start_device(clean_up, *arguments):
-    """What tarnwheel-test-port does, until its standard input or the test ends."""
+    """Starts tarnwheel-test-port, which runs until its standard input is closed or the test ends."""
     device = start("tests/tarnwheel-test-port.exe", *arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     for end in (device.wait, device.stdin.close, device.stdout.close):
         clean_up(end)
@@ -65,7 +64,7 @@ def list_port(clean_up, port, name):
 
 
 class Relay:
-    """Stands in for a pipe, which is no file here. Gives the bytes in small pieces."""
+    """Stands in for a pipe, which is not a file here. Delivers the bytes in small pieces."""
 
     def __init__(self, clean_up, *name):
         process = start_device(clean_up, *name)
@@ -78,7 +77,7 @@ def connect(clean_up):
 
 
 class FarEnd(example.Connection):
-    """The far end of the line of the virtual serial port. Its reads wait for all that they ask for."""
+    """The far end of the virtual serial port's line. Its reads wait for all the bytes that they ask for."""
 
     def __init__(self, clean_up, port, anew=1):
         super().__init__(Relay(clean_up))
@@ -87,7 +86,7 @@ class FarEnd(example.Connection):
         self.control(example.SET_TIMEOUTS, struct.pack("<5I", 0, 0, 20000, 0, 0))
 
     def set_up(self, anew=0, vanished=0, loops_back=0, inputs=0, events=0):
-        """The order to the port's driver."""
+        """Sends the set-up order to the port's driver."""
         self.control(0x222000, struct.pack("<8I", anew, vanished, loops_back, 0, 0, 0, inputs, events))
 
     def state(self):
@@ -97,7 +96,7 @@ class FarEnd(example.Connection):
         return self.state()[0] == 0
 
     def outputs(self):
-        """Of the port, not of this end."""
+        """The outputs of the port, not of this end."""
         return " ".join(name for bit, name in enumerate(("DTR", "RTS", "BREAK")) if self.state()[2] >> bit & 1)
 
     def signal(self, name):

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""protocol_test.py BUILD: does what docs/protocol.md shows with a live server, and runs the example
-client against it. Both reach it through a relay."""
+"""protocol_test.py BUILD: replays the transcripts of docs/protocol.md with a live server, and runs the
+example client against it. Both reach the server through a relay."""
 import collections
 import contextlib
 import io
@@ -43,7 +43,8 @@ class Protocol(unittest.TestCase):
         return Relay(self.addCleanup)
 
     def replay(self, relay, exchange):
-        """Sends what the transcript sends. The replies may come in any order."""
+        """Sends the exchange's requests and checks the replies, which may come in any order. Returns the
+        method of the first request."""
         sent, rest = (bytes_of(re.findall(rf"^{mark}.*", exchange, re.M)) for mark in "><")
         relay.write(sent)
         expected = []
@@ -59,7 +60,7 @@ class Protocol(unittest.TestCase):
         relays = collections.defaultdict(self.connect)
         methods = set()
         for connection, name, text in re.findall(r"^```transcript (\w+) (\S+)\n(.*?)^```$", PAGE, re.M | re.S):
-            # A request that stands below a reply is sent after it.
+            # A request below a reply is sent after that reply has arrived.
             for exchange in re.findall(r"(?:^>.*\n)+(?:^<.*\n)*", text, re.M):
                 with self.subTest(name):
                     methods.add(self.replay(relays[connection], exchange))

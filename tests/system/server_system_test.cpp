@@ -1,5 +1,5 @@
 // The server as a program and as a service: its help and errors, starts that fail, the log, and the
-// ways in which it is stopped.
+// ways of stopping it.
 #include <gtest/gtest.h>
 
 #include "tests/support/raw_client.h"
@@ -55,8 +55,8 @@ TEST(Start, IsRefusedWithTheErrorAndLeavesTheNameFree) {
   EXPECT_EQ(RawClient().OpenPort(kMissingPort), kFileNotFound);
 }
 
-// The log is continued by the next run, and the screen has the same lines, every character of them,
-// except the separator. Wine accepts a descriptor with such characters.
+// The next run appends to the log. The screen shows the same lines, character for character, except
+// the separator. Wine accepts a security descriptor with such characters.
 TEST(Log, IsTheSameInTheFileAndOnTheScreen) {
   const TemporaryFile log;
   const std::wstring options = L"--log-path \"" + log.path + L"\" ";
@@ -80,7 +80,7 @@ TEST(Log, IsTheSameInTheFileAndOnTheScreen) {
   EXPECT_EQ(silent.Output() + silent.Errors(), L"");
 }
 
-// The last lines of the log, in their order.
+// Expects the log of an orderly stop after `console_requests` console events, which may coalesce.
 void ExpectOrderlyEnd(const ServerProcess& server, int console_requests) {
   const int requests = server.Count(L"\tDEBUG\tStop event received, stopping server...\n");
   EXPECT_EQ(requests != 0, console_requests != 0);
@@ -89,8 +89,8 @@ void ExpectOrderlyEnd(const ServerProcess& server, int console_requests) {
   EXPECT_TRUE(server.Output().ends_with(L"\tServer has been stopped\n"));
 }
 
-// The server takes console events only after it has said that it serves; a client's round trip is
-// longer than what it does in between.
+// The server handles console events only some time after it has logged that it serves; a client's
+// round trip takes longer than that.
 TEST(Stop, FollowsEveryConsoleEventAlsoWhileStopping) {
   for (const DWORD event : {CTRL_C_EVENT, CTRL_BREAK_EVENT, CTRL_CLOSE_EVENT}) {
     for (const int times : {1, 5}) {
@@ -105,7 +105,7 @@ TEST(Stop, FollowsEveryConsoleEventAlsoWhileStopping) {
   }
 }
 
-// Anybody may signal the event, and not even its owner may do more with it.
+// Any account may signal the event, and not even its owner may do more with it.
 TEST(Stop, FollowsTheEventThatAnybodyMaySignalAndNothingElse) {
   const ServerProcess server;
   EXPECT_FALSE(Tamrin::unique_handle(::OpenEventW(EVENT_ALL_ACCESS, FALSE, kStopEvent)));
@@ -118,7 +118,7 @@ TEST(Stop, FollowsTheEventThatAnybodyMaySignalAndNothingElse) {
   EXPECT_FALSE(SignalStopEvent()) << "it goes with the server";
 }
 
-// The service, under the system's service control manager and watched through it.
+// The service, run by the service control manager and observed through it.
 
 struct ServiceHandleTraits {
   using pointer = SC_HANDLE;
@@ -136,7 +136,7 @@ class Service {
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
   ~Service() {
-    service_.reset();  // it would delay the deletion
+    service_.reset();  // an open handle would delay the deletion
     CompletedRun(kServer, L"--uninstall-service");
   }
 
@@ -148,7 +148,7 @@ class Service {
     return status;
   }
 
-  // Starts the service; it must come to be in the state, or have stopped without an error.
+  // Starts the service, which must reach the state with exit code 0.
   void Start(DWORD state = SERVICE_RUNNING) const {
     EXPECT_TRUE(::StartServiceW(service_.get(), 0, nullptr)) << ::GetLastError();
     EXPECT_TRUE(Eventually([&] { return Status().dwCurrentState != SERVICE_START_PENDING; }));
@@ -171,7 +171,7 @@ class Service {
   ServiceHandle service_;
 };
 
-// A driver that does not let go of its port makes the stop a slow one.
+// A driver that does not let go of its port makes the stop slow.
 TEST(ServiceControls, AreAcceptedAndReported) {
   const Service service(L"faulty-server");
   {
@@ -206,7 +206,7 @@ TEST(ServiceControls, AreAcceptedAndReported) {
     EXPECT_TRUE(!rises || status.dwCheckPoint == checkpoint);
     return status.dwCurrentState == SERVICE_STOPPED;
   }));
-  EXPECT_GE(checkpoint, 2u);  // in its three seconds
+  EXPECT_GE(checkpoint, 2u);  // during the three seconds of the stop
   service.ExpectStopped();
 }
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""service_test.py BUILD: what the options beside --install-service make of the service, its log and events, and the
+"""service_test.py BUILD: the effect of options beside --install-service on the service, its log and events, and the
 commands of docs/administration.md."""
 import pathlib
 import re
@@ -44,7 +44,7 @@ class ServiceTest(unittest.TestCase):
         self.assertIn("INFO\tAuto-discovery is turned off", lines)
         self.assertEqual(lines[-3:], ["DEBUG\tStop event received, stopping server...",
                                       "INFO\tServer has been stopped", "=====\t====="])
-        # A log that cannot be opened costs the log alone; the other parameters are as they were.
+        # If the log cannot be opened, only the log is lost; the other parameters keep their values.
         self.assertEqual(self.install("--log-path", r"C:\no such folder\x.log")[0], 183)
         self.assertEqual(self.runs_once(), (0, "COM201\tShared\n", ""))
 

@@ -1,13 +1,12 @@
 #!/usr/bin/env python3
-"""terminal_test.py BUILD PORT: works with the client's terminal as a user does, by keys in a real terminal (tmux) of
-80 by 24, and looks at its screen, at the file of --log, and at the shell that is there again afterwards. PORT is
-that of the virtual serial driver.
+"""terminal_test.py BUILD PORT: uses the client's terminal as a user does, by keys in a real terminal (tmux) of 80 by
+24, and checks its screen, the file of --log, and the shell that follows it. PORT is a port of the virtual serial
+driver.
 
-A console of Windows gives Ctrl+C to the terminal as a key. Wine's makes an event of it or ends its input by it: so
-the test raises that event. Wine keeps keys for the terminal that were struck before it began: so nothing is struck
-before the terminal has greeted. Wine puts the terminal of a Unix shell in
-order by itself, but leaves a console's modes to its programs, as Windows does: so the shell of the second test is
-that of Windows."""
+A Windows console passes Ctrl+C to the terminal as a key. Wine's turns it into an event or ends the input with it, so
+the test raises that event. Wine keeps keys for the terminal that were struck before it started, so nothing is struck
+before the terminal has greeted. Wine restores the terminal of a Unix shell by itself but leaves a console's modes to
+its programs, as Windows does, so the second test uses the Windows shell."""
 import os
 import pathlib
 import signal
@@ -28,7 +27,7 @@ class Terminal(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.work = pathlib.Path(folder.name)
         self.server = programs.start_server(self.addCleanup)
-        programs.FarEnd(self.addCleanup, PORT)  # sets the port up anew
+        programs.FarEnd(self.addCleanup, PORT)  # resets the port
 
     def tmux(self, *arguments):
         command = ["tmux", "-u", "-S", self.work / "socket", "-f", "/dev/null", *arguments]
@@ -66,7 +65,7 @@ class Terminal(unittest.TestCase):
         self.shows(f"[{port} of this machine; Ctrl+] q leaves, Ctrl+] ? shows the keys]", times)
 
     def ends(self):
-        """What is typed in the shell is to be seen, and runs."""
+        """The shell must echo what is typed, and run it."""
         self.shows_line(">")
         self.strike("echo code %errorlevel%")
         self.shows_line(">echo code %errorlevel%")
@@ -113,7 +112,7 @@ class Terminal(unittest.TestCase):
                 self.shows_line("[break sent]")
                 self.press("q")
                 self.ends()
-        # While the server is away keys are discarded.
+        # Keys are discarded while there is no server.
         programs.stop(self.server)
         self.shows(", Ctrl+] q leaves")
         self.strike("discarded")

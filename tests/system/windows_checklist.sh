@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # windows_checklist.sh BUILD: packs the folder for Windows and runs its script, without the test
-# programs, which have tests of their own. The service must be registered with these values, and with
-# the delayed start where the system keeps it; each step must pass but the one that Wine fails.
+# programs, which ctest runs on their own. The service must be registered with the values below, and
+# with the delayed start where the system keeps it. Every step must pass except the one that Wine fails.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 folder=$(tools/pack_checklist.sh "$1")

@@ -1,5 +1,5 @@
-// A driver of serial ports that exist only in memory. Made for Wine: it trusts its callers, and stays loaded
-// until Wine's services end.
+// A driver of serial ports that exist only in memory. Written for Wine: it trusts its callers and
+// stays loaded until Wine's services end.
 #include "tests/virtual_serial/port.h"
 
 DRIVER_INITIALIZE DriverEntry;
@@ -31,7 +31,7 @@ void finish_all(struct port* port, ULONG kind, NTSTATUS status) {
     struct request* const request = CONTAINING_RECORD(link, struct request, link);
     if (kind != REQUEST_ANY && kind != (request->held ? REQUEST_HELD : request->kind))
       continue;
-    if (kind == IOCTL_SERIAL_WAIT_ON_MASK) {  // a new mask: it ends without events
+    if (kind == IOCTL_SERIAL_WAIT_ON_MASK) {  // a new mask ends the wait, without events
       *(ULONG*)request->irp->AssociatedIrp.SystemBuffer = 0;
       request->done = sizeof(ULONG);
     }
@@ -39,9 +39,9 @@ void finish_all(struct port* port, ULONG kind, NTSTATUS status) {
   }
 }
 
-// Finishes the first request that can go on; false when there is none.
+// Completes the first request that is ready to; false if there is none.
 static BOOLEAN settle_one(struct port* port) {
-  ULONG waiting[REQUEST_HELD] = {0};  // reads and writes that came before
+  ULONG waiting[REQUEST_HELD] = {0};  // reads and writes that precede the request
   for (LIST_ENTRY* link = port->pending.Flink; link != &port->pending; link = link->Flink) {
     struct request* const request = CONTAINING_RECORD(link, struct request, link);
     if (request->held)
@@ -58,7 +58,7 @@ static BOOLEAN settle_one(struct port* port) {
   return FALSE;
 }
 
-// Carries on what may have got what it waits for, at either end.
+// Advances the requests of all ports until none can complete; one may enable another.
 static void settle(void) {
   for (ULONG i = 0; i < PORT_COUNT;)
     i = settle_one(&ports[i]) ? 0 : i + 1;
@@ -90,7 +90,7 @@ static void set_up(struct port* port, const struct virtual_serial_setup* setup) 
     finish_all(port, REQUEST_ANY, STATUS_DEVICE_NOT_CONNECTED);
 }
 
-// The name by which a program finds the device.
+// Creates or removes the name by which programs open the device.
 static NTSTATUS set_name(ULONG index, BOOLEAN exists) {
   UNICODE_STRING device, link;
   RtlInitUnicodeString(&device, names[index].device);
@@ -99,7 +99,8 @@ static NTSTATUS set_name(ULONG index, BOOLEAN exists) {
   return exists ? IoCreateSymbolicLink(&link, &device) : STATUS_SUCCESS;
 }
 
-// The opening and closing of a port, and an order, end at once; false when it is something else.
+// Carries out the opening or closing of a port, or an order; these complete at once. False for any
+// other request.
 static BOOLEAN carry_out(struct port* port, IRP* irp, ULONG major, ULONG code) {
   void* const buffer = irp->AssociatedIrp.SystemBuffer;
   struct port* const first = first_of_pair(port);
@@ -133,7 +134,7 @@ static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   KeReleaseSpinLock(&lock, irql);
   if (done) {
     struct port* const first = first_of_pair(port);
-    if (first->is_hidden != first->setup.vanished) {  // not under the lock
+    if (first->is_hidden != first->setup.vanished) {  // must not run under the lock
       first->is_hidden = !first->is_hidden;
       set_name((ULONG)(first - ports), !first->is_hidden);
     }
@@ -154,7 +155,7 @@ static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   return STATUS_PENDING;
 }
 
-// Ends the reads whose time is over, and what is cancelled.
+// Completes the reads that have timed out and the requests that have been cancelled.
 static void NTAPI run_clock(void* context) {
   UNREFERENCED_PARAMETER(context);
   LARGE_INTEGER tick = {.QuadPart = -100000};  // 10 ms from now

@@ -1,4 +1,4 @@
-// The line: bytes, modem lines, the events that they make, and the controls of a serial port.
+// The line: bytes, modem lines, the events that they raise, and the controls of a serial port.
 #include "tests/virtual_serial/port.h"
 
 static const struct {
@@ -11,7 +11,7 @@ static const struct {
     {IOCTL_SERIAL_SET_HANDFLOW, IOCTL_SERIAL_GET_HANDFLOW, sizeof(SERIAL_HANDFLOW)},
 };
 
-// Outputs, and what the other end sees of them.
+// Outputs, with the modem status and the events that they cause at the other end.
 static const struct {
   ULONG on, off, output, status, events;
 } signals[] = {
@@ -28,14 +28,14 @@ static struct port* far_end(struct port* port) {
 void reset_line(struct port* port) {
   RtlZeroMemory(port, FIELD_OFFSET(struct port, state));
   RtlZeroMemory(port->settings, sizeof(port->settings));
-  *(ULONG*)port->settings[0] = MAXULONG;  // reads give what is there
+  *(ULONG*)port->settings[0] = MAXULONG;  // reads return at once with what has arrived
   *(ULONG*)port->settings[1] = 9600;
   port->settings[2][2] = 8;  // data bits
   port->state.outputs = port->state.wait_mask = port->state.purged = port->received_size = 0;
   port->escape = 0;
 }
 
-// Line status, rate and line control of the other end, as 14 bytes.
+// Writes the line status, baud rate and line control of the other end to `out`: 14 bytes.
 static ULONG tell(struct port* port, UCHAR escape, UCHAR* out) {
   const struct port* const other = far_end(port);
   const UCHAR* const rate = other->settings[1];
@@ -60,8 +60,8 @@ static NTSTATUS give(struct request* request, const void* value, ULONG size) {
   return STATUS_SUCCESS;
 }
 
-// IOCTL_SERIAL_LSRMST_INSERT with "c0c" and options, of which it looks at the clearing of the input alone.
-// The first null modem knows the request, but not this form of it, as most serial ports do.
+// IOCTL_SERIAL_LSRMST_INSERT with "c0c" and options, of which only the one that clears the input is
+// implemented. The first null modem, like most serial ports, knows the request but not this form.
 static NTSTATUS begin_telling(struct request* request, UCHAR* buffer) {
   struct port* const port = request->port;
   if (first_of_pair(port) == ports)
@@ -73,7 +73,7 @@ static NTSTATUS begin_telling(struct request* request, UCHAR* buffer) {
   return STATUS_SUCCESS;
 }
 
-// The end of a break is no event.
+// The end of a break raises no event.
 static NTSTATUS set_outputs(struct port* port, ULONG outputs) {
   const ULONG changes = (port->state.outputs ^ outputs) & (outputs | ~(ULONG)OUTPUT_BREAK);
   struct port* const other = far_end(port);
@@ -161,7 +161,7 @@ static ULONGLONG milliseconds(void) {
   return (ULONGLONG)now.QuadPart / ((ULONGLONG)frequency.QuadPart / 1000);
 }
 
-// Read time-outs: at once, on the first byte, or after a time in all.
+// A read completes at once, with the first bytes, or after a total time, as its time-outs say.
 static NTSTATUS advance_read(struct request* request) {
   struct port* const port = request->port;
   const SERIAL_TIMEOUTS* const timeouts = (const void*)port->settings[0];
@@ -182,7 +182,7 @@ static NTSTATUS advance_read(struct request* request) {
   return limit != 0 && milliseconds() >= request->started + limit ? STATUS_TIMEOUT : STATUS_PENDING;
 }
 
-// Without room the rest waits.
+// A write that does not fit pends until there is room for the rest.
 static NTSTATUS advance_write(struct request* request) {
   struct port* const port = far_end(request->port);
   const ULONG wanted = request->stack->Parameters.Write.Length;

@@ -1,4 +1,4 @@
-// A virtual serial port: its settings, its line, and the requests that wait for something.
+// A virtual serial port: its settings, its line and its pending requests.
 #pragma once
 
 // Before ntddser.h, which uses its types.
@@ -17,10 +17,10 @@ struct port {
   LIST_ENTRY pending;  // struct request, in the order of their arrival
   UCHAR settings[5][sizeof(SERIAL_TIMEOUTS)];
   BOOLEAN is_hidden;
-  UCHAR escape;  // introduces what is told of the other end among the bytes; 0: nothing is told
-  ULONG events;  // those of the mask that have happened since the last wait
+  UCHAR escape;  // introduces reports on the other end among the bytes; 0: no reports
+  ULONG events;  // events of the mask that have occurred since the last wait
   ULONG received_size;
-  UCHAR received[QUEUE_SIZE + 1000];  // with room for what is told
+  UCHAR received[QUEUE_SIZE + 1000];  // with room for reports
 };
 
 extern struct port ports[PORT_COUNT];
@@ -29,7 +29,7 @@ static inline struct port* first_of_pair(struct port* port) {
   return port - ((port - ports) & 1);
 }
 
-// A read, write or control of a port, from its arrival to its end.
+// A read, write or control of a port, from its arrival to its completion.
 struct request {
   LIST_ENTRY link;  // in the port's pending requests
   struct port* port;
@@ -37,13 +37,13 @@ struct request {
   IO_STACK_LOCATION* stack;
   ULONG kind;
   ULONG done;         // bytes moved so far
-  ULONGLONG started;  // when it became the first of the reads, in milliseconds; 0 before
+  ULONGLONG started;  // when it became the first pending read, in milliseconds; 0 before that
   BOOLEAN held;
 };
 
-// driver.c. Ends what is pending of one kind.
+// In driver.c. Completes the pending requests of one kind.
 void finish_all(struct port* port, ULONG kind, NTSTATUS status);
 
-// line.c. Goes on with the request: STATUS_PENDING, or the status with which it ends.
+// In line.c. Advances the request; returns STATUS_PENDING or the status with which it completes.
 NTSTATUS advance(struct request* request);
 void reset_line(struct port* port);

@@ -1,11 +1,11 @@
-// A stand-in for the part of Windows' dnsapi.dll that announces and finds services. Callbacks come on
-// threads of its own, also after a cancellation, as documented.
+// A stand-in for the part of Windows' dnsapi.dll that announces and finds services. Callbacks run
+// on threads of its own, even after a cancellation, as documented.
 #include <atomic>
 #include <cwchar>
 #include <thread>
 
 #include "tests/support/dnsapi/dns_board.h"
-// Behind <windows.h>.
+// After <windows.h>.
 #include <windns.h>
 
 namespace {
@@ -14,7 +14,7 @@ using system_test::DnsBoard;
 
 constexpr DWORD kPending = 9506;
 
-// Set when the request that has it in its DNS_SERVICE_CANCEL is cancelled.
+// Set when the request whose DNS_SERVICE_CANCEL points to it is cancelled.
 using Cancelled = std::atomic<bool>;
 
 DnsBoard& Board() {
@@ -25,7 +25,7 @@ DnsBoard& Board() {
   return *board;
 }
 
-// Works on the request on a thread, unless the test wants a refusal.
+// Processes the request on a thread of its own, unless the test has set a refusal.
 template <class Request>
 DWORD Start(void (*work)(const Request&, const Cancelled&), const Request& request,
             DNS_SERVICE_CANCEL* cancel) {
@@ -61,7 +61,8 @@ void Withdraw(const DNS_SERVICE_REGISTER_REQUEST& request, const Cancelled&) {
   Complete(request, ERROR_SUCCESS);
 }
 
-// A program may end before it has freed what comes after its cancellation, which is not counted.
+// Reports an instance to the program. A record that comes after a cancellation is not counted:
+// the program may end before it frees it.
 void Tell(const DNS_SERVICE_BROWSE_REQUEST& request, const wchar_t* instance, bool counts = true) {
   auto* const record = new DNS_RECORD();
   record->dwReserved = counts ? 1 : 0;

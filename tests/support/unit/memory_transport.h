@@ -1,4 +1,4 @@
-// For tests: a transport whose two ends lie in this process, and a server to stand behind one.
+// For tests: a transport with both ends in this process, and a server to run on one of them.
 #pragma once
 
 #include <algorithm>
@@ -18,9 +18,9 @@ namespace tether::test {
 
 using bytes = std::vector<std::byte>;
 
-// One end of a pair. A read that finds what it needs ends at once, on the caller's thread; the others
-// go on on a pool thread. An end that is destroyed is gone for its peer, which can still read what it
-// has sent.
+// One end of a pair. A read that finds the bytes it needs completes at once, on the caller's
+// thread; any other resumes on a pool thread. Destroying an end disconnects its peer, which can
+// still read the bytes sent before.
 class MemoryTransport final : public ITransport,
                               public std::enable_shared_from_this<MemoryTransport> {
   using stream = ostra::async_queue<bytes, ostra::pool_resumption>;
@@ -38,12 +38,12 @@ class MemoryTransport final : public ITransport,
     EndWriting();
   }
 
-  // Sends any bytes.
+  // Sends raw bytes, which need not be whole messages.
   void WriteBytes(std::span<const std::byte> sent) {
     if (!out_->push(bytes(sent.begin(), sent.end())))
       ostra::details::throw_win32(ERROR_BROKEN_PIPE);
   }
-  // The peer finds this end gone when it has read the last bytes.
+  // The peer finds this end gone once it has read all bytes sent before.
   void EndWriting() { out_->finish(); }
 
   ostra::future<std::shared_ptr<const Message>> ReadMessage() override {
@@ -70,7 +70,7 @@ class MemoryTransport final : public ITransport,
   ostra::cancellation_source& GetCancellation() override { return cancellation_; }
   void Cancel() override { cancellation_.cancel(); }
 
-  // Of no use to a pair.
+  // Not needed by a pair.
   void LinkCancellation(const ostra::cancellation_source&) override {}
   void Disconnect() override {}
   HRESULT Listen(std::wstring_view, PSECURITY_DESCRIPTOR) override { return E_NOTIMPL; }
@@ -96,11 +96,11 @@ class MemoryTransport final : public ITransport,
   }
 
   const std::shared_ptr<stream> in_, out_;
-  bytes arrived_;  // and not read yet; belongs to the read
+  bytes arrived_;  // received, not yet consumed; accessed only by the read in progress
   ostra::cancellation_source cancellation_;
 };
 
-// Answers at once, with what it was asked.
+// Answers at once, echoing the arguments of the request.
 class EchoServer : public IServer_Remote {
  public:
   ostra::future<std::vector<port_record>> EnumeratePorts() override {
@@ -116,7 +116,7 @@ class EchoServer : public IServer_Remote {
   }
 };
 
-// Bytes in which neighbours differ.
+// Bytes of which adjacent ones differ.
 [[nodiscard]] inline bytes Pattern(std::size_t size) {
   bytes pattern(size);
   for (std::size_t i = 0; i < size; ++i)

@@ -1,4 +1,4 @@
-// For tests on Windows: names of objects that no other test uses, and who may use an object.
+// For tests on Windows: unique object names, and an object's access list.
 #pragma once
 
 #include <atomic>
@@ -18,7 +18,7 @@ inline std::wstring unique_name() {
          std::to_wstring(++serial);
 }
 
-// A kernel object's access list in SDDL, "" when it cannot be had.
+// A kernel object's access list in SDDL; "" if it cannot be read.
 inline std::wstring access_to(HANDLE object) {
   BYTE descriptor[1024] = {};
   DWORD size = sizeof(descriptor);

@@ -1,4 +1,4 @@
-// Shared by the tests of async/ and of what stands on it.
+// Shared by the tests of async/ and of the libraries built on it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 
 namespace testing_support {
 
-// True when `condition` holds within ten seconds.
+// Polls `condition`; true if it holds within ten seconds.
 template <class Condition>
 bool eventually(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -23,7 +23,7 @@ bool eventually(Condition condition) {
   return condition();
 }
 
-// The code of what `action` throws; S_OK when it throws nothing.
+// The code of the exception that `action` throws; S_OK if it throws none.
 template <class Action>
 HRESULT code_of(Action action) {
   try {
@@ -34,7 +34,7 @@ HRESULT code_of(Action action) {
   return S_OK;
 }
 
-// As code_of, when it has completed.
+// Waits for `operation` and returns its outcome as code_of does.
 template <class T>
 HRESULT outcome_of(const ostra::future<T>& operation) {
   return code_of([&] { return operation.get(); });
@@ -52,7 +52,7 @@ void stress(Round round) {
     round(random);
 }
 
-// Lets some time pass without giving up the processor.
+// Busy-waits, without yielding the processor.
 inline void spin(std::uint_fast32_t steps) {
   static std::atomic<std::uint_fast32_t> sink = 0;
   for (std::uint_fast32_t i = 0; i < steps; ++i)
