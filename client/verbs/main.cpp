@@ -27,7 +27,7 @@ void run(const verb& chosen, std::wstring_view command_line) {
     chosen.run({arguments_of(chosen, options), options});
 }
 
-// On standard error: a script reads standard output.
+// On standard error, since a script reads standard output.
 void report(const Tamrin::cmd_line_syntax_error& error, const verb* chosen) {
   print(standard_stream::error,
         tfmt::format(L"Error: {0}; see \"tarnwheel-client {1?<}{2} {1?>}--help\"\n",
@@ -64,7 +64,7 @@ int run_command_line(std::wstring_view command_line) {
 }  // namespace tarnwheel::client
 
 int main() {
-  // Windows may load further libraries on its own: never from the program's folder.
+  // Windows may load further DLLs on its own, but never from the program's folder.
   ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   return tarnwheel::client::run_command_line(::GetCommandLineW());
 }
