@@ -25,11 +25,11 @@ constexpr std::uint32_t kEvents = SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD
 constexpr milliseconds kFarewell(500);
 constexpr milliseconds kHandOver(2000);
 constexpr milliseconds kPauseAfterFailure(100);
-constexpr std::chrono::steady_clock::duration kDeviceHandOver = std::chrono::hours(1);  // and again
+constexpr std::chrono::steady_clock::duration kDeviceHandOver = std::chrono::hours(1);  // each time
 
-// Closing a connection with unread data may discard the line that gives the reason, so the program's
-// data is read until it disconnects. The coroutine owns everything it uses, since its caller may give
-// up sooner.
+// Closing a connection with unread data may discard the line that gives the reason, so the
+// program's data is read until it disconnects. The coroutine owns everything it uses, since its
+// caller may give up sooner.
 ostra::future<void> say_farewell(std::shared_ptr<byte_stream> program,
                                  std::vector<std::byte> line) {
   auto written = program->write(line);

@@ -28,11 +28,11 @@ struct bridge_options {
 
 // Accepts programs from construction to destruction, and turns them away with a line of text while
 // another one has the port, or the port is not open. A newcomer first waits two seconds for its
-// predecessor, whose bytes may still be on their way after it has gone. Everything else happens on the thread that
-// calls run(), to which pool threads post their news.
+// predecessor, whose bytes may still be on their way after it has gone. Everything else happens on
+// the thread that calls run(), to which pool threads post their news.
 //
-// A device is an exception: it waits for as long as there is no port and gets no text, and a failure
-// of its listener ends run().
+// A device is an exception: it waits for as long as there is no port and gets no text, and a
+// failure of its listener ends run().
 class bridge final : private line_session {
  public:
   // Throws hresult_error.
@@ -43,7 +43,8 @@ class bridge final : private line_session {
 
   // Opens the port, calls `ready`, and serves until `stop` is signalled; then returns. Throws
   // client_error when the port cannot be opened or is lost, and may then be called again. With
-  // `releases` the port is opened for each program, such a failure ends only that program's session, and the bridge goes on.
+  // `releases` the port is opened for each program, such a failure ends only that program's
+  // session, and the bridge goes on.
   void run(HANDLE stop, const std::function<void()>& ready);
 
  private:

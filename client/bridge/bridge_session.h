@@ -19,8 +19,8 @@ namespace tarnwheel::client {
 // Passes bytes through unchanged; derived classes add other operations of a program on the line.
 // Memory is bounded in both directions: neither side is read while the other is not taking data.
 //
-// `line` must outlive run(). Everything else may be called on any thread, even after the program has
-// gone.
+// `line` must outlive run(). Everything else may be called on any thread, even after the program
+// has gone.
 class bridge_session : public std::enable_shared_from_this<bridge_session> {
  public:
   bridge_session(std::shared_ptr<byte_stream> program, remote_line& line);
@@ -29,14 +29,15 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   virtual ~bridge_session() = default;
 
   // Serves the program; call it once. Completes when the program has gone, or close() was called;
-  // after that the line is not used any more. While the line takes no bytes, close() takes effect only when the
-  // line ends as well. The last bytes of the program may still be on their way on completion.
+  // after that the line is not used any more. While the line takes no bytes, close() takes effect
+  // only when the line ends as well. The last bytes of the program may still be on their way on
+  // completion.
   [[nodiscard]] ostra::future<void> run();
 
   virtual void close() noexcept;
 
-  // Completes when the line has taken everything that the program had sent, or has ended; after half
-  // a minute at the latest, since flow control may hold the line up for ever.
+  // Completes when the line has taken everything that the program had sent, or has ended; after
+  // half a minute at the latest, since flow control may hold the line up for ever.
   [[nodiscard]] ostra::future<void> drain();
 
   // Sends the line's bytes to the program; completes when they are written or discarded.

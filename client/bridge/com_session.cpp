@@ -11,7 +11,8 @@ namespace {
 constexpr std::chrono::milliseconds kBreakTime(250);
 constexpr std::byte kBreakInterrupt{0x10};  // in a line status, for as long as the break lasts
 
-// False for settings that no program can have made, such as those of a device that was never opened.
+// False for settings that no program can have made, such as those of a device that was never
+// opened.
 bool is_real(const SERIAL_LINE_CONTROL& settings) {
   return settings.WordLength >= 5 && settings.WordLength <= 8 && settings.Parity <= SPACE_PARITY &&
          settings.StopBits <= STOP_BITS_2;
@@ -152,8 +153,8 @@ ostra::future<void> com_session::notify_of(std::uint32_t events) {
   co_await dtr_set;
 }
 
-// Only the beginning of a break is known, and is reported in several ways, so further reports during
-// a break mean the same one.
+// Only the beginning of a break is known, and is reported in several ways, so further reports
+// during a break mean the same one.
 ostra::future<void> com_session::break_device() {
   const auto self = shared_from_this();
   try {

@@ -10,16 +10,17 @@
 
 namespace tarnwheel::client {
 
-// Connects the device with the line as a cable would: RTS and DTR of either side are CTS and DSR of the
-// other, and breaks go both ways. The program's settings apply to the line, if the device reports them.
+// Connects the device with the line as a cable would: RTS and DTR of either side are CTS and DSR of
+// the other, and breaks go both ways. The program's settings apply to the line, if the device
+// reports them.
 //
-// Besides the two directions of bytes there are three coroutines, which keep this object alive and complete
-// before run() does: one follows the line's events, one the device's, and one, which the first
-// starts, sends a break on the device. They share no member. The device's insertions, which include the
-// program's settings and breaks, belong to the reading coroutine; a break that is reported as an
-// event belongs to the one that follows the device, and no device reports both. close() cancels the
-// device's calls and both breaks, before, during or after their start; a request to the line ends at
-// its limit.
+// Besides the two directions of bytes there are three coroutines, which keep this object alive and
+// complete before run() does: one follows the line's events, one the device's, and one, which the
+// first starts, sends a break on the device. They share no member. The device's insertions, which
+// include the program's settings and breaks, belong to the reading coroutine; a break that is
+// reported as an event belongs to the one that follows the device, and no device reports both.
+// close() cancels the device's calls and both breaks, before, during or after their start; a
+// request to the line ends at its limit.
 class com_session final : public bridge_session {
  public:
   // `settings` are those of `line`; both must outlive this.

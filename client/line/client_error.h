@@ -42,8 +42,8 @@ struct known_cause {
   failure kind = failure::device;
 };
 
-// Describes `code` by the first row that matches it, or else by the system's own message as a failure
-// of the kind `otherwise`.
+// Describes `code` by the first row that matches it, or else by the system's own message as a
+// failure of the kind `otherwise`.
 [[nodiscard]] client_error explain(HRESULT code, std::wstring_view subject,
                                    std::span<const known_cause> causes = {},
                                    failure otherwise = failure::device);

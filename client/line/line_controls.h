@@ -75,8 +75,8 @@ class line_controls {
   ostra::future<std::uint32_t> modem_status();
   ostra::future<std::uint32_t> baud_rate(std::chrono::milliseconds limit = kControlLimit);
 
-  // Errors (SERIAL_ERROR_*), which the device clears once it has reported them, and the state of its
-  // queues. Does not fail: everything is zero if the device does not report it.
+  // Errors (SERIAL_ERROR_*), which the device clears once it has reported them, and the state of
+  // its queues. Does not fail: everything is zero if the device does not report it.
   ostra::future<SERIAL_STATUS> line_status();
 
   // True if the device has answered this control code, or the one for the opposite setting.

@@ -18,8 +18,9 @@ namespace tarnwheel::client {
 // A bounded queue of bytes, and a coroutine that sends them in order, one write at a time. The
 // controls determine the time limit of a write from its size.
 //
-// Any thread. `server`, whose port is open, and `controls` must outlive this. The destructor waits for
-// the writes in flight. One of them may take as long as the connection lasts, so end that first.
+// Any thread. `server`, whose port is open, and `controls` must outlive this. The destructor waits
+// for the writes in flight. One of them may take as long as the connection lasts, so end that
+// first.
 class line_output {
  public:
   // There is room while the device has at most this many bytes still to take.

@@ -37,8 +37,8 @@ class line_session : public line_receiver {
   // Returns the first of these that is signalled, null if none is within `limit` milliseconds.
   static HANDLE wait_for(std::initializer_list<HANDLE> signals, DWORD limit = INFINITE);
 
-  // Waits until `left`, which is called again after any news, returns 0 milliseconds. False if `stop`,
-  // unless null, is signalled first.
+  // Waits until `left`, which is called again after any news, returns 0 milliseconds. False if
+  // `stop`, unless null, is signalled first.
   template <class Left>
   [[nodiscard]] bool wait_out(HANDLE stop, Left left) const {
     while (const DWORD time = left()) {

@@ -1,5 +1,5 @@
-// Conversions that a user may request for the text of a line. Each takes successive blocks of bytes;
-// a line, or a line end, may span several blocks.
+// Conversions that a user may request for the text of a line. Each takes successive blocks of
+// bytes; a line, or a line end, may span several blocks.
 #pragma once
 
 #include <cstddef>

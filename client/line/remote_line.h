@@ -16,28 +16,29 @@
 
 namespace tarnwheel::client {
 
-// Receives a line's bytes and events on pool threads; received() and changed() may run concurrently.
+// Receives a line's bytes and events on pool threads; received() and changed() may run
+// concurrently.
 class line_receiver {
  public:
   // Takes the bytes in the order of their arrival. The next read is sent when the future completes,
-  // so a slow receiver holds up the sender at the far end, through the driver's buffer and the line's
-  // flow control.
+  // so a slow receiver holds up the sender at the far end, through the driver's buffer and the
+  // line's flow control.
   virtual ostra::future<void> received(std::vector<std::byte> bytes) = 0;
 
   // `events` are the SERIAL_EV_* that have happened. The next wait is already in flight, so a query
   // of the device from here misses no change.
   virtual void changed(std::uint32_t events) = 0;
 
-  // The line has ended by itself: the server has gone, or the device fails to respond.
-  // Called at most once.
+  // The line has ended by itself: the server has gone, or the device fails to respond. Called at
+  // most once.
   virtual void ended(const client_error& reason) = 0;
 
  protected:
   ~line_receiver() = default;
 };
 
-// The driver completes a read without bytes after `driver`. A read still unanswered `patience` later
-// has failed: a server leaves it without a reply.
+// The driver completes a read without bytes after `driver`. A read still unanswered `patience`
+// later has failed: a server leaves it without a reply.
 struct read_limits {
   std::chrono::milliseconds driver{12'000};
   std::chrono::milliseconds patience{8000};
@@ -53,11 +54,12 @@ struct line_address {
   read_limits limits = {};
 };
 
-// One connection with one port, on which reads, writes, a wait for events and controls are in flight
-// at the same time. The constructor and the destructor block and are called on the owner's thread,
-// everything else on any thread. The line ends by itself (line_receiver::ended), with hang_up() or with
-// the destructor; after that the receiver is no longer called. The destructor waits for a receiver call
-// in progress, so the owner must first see to it that futures returned by received() complete.
+// One connection with one port, on which reads, writes, a wait for events and controls are in
+// flight at the same time. The constructor and the destructor block and are called on the owner's
+// thread, everything else on any thread. The line ends by itself (line_receiver::ended), with
+// hang_up() or with the destructor; after that the receiver is no longer called. The destructor
+// waits for a receiver call in progress, so the owner must first see to it that futures returned by
+// received() complete.
 class remote_line {
  public:
   // Connects, opens the port and sets it; throws client_error.
@@ -69,8 +71,8 @@ class remote_line {
   // Such as "COM5".
   [[nodiscard]] const std::wstring& name() const noexcept { return name_; }
 
-  // Starts reading, and waiting for `events` (SERIAL_EV_*; 0 for none) if the device knows them. Call
-  // it once. `receiver` must outlive this.
+  // Starts reading, and waiting for `events` (SERIAL_EV_*; 0 for none) if the device knows them.
+  // Call it once. `receiver` must outlive this.
   void start(line_receiver& receiver, std::uint32_t events);
 
   // Ends the line: everything that waits for it completes soon, and ended() is no longer called.
@@ -79,8 +81,8 @@ class remote_line {
   // SERIAL_ERROR_* since the last call. Does not fail; must complete before the destructor runs.
   ostra::future<std::uint32_t> take_errors();
 
-  // Settings and signals: each request has a limit, and its failure ends nothing else. For errors use
-  // take_errors(): line_status() misses those that the line itself has already fetched.
+  // Settings and signals: each request has a limit, and its failure ends nothing else. For errors
+  // use take_errors(): line_status() misses those that the line itself has already fetched.
   [[nodiscard]] line_controls& controls() noexcept { return controls_; }
 
   // Queues the bytes. Completes when there is room for more, or the line has ended; call again only

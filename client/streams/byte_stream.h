@@ -11,11 +11,13 @@
 
 namespace tarnwheel::client {
 
-// One read and one write may be in flight at the same time; each keeps the stream alive. Futures fail with
-// hresult_error. cancel() may be called on any thread and ends both, and every later call.
+// One read and one write may be in flight at the same time; each keeps the stream alive. Futures
+// fail with hresult_error. cancel() may be called on any thread and ends both, and every later
+// call.
 class byte_stream {
  public:
-  // Completes with the number of bytes, 0 when the other end writes no more. The buffer must live until then.
+  // Completes with the number of bytes, 0 when the other end writes no more. The buffer must live
+  // until then.
   virtual ostra::future<std::size_t> read(std::span<std::byte> buffer) = 0;
 
   // Completes when everything is written. The bytes must live until then.
@@ -33,11 +35,12 @@ class byte_stream {
 };
 
 // Listens from construction on. cancel() may be called on any thread and makes accept() fail with
-// operation_cancelled. After any other hresult_error, such as for a program that disconnected while it was connecting,
-// accept() may be called again.
+// operation_cancelled. After any other hresult_error, such as for a program that disconnected while
+// it was connecting, accept() may be called again.
 class stream_listener {
  public:
-  // Completes with the next program's stream. One call at a time, which must complete before the listener is destroyed.
+  // Completes with the next program's stream. One call at a time, which must complete before the
+  // listener is destroyed.
   virtual ostra::future<std::shared_ptr<byte_stream>> accept() = 0;
 
   virtual void cancel() noexcept = 0;

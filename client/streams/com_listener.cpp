@@ -27,13 +27,13 @@ constexpr known_cause kOpenCauses[] = {
 constexpr wchar_t kNameCharacters[] =
     L"0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
-// In milliseconds. A read completes with whatever has arrived, or without bytes after this time; a write
-// completes when everything is written.
+// In milliseconds. A read completes with whatever has arrived, or without bytes after this time; a
+// write completes when everything is written.
 constexpr ULONG kQuietTime = 500;
 constexpr SERIAL_TIMEOUTS kTimeouts = {MAXDWORD, MAXDWORD, kQuietTime, 0, 0};
 
-// IOCTL_SERIAL_LSRMST_INSERT with the extension of virtual null modems, which inserts breaks, rate and
-// line control of the other end. The output is their present state.
+// IOCTL_SERIAL_LSRMST_INSERT with the extension of virtual null modems, which inserts breaks, rate
+// and line control of the other end. The output is their present state.
 constexpr std::string_view kExtension("c0c\0", 4);
 constexpr std::uint32_t kInsertions = 0x1 | 0x400 | 0x100 | 0x200 | 0x0100'0000;
 constexpr std::uint32_t kClearInput = 0x0200'0000;
@@ -81,8 +81,9 @@ ostra::future<void> com_stream::set_up() {
   co_await masked;
 }
 
-// Bytes received earlier are not escaped and cannot be told apart from insertions, so they are cleared. A driver without the
-// extension takes the first byte as the standard form of the request, in which a zero byte turns insertions off again.
+// Bytes received earlier are not escaped and cannot be told apart from insertions, so they are
+// cleared. A driver without the extension takes the first byte as the standard form of the request,
+// in which a zero byte turns insertions off again.
 ostra::future<bool> com_stream::begin_insertions() {
   try {
     auto begun = control(IOCTL_SERIAL_LSRMST_INSERT, insertion_request(kInsertions | kClearInput),
@@ -126,8 +127,8 @@ ostra::future<com_stream::bytes> com_stream::perform(std::uint32_t code, bytes i
   co_return output;
 }
 
-// The last bytes may arrive between an empty read and the query of DSR, so the stream has ended only
-// when a read after that query is empty too.
+// The last bytes may arrive between an empty read and the query of DSR, so the stream has ended
+// only when a read after that query is empty too.
 ostra::future<std::size_t> com_stream::read(std::span<std::byte> buffer) {
   const auto self = shared_from_this();
   for (bool has_gone = false;;) {
@@ -202,7 +203,8 @@ class com_listener final : public stream_listener {
   const ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_ = cancellation_.token();
 
-  // Shared with the streams, each of which sets it once, on closing; accept() waits for that before each stream but the first.
+  // Shared with the streams, each of which sets it once, on closing; accept() waits for that before
+  // each stream but the first.
   const std::shared_ptr<ostra::auto_reset_event> closed_ =
       std::make_shared<ostra::auto_reset_event>(token_);
 

@@ -14,15 +14,16 @@
 
 namespace tarnwheel::client {
 
-// Sets the event on destruction. As the first base class it is destroyed after the handle, when the device is closed.
+// Sets the event on destruction. As the first base class it is destroyed after the handle, when the
+// device is closed.
 struct closing_signal {
   std::shared_ptr<ostra::auto_reset_event> closed;
   ~closing_signal() { closed->set(); }
 };
 
-// The opened device: RTS of the program's end is CTS here, DTR is DSR. Futures fail with hresult_error,
-// after cancel() with operation_cancelled; each call keeps the stream alive until it completes.
-// Call set_up() first; after that any thread may call.
+// The opened device: RTS of the program's end is CTS here, DTR is DSR. Futures fail with
+// hresult_error, after cancel() with operation_cancelled; each call keeps the stream alive until it
+// completes. Call set_up() first; after that any thread may call.
 class com_stream final : private closing_signal, public handle_stream<Tamrin::unique_file> {
  public:
   using bytes = std::vector<std::byte>;
@@ -47,8 +48,8 @@ class com_stream final : private closing_signal, public handle_stream<Tamrin::un
   // SERIAL_CTS_STATE and so on.
   [[nodiscard]] ostra::future<std::uint32_t> modem_status();
 
-  // Completes with the SERIAL_EV_* since the last wait: changes of CTS and DSR and, where the device does not
-  // insert them, breaks. One call at a time; `token` cancels it.
+  // Completes with the SERIAL_EV_* since the last wait: changes of CTS and DSR and, where the
+  // device does not insert them, breaks. One call at a time; `token` cancels it.
   [[nodiscard]] ostra::future<std::uint32_t> wait_for_events(ostra::cancellation_token token);
   [[nodiscard]] const ostra::cancellation_token& token() const { return handle().token(); }
 
@@ -68,9 +69,9 @@ class com_stream final : private closing_signal, public handle_stream<Tamrin::un
 
 // Opens the device of this name, such as COM20 or CNCB0, for one stream after another: the next one
 // follows when the one before is closed and, with `while_program_is_there`, DSR is on. Throws
-// client_error, as accept() does when the device has gone, after which no stream follows. Reports on standard
-// error if the device does not report settings. Throws cmd_line_syntax_error for a name that no device
-// can have.
+// client_error, as accept() does when the device has gone, after which no stream follows. Reports
+// on standard error if the device does not report settings. Throws cmd_line_syntax_error for a name
+// that no device can have.
 [[nodiscard]] std::unique_ptr<stream_listener> listen_com(std::wstring_view name,
                                                           bool while_program_is_there);
 

@@ -1,4 +1,5 @@
-// The state of one end of a virtual null modem, inserted into the bytes that the other end receives.
+// The state of one end of a virtual null modem, inserted into the bytes that the other end
+// receives.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +9,8 @@
 
 namespace tarnwheel::client {
 
-// Introduces an insertion. Rare as data: it occurs neither in UTF-8 text nor in empty or erased memory.
+// Introduces an insertion. Rare as data: it occurs neither in UTF-8 text nor in empty or erased
+// memory.
 inline constexpr std::byte kInsertionEscape{0xF5};
 
 // The number after the escape character.
@@ -26,12 +28,12 @@ struct received_item {
   std::vector<std::byte> bytes;  // any number for data, otherwise the insertion's value
 };
 
-// Separates data from insertions. Any input is legal: of an unknown insertion the escape character and the number are
-// skipped, and no input makes this keep more than six bytes. Not synchronised.
+// Separates data from insertions. Any input is legal: of an unknown insertion the escape character
+// and the number are skipped, and no input makes this keep more than six bytes. Not synchronised.
 class insertion_decoder {
  public:
-  // Returns the items in the order of the input; insertions may be split anywhere between two calls. No item is
-  // line_status_with_data: it becomes a line_status and a byte of data.
+  // Returns the items in the order of the input; insertions may be split anywhere between two
+  // calls. No item is line_status_with_data: it becomes a line_status and a byte of data.
   [[nodiscard]] std::vector<received_item> decode(std::span<const std::byte> input);
 
  private:

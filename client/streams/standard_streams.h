@@ -21,7 +21,8 @@ class input_stream {
   // `input` must stay open until the process ends.
   explicit input_stream(HANDLE input);
 
-  // Completes with the next bytes, at most kBlock; none at the end of the input. One call at a time.
+  // Completes with the next bytes, at most kBlock; none at the end of the input. One call at a
+  // time.
   ostra::future<std::vector<std::byte>> read();
 
   // Fails the call in progress with operation_cancelled; the bytes that it would have read are kept
@@ -35,8 +36,8 @@ class input_stream {
   ostra::work_queue reads_;
 };
 
-// Writes bytes unchanged to a file, a pipe or a console, whose writes block, on pool threads. A write
-// that never returns outlives this, and ends with the process.
+// Writes bytes unchanged to a file, a pipe or a console, whose writes block, on pool threads. A
+// write that never returns outlives this, and ends with the process.
 class output_stream {
  public:
   // `output` must stay open until the process ends.

@@ -25,7 +25,8 @@ namespace {
 
 constexpr wchar_t kLoopback[] = L"127.0.0.1";
 
-// In milliseconds. The loss of a program's machine is noticed after half a minute and then, on Windows, ten probes.
+// In milliseconds. The loss of a program's machine is noticed after half a minute and then, on
+// Windows, ten probes.
 constexpr tcp_keepalive kKeepAlive = {1, 30'000, 5000};
 
 constexpr DWORD kAddressRoom = sizeof(sockaddr_storage) + 16;  // as AcceptEx requires

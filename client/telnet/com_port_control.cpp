@@ -67,8 +67,9 @@ std::uint8_t option_code(std::span<const code_pair> codes, UCHAR driver) {
   return std::ranges::find(codes, driver, &code_pair::driver)->option;
 }
 
-// A UART has one stop bit, or more: one and a half with 5 data bits, otherwise two. A client that sets
-// the two sizes one after the other would otherwise pass through combinations that no driver takes.
+// A UART has one stop bit, or more: one and a half with 5 data bits, otherwise two. A client that
+// sets the two sizes one after the other would otherwise pass through combinations that no driver
+// takes.
 SERIAL_LINE_CONTROL as_driver_takes_it(SERIAL_LINE_CONTROL line) {
   if (line.StopBits != STOP_BIT_1)
     line.StopBits = line.WordLength == 5 ? STOP_BITS_1_5 : STOP_BITS_2;
@@ -223,8 +224,8 @@ ostra::future<payload> com_port_control::set_flow(std::uint8_t value) {
   co_return flow_state(kQueryFlow);
 }
 
-// A port that lacks a signal, such as one of a virtual machine, leaves every request for it without an
-// answer. Programs that set the signal all the same must work with such a port too.
+// A port that lacks a signal, such as one of a virtual machine, leaves every request for it without
+// an answer. Programs that set the signal all the same must work with such a port too.
 ostra::future<payload> com_port_control::set_signal(const signal& changed, bool on) {
   auto set = accepted((line_.controls().*changed.set)(on));
   const bool accepted_by_device = co_await set;

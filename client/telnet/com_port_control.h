@@ -24,9 +24,9 @@ struct com_port_settings {
   bool rts_on = true;
 };
 
-// Serves one client. execute() is called by one coroutine at a time; everything else may be called on any thread
-// meanwhile. Payloads are those of the option's subnegotiations. The futures do not fail, and
-// must complete before this is destroyed.
+// Serves one client. execute() is called by one coroutine at a time; everything else may be called
+// on any thread meanwhile. Payloads are those of the option's subnegotiations. The futures do not
+// fail, and must complete before this is destroyed.
 class com_port_control {
  public:
   using payload = std::vector<std::byte>;
@@ -42,8 +42,8 @@ class com_port_control {
   ostra::future<payload> execute(std::vector<std::byte> command);
 
   // Notices of the modem lines' state (MS_CTS_ON and so on) and of errors (SERIAL_ERROR_*); empty
-  // when the client's mask suppresses them. The first notice reports all lines. `rang` reports
-  // a ring that has ended, which leaves the line unchanged.
+  // when the client's mask suppresses them. The first notice reports all lines. `rang` reports a
+  // ring that has ended, which leaves the line unchanged.
   [[nodiscard]] payload modem_notice(std::uint32_t status, bool rang = false);
   [[nodiscard]] payload line_notice(std::uint32_t errors);
 
@@ -57,8 +57,8 @@ class com_port_control {
   // The number of times that the client has purged the input.
   [[nodiscard]] unsigned input_purges() const noexcept { return input_purges_; }
 
-  // Has the effect of the commands that turn a break on and, after the usual time, off. One call at a
-  // time; close() cuts it short.
+  // Has the effect of the commands that turn a break on and, after the usual time, off. One call at
+  // a time; close() cuts it short.
   ostra::future<void> send_break();
 
   // Ends a break that the client has left on.

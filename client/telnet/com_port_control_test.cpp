@@ -41,7 +41,7 @@ struct ComPortControl : testing::Test {
     if (word == "flows")
       return control->flowing().is_complete() ? " yes" : " no";
     bytes answer;
-    if (word == "lines" || word == "ring")  // MS_*; "ring" when one has ended meanwhile
+    if (word == "lines" || word == "ring")  // MS_*; "ring" if one has ended meanwhile
       answer = control->modem_notice(value, word == "ring");
     else if (word == "errors")  // SERIAL_ERROR_*
       answer = control->line_notice(value);

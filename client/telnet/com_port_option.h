@@ -23,8 +23,8 @@ enum command : std::uint8_t {
 };
 inline constexpr std::uint8_t kToClient = 100;
 
-// The value of kSetBaudRate (four bytes, big-endian), kSetDataSize, kSetParity and kSetStopSize that
-// queries the present one.
+// The value of kSetBaudRate (four bytes, big-endian), kSetDataSize, kSetParity and kSetStopSize
+// that queries the present one.
 inline constexpr std::uint8_t kQuery = 0;
 
 enum parity : std::uint8_t { kNone = 1, kOdd = 2, kEven = 3, kMark = 4, kSpace = 5 };
@@ -63,8 +63,9 @@ enum line_state : std::uint8_t {
   kBreakDetected = 0x10,
 };
 
-// Bits of kNotifyModemState. The upper half holds the lines as a driver's modem status does; a bit of
-// the lower half says that the line four bits above has changed or, for the ring signal, has ended.
+// Bits of kNotifyModemState. The upper half holds the lines as a driver's modem status does; a bit
+// of the lower half says that the line four bits above has changed or, for the ring signal, has
+// ended.
 inline constexpr std::uint8_t kLines = 0xF0;
 inline constexpr std::uint8_t kRing = 0x40;
 

@@ -34,8 +34,8 @@ struct telnet_item {
 // a terminal must not do it too. Every other option is refused. Any input is legal: what cannot be
 // understood is skipped, and no input makes this keep more than kLongestSubnegotiation bytes.
 //
-// An option is answered only when its state changes, so two ends that agree exchange nothing more. Not
-// synchronised: receive() and offer() belong to one thread at a time, encode() to another.
+// An option is answered only when its state changes, so two ends that agree exchange nothing more.
+// Not synchronised: receive() and offer() belong to one thread at a time, encode() to another.
 class telnet {
  public:
   static constexpr std::size_t kLongestSubnegotiation = 512;
@@ -49,8 +49,8 @@ class telnet {
   // True when the peer has agreed to control the port.
   [[nodiscard]] bool controls_port() const noexcept;
 
-  // Encodes data for the peer. Until the peer has agreed to binary data, a NUL follows each carriage return that
-  // is not followed by a line feed; it is sent together with the next byte.
+  // Encodes data for the peer. Until the peer has agreed to binary data, a NUL follows each
+  // carriage return that is not followed by a line feed; it is sent together with the next byte.
   [[nodiscard]] std::vector<std::byte> encode(std::span<const std::byte> data);
 
   // A subnegotiation of the option kComPort.

@@ -10,7 +10,8 @@
 namespace tarnwheel::client {
 
 // Formats rows of sixteen bytes with their offset and their ASCII characters, 78 columns wide. An
-// incomplete row is shown at once, and overwritten when the next bytes arrive: so the text begins with a carriage return.
+// incomplete row is shown at once, and overwritten when the next bytes arrive: so the text begins
+// with a carriage return.
 class hex_view {
  public:
   static constexpr std::size_t kBytesInRow = 16;

@@ -14,8 +14,8 @@
 
 namespace tarnwheel::client {
 
-// Used by one thread. run() does not wait: each command goes on by itself and reports its outcome on
-// the screen.
+// Used by one thread. run() does not wait: each command goes on by itself and reports its outcome
+// on the screen.
 class terminal_commands {
  public:
   // `line` and `screen` must outlive this. `format` is the line's setting, such as "8N1".

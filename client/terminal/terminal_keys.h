@@ -12,13 +12,13 @@
 
 namespace tarnwheel::client {
 
-// The text that a terminal sends for each repetition of a console key: characters as they are, control
-// characters, escape sequences for arrows and the like, and ESC before the text of a key struck with Alt. Empty
-// for keys that send nothing. A character beyond U+FFFF arrives as two keys.
+// The text that a terminal sends for each repetition of a console key: characters as they are,
+// control characters, escape sequences for arrows and the like, and ESC before the text of a key
+// struck with Alt. Empty for keys that send nothing. A character beyond U+FFFF arrives as two keys.
 [[nodiscard]] std::wstring text_of(const KEY_EVENT_RECORD& key);
 
-// The texts of the keys struck in a console, in order. Blocks until the console has an event; nullopt if the
-// console has gone.
+// The texts of the keys struck in a console, in order. Blocks until the console has an event;
+// nullopt if the console has gone.
 [[nodiscard]] std::optional<std::vector<std::wstring>> read_keys(HANDLE console);
 
 enum class key_command {
@@ -46,7 +46,8 @@ class command_keys {
   bool prefixed_ = false;
 };
 
-// Handles keys while there is no line to send them to: Ctrl+] q leaves, everything else is discarded.
+// Handles keys while there is no line to send them to: Ctrl+] q leaves, everything else is
+// discarded.
 class leave_key {
  public:
   // `keys` is the console's input; `stop` must outlive this.

@@ -12,8 +12,8 @@
 
 namespace tarnwheel::client {
 
-// Writes to the console of standard output on pool threads, so that a console paused by the user does not block the
-// callers. Any thread.
+// Writes to the console of standard output on pool threads, so that a console paused by the user
+// does not block the callers. Any thread.
 class terminal_screen {
  public:
   // UTF-8 text with its escape sequences, or hexadecimal columns.

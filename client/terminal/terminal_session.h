@@ -27,7 +27,8 @@ struct terminal_settings {
   std::wstring format;              // of the line, such as "8N1"
 };
 
-// Sends the user's keys to the line and shows the bytes that it receives. Constructed and run on one thread.
+// Sends the user's keys to the line and shows the bytes that it receives. Constructed and run on
+// one thread.
 class terminal_session final : public line_session {
  public:
   // Opens the line; throws client_error. `screen` and `capture` must outlive this.

@@ -25,7 +25,8 @@ inline constexpr wchar_t kNewlineOption[] = L"newline";
 // Registers the verb's own options and those common to all verbs.
 void add_options_of(const verb& verb, Tamrin::command_line& line);
 
-// The arguments after the verb; one in brackets may be missing. Throws cmd_line_syntax_error if their number is wrong.
+// The arguments after the verb; one in brackets may be missing. Throws cmd_line_syntax_error if
+// their number is wrong.
 [[nodiscard]] std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                               const Tamrin::command_line& line);
 
@@ -50,7 +51,8 @@ void add_text_options(Tamrin::command_line& line);
 // --json, a flag.
 void add_json_option(Tamrin::command_line& line);
 
-// Describes the error, as in: Invalid time-out specified: "0"; expected a number from 1 to 1000. Without a line end.
+// Describes the error, as in: Invalid time-out specified: "0"; expected a number from 1 to 1000.
+// Without a line end.
 [[nodiscard]] std::wstring mistake_in(const Tamrin::cmd_line_syntax_error& error);
 
 // Prints the result of a verb on standard output; throws client_error if that does not take

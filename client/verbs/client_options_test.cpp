@@ -15,8 +15,8 @@ namespace {
 
 // Reads whole command lines as the program does, without running anything.
 struct ClientOptions : testing::Test {
-  // Returns "", or for `send` the settings of its line, its limit in milliseconds and its message, one
-  // character per byte; on an error "!" and the mistake.
+  // Returns "", or for `send` the settings of its line, its limit in milliseconds and its message,
+  // one character per byte; on an error "!" and the mistake.
   std::wstring Read(const std::wstring& arguments) {
     try {
       const auto words = Tamrin::split(L"client " + arguments);

@@ -19,8 +19,8 @@ inline constexpr wchar_t kThisMachine[] = L".";
 inline constexpr wchar_t kAllMachines[] = L"*";  // of the domain or workgroup
 
 // The servers that have answered a query or announce themselves. A server may be found several
-// times, once for each transport of its answer, and computers' names do not depend on case. Anyone may
-// answer and announce, so names beyond kMost are discarded.
+// times, once for each transport of its answer, and computers' names do not depend on case. Anyone
+// may answer and announce, so names beyond kMost are discarded.
 class found_servers {
  public:
   static constexpr std::size_t kMost = 1000;

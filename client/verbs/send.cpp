@@ -33,8 +33,8 @@ constexpr wchar_t kEscapes[] = L"escapes";
 // Collects the bytes of a line.
 class answer final : public line_session {
  public:
-  // Blocks until something has arrived and the line has then been quiet for `quiet`, or until `limit`
-  // has passed; returns the bytes. Throws client_error if the line has ended.
+  // Blocks until something has arrived and the line has then been quiet for `quiet`, or until
+  // `limit` has passed; returns the bytes. Throws client_error if the line has ended.
   [[nodiscard]] std::vector<std::byte> wait(milliseconds quiet, milliseconds limit);
 
   ostra::future<void> received(std::vector<std::byte> bytes) override;
@@ -71,7 +71,8 @@ ostra::future<void> answer::received(std::vector<std::byte> bytes) {
   co_return;
 }
 
-// The byte that an escape stands for. `rest` begins after the backslash and is advanced past the escape.
+// The byte that an escape stands for. `rest` begins after the backslash and is advanced past the
+// escape.
 std::optional<std::byte> take_escape(std::wstring_view& rest) {
   constexpr std::pair<wchar_t, char> kLetters[] = {
       {L'r', '\r'}, {L'n', '\n'}, {L't', '\t'}, {L'\\', '\\'}};

@@ -32,7 +32,8 @@ struct verb {
 void add_list_options(Tamrin::command_line& line);
 void list_ports(const invocation& request);
 
-// Prints the names of the servers on this machine and in its domain or workgroup, one per line.
+// Prints the names of the servers on this machine, in its domain or workgroup and on the local
+// link, one per line.
 void add_discover_options(Tamrin::command_line& line);
 void discover_servers(const invocation& request);
 
