@@ -27,9 +27,9 @@ struct bridge_options {
 };
 
 // Accepts programs from construction to destruction, and turns them away with a line of text while
-// another one has the port, or the port is not open. A newcomer first waits two seconds for its
-// predecessor, whose bytes may still be on their way after it has gone. Everything else happens on
-// the thread that calls run(), to which pool threads post their news.
+// another one has the port, or the port is not available. A newcomer first waits two seconds for
+// its predecessor, whose bytes may still be on their way after it has gone. Everything else happens
+// on the thread that calls run(), to which pool threads post their news.
 //
 // A device is an exception: it waits for as long as there is no port and gets no text, and a
 // failure of its listener ends run().
@@ -98,7 +98,7 @@ class bridge final : private line_session {
   ostra::future<void> serving_;
   std::wstring peer_;
   std::wstring departed_;  // the peer whose departure is still to be printed
-  std::wstring told_;      // the last failure told since a program had the port
+  std::wstring told_;      // the last failure reported since a program had the port
 
   ostra::auto_reset_event freed_;  // set when the availability changes
 

@@ -30,8 +30,7 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
 
   // Serves the program; call it once. Completes when the program has gone, or close() was called;
   // after that the line is not used any more. While the line takes no bytes, close() takes effect
-  // only when the line ends as well. The last bytes of the program may still be on their way on
-  // completion.
+  // only when the line ends as well. On completion the program's last bytes may still be queued.
   [[nodiscard]] ostra::future<void> run();
 
   virtual void close() noexcept;

@@ -11,8 +11,7 @@ namespace {
 constexpr std::chrono::milliseconds kBreakTime(250);
 constexpr std::byte kBreakInterrupt{0x10};  // in a line status, for as long as the break lasts
 
-// False for settings that no program can have made, such as those of a device that was never
-// opened.
+// False for settings that no program can have made, as on a device that was never opened.
 bool is_real(const SERIAL_LINE_CONTROL& settings) {
   return settings.WordLength >= 5 && settings.WordLength <= 8 && settings.Parity <= SPACE_PARITY &&
          settings.StopBits <= STOP_BITS_2;
@@ -43,7 +42,7 @@ ostra::future<void> com_session::begin() {
   co_await taken;
 }
 
-// The line takes everything that the program had sent before it may be closed.
+// Waits until the line has taken everything that the program had sent, since it may be closed next.
 ostra::future<void> com_session::end() {
   co_await following_;
   if (breaking_.valid())

@@ -19,8 +19,7 @@ namespace tarnwheel::client {
 // controls determine the time limit of a write from its size.
 //
 // Any thread. `server`, whose port is open, and `controls` must outlive this. The destructor waits
-// for the writes in flight. One of them may take as long as the connection lasts, so end that
-// first.
+// for the writes in flight, one of which may take as long as the connection: so end that first.
 class line_output {
  public:
   // There is room while the device has at most this many bytes still to take.
@@ -37,8 +36,8 @@ class line_output {
   // Completes when the device has taken all queued bytes, or they were dropped. One waiter.
   ostra::future<void> drained();
 
-  // Discards the queue and abandons the write in flight. The caller must then have the device abort
-  // that write, which leaves it without an answer.
+  // Discards the queue and abandons the write in flight. The caller must then purge the device's
+  // output: the device leaves an aborted write without an answer.
   void drop() { begin_turn(); }
 
   // Discards everything queued now or later; failure() completes.

@@ -68,8 +68,8 @@ void remote_line::end(const client_error& reason) {
 }
 
 // Every driver completes a read of one byte as soon as that byte arrives. Some complete a longer
-// read with the bytes at hand, others wait for all of it, so the second read asks for exactly the
-// bytes that are queued. A device that does not report their number is read byte by byte.
+// read with the bytes at hand, others wait for all of it, so the second read asks only for bytes
+// that are queued. A device that does not report their number is read byte by byte.
 ostra::future<void> remote_line::read() {
   try {
     while (!ended_) {
@@ -176,8 +176,8 @@ ostra::future<void> remote_line::watch_output() {
 }
 
 // A device that has vanished leaves the pending read without an answer, as a quiet line does.
-// Silence ends the line only if the device has answered this query before, so the first one is sent
-// at once.
+// Silence ends the line only if the device has answered this query before, so the first is sent at
+// once.
 ostra::future<void> remote_line::watch_device() {
   try {
     while (!ended_) {

@@ -16,8 +16,7 @@
 
 namespace tarnwheel::client {
 
-// Receives a line's bytes and events on pool threads; received() and changed() may run
-// concurrently.
+// Receives a line's bytes and events on pool threads; received() and changed() may overlap.
 class line_receiver {
  public:
   // Takes the bytes in the order of their arrival. The next read is sent when the future completes,
@@ -29,8 +28,8 @@ class line_receiver {
   // of the device from here misses no change.
   virtual void changed(std::uint32_t events) = 0;
 
-  // The line has ended by itself: the server has gone, or the device fails to respond. Called at
-  // most once.
+  // The line has ended by itself: the server has gone, or the device fails to respond. Called once
+  // at most.
   virtual void ended(const client_error& reason) = 0;
 
  protected:

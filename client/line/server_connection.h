@@ -25,7 +25,7 @@ inline constexpr std::chrono::milliseconds kOpenLimit(60'000);
 // "COM5".
 [[nodiscard]] std::wstring port_name(std::uint32_t number);
 
-// Every function throws client_error. Any thread may make calls. Destroy this only when nothing
+// Failures are thrown as client_error. Any thread may make calls. Destroy this only when nothing
 // uses it any more, and not from within a call's completion; the server then closes the client's
 // port. The destructor waits up to two seconds for the transport's read to end.
 class server_connection {
@@ -61,8 +61,7 @@ class server_connection {
 
   // Opens COM`number` for this client and returns the port's name, such as "COM5". Blocks for up to
   // kOpenLimit or until `stop`, unless null, is signalled, which ends the connection. A server has
-  // no call that closes a port: the port closes with the connection, so one connection opens one
-  // port.
+  // no call that closes a port, which closes with the connection: one connection opens one port.
   std::wstring open_port(std::uint32_t number, HANDLE stop = nullptr);
 
   // Ends the connection: all pending calls complete inside this function.

@@ -11,13 +11,11 @@
 
 namespace tarnwheel::client {
 
-// One read and one write may be in flight at the same time; each keeps the stream alive. Futures
-// fail with hresult_error. cancel() may be called on any thread and ends both, and every later
-// call.
+// One read and one write may be in flight at a time; each keeps the stream alive. Futures fail with
+// hresult_error. cancel() may be called on any thread and ends both, and every later call.
 class byte_stream {
  public:
-  // Completes with the number of bytes, 0 when the other end writes no more. The buffer must live
-  // until then.
+  // Completes with the number of bytes, 0 at the end of input. The buffer must live until then.
   virtual ostra::future<std::size_t> read(std::span<std::byte> buffer) = 0;
 
   // Completes when everything is written. The bytes must live until then.

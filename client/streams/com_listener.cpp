@@ -67,7 +67,7 @@ com_stream::com_stream(std::wstring name, bool ends_with_program,
       name_(std::move(name)),
       ends_with_program_(ends_with_program) {}
 
-// Turns off flow control, DTR and RTS, and requests insertions.
+// Turns off flow control, DTR and RTS.
 ostra::future<void> com_stream::set_up() {
   auto timed = control(IOCTL_SERIAL_SET_TIMEOUTS, bytes_of(kTimeouts));
   co_await timed;

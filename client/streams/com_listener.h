@@ -14,8 +14,8 @@
 
 namespace tarnwheel::client {
 
-// Sets the event on destruction. As the first base class it is destroyed after the handle, when the
-// device is closed.
+// Sets the event on destruction. As the first base class it is destroyed after the handle, so the
+// device is closed by then.
 struct closing_signal {
   std::shared_ptr<ostra::auto_reset_event> closed;
   ~closing_signal() { closed->set(); }

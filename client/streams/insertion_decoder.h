@@ -1,5 +1,4 @@
-// The state of one end of a virtual null modem, inserted into the bytes that the other end
-// receives.
+// The state of one end of a virtual null modem, inserted into the bytes for the other end.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +8,7 @@
 
 namespace tarnwheel::client {
 
-// Introduces an insertion. Rare as data: it occurs neither in UTF-8 text nor in empty or erased
-// memory.
+// Introduces an insertion. Rare as data: it is in no UTF-8 text and no empty or erased memory.
 inline constexpr std::byte kInsertionEscape{0xF5};
 
 // The number after the escape character.

@@ -8,9 +8,8 @@
 
 namespace tarnwheel::client {
 
-// `name` is appended to "\\.\pipe\" unless it begins with that. The pipe is a byte pipe, for
-// programs of this account and of the system's alone. Throws client_error if such a pipe exists
-// already.
+// `name` is appended to "\\.\pipe\" unless it begins with that. The pipe carries bytes, for
+// programs of this account and of the system's alone. Throws client_error if it exists already.
 [[nodiscard]] std::unique_ptr<stream_listener> listen_pipe(std::wstring_view name);
 
 }  // namespace tarnwheel::client

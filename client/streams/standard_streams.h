@@ -21,8 +21,7 @@ class input_stream {
   // `input` must stay open until the process ends.
   explicit input_stream(HANDLE input);
 
-  // Completes with the next bytes, at most kBlock; none at the end of the input. One call at a
-  // time.
+  // Completes with the next bytes, up to kBlock; none at the end of input. One call at a time.
   ostra::future<std::vector<std::byte>> read();
 
   // Fails the call in progress with operation_cancelled; the bytes that it would have read are kept

@@ -20,8 +20,7 @@ class stream_writer {
   stream_writer& operator=(const stream_writer&) = delete;
   ~stream_writer() { close(); }
 
-  // Completes when the bytes are written, or discarded because the stream failed, was cancelled or
-  // was closed.
+  // Completes when the bytes are written, or discarded because the stream failed or was closed.
   ostra::future<void> send(std::vector<std::byte> bytes);
 
   // Discards the pieces that have not been started, and all later ones.

@@ -68,8 +68,7 @@ std::uint8_t option_code(std::span<const code_pair> codes, UCHAR driver) {
 }
 
 // A UART has one stop bit, or more: one and a half with 5 data bits, otherwise two. A client that
-// sets the two sizes one after the other would otherwise pass through combinations that no driver
-// takes.
+// sets both sizes in turn would otherwise pass through values that no driver takes.
 SERIAL_LINE_CONTROL as_driver_takes_it(SERIAL_LINE_CONTROL line) {
   if (line.StopBits != STOP_BIT_1)
     line.StopBits = line.WordLength == 5 ? STOP_BITS_1_5 : STOP_BITS_2;

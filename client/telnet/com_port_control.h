@@ -50,7 +50,7 @@ class com_port_control {
   // MS_CTS_ON and so on; 0 from a device that has no such lines.
   ostra::future<std::uint32_t> modem_status();
 
-  // Completes when the client accepts data and notices. The client may suspend them until close().
+  // Completes when the client accepts data and notices, which it may suspend until close().
   [[nodiscard]] ostra::future<void> flowing() { return flowing_.wait(); }
   void close();
 

@@ -64,8 +64,7 @@ enum line_state : std::uint8_t {
 };
 
 // Bits of kNotifyModemState. The upper half holds the lines as a driver's modem status does; a bit
-// of the lower half says that the line four bits above has changed or, for the ring signal, has
-// ended.
+// of the lower half says that the line four bits above has changed or, for ring, has ended.
 inline constexpr std::uint8_t kLines = 0xF0;
 inline constexpr std::uint8_t kRing = 0x40;
 

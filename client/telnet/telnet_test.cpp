@@ -12,7 +12,8 @@ namespace {
 using namespace std::string_view_literals;
 
 // Telnet's bytes are written as "^" IAC, "W" WILL, "w" WONT, "D" DO, "d" DONT, "[" SB, "]" SE, "B"
-// BREAK, "N" NOP; options as "0" binary (and NUL), "E" echo, "G" go-ahead, "C" port, "T" terminal type.
+// BREAK, "N" NOP; options as "0" binary (and NUL), "E" echo, "G" go-ahead, "C" port, "T" terminal
+// type.
 constexpr auto kSymbols = "^WwDd[]BN0EGCT"sv;
 constexpr auto kBytes = "\xFF\xFB\xFC\xFD\xFE\xFA\xF0\xF3\xF1\0\1\3,\x18"sv;
 

@@ -46,8 +46,7 @@ class command_keys {
   bool prefixed_ = false;
 };
 
-// Handles keys while there is no line to send them to: Ctrl+] q leaves, everything else is
-// discarded.
+// Handles keys while there is no line for them: Ctrl+] q leaves, everything else is discarded.
 class leave_key {
  public:
   // `keys` is the console's input; `stop` must outlive this.

@@ -45,7 +45,7 @@ class answer final : public line_session {
   // Guarded by lock_.
   ostra::srw_lock lock_;
   std::vector<std::byte> bytes_;
-  clock::time_point last_;  // when bytes last came
+  clock::time_point last_;  // when bytes last arrived
 };
 
 std::vector<std::byte> answer::wait(milliseconds quiet, milliseconds limit) {
@@ -71,8 +71,7 @@ ostra::future<void> answer::received(std::vector<std::byte> bytes) {
   co_return;
 }
 
-// The byte that an escape stands for. `rest` begins after the backslash and is advanced past the
-// escape.
+// The byte that an escape stands for. `rest` begins after the backslash and moves past the escape.
 std::optional<std::byte> take_escape(std::wstring_view& rest) {
   constexpr std::pair<wchar_t, char> kLetters[] = {
       {L'r', '\r'}, {L'n', '\n'}, {L't', '\t'}, {L'\\', '\\'}};

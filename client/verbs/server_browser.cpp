@@ -61,7 +61,7 @@ void server_browser::search::add(const DNS_RECORD& record) {
     if (computer)
       servers_.add(*std::move(computer));
   } catch (const std::bad_alloc&) {
-    // Without memory for its name, the server is not found.
+    // Out of memory: the server is not found.
   }
 }
 

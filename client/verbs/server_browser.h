@@ -14,8 +14,7 @@ class server_browser {
   server_browser& operator=(const server_browser&) = delete;
   ~server_browser();
 
-  // The servers found so far, including any that have since withdrawn their announcement. Any
-  // thread.
+  // The servers found so far, including those that have since withdrawn. Any thread.
   [[nodiscard]] found_servers servers() const;
 
  private:
