@@ -25,7 +25,7 @@ inline constexpr std::uint32_t kModemEvents =
 
 enum class purged { input, output, both };
 
-// Completes with whether the request succeeded; does not fail.
+// Completes with true if the request succeeded, with false if it failed; does not fail itself.
 ostra::future<bool> accepted(ostra::future<void> request);
 
 // Requests may be made from any thread, several at a time. They complete on their own: a future may

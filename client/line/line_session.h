@@ -50,7 +50,7 @@ class line_session : public line_receiver {
     return true;
   }
 
-  // For wait_out(): 0 once `end` has come.
+  // For wait_out(): 0 once `end` has passed.
   static DWORD milliseconds_until(std::chrono::steady_clock::time_point end);
 
  private:

@@ -62,8 +62,8 @@ std::wstring display_name_of(std::wstring_view name) {
   return name == L"." ? L"this machine" : std::wstring(name);
 }
 
-// The instances are all taken only briefly: the server makes the next one as soon as a client has
-// taken the last.
+// All instances are busy only briefly: the server makes the next one as soon as a client has taken
+// the last.
 HRESULT connect_when_free(tether::ITransport& transport, std::wstring_view name,
                           std::wstring_view pipe) {
   const auto deadline = steady_clock::now() + kBusyLimit;

@@ -94,7 +94,7 @@ ostra::future<bool> com_stream::begin_insertions() {
     auto ended = control(IOCTL_SERIAL_LSRMST_INSERT, bytes(1));
     co_await ended;
   } catch (const ostra::hresult_error&) {
-    // The driver does not know insertions.
+    // The driver does not support insertions.
   }
   co_return false;
 }

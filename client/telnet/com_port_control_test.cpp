@@ -59,7 +59,7 @@ struct ComPortControl : testing::Test {
   std::optional<com_port_control> control;
 };
 
-// The device is not sent a setting that is already in effect; one that it refuses changes nothing.
+// A setting already in effect is not sent to the device; one that the device refuses has no effect.
 TEST_F(ComPortControl, CommandsAreDoneAndAnsweredWithTheStateInEffect) {
   Play("1 0 0 0 0 = 101 0 0 37 128;1 0 1 194 0 = 101 0 1 194 0 [1 0 194 1 0];1 0 1 =");
   Play("2 8 = 102 8;2 7 = 102 7 [3 0 0 7];2 9 = 102 7;2 =");

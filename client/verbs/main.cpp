@@ -64,7 +64,7 @@ int run_command_line(std::wstring_view command_line) {
 }  // namespace tarnwheel::client
 
 int main() {
-  // Windows may load further DLLs on its own, but never from the program's folder.
+  // Windows may load further DLLs on its own; it must not take them from the program's folder.
   ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   return tarnwheel::client::run_command_line(::GetCommandLineW());
 }
