@@ -25,11 +25,11 @@ constexpr std::uint32_t kEvents = SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD
 constexpr milliseconds kFarewell(500);
 constexpr milliseconds kHandOver(2000);
 constexpr milliseconds kPauseAfterFailure(100);
-constexpr std::chrono::steady_clock::duration kDeviceHandOver = std::chrono::hours(1);  // and again
+constexpr std::chrono::steady_clock::duration kDeviceHandOver = std::chrono::hours(1);  // each time
 
-// A connection that is closed with something unread may take the line with the reason along, so
-// what the program has to say is read until it goes too. Everything it uses is its own: whoever
-// waits for it may give up sooner.
+// Closing a connection with unread data may discard the line that gives the reason, so the
+// program's data is read until it disconnects. The coroutine owns everything it uses, since its
+// caller may give up sooner.
 ostra::future<void> say_farewell(std::shared_ptr<byte_stream> program,
                                  std::vector<std::byte> line) {
   auto written = program->write(line);
@@ -58,7 +58,7 @@ bridge::~bridge() {
   end_session();
 }
 
-// Accepting goes on whatever becomes of one program.
+// Goes on accepting, whatever happens to one program.
 ostra::future<void> bridge::accept_programs() {
   ostra::async_timer pause;
   for (;;) {
@@ -71,9 +71,9 @@ ostra::future<void> bridge::accept_programs() {
     } catch (const ostra::operation_cancelled&) {
       co_return;
     } catch (const ostra::hresult_error&) {
-      failed = true;  // it has gone again
+      failed = true;  // the program has gone again
     } catch (const client_error& error) {
-      failed = true;  // and again, should nobody have seen it this time
+      failed = true;  // accept() fails again, in case run() discards this failure
       fail(error);
     }
     if (failed) {
@@ -104,7 +104,7 @@ ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
   co_await turned_away;
 }
 
-// Gives what the port was; the program has it when it was ready.
+// Returns the port's availability before the call; if that was ready, the program now has the port.
 bridge::availability bridge::hand_over(const std::shared_ptr<byte_stream>& program) {
   const std::lock_guard guard(lock_);
   const availability found = availability_;
@@ -116,7 +116,7 @@ bridge::availability bridge::hand_over(const std::shared_ptr<byte_stream>& progr
   return found;
 }
 
-// A device, whose program is there all the same, is opened again after a while.
+// A device's program cannot be sent away: its device is closed after a pause, and opened again.
 ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std::wstring reason) {
   if (options_.device) {
     ostra::async_timer pause;
@@ -128,7 +128,7 @@ ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std:
     auto farewell = ostra::within(say_farewell(program, console::to_utf8(reason)), kFarewell);
     co_await farewell;
   } catch (const ostra::hresult_error&) {
-    // It has gone, or its time is over.
+    // The program has gone, or the time limit has passed.
   }
   program->cancel();
 }
@@ -150,7 +150,7 @@ void bridge::run(HANDLE stop, const std::function<void()>& ready) {
   }
 }
 
-// False when `stop` is signalled. A program that is idle for too long has gone.
+// False when `stop` is signalled. A program that is idle for too long counts as gone.
 bool bridge::wait_for_news(HANDLE stop) {
   const DWORD limit = until_idle();
   if (limit != 0)
@@ -161,7 +161,7 @@ bool bridge::wait_for_news(HANDLE stop) {
   return true;
 }
 
-// In milliseconds, 0 when a program is idle for too long.
+// In milliseconds, 0 once the program has been idle for too long.
 DWORD bridge::until_idle() {
   const auto present = session();
   if (!present || options_.idle_limit == milliseconds::zero())
@@ -211,13 +211,13 @@ void bridge::open_line() {
   line_ = std::move(line);
   if (!options_.telnet)
     return;
-  // Where the device has no such lines, that is known before a program waits for the answer.
+  // A device without modem lines is thus known before a program waits for the answer.
   static_cast<void>(line_->controls().modem_status());
   static_cast<void>(line_->controls().set_dtr(true));
   static_cast<void>(line_->controls().set_rts(true));
 }
 
-// Takes back what a program has set, before the next one comes.
+// Undoes the settings of a program before the next one is served.
 void bridge::restore_line() {
   auto& controls = line_->controls();
   static_cast<void>(controls.set_dtr(true));
@@ -267,7 +267,7 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
 ostra::future<void> bridge::serve(std::shared_ptr<bridge_session> session) {
   auto running = session->run();
   co_await running;
-  if (options_.releases) {  // the line closes then
+  if (options_.releases) {  // the line is closed next
     auto drained = session->drain();
     co_await drained;
   }
@@ -315,7 +315,7 @@ std::shared_ptr<bridge_session> bridge::session() {
   return session_;
 }
 
-// Bytes that come while no program is connected are discarded.
+// Bytes received while no program is connected are discarded.
 ostra::future<void> bridge::received(std::vector<std::byte> bytes) {
   const auto present = session();
   if (present) {

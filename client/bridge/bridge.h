@@ -1,4 +1,4 @@
-// A remote port, offered to programs of this machine one after another.
+// A remote port, offered to local or network programs one after another.
 #pragma once
 
 #include <chrono>
@@ -18,32 +18,33 @@ namespace tarnwheel::client {
 
 struct bridge_options {
   line_address line;
-  bool telnet = false;          // or bytes alone
+  bool telnet = false;          // false: bytes alone
   bool device = false;          // the listener's streams are com_streams
-  bool releases = false;        // gives the port back while no program is there
-  bool keeps_settings = false;  // of one program for the next
+  bool releases = false;        // closes the port while no program is connected
+  bool keeps_settings = false;  // a program inherits its predecessor's
   std::chrono::milliseconds idle_limit{
-      0};  // a program that is silent for so long is cut off; 0: none
+      0};  // a program that is idle for this long is cut off; 0: no limit
 };
 
-// Programs are taken from construction to destruction, and turned away with a line of text while
-// another one has the port, or while there is none to have. A newcomer waits two seconds for its
-// predecessor, which may have gone without the bridge being through with what it had sent. All else happens on the thread that
-// calls run(), to which the pool's threads leave their news.
+// Accepts programs from construction to destruction, and turns them away with a line of text while
+// another one has the port, or the port is not available. A newcomer first waits two seconds for
+// its predecessor, whose bytes may still be on their way after it has gone. Everything else happens
+// on the thread that calls run(), to which pool threads post their news.
 //
-// A device is no such newcomer: it waits for as long as there is no port, gets no text, and a failure
-// of its listener ends run().
+// A device is an exception: it waits for as long as there is no port and gets no text, and a
+// failure of its listener ends run().
 class bridge final : private line_session {
  public:
-  // Throws client_error. `listener` is for this alone.
+  // Throws hresult_error.
   bridge(bridge_options options, std::unique_ptr<stream_listener> listener);
   bridge(const bridge&) = delete;
   bridge& operator=(const bridge&) = delete;
   ~bridge();
 
   // Opens the port, calls `ready`, and serves until `stop` is signalled; then returns. Throws
-  // client_error when the port cannot be had or is lost, and may be called again then. With
-  // `releases` that happens to one program at a time, and the bridge goes on.
+  // client_error when the port cannot be opened or is lost, and may then be called again. With
+  // `releases` the port is opened for each program, such a failure ends only that program's
+  // session, and the bridge goes on.
   void run(HANDLE stop, const std::function<void()>& ready);
 
  private:
@@ -78,7 +79,7 @@ class bridge final : private line_session {
   void end_session();
   void tell(const client_error& reason);
   void make_available(availability now);
-  // Told only when the port is free: whoever reads it may send the next program.
+  // Printed only when the port is free: a reader of the message may start the next program at once.
   void tell_departure();
   [[nodiscard]] std::shared_ptr<bridge_session> session();
 
@@ -90,14 +91,14 @@ class bridge final : private line_session {
   const std::wstring name_;
   const std::unique_ptr<stream_listener> listener_;
 
-  // Of the thread that calls run().
+  // Used only by the thread that calls run().
   std::unique_ptr<remote_line> line_;
   com_port_settings settings_;
-  bool is_used_ = false;  // the line, by a program that is there or has gone
+  bool is_used_ = false;  // the line has served a program, present or past
   ostra::future<void> serving_;
   std::wstring peer_;
-  std::wstring departed_;  // the peer that has gone and is not told of yet
-  std::wstring told_;      // the last failure, since a program had the port
+  std::wstring departed_;  // the peer whose departure is still to be printed
+  std::wstring told_;      // the last failure reported since a program had the port
 
   ostra::auto_reset_event freed_;  // set when the availability changes
 
@@ -107,7 +108,7 @@ class bridge final : private line_session {
   arrivals arrivals_;
   std::shared_ptr<bridge_session> session_;
 
-  ostra::future<void> accepting_;  // last: it uses the others from its start
+  ostra::future<void> accepting_;  // last: it uses the other members from its start
 };
 
 }  // namespace tarnwheel::client

@@ -47,7 +47,7 @@ ostra::future<void> bridge_session::drain() {
     auto drained = ostra::within(line_.drained(), kDrainLimit);
     co_await drained;
   } catch (const ostra::hresult_error&) {
-    // The rest is lost with the line.
+    // The rest is lost when the line closes.
   }
 }
 
@@ -69,7 +69,7 @@ ostra::future<void> bridge_session::follow_line() {
     for (;;) {
       auto news = news_.wait();
       co_await news;
-      news_.reset();  // before the look at what may have come since it was set
+      news_.reset();  // before events_ is read, so that no later event is missed
       if (closed_)
         co_return;
       auto done = notify_of(events_.exchange(0));

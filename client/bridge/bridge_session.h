@@ -16,10 +16,10 @@
 
 namespace tarnwheel::client {
 
-// Passes bytes through unchanged; derived classes add whatever else a program may do to a line.
+// Passes bytes through unchanged; derived classes add other operations of a program on the line.
 // Memory is bounded in both directions: neither side is read while the other is not taking data.
 //
-// `line` must outlive run(). Everything else may be called from any thread, also when the program
+// `line` must outlive run(). Everything else may be called on any thread, even after the program
 // has gone.
 class bridge_session : public std::enable_shared_from_this<bridge_session> {
  public:
@@ -28,28 +28,28 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   bridge_session& operator=(const bridge_session&) = delete;
   virtual ~bridge_session() = default;
 
-  // Serves the program; to be called once. Completes when it has gone, or close() was called; the
-  // line is not used any more then. A close() while the line takes nothing needs the end of the
-  // line as well. What the program had sent before it went is still on its way then.
+  // Serves the program; call it once. Completes when the program has gone, or close() was called;
+  // after that the line is not used any more. While the line takes no bytes, close() takes effect
+  // only when the line ends as well. On completion the program's last bytes may still be queued.
   [[nodiscard]] ostra::future<void> run();
 
   virtual void close() noexcept;
 
-  // Completes when the line has taken what the program had sent before it went, or has ended; after
+  // Completes when the line has taken everything that the program had sent, or has ended; after
   // half a minute at the latest, since flow control may hold the line up for ever.
   [[nodiscard]] ostra::future<void> drain();
 
-  // Sends the line's bytes to the program; completes when they are taken, or never will be.
+  // Sends the line's bytes to the program; completes when they are written or discarded.
   [[nodiscard]] ostra::future<void> deliver(std::vector<std::byte> bytes);
 
-  // SERIAL_EV_* have happened on the line.
+  // Reports SERIAL_EV_* that have happened on the line.
   void changed(std::uint32_t events);
 
-  // The time since the program has sent a byte, or taken one.
+  // The time since the program last sent or took bytes.
   [[nodiscard]] std::chrono::steady_clock::duration idle_time() const noexcept;
 
  protected:
-  // Around the serving. A failure of begin(), an hresult_error, means that the program has gone.
+  // Run before and after serving. An hresult_error from begin() means that the program has gone.
   [[nodiscard]] virtual ostra::future<void> begin();
   [[nodiscard]] virtual ostra::future<void> end();
 
@@ -59,8 +59,8 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   // Receives the program's bytes.
   [[nodiscard]] virtual ostra::future<void> take(std::vector<std::byte> bytes);
 
-  // Follows events of the line, in a coroutine of its own, from begin() to end(): whatever happens
-  // while one call is under way becomes one further call. An hresult_error ends that.
+  // Handles events of the line, in a coroutine of its own, from begin() to end(): the events that
+  // happen during one call are combined into one further call. An hresult_error ends the coroutine.
   [[nodiscard]] virtual ostra::future<void> notify_of(std::uint32_t events);
 
   [[nodiscard]] remote_line& line() const noexcept { return line_; }
@@ -75,8 +75,8 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   std::atomic<std::chrono::steady_clock::time_point> active_ = std::chrono::steady_clock::now();
 
   std::atomic<bool> closed_ = false;
-  std::atomic<std::uint32_t> events_ = 0;  // that nobody has been told of
-  ostra::async_event news_{false};         // set when there is an event, or the end
+  std::atomic<std::uint32_t> events_ = 0;  // not yet passed to notify_of()
+  ostra::async_event news_{false};         // set on an event, or at the end
 };
 
 }  // namespace tarnwheel::client

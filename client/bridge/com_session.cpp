@@ -11,7 +11,7 @@ namespace {
 constexpr std::chrono::milliseconds kBreakTime(250);
 constexpr std::byte kBreakInterrupt{0x10};  // in a line status, for as long as the break lasts
 
-// False for those that no program can have made, such as those of a device that was never opened.
+// False for settings that no program can have made, as on a device that was never opened.
 bool is_real(const SERIAL_LINE_CONTROL& settings) {
   return settings.WordLength >= 5 && settings.WordLength <= 8 && settings.Parity <= SPACE_PARITY &&
          settings.StopBits <= STOP_BITS_2;
@@ -33,7 +33,7 @@ com_session::com_session(std::shared_ptr<com_stream> device, remote_line& line,
 
 ostra::future<void> com_session::begin() {
   following_ = follow_device();
-  changed(SERIAL_EV_CTS);  // no event tells the state at the start
+  changed(SERIAL_EV_CTS);  // no event reports the initial state
   if (!device_->inserts())
     co_return;
   auto asked = device_->state();
@@ -42,7 +42,7 @@ ostra::future<void> com_session::begin() {
   co_await taken;
 }
 
-// What the program has sent before it went is taken before the line may be closed.
+// Waits until the line has taken everything that the program had sent, since it may be closed next.
 ostra::future<void> com_session::end() {
   co_await following_;
   if (breaking_.valid())
@@ -71,7 +71,7 @@ ostra::future<void> com_session::take(std::vector<std::byte> bytes) {
   }
 }
 
-// What the program has changed between two bytes comes about between these two.
+// A change that the program made between two bytes takes effect between these two.
 ostra::future<void> com_session::pass_on(received_item item) {
   ostra::future<void> done;
   if (item.what == insertion::data) {
@@ -100,7 +100,7 @@ ostra::future<void> com_session::pass_on(received_item item) {
     co_await done;
 }
 
-// Of a setting that the device refuses, the user learns: there is no way to tell the program.
+// Tells the user of a setting that the device refuses, as there is no way to tell the program.
 ostra::future<void> com_session::told(ostra::future<void> setting) {
   try {
     co_await setting;
@@ -130,7 +130,7 @@ ostra::future<void> com_session::follow_device() {
       events = co_await wait;
     } while (events != 0);
   } catch (const ostra::hresult_error&) {
-    // The session ends, or the device has gone, which the read notices too.
+    // The session ends, or the device has gone, which the read detects too.
   }
 }
 
@@ -141,7 +141,7 @@ ostra::future<void> com_session::notify_of(std::uint32_t events) {
     co_return;
   auto asked = control_.modem_status();
   std::uint32_t status = co_await asked;
-  // A program may wait for these, so a line without them has them on.
+  // A program may wait for these signals, so they are on if the line lacks them.
   if (!line().controls().has_answered(IOCTL_SERIAL_GET_MODEMSTATUS))
     status = SERIAL_CTS_STATE | SERIAL_DSR_STATE;
   const bool cts = (status & SERIAL_CTS_STATE) != 0;
@@ -152,8 +152,8 @@ ostra::future<void> com_session::notify_of(std::uint32_t events) {
   co_await dtr_set;
 }
 
-// Of a break its beginning alone is known, and that in several ways, so what comes meanwhile is the
-// same one.
+// Only the beginning of a break is known, and is reported in several ways, so further reports
+// during a break mean the same one.
 ostra::future<void> com_session::break_device() {
   const auto self = shared_from_this();
   try {
@@ -164,7 +164,7 @@ ostra::future<void> com_session::break_device() {
     auto ended = device_->control(IOCTL_SERIAL_SET_BREAK_OFF);
     co_await ended;
   } catch (const ostra::hresult_error&) {
-    // The session ends: a device that is closed breaks no longer.
+    // The session ends, and closing the device ends the break.
   }
 }
 

@@ -10,19 +10,20 @@
 
 namespace tarnwheel::client {
 
-// Joins the device with the line as a cable would: RTS and DTR of either side are CTS and DSR of the
-// other, and breaks go both ways; the program's settings are the line's, where the device tells them.
+// Connects the device with the line as a cable would: RTS and DTR of either side are CTS and DSR of
+// the other, and breaks go both ways. The program's settings apply to the line, if the device
+// reports them.
 //
-// Besides the two directions of bytes there are three coroutines, which hold this object and are waited
-// for before run() completes: one follows the line's events, one the device's, and one, which the first
-// begins, is the break that the device is sending. They share no member. What the device inserts, the
-// settings and a break of the program among it, belongs to the reading coroutine; a break that is an
-// event belongs to the one that follows the device, and no device has both. close() cancels the
-// device's calls and both breaks, before, during or after their start; a request to the line ends at
-// its limit.
+// Besides the two directions of bytes there are three coroutines, which keep this object alive and
+// complete before run() does: one follows the line's events, one the device's, and one, which the
+// first starts, sends a break on the device. They share no member. The device's insertions, which
+// include the program's settings and breaks, belong to the reading coroutine; a break that is
+// reported as an event belongs to the one that follows the device, and no device reports both.
+// close() cancels the device's calls and both breaks, before, during or after their start; a
+// request to the line ends at its limit.
 class com_session final : public bridge_session {
  public:
-  // `settings` are those of the line, and outlive this as it does.
+  // `settings` are those of `line`; both must outlive this.
   com_session(std::shared_ptr<com_stream> device, remote_line& line, com_port_settings& settings);
 
   void close() noexcept override;
@@ -41,7 +42,7 @@ class com_session final : public bridge_session {
   const std::shared_ptr<com_stream> device_;
   com_port_settings& settings_;
   com_port_control control_;
-  insertion_decoder decoder_;  // of the reading coroutine
+  insertion_decoder decoder_;  // used by the reading coroutine
   ostra::future<void> following_;
   ostra::future<void> breaking_;
   ostra::async_timer break_time_;

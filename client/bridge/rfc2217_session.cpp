@@ -47,8 +47,8 @@ ostra::future<void> rfc2217_session::take(std::vector<std::byte> bytes) {
     }
     co_await done;
   }
-  // A program that has come to control the port learns its state. Some take what this end offers
-  // for an answer and never agree, but go on with the commands.
+  // A program that controls the port is told its state. Some mistake this end's offer for an answer
+  // and never agree, but send commands all the same.
   if ((controls || telnet_.controls_port()) && !controls_port_.exchange(true))
     changed(SERIAL_EV_CTS);
 }

@@ -1,4 +1,4 @@
-// A program that works a line over Telnet.
+// A program that operates a line over Telnet.
 #pragma once
 
 #include <atomic>
@@ -10,10 +10,10 @@
 
 namespace tarnwheel::client {
 
-// The modem lines' changes and errors reach the program from the line's events, as notices.
+// Turns the line's events into notices of errors and of changes of the modem lines.
 class rfc2217_session final : public bridge_session {
  public:
-  // `settings` are those of the line, and outlive this as it does.
+  // `settings` are those of `line`; both must outlive this.
   rfc2217_session(std::shared_ptr<byte_stream> program, remote_line& line,
                   com_port_settings& settings);
 

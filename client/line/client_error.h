@@ -18,7 +18,7 @@ enum class failure {
   local = 5,       // this machine: its output, a file, an address that is taken
 };
 
-// A failure with its cause in words and its code.
+// A failure: its cause in words, its code and its kind.
 class client_error {
  public:
   client_error(std::wstring_view cause, HRESULT code, failure kind = failure::device);
@@ -35,15 +35,15 @@ class client_error {
   failure kind_;
 };
 
-// The meaning of a Win32 error in one place of the program; {0} stands for its subject.
+// The meaning of a Win32 error in one context; {0} in the pattern stands for the subject.
 struct known_cause {
   DWORD error;
   std::wstring_view pattern;
   failure kind = failure::device;
 };
 
-// Explains `code` by the first row that matches it, or else by the system's own words as a failure
-// of the kind `otherwise`.
+// Describes `code` by the first row that matches it, or else by the system's own message as a
+// failure of the kind `otherwise`.
 [[nodiscard]] client_error explain(HRESULT code, std::wstring_view subject,
                                    std::span<const known_cause> causes = {},
                                    failure otherwise = failure::device);

@@ -1,4 +1,4 @@
-// The input and the output of device controls.
+// Conversion of the inputs and outputs of device controls to and from bytes.
 #pragma once
 
 #include <algorithm>
@@ -14,7 +14,7 @@ template <class T>
   return {bytes.begin(), bytes.end()};
 }
 
-// A device that gives less than it was asked for has an old layout: the rest is zero.
+// A device that returns fewer bytes than requested uses an older layout; the rest is zero.
 template <class Result>
 [[nodiscard]] Result result_of(const std::vector<std::byte>& bytes) {
   Result result = {};

@@ -18,14 +18,14 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kBreakTime(250);
 
-// In milliseconds. Ends a read that asks for more bytes than there are, some having been purged.
+// In milliseconds. Ends a read that asks for more bytes than a purge has left.
 constexpr ULONG kByteInterval = 20;
 
 constexpr UCHAR kXon = 0x11;
 constexpr UCHAR kXoff = 0x13;
 
-// Bytes in the driver's input queue: below the first the sender may go on, and within the second of
-// its end the sender is to stop.
+// Bytes in the driver's input queue: the sender resumes when fewer than the first are queued, and
+// stops when less than the second is free.
 constexpr LONG kXonLimit = 1024;
 constexpr LONG kXoffLimit = 1024;
 
@@ -57,7 +57,7 @@ ULONG purge_mask(purged what) {
   return mask;
 }
 
-// A signal has two codes, and a device knows both or neither.
+// A signal has one code for on and one for off; a device knows both or neither.
 std::uint32_t known_by(std::uint32_t code) {
   switch (code) {
     case IOCTL_SERIAL_CLR_DTR:
@@ -76,7 +76,7 @@ constexpr std::uint32_t output_size = sizeof(Result);
 template <>
 constexpr std::uint32_t output_size<void> = 0;
 
-// The failure of a request for a setting, in which the setting has its name.
+// Makes the failure of a request name the setting that was requested.
 ostra::future<void> named(ostra::future<void> request, std::wstring port, std::wstring setting) {
   HRESULT code = S_OK;
   try {
@@ -119,7 +119,7 @@ struct line_controls::state {
       missed.insert(known_by(code));
   }
 
-  // Notes an answer that comes behind the request's limit, too.
+  // Also notes an answer that arrives after the request's limit.
   static ostra::future<tether::bytes_result> noted(std::shared_ptr<state> self, std::uint32_t code,
                                                    ostra::future<tether::bytes_result> call) {
     tether::bytes_result result = co_await call;
@@ -127,7 +127,7 @@ struct line_controls::state {
     co_return result;
   }
 
-  // Guarded by lock. Control codes, and how the line was set last.
+  // Guarded by lock. Control codes by outcome, and the last settings of the line.
   ostra::srw_lock lock;
   std::set<std::uint32_t> given;
   std::set<std::uint32_t> missed;
@@ -140,7 +140,7 @@ struct line_controls::state {
 line_controls::line_controls(server_connection& server, std::wstring name)
     : server_(server), name_(std::move(name)), state_(std::make_shared<state>()) {}
 
-// Nothing of this object is used after the first wait.
+// Uses nothing of this object after the first suspension, since the request may outlive it.
 template <class Result>
 ostra::future<Result> line_controls::request(std::uint32_t code, bytes input, milliseconds limit) {
   const auto shared = state_;

@@ -16,7 +16,7 @@ constexpr std::size_t kPiece = 4096;  // bytes of one write
 }  // namespace
 
 struct line_output::turn {
-  // Small pieces go out together: those that wait join `bytes`.
+  // Appends waiting pieces to `bytes`, so that small ones go out together.
   void join_waiting(std::vector<std::byte>& bytes) {
     while (bytes.size() < kPiece) {
       const auto next = pieces.try_pop();
@@ -29,7 +29,7 @@ struct line_output::turn {
   ostra::async_queue<std::vector<std::byte>> pieces;
 
   // Guarded by the output's lock.
-  std::ptrdiff_t untaken = 0;  // bytes; below 0 while a piece that is being queued is sent already
+  std::ptrdiff_t untaken = 0;  // bytes; negative while a piece being queued is sent already
   std::optional<ostra::completion> room;
   std::optional<ostra::completion> drained;
 };
@@ -46,7 +46,7 @@ line_output::~line_output() {
     coroutine.wait();
 }
 
-// In place of the present turn, which ends.
+// Replaces the present turn, which ends.
 void line_output::begin_turn() {
   const auto next = std::make_shared<turn>();
   auto sending = send_all(next);
@@ -147,7 +147,7 @@ void line_output::close() {
   end(nullptr, nullptr);
 }
 
-// `failed`, unless null, is the turn whose write has failed: one that was dropped has done so rightly.
+// `failed`, unless null, is the turn whose write failed. A failure in a dropped turn is ignored.
 void line_output::end(const turn* failed, std::exception_ptr reason) {
   std::shared_ptr<turn> present;
   {

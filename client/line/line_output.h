@@ -1,4 +1,4 @@
-// The bytes on their way to a remote serial line.
+// The output queue of a remote serial line.
 #pragma once
 
 #include <cstddef>
@@ -15,14 +15,14 @@
 
 namespace tarnwheel::client {
 
-// A bounded queue of bytes, and a coroutine that sends them in order, one write at a time. A write
-// has the limit that the controls give for its size.
+// A bounded queue of bytes, and a coroutine that sends them in order, one write at a time. The
+// controls determine the time limit of a write from its size.
 //
-// Any thread. `server`, whose port is open, and `controls` must outlive this. The destructor waits for
-// the writes, of which one may take as long as the connection: so that is ended before.
+// Any thread. `server`, whose port is open, and `controls` must outlive this. The destructor waits
+// for the writes in flight, one of which may take as long as the connection: so end that first.
 class line_output {
  public:
-  // There is room as long as no more than this many bytes have not been taken by the device.
+  // There is room while the device has at most this many bytes still to take.
   static constexpr std::ptrdiff_t kQueueLimit = 64 * 1024;
 
   line_output(server_connection& server, const line_controls& controls, std::wstring name);
@@ -30,20 +30,20 @@ class line_output {
   line_output& operator=(const line_output&) = delete;
   ~line_output();
 
-  // Queues the bytes; completes when there is room for more. The next call comes after that.
+  // Queues the bytes; completes when there is room for more. Call again only after that.
   ostra::future<void> write(std::vector<std::byte> bytes);
 
-  // Completes when all that was queued has been taken by the device, or dropped. One waiter.
+  // Completes when the device has taken all queued bytes, or they were dropped. One waiter.
   ostra::future<void> drained();
 
-  // Forgets the queue and the write that is under way, which the device is to be told to abort: it
-  // would leave that one without an answer.
+  // Discards the queue and abandons the write in flight. The caller must then purge the device's
+  // output: the device leaves an aborted write without an answer.
   void drop() { begin_turn(); }
 
-  // Drops everything from now on; failure() completes.
+  // Discards everything queued now or later; failure() completes.
   void close();
 
-  // Fails with client_error when a write does; nothing is sent any more then. One waiter.
+  // Fails with client_error when a write fails, after which nothing more is sent. One waiter.
   [[nodiscard]] const ostra::future<void>& failure() const noexcept { return failure_; }
 
  private:
@@ -69,7 +69,7 @@ class line_output {
   ostra::srw_lock lock_;
   bool closed_ = false;
   std::shared_ptr<turn> turn_;
-  std::vector<ostra::future<void>> sending_;  // a turn's coroutine each
+  std::vector<ostra::future<void>> sending_;  // one coroutine per turn
 };
 
 }  // namespace tarnwheel::client

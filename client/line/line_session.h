@@ -11,8 +11,8 @@
 
 namespace tarnwheel::client {
 
-// One thread serves the session: it waits for its signals, and for the news that the threads of the
-// pool leave for it. What it does with them is the derived class's.
+// One thread serves the session: it waits for its signals, and for news that pool threads leave for
+// it. How it handles them is up to the derived class.
 class line_session : public line_receiver {
  public:
   // Any thread.
@@ -23,7 +23,7 @@ class line_session : public line_receiver {
   line_session();
   ~line_session() = default;
 
-  // Any thread. A failure is news; the first one counts.
+  // Any thread. A failure is news too; only the first one is kept.
   void notify() const noexcept { ::SetEvent(news_.get()); }
   void fail(const client_error& reason);
 
@@ -31,14 +31,14 @@ class line_session : public line_receiver {
   [[nodiscard]] std::optional<client_error> take_failure();
   void throw_failure() const;
 
-  // Signalled when there is news; a wait for it resets it.
+  // An auto-reset event, signalled when there is news.
   [[nodiscard]] HANDLE news() const noexcept { return news_.get(); }
 
-  // Gives the first of these that is signalled, null when none is within `limit` milliseconds.
+  // Returns the first of these that is signalled, null if none is within `limit` milliseconds.
   static HANDLE wait_for(std::initializer_list<HANDLE> signals, DWORD limit = INFINITE);
 
-  // Waits until `left`, which is asked again after all news, gives 0 milliseconds. False when `stop`,
-  // unless null, was signalled before.
+  // Waits until `left`, which is called again after any news, returns 0 milliseconds. False if
+  // `stop`, unless null, is signalled first.
   template <class Left>
   [[nodiscard]] bool wait_out(HANDLE stop, Left left) const {
     while (const DWORD time = left()) {
@@ -50,7 +50,7 @@ class line_session : public line_receiver {
     return true;
   }
 
-  // For wait_out: 0 when it has come.
+  // For wait_out(): 0 once `end` has passed.
   static DWORD milliseconds_until(std::chrono::steady_clock::time_point end);
 
  private:

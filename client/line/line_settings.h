@@ -1,4 +1,4 @@
-// The settings of a serial line, and the options for them.
+// The settings of a serial line and their command-line options.
 #pragma once
 
 #include "app/command_line/command_line.h"
@@ -25,8 +25,8 @@ struct line_settings {
 
 void add_line_options(Tamrin::command_line& line);
 
-// 115200 baud, 8 data bits, no parity, 1 stop bit and no flow control where the parsed options say
-// nothing. Throws cmd_line_syntax_error for a value that no line can have.
+// The defaults are 115200 baud, 8 data bits, no parity, 1 stop bit and no flow control. Throws
+// cmd_line_syntax_error for a value that no line can have.
 [[nodiscard]] line_settings line_settings_of(const Tamrin::command_line& line);
 
 }  // namespace tarnwheel::client

@@ -1,5 +1,5 @@
-// Changes that a user may ask for in the text of a line. Blocks of bytes come one after another; a
-// line end, or a line, may lie across several.
+// Conversions that a user may request for the text of a line. Each takes successive blocks of
+// bytes; a line, or a line end, may span several blocks.
 #pragma once
 
 #include <cstddef>
@@ -9,19 +9,19 @@
 
 namespace tarnwheel::client {
 
-// The bytes of a line end by its name: none, cr, lf or crlf. Throws cmd_line_syntax_error for another
+// The bytes of the line end named none, cr, lf or crlf. Throws cmd_line_syntax_error for any other
 // name, and for "none" unless `may_be_none`.
 [[nodiscard]] std::string_view parse_line_end(std::wstring_view name, bool may_be_none);
 
-// Gives each LF, with the CR before it if there is one, another form; a CR alone stays.
+// Replaces each LF, together with the CR before it if any, by another line end; a lone CR stays.
 class line_end_converter {
  public:
-  // `end` must outlive this, and is not empty.
+  // `end` must outlive this and must not be empty.
   explicit line_end_converter(std::string_view end) : end_(end) {}
 
-  // A CR at the end of the block is kept back until the next one.
+  // A CR at the end of the block is held back until the next one.
   [[nodiscard]] std::vector<std::byte> convert(std::span<const std::byte> block);
-  // What is kept back, at the end of the text.
+  // Returns what is held back; call it at the end of the text.
   [[nodiscard]] std::vector<std::byte> finish();
 
  private:
@@ -29,7 +29,7 @@ class line_end_converter {
   bool kept_cr_ = false;
 };
 
-// Puts a CR before each LF that has none, and keeps nothing back.
+// Inserts a CR before each LF that has none, and holds nothing back.
 class cr_inserter {
  public:
   [[nodiscard]] std::vector<std::byte> convert(std::span<const std::byte> block);
@@ -41,7 +41,7 @@ class cr_inserter {
 // Puts the local time, "hh:mm:ss.mmm " in ASCII, before the first byte of each line.
 class time_stamper {
  public:
-  // The block's bytes have come just now.
+  // The block is taken to have arrived just now.
   [[nodiscard]] std::vector<std::byte> convert(std::span<const std::byte> block);
 
  private:

@@ -13,7 +13,7 @@
 namespace tarnwheel::client {
 namespace {
 
-// The text that comes of `text`, given in pieces of `size` bytes.
+// The result of converting `text` in pieces of `size` bytes.
 template <class Change>
 std::string Changed(Change change, std::string_view text, std::size_t size) {
   std::vector<std::byte> changed;

@@ -14,8 +14,8 @@ constexpr std::uint32_t kGreatestRead = 16 * 1024;  // bytes
 constexpr ULONG kDriverQueue = 64 * 1024;           // bytes, in each direction
 constexpr milliseconds kPauseBetweenReads(20);
 
-// Not five seconds: Wine's pool threads retire when they were idle for that long, and a thread that
-// retires while the answer to its read comes loses it.
+// Not five seconds: Wine's pool threads retire after being idle for that long, and a thread that
+// retires while the answer to its read arrives loses it.
 constexpr milliseconds kHeartbeat(3000);
 constexpr milliseconds kHeartbeatLimit(10'000);
 
@@ -27,7 +27,7 @@ remote_line::remote_line(const line_address& address)
       name_(server_.open_port(address.port, address.stop)),
       controls_(server_, name_),
       output_(server_, controls_, name_) {
-  static_cast<void>(controls_.set_queue_size(kDriverQueue));  // which it may refuse
+  static_cast<void>(controls_.set_queue_size(kDriverQueue));  // the device may refuse it
   controls_.set_read_limit(limits_.driver).get();
   controls_.set_line(address.settings).get();
 }
@@ -63,13 +63,13 @@ void remote_line::stop() {
 void remote_line::end(const client_error& reason) {
   if (ended_.exchange(true))
     return;
-  receiver_->ended(reason);  // before anything else looks as if it had gone well
+  receiver_->ended(reason);  // first: stop() completes pending writes as if they had succeeded
   stop();
 }
 
-// A driver completes a read of one byte as soon as that byte comes. Of a longer one some complete
-// with what is there, others wait for all of it: so the next read asks for what is there. A device
-// that does not count is read byte by byte.
+// Every driver completes a read of one byte as soon as that byte arrives. Some complete a longer
+// read with the bytes at hand, others wait for all of it, so the second read asks only for bytes
+// that are queued. A device that does not report their number is read byte by byte.
 ostra::future<void> remote_line::read() {
   try {
     while (!ended_) {
@@ -86,7 +86,7 @@ ostra::future<void> remote_line::read() {
         auto taken = receiver_->received(std::move(bytes));
         co_await taken;
       } else if (steady_clock::now() - start < limits_.driver / 2) {
-        // A driver that does not know these time-outs must not be asked without a pause.
+        // A driver that ignores these time-outs must not be polled without a pause.
         auto pause = pause_.wait(kPauseBetweenReads);
         co_await pause;
       }
@@ -115,7 +115,7 @@ ostra::future<std::uint32_t> remote_line::take_errors() {
   co_return errors_.exchange(0);
 }
 
-// The device forgets errors once it has told them.
+// Keeps the errors for take_errors(), since the device clears them once it has reported them.
 void remote_line::note_errors(std::uint32_t errors) {
   if (errors == 0)
     return;
@@ -134,8 +134,8 @@ ostra::future<bool> remote_line::has_modem_lines() {
   }
 }
 
-// Some drivers of devices without modem lines never end a wait for their changes, not even when it is
-// cancelled.
+// For a device without modem lines, some drivers never complete a wait for their changes, not even
+// when it is cancelled.
 ostra::future<void> remote_line::wait_for_events(std::uint32_t events) {
   try {
     auto asked = has_modem_lines();
@@ -149,14 +149,14 @@ ostra::future<void> remote_line::wait_for_events(std::uint32_t events) {
     auto wait = controls_.wait_for_events();
     while (!ended_) {
       const std::uint32_t happened = co_await wait;
-      // Nobody changes the mask, so a wait without a result comes from a device without events.
+      // The mask never changes, so a wait without a result means a device without events.
       if (happened == 0)
         co_return;
       wait = controls_.wait_for_events();
       receiver_->changed(happened);
     }
   } catch (const client_error&) {
-    // A device without events, or the end of the connection, which others tell of.
+    // A device without events, or the end of the connection, which watch_connection() reports.
   }
 }
 
@@ -175,8 +175,9 @@ ostra::future<void> remote_line::watch_output() {
   }
 }
 
-// A device that has vanished leaves the pending read without an answer, as a quiet line does. It is
-// missed only if it has answered before, which is found out at once.
+// A device that has vanished leaves the pending read without an answer, as a quiet line does.
+// Silence ends the line only if the device has answered this query before, so the first is sent at
+// once.
 ostra::future<void> remote_line::watch_device() {
   try {
     while (!ended_) {

@@ -1,4 +1,4 @@
-// A serial port of a server, opened for this client and worked without blocking.
+// A serial port of a server, opened for this client and operated without blocking.
 #pragma once
 
 #include <atomic>
@@ -16,49 +16,49 @@
 
 namespace tarnwheel::client {
 
-// Receives a line's bytes and events, on threads of the pool; received() and changed() may run side
-// by side.
+// Receives a line's bytes and events on pool threads; received() and changed() may overlap.
 class line_receiver {
  public:
-  // The bytes that came, in their order. The next read is sent when the future completes, so a
-  // receiver that takes its time holds up the sender at the far end, by the driver's buffer and the
+  // Takes the bytes in the order of their arrival. The next read is sent when the future completes,
+  // so a slow receiver holds up the sender at the far end, through the driver's buffer and the
   // line's flow control.
   virtual ostra::future<void> received(std::vector<std::byte> bytes) = 0;
 
-  // SERIAL_EV_* of which some have happened. The next wait is under way already: what is asked of
-  // the device now misses nothing.
+  // `events` are the SERIAL_EV_* that have happened. The next wait is already in flight, so a query
+  // of the device from here misses no change.
   virtual void changed(std::uint32_t events) = 0;
 
-  // The line has ended by itself: the server has gone, or the device fails to respond.
-  // Called once at most.
+  // The line has ended by itself: the server has gone, or the device fails to respond. Called once
+  // at most.
   virtual void ended(const client_error& reason) = 0;
 
  protected:
   ~line_receiver() = default;
 };
 
-// The driver ends a read without bytes after `driver`. One whose answer has not come by `patience`
+// The driver completes a read without bytes after `driver`. A read still unanswered `patience`
 // later has failed: a server leaves it without a reply.
 struct read_limits {
   std::chrono::milliseconds driver{12'000};
   std::chrono::milliseconds patience{8000};
 };
 
-// Which line, and how it is to be set.
+// A line, and its settings when opened.
 struct line_address {
   std::wstring server;
-  std::uint32_t port = 0;  // its number
+  std::uint32_t port = 0;  // the N of COMN
   line_settings settings = {};
   std::wstring pipe{tether::kServerPipe};
-  HANDLE stop = nullptr;  // unless null, an event that ends the opening
+  HANDLE stop = nullptr;  // unless null, an event that aborts the opening
   read_limits limits = {};
 };
 
-// One connection with one port; reads, writes, a wait for events and controls pend side by side on
-// it. The constructor and the destructor block and belong to the owner's thread, everything else to
-// any. It ends by itself (line_receiver::ended), with hang_up() or with the destructor, after which the
-// receiver is not called any more. The destructor waits for a call of the receiver that
-// is under way, so before it the owner brings futures that received() has given to completion.
+// One connection with one port, on which reads, writes, a wait for events and controls are in
+// flight at the same time. The constructor and the destructor block and are called on the owner's
+// thread, everything else on any thread. The line ends by itself (line_receiver::ended), with
+// hang_up() or with the destructor; after that the receiver is no longer called. The destructor
+// waits for a receiver call in progress, so the owner must first see to it that futures returned by
+// received() complete.
 class remote_line {
  public:
   // Connects, opens the port and sets it; throws client_error.
@@ -70,23 +70,23 @@ class remote_line {
   // Such as "COM5".
   [[nodiscard]] const std::wstring& name() const noexcept { return name_; }
 
-  // Begins to read, and to wait for `events` (SERIAL_EV_*; 0 for none) if the device knows them. To
-  // be called once. `receiver` must outlive this.
+  // Starts reading, and waiting for `events` (SERIAL_EV_*; 0 for none) if the device knows them.
+  // Call it once. `receiver` must outlive this.
   void start(line_receiver& receiver, std::uint32_t events);
 
-  // Ends the line: everything that waits for it completes soon, and ended() is not called any more.
+  // Ends the line: everything that waits for it completes soon, and ended() is no longer called.
   void hang_up();
 
-  // SERIAL_ERROR_* since the last call. Does not fail; completes before the destructor runs.
+  // SERIAL_ERROR_* since the last call. Does not fail; must complete before the destructor runs.
   ostra::future<std::uint32_t> take_errors();
 
-  // Settings and signals: each request has a limit, and its failure ends nothing else. Of the errors
-  // there, some are told to take_errors() alone.
+  // Settings and signals: each request has a limit, and its failure ends nothing else. For errors
+  // use take_errors(): line_status() misses those that the line itself has already fetched.
   [[nodiscard]] line_controls& controls() noexcept { return controls_; }
 
-  // Queues the bytes and completes when there is room for more, with the end of the line at the
-  // latest; the next call comes after that. Bytes that the device does not take in time end the
-  // line, unless flow control may hold them up: then they wait for as long as it does.
+  // Queues the bytes. Completes when there is room for more, or the line has ended; call again only
+  // after that. Bytes that the device does not take in time end the line, unless flow control may
+  // hold them up: then they wait without a limit.
   ostra::future<void> write(std::vector<std::byte> bytes) {
     return output_.write(std::move(bytes));
   }
@@ -121,7 +121,7 @@ class remote_line {
   std::atomic<bool> ended_ = false;
   std::atomic<std::uint32_t> errors_ = 0;  // SERIAL_ERROR_* not yet taken
 
-  // The coroutines that use all that.
+  // The coroutines that use the members above.
   std::vector<ostra::future<void>> running_;
 };
 

@@ -31,7 +31,7 @@ struct RemoteLine : testing::Test, line_receiver {
     heard += text;
   }
 
-  // Data, <events> and !the end come to be these.
+  // Waits until the data, <events> and !end noted are these.
   bool Hears(const std::string& text) {
     return eventually([&] {
       const std::lock_guard guard(lock);
@@ -81,14 +81,14 @@ TEST_F(RemoteLine, UnansweredControlFailsAloneAndIsNotAskedAgain) {
   device.unanswered = {IOCTL_SERIAL_SET_DTR, IOCTL_SERIAL_SET_BAUD_RATE,
                        IOCTL_SERIAL_GET_COMMSTATUS};
   Start();
-  const auto rate = controls.set_baud_rate(1);  // another one has worked
+  const auto rate = controls.set_baud_rate(1);  // another rate was accepted before
   EXPECT_EQ(Failure(controls.set_dtr(true)), L"COM5: no answer within 2000 ms (0x800705b4)");
   EXPECT_EQ(Failure(controls.set_dtr(false)),
             L"COM5: the device does not answer this request (0x80070032)");
   EXPECT_EQ(Failure(rate), L"COM5: the device refuses 1 baud (0x800705b4)");
   device.unanswered = {IOCTL_SERIAL_GET_COMMSTATUS};
   EXPECT_EQ(Failure(controls.set_baud_rate(9600)), L"");
-  device.send("byte by byte");  // since it was not told how many there are
+  device.send("byte by byte");  // the device does not report how many there are
   EXPECT_TRUE(Hears("byte by byte"));
 }
 
@@ -106,7 +106,7 @@ TEST_F(RemoteLine, WritesAreBoundedAndAPurgeDropsWhatIsOnItsWay) {
   room.get();
   line.drained().get();
   EXPECT_TRUE(device.take_calls().ends_with(" [19 5 0 0 0]"));
-  device.may_write.set();  // for the piece that this device should have aborted, too
+  device.may_write.set();  // also for the piece that a real device would have aborted
   Write(4);
   line.drained().get();
   EXPECT_TRUE(eventually([&] { return device.written().size() == 4096u + 4u; }));
@@ -117,7 +117,7 @@ TEST_F(RemoteLine, WriteThatFailsEndsTheLine) {
   Start();
   Write(1);
   EXPECT_TRUE(Hears("!COM5: failed (0xa0000001)"));
-  Write(200'000);  // goes nowhere, and keeps nobody
+  Write(200'000);  // is discarded, and completes at once
   line.drained().get();
 }
 
@@ -130,7 +130,7 @@ TEST_F(RemoteLine, ReadThatFailsEndsTheLine) {
   EXPECT_TRUE(Hears("!COM5: no answer within 300 ms (0x800705b4)"));
 }
 
-// With everything under way. The end of a line by its owner comes first, and is not told.
+// With calls of every kind in flight. The line that its owner ends first reports nothing.
 TEST_F(RemoteLine, ServerThatGoesAwayEndsTheLineOnce) {
   device.unanswered = {IOCTL_SERIAL_SET_DTR, IOCTL_SERIAL_WAIT_ON_MASK};
   device.may_write.reset();

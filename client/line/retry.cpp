@@ -44,7 +44,7 @@ void attempts::run(const std::function<void()>& session) {
     try {
       session();
     } catch (const client_error& error) {
-      failed = error;  // this is where a session ends
+      failed = error;  // the boundary of a session
     }
     if (!failed || pause_function_(milliseconds::zero()) || !wait_after(*failed))
       return;

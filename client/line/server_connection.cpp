@@ -62,8 +62,8 @@ std::wstring display_name_of(std::wstring_view name) {
   return name == L"." ? L"this machine" : std::wstring(name);
 }
 
-// All instances being taken passes quickly: the server makes the next one as soon as a client has
-// taken the last.
+// All instances are busy only briefly: the server makes the next one as soon as a client has taken
+// the last.
 HRESULT connect_when_free(tether::ITransport& transport, std::wstring_view name,
                           std::wstring_view pipe) {
   const auto deadline = steady_clock::now() + kBusyLimit;
@@ -91,7 +91,7 @@ std::shared_ptr<tether::ITransport> connect(std::wstring_view name, std::wstring
 
 }  // namespace
 
-// Calls `hang_up` of a connection when `signal` is signalled during its life.
+// Hangs up a connection if `signal` is signalled during this object's lifetime.
 class server_connection::hang_up_signal {
  public:
   hang_up_signal(HANDLE signal, const server_connection& connection)
@@ -131,7 +131,7 @@ server_connection::~server_connection() {
   try {
     ostra::within(std::move(receiving_), kLeaveLimit).get();
   } catch (...) {
-    // The network has gone, or there is no memory to wait with. What the read uses is its own.
+    // The network has gone, or there is no memory to wait with. The read owns everything it uses.
   }
 }
 
@@ -151,7 +151,7 @@ std::wstring server_connection::open_port(std::uint32_t number, HANDLE stop) {
   std::wstring name = port_name(number);
   const hang_up_signal stopping(stop, *this);
   const HRESULT outcome = wait(remote().OpenPort(number), name, kOpenLimit);
-  // One code says two things, of which a port that is shared leaves one.
+  // The code means that the port is in use or is not shared; a port that is listed is shared.
   if (outcome == E_ACCESSDENIED && lists(number))
     throw explain(outcome, name, kInUseCauses);
   if (FAILED(outcome))

@@ -10,7 +10,7 @@ namespace tarnwheel::client {
 namespace {
 
 struct ServerConnection : testing::Test {
-  // What becomes of opening COM5 with a connection of its own.
+  // The failure to open COM5 on a connection of its own; empty on success.
   std::wstring Opened(HANDLE stop = nullptr) const {
     return test::failure_of([&] { server_connection(L".", server.pipe).open_port(5, stop); });
   }
@@ -37,7 +37,7 @@ TEST_F(ServerConnection, SlowOpenEndsWithTheUsersWish) {
             L"COM5: the server on this machine ended the connection (0x800704c7)");
 }
 
-// As a driver of Windows answers; the server gives the same to a client that may not have the port.
+// Drivers of Windows answer like this, and so does the server when a client may not use the port.
 TEST_F(ServerConnection, RefusedPortThatIsListedIsInUse) {
   server.device->outcome = E_ACCESSDENIED;
   EXPECT_EQ(Opened(), L"COM5 is in use by another program or client (0x80070005)");

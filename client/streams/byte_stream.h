@@ -11,14 +11,14 @@
 
 namespace tarnwheel::client {
 
-// One read and one write may be under way side by side; each keeps the stream. Futures fail with
-// hresult_error. cancel() may come from any thread and ends both, and every later call.
+// One read and one write may be in flight at a time; each keeps the stream alive. Futures fail with
+// hresult_error. cancel() may be called on any thread and ends both, and every later call.
 class byte_stream {
  public:
-  // Gives the number of bytes, 0 when the other end writes no more. The buffer stays until then.
+  // Completes with the number of bytes, 0 at the end of input. The buffer must live until then.
   virtual ostra::future<std::size_t> read(std::span<std::byte> buffer) = 0;
 
-  // Completes when all is written. The bytes stay until then.
+  // Completes when everything is written. The bytes must live until then.
   virtual ostra::future<void> write(std::span<const std::byte> bytes) = 0;
 
   // Tells the other end that nothing more will be written.
@@ -32,12 +32,13 @@ class byte_stream {
   virtual ~byte_stream() = default;
 };
 
-// Listens from its construction on. cancel() may come from any thread and ends accept(), which then
-// fails with operation_cancelled; accept() fails with hresult_error when a program went while it
-// came, say, and may be called again.
+// Listens from construction on. cancel() may be called on any thread and makes accept() fail with
+// operation_cancelled. After any other hresult_error, such as for a program that disconnected while
+// it was connecting, accept() may be called again.
 class stream_listener {
  public:
-  // Completes with the next program. One call at a time, which ends before the listener does.
+  // Completes with the next program's stream. One call at a time, which must complete before the
+  // listener is destroyed.
   virtual ostra::future<std::shared_ptr<byte_stream>> accept() = 0;
 
   virtual void cancel() noexcept = 0;

@@ -27,13 +27,13 @@ constexpr known_cause kOpenCauses[] = {
 constexpr wchar_t kNameCharacters[] =
     L"0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
-// A read ends with whatever has come, or after this time without bytes, in milliseconds; a write when
-// all is written.
+// In milliseconds. A read completes with whatever has arrived, or without bytes after this time; a
+// write completes when everything is written.
 constexpr ULONG kQuietTime = 500;
 constexpr SERIAL_TIMEOUTS kTimeouts = {MAXDWORD, MAXDWORD, kQuietTime, 0, 0};
 
-// IOCTL_SERIAL_LSRMST_INSERT with the null modems' extension: breaks, rate and line control of the other
-// end. The output is their present state.
+// IOCTL_SERIAL_LSRMST_INSERT with the extension of virtual null modems, which inserts breaks, rate
+// and line control of the other end. The output is their present state.
 constexpr std::string_view kExtension("c0c\0", 4);
 constexpr std::uint32_t kInsertions = 0x1 | 0x400 | 0x100 | 0x200 | 0x0100'0000;
 constexpr std::uint32_t kClearInput = 0x0200'0000;
@@ -67,7 +67,7 @@ com_stream::com_stream(std::wstring name, bool ends_with_program,
       name_(std::move(name)),
       ends_with_program_(ends_with_program) {}
 
-// Without flow control, and DTR and RTS off.
+// Turns off flow control, DTR and RTS.
 ostra::future<void> com_stream::set_up() {
   auto timed = control(IOCTL_SERIAL_SET_TIMEOUTS, bytes_of(kTimeouts));
   co_await timed;
@@ -81,8 +81,9 @@ ostra::future<void> com_stream::set_up() {
   co_await masked;
 }
 
-// What has come before is not escaped and cannot be told apart, so it is cleared. A driver without the
-// extension takes the first byte for its own form of the request, in which zero turns insertions off.
+// Bytes received earlier are not escaped and cannot be told apart from insertions, so they are
+// cleared. A driver without the extension takes the first byte as the standard form of the request,
+// in which a zero byte turns insertions off again.
 ostra::future<bool> com_stream::begin_insertions() {
   try {
     auto begun = control(IOCTL_SERIAL_LSRMST_INSERT, insertion_request(kInsertions | kClearInput),
@@ -93,7 +94,7 @@ ostra::future<bool> com_stream::begin_insertions() {
     auto ended = control(IOCTL_SERIAL_LSRMST_INSERT, bytes(1));
     co_await ended;
   } catch (const ostra::hresult_error&) {
-    // It knows no insertions.
+    // The driver does not support insertions.
   }
   co_return false;
 }
@@ -126,8 +127,8 @@ ostra::future<com_stream::bytes> com_stream::perform(std::uint32_t code, bytes i
   co_return output;
 }
 
-// The last bytes may come between a read that has found none and the look at DSR, so nothing more is to
-// be expected only when a read after that finds none either.
+// The last bytes may arrive between an empty read and the query of DSR, so the stream has ended
+// only when a read after that query is empty too.
 ostra::future<std::size_t> com_stream::read(std::span<std::byte> buffer) {
   const auto self = shared_from_this();
   for (bool has_gone = false;;) {
@@ -202,11 +203,12 @@ class com_listener final : public stream_listener {
   const ostra::cancellation_source cancellation_;
   const ostra::cancellation_token token_ = cancellation_.token();
 
-  // Set once for each stream, which holds it too; accept() waits once for each but the first.
+  // Shared with the streams, each of which sets it once, on closing; accept() waits for that before
+  // each stream but the first.
   const std::shared_ptr<ostra::auto_reset_event> closed_ =
       std::make_shared<ostra::auto_reset_event>(token_);
 
-  std::shared_ptr<com_stream> next_;  // the first one; used by accept() only
+  std::shared_ptr<com_stream> next_;  // the first stream; used by accept() only
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// A local serial device behind which a program is: one end of a null modem, virtual or real.
+// A local serial device with a program at its far end: one end of a null modem, virtual or real.
 #pragma once
 
 #include <cstdint>
@@ -14,41 +14,42 @@
 
 namespace tarnwheel::client {
 
-// Set at its destruction: a base class's comes after that of the handle.
+// Sets the event on destruction. As the first base class it is destroyed after the handle, so the
+// device is closed by then.
 struct closing_signal {
   std::shared_ptr<ostra::auto_reset_event> closed;
   ~closing_signal() { closed->set(); }
 };
 
-// The opened device: RTS of the program's end is CTS here, DTR is DSR. Futures fail with hresult_error,
-// after cancel() with operation_cancelled; each call holds the stream until its completion has come.
-// set_up() comes first; afterwards any thread may call.
+// The opened device: RTS of the program's end is CTS here, DTR is DSR. Futures fail with
+// hresult_error, after cancel() with operation_cancelled; each call keeps the stream alive until it
+// completes. Call set_up() first; after that any thread may call.
 class com_stream final : private closing_signal, public handle_stream<Tamrin::unique_file> {
  public:
   using bytes = std::vector<std::byte>;
 
-  // Opens the device, and sets `signal` when it is closed again; throws hresult_error. With
-  // `ends_with_program` the stream ends when DSR is off and everything is read.
+  // Opens the device; throws hresult_error. `signal` is set when the device is closed again. With
+  // `ends_with_program` the stream ends when DSR is off and everything has been read.
   com_stream(std::wstring name, bool ends_with_program,
              std::shared_ptr<ostra::auto_reset_event> signal);
   [[nodiscard]] ostra::future<void> set_up();
 
-  // True when the bytes are those of an insertion_decoder, by which the device tells the program's
-  // settings and breaks. Constant after set_up().
+  // True if the device inserts the program's settings and breaks among the bytes, which are then
+  // for an insertion_decoder. Constant after set_up().
   [[nodiscard]] bool inserts() const noexcept { return inserts_; }
 
-  // The present state of these, as insertions.
+  // The program's present settings and break, as insertions.
   [[nodiscard]] ostra::future<bytes> state();
 
-  // A device control, which has a limit; gives the output.
+  // Performs a device control, within kControlLimit; completes with the output.
   [[nodiscard]] ostra::future<bytes> control(std::uint32_t code, bytes input = {},
                                              std::size_t output_size = 0);
 
   // SERIAL_CTS_STATE and so on.
   [[nodiscard]] ostra::future<std::uint32_t> modem_status();
 
-  // SERIAL_EV_* that have happened since the last wait: of CTS, DSR and, where the device does not
-  // insert, breaks. One call at a time; `token` cancels it.
+  // Completes with the SERIAL_EV_* since the last wait: changes of CTS and DSR and, where the
+  // device does not insert them, breaks. One call at a time; `token` cancels it.
   [[nodiscard]] ostra::future<std::uint32_t> wait_for_events(ostra::cancellation_token token);
   [[nodiscard]] const ostra::cancellation_token& token() const { return handle().token(); }
 
@@ -67,10 +68,10 @@ class com_stream final : private closing_signal, public handle_stream<Tamrin::un
 };
 
 // Opens the device of this name, such as COM20 or CNCB0, for one stream after another: the next one
-// comes when the one before is closed, and with `while_program_is_there` when DSR is on. Throws
-// client_error, as accept() does when the device is gone: then nobody comes any more. Says on standard
-// error where the device does not tell settings. Throws cmd_line_syntax_error for a name that no device
-// has.
+// follows when the one before is closed and, with `while_program_is_there`, DSR is on. Throws
+// client_error, as accept() does when the device has gone, after which no stream follows. Reports
+// on standard error if the device does not report settings. Throws cmd_line_syntax_error for a name
+// that no device can have.
 [[nodiscard]] std::unique_ptr<stream_listener> listen_com(std::wstring_view name,
                                                           bool while_program_is_there);
 

@@ -1,4 +1,4 @@
-// A stream over a handle that takes overlapped calls.
+// A stream over a handle that is opened for overlapped I/O.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 
 namespace tarnwheel::client {
 
-// Owner as overlapped_handle takes it. Read and Write start the calls.
+// Owner is as for overlapped_handle. Read and Write are the functors that start the calls.
 template <class Owner, class Read = ostra::read_file, class Write = ostra::write_file>
 class handle_stream : public byte_stream,
                       public std::enable_shared_from_this<handle_stream<Owner, Read, Write>> {

@@ -9,7 +9,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// Data as they are, everything else as <its number:its value, in bytes>.
+// Data unchanged, every other item as <number:bytes of the value>.
 std::string Decoded(const std::string& input, std::size_t cut) {
   insertion_decoder decoder;
   std::string text;

@@ -36,7 +36,7 @@ std::wstring own_sid() {
   return text;
 }
 
-// The system's default would let everybody read the port's data.
+// The system's default security would let everyone read the port's data.
 tether::security_descriptor own_account_only() {
   return tether::security_descriptor::from_sddl(L"D:P(A;;GA;;;SY)(A;;GA;;;" + own_sid() + L")");
 }
@@ -60,7 +60,7 @@ class pipe_stream final : public handle_stream<Tamrin::unique_file> {
     co_await call;
   }
 
-  // A pipe has no end but its closing, after which written bytes can still be read.
+  // A pipe cannot be half closed; bytes written before it is closed can still be read.
   void finish() noexcept override {}
   [[nodiscard]] std::wstring peer() const override { return L"A program"; }
 };

@@ -1,4 +1,4 @@
-// Programs of this machine that take a named pipe for a serial port.
+// Accepts programs of this machine that use a named pipe as a serial port.
 #pragma once
 
 #include <memory>
@@ -8,8 +8,8 @@
 
 namespace tarnwheel::client {
 
-// `name` goes behind "\\.\pipe\", or begins with that. The pipe carries bytes, for programs of this
-// account and of the system's alone. Throws client_error when there is such a pipe already.
+// `name` is appended to "\\.\pipe\" unless it begins with that. The pipe carries bytes, for
+// programs of this account and of the system's alone. Throws client_error if it exists already.
 [[nodiscard]] std::unique_ptr<stream_listener> listen_pipe(std::wstring_view name);
 
 }  // namespace tarnwheel::client

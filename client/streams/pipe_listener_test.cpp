@@ -22,7 +22,7 @@ TEST(PipeListener, EveryInstanceIsForThisAccountAndTheSystemAlone) {
                                                  nullptr, OPEN_EXISTING, 0, nullptr));
     const auto stream = accepted.get();
     EXPECT_EQ(testing_support::access_to(pipe.get()),
-              L"D:P(A;;GA;;;SY)(A;;GA;;;" + std::wstring(account) + L")");  // on Windows FA
+              L"D:P(A;;GA;;;SY)(A;;GA;;;" + std::wstring(account) + L")");  // FA on Windows
   }
 }
 

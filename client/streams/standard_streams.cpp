@@ -14,7 +14,7 @@ struct input_stream::state {
 
   explicit state(HANDLE handle) : input(handle) {}
 
-  // Blocks. Whatever ends the input is its end.
+  // Blocks. Any failure counts as the end of the input.
   [[nodiscard]] bytes read_block() const {
     bytes block(kBlock);
     DWORD size = 0;
@@ -75,7 +75,7 @@ void input_stream::abandon() {
     const std::lock_guard guard(state_->lock);
     asked = std::exchange(state_->waiter, std::nullopt);
   }
-  // The promise that goes unkept cancels the call.
+  // Destroying the promise unkept fails the call with operation_cancelled.
 }
 
 void output_stream::state::write(const std::vector<std::byte>& bytes) {

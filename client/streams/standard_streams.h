@@ -1,4 +1,4 @@
-// Standard input and output for coroutines: their reads and writes block.
+// Standard input and output, whose reads and writes block, for coroutines.
 #pragma once
 
 #include <atomic>
@@ -12,20 +12,20 @@
 
 namespace tarnwheel::client {
 
-// Reads a file, a pipe or a console, whose reads block, on threads of the pool. A read that is
-// never answered outlives this, and ends with the process.
+// Reads a file, a pipe or a console, whose reads block, on pool threads. A read that never returns
+// outlives this, and ends with the process.
 class input_stream {
  public:
   static constexpr std::size_t kBlock = 16 * 1024;  // bytes
 
-  // `input` stays open until the process ends.
+  // `input` must stay open until the process ends.
   explicit input_stream(HANDLE input);
 
-  // The next bytes, at most a block; none at the end of the input. One call at a time.
+  // Completes with the next bytes, up to kBlock; none at the end of input. One call at a time.
   ostra::future<std::vector<std::byte>> read();
 
-  // The call that is under way fails with operation_cancelled; what comes of it is kept for the
-  // next one.
+  // Fails the call in progress with operation_cancelled; the bytes that it would have read are kept
+  // for the next one.
   void abandon();
 
  private:
@@ -35,17 +35,17 @@ class input_stream {
   ostra::work_queue reads_;
 };
 
-// Writes bytes as they are to a file, a pipe or a console, whose writes block, on threads of the
-// pool. A write that nobody reads outlives this, and ends with the process.
+// Writes bytes unchanged to a file, a pipe or a console, whose writes block, on pool threads. A
+// write that never returns outlives this, and ends with the process.
 class output_stream {
  public:
-  // `output` stays open until the process ends.
+  // `output` must stay open until the process ends.
   explicit output_stream(HANDLE output);
 
   // Completes when the bytes are written, or the stream has been closed or has failed.
   ostra::future<void> write(std::vector<std::byte> bytes);
 
-  // The Win32 error of the first write that has failed, after which nothing more is written.
+  // The Win32 error of the first failed write, after which nothing more is written.
   [[nodiscard]] DWORD error() const noexcept { return state_->error; }
 
   void close() { writes_.close(); }

@@ -1,5 +1,4 @@
-// Standard output whose other end is the test's. A read that is abandoned is for the system's tests
-// to see.
+// Standard output with the test at its other end. The system tests cover abandoned reads.
 #include "client/streams/standard_streams.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +10,7 @@ namespace {
 
 using bytes = std::vector<std::byte>;
 
-// The writer stays open until the process ends: the first write outlives its stream.
+// `writer` stays open until the process ends: the first write outlives its stream.
 TEST(StandardStreams, WriteThatNobodyReadsHoldsUpNobodyAndOneWithoutAReaderFails) {
   HANDLE reader = nullptr, writer = nullptr;
   EXPECT_TRUE(::CreatePipe(&reader, &writer, nullptr, 4096));

@@ -33,7 +33,7 @@ ostra::future<void> stream_writer::write_all(std::shared_ptr<byte_stream> stream
       present->done.complete();
     }
   } catch (const ostra::hresult_error&) {
-    // The other end has gone, or the stream was cancelled: whoever reads from it hears of that.
+    // The other end has gone, or the stream was cancelled; the stream's reader notices that too.
   }
   stream->cancel();
   pieces->close();

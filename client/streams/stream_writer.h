@@ -11,8 +11,8 @@
 
 namespace tarnwheel::client {
 
-// Writes what several coroutines send, each piece whole, in the order of the calls. Whoever waits
-// for a piece before sending the next one keeps memory bounded. Any thread.
+// Writes the pieces that several coroutines send, each whole, in the order of the calls. A sender
+// that waits for each piece before sending the next one keeps memory bounded. Any thread.
 class stream_writer {
  public:
   explicit stream_writer(std::shared_ptr<byte_stream> stream);
@@ -20,7 +20,7 @@ class stream_writer {
   stream_writer& operator=(const stream_writer&) = delete;
   ~stream_writer() { close(); }
 
-  // Completes when the bytes are written, or are discarded because the stream was cancelled.
+  // Completes when the bytes are written, or discarded because the stream failed or was closed.
   ostra::future<void> send(std::vector<std::byte> bytes);
 
   // Discards the pieces that have not been started, and all later ones.

@@ -1,13 +1,13 @@
 #include "client/streams/tcp_listener.h"
 
-// Behind win32.h, which keeps the older socket header away.
+// After win32.h, which keeps the older socket header out.
 #include "platform/win32.h"
 
 #include <mswsock.h>
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
-// Behind those, whose types it uses.
+// After those, whose types it uses.
 #include <mstcpip.h>
 
 #include <array>
@@ -25,11 +25,11 @@ namespace {
 
 constexpr wchar_t kLoopback[] = L"127.0.0.1";
 
-// In milliseconds. A program whose machine has gone is missed after half a minute and then, with
+// In milliseconds. The loss of a program's machine is noticed after half a minute and then, on
 // Windows, ten probes.
 constexpr tcp_keepalive kKeepAlive = {1, 30'000, 5000};
 
-constexpr DWORD kAddressRoom = sizeof(sockaddr_storage) + 16;  // as AcceptEx wants it
+constexpr DWORD kAddressRoom = sizeof(sockaddr_storage) + 16;  // as AcceptEx requires
 
 constexpr known_cause kTcpCauses[] = {
     {WSAEADDRINUSE, L"{0} is in use by another program", failure::local},
@@ -52,7 +52,7 @@ struct address_list_traits {
 };
 using unique_address_list = Tamrin::unique_resource<address_list_traits>;
 
-// Winsock for as long as somebody has sockets.
+// Keeps Winsock initialised while there are sockets.
 class winsock {
  public:
   winsock() {
@@ -103,7 +103,7 @@ unique_address_list resolve(const tcp_address& address) {
 
 using name_function = int(WSAAPI*)(SOCKET, sockaddr*, int*);
 
-// "127.0.0.1:4000", of this end or the other one; empty when it cannot be told.
+// "127.0.0.1:4000", for this end or the other one; empty if unknown.
 std::wstring name_of(const unique_socket& socket, name_function name) {
   sockaddr_storage storage = {};
   auto* const address = static_cast<sockaddr*>(static_cast<void*>(&storage));
@@ -155,8 +155,8 @@ class tcp_stream final : public handle_stream<unique_socket, receive_bytes, send
   const std::shared_ptr<winsock> library_;
 };
 
-// The provider's own function, by way of the socket: the library that exports it under this name is
-// none of those that Windows takes from its own folder alone.
+// The provider's own function, obtained through the socket: the DLL that exports it by name is not
+// one of those that Windows loads from its own folder alone.
 LPFN_ACCEPTEX accept_function(const unique_socket& socket) {
   GUID id = WSAID_ACCEPTEX;
   LPFN_ACCEPTEX function = nullptr;

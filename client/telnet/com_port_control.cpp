@@ -28,7 +28,7 @@ std::uint32_t integer_of(std::span<const std::byte> bytes) {
   return value;
 }
 
-// The same setting in the option, and to a driver.
+// The codes of one setting in the option and for a driver.
 struct code_pair {
   std::uint8_t option;
   UCHAR driver;
@@ -46,7 +46,7 @@ constexpr code_pair kFlows[] = {{kFlowNone, static_cast<UCHAR>(flow_control::non
                                 {kFlowXonXoff, static_cast<UCHAR>(flow_control::xon_xoff)},
                                 {kFlowRtsCts, static_cast<UCHAR>(flow_control::rts_cts)}};
 
-// The part of a line's settings that a command is about.
+// The line setting that a command changes.
 struct size_row {
   std::uint8_t command;
   UCHAR SERIAL_LINE_CONTROL::*member;
@@ -67,9 +67,8 @@ std::uint8_t option_code(std::span<const code_pair> codes, UCHAR driver) {
   return std::ranges::find(codes, driver, &code_pair::driver)->option;
 }
 
-// A UART has one stop bit or more, and how many more the data size says: with 5 bits, one and a
-// half, otherwise two. A client sets one after the other and would pass through what no driver
-// takes.
+// A UART has one stop bit, or more: one and a half with 5 data bits, otherwise two. A client that
+// sets both sizes in turn would otherwise pass through values that no driver takes.
 SERIAL_LINE_CONTROL as_driver_takes_it(SERIAL_LINE_CONTROL line) {
   if (line.StopBits != STOP_BIT_1)
     line.StopBits = line.WordLength == 5 ? STOP_BITS_1_5 : STOP_BITS_2;
@@ -84,7 +83,7 @@ std::uint8_t changes_between(std::uint8_t before, std::uint8_t now) {
 
 }  // namespace
 
-// A signal that the client sets. Its codes follow one another: the query, on, off.
+// A signal that the client sets. Its codes are consecutive: query, on, off.
 struct com_port_control::signal {
   [[nodiscard]] bool has(std::uint8_t value) const { return value >= query && value <= query + 2; }
 
@@ -194,7 +193,7 @@ payload com_port_control::signal_state(const signal& asked) const {
   return answer(kSetControl, static_cast<std::uint8_t>(code));
 }
 
-// Queries, and kinds of flow control that no port here has.
+// Answers queries, and requests for kinds of flow control that are not supported.
 payload com_port_control::flow_state(std::uint8_t value) const {
   const auto kind = static_cast<UCHAR>(settings_.line.flow);
   const std::uint8_t flow = option_code(kFlows, kind);
@@ -224,8 +223,8 @@ ostra::future<payload> com_port_control::set_flow(std::uint8_t value) {
   co_return flow_state(kQueryFlow);
 }
 
-// A port that lacks a signal, one of a virtual machine say, leaves every request for it without an
-// answer. Programs that set the signal all the same are to work with such a port too.
+// A port that lacks a signal, such as one of a virtual machine, leaves every request for it without
+// an answer. Programs that set the signal all the same must work with such a port too.
 ostra::future<payload> com_port_control::set_signal(const signal& changed, bool on) {
   auto set = accepted((line_.controls().*changed.set)(on));
   const bool accepted_by_device = co_await set;
@@ -235,7 +234,7 @@ ostra::future<payload> com_port_control::set_signal(const signal& changed, bool 
 }
 
 ostra::future<void> com_port_control::send_break() {
-  settings_.break_on = true;  // for end_break(), should the client go meanwhile
+  settings_.break_on = true;  // for end_break(), in case the client goes meanwhile
   try {
     auto sent = line_.controls().send_break(break_time_);
     co_await sent;

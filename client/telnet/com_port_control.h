@@ -16,7 +16,7 @@
 
 namespace tarnwheel::client {
 
-// The port's settings in effect, which outlive the clients.
+// The port's settings in effect. They outlive each client.
 struct com_port_settings {
   line_settings line;
   bool break_on = false;
@@ -24,9 +24,9 @@ struct com_port_settings {
   bool rts_on = true;
 };
 
-// Serves one client. execute() is called by one coroutine at a time, everything else from any thread
-// meanwhile. Payloads are those of the option's subnegotiations. The futures do not fail, and
-// complete before this is destroyed.
+// Serves one client. execute() is called by one coroutine at a time; everything else may be called
+// on any thread meanwhile. Payloads are those of the option's subnegotiations. The futures do not
+// fail, and must complete before this is destroyed.
 class com_port_control {
  public:
   using payload = std::vector<std::byte>;
@@ -35,33 +35,33 @@ class com_port_control {
   com_port_control(remote_line& line, com_port_settings& settings, std::string signature)
       : line_(line), settings_(settings), signature_(std::move(signature)) {}
 
-  // Executes a client's command and gives the answer: the state that is then in effect, whether or
-  // not it is the one requested. Empty when nothing is to be answered, as for a malformed command.
-  // A size or rate that is in effect already is not sent to the device: clients send all of them to
+  // Executes a client's command and completes with the answer: the state that is then in effect,
+  // whether or not it is the one requested. Empty if no answer is due, as for a malformed command.
+  // A size or rate that is already in effect is not sent to the device: clients send all of them to
   // change one, and each refusal costs the whole time limit of a request.
   ostra::future<payload> execute(std::vector<std::byte> command);
 
   // Notices of the modem lines' state (MS_CTS_ON and so on) and of errors (SERIAL_ERROR_*); empty
-  // when the client's mask suppresses them. The first notice reports all lines. A ring is reported at
-  // its end, when the line is unchanged.
+  // when the client's mask suppresses them. The first notice reports all lines. `rang` reports a
+  // ring that has ended, which leaves the line unchanged.
   [[nodiscard]] payload modem_notice(std::uint32_t status, bool rang = false);
   [[nodiscard]] payload line_notice(std::uint32_t errors);
 
   // MS_CTS_ON and so on; 0 from a device that has no such lines.
   ostra::future<std::uint32_t> modem_status();
 
-  // Completes when the client wants data and notices, which it may suspend until close().
+  // Completes when the client accepts data and notices, which it may suspend until close().
   [[nodiscard]] ostra::future<void> flowing() { return flowing_.wait(); }
   void close();
 
   // The number of times that the client has purged the input.
   [[nodiscard]] unsigned input_purges() const noexcept { return input_purges_; }
 
-  // As executing the commands that turn a break on and, after the usual time, off; one call at a
-  // time, which close() cuts short.
+  // Has the effect of the commands that turn a break on and, after the usual time, off. One call at
+  // a time; close() cuts it short.
   ostra::future<void> send_break();
 
-  // Ends a break that the client has left.
+  // Ends a break that the client has left on.
   ostra::future<void> end_break();
 
  private:
@@ -97,7 +97,7 @@ class com_port_control {
   ostra::srw_lock lock_;
   std::uint8_t line_mask_ = 0;
   std::uint8_t modem_mask_ = 0xFF;
-  std::uint8_t lines_ = 0;  // the modem lines as they were told last
+  std::uint8_t lines_ = 0;  // the modem lines as last reported
   bool told_ = false;
 };
 

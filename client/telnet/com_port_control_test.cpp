@@ -41,7 +41,7 @@ struct ComPortControl : testing::Test {
     if (word == "flows")
       return control->flowing().is_complete() ? " yes" : " no";
     bytes answer;
-    if (word == "lines" || word == "ring")  // MS_*; "ring" when one has ended meanwhile
+    if (word == "lines" || word == "ring")  // MS_*; "ring" if one has ended meanwhile
       answer = control->modem_notice(value, word == "ring");
     else if (word == "errors")  // SERIAL_ERROR_*
       answer = control->line_notice(value);
@@ -59,7 +59,7 @@ struct ComPortControl : testing::Test {
   std::optional<com_port_control> control;
 };
 
-// A device is asked for nothing that it has already, and one that refuses keeps what it has.
+// A setting already in effect is not sent to the device; one that the device refuses has no effect.
 TEST_F(ComPortControl, CommandsAreDoneAndAnsweredWithTheStateInEffect) {
   Play("1 0 0 0 0 = 101 0 0 37 128;1 0 1 194 0 = 101 0 1 194 0 [1 0 194 1 0];1 0 1 =");
   Play("2 8 = 102 8;2 7 = 102 7 [3 0 0 7];2 9 = 102 7;2 =");
@@ -84,13 +84,13 @@ TEST_F(ComPortControl, SettingsAreKeptForTheNextClient) {
   Play("5 10 = 105 12;5 1 = 105 1 [25 0 0 0 0 0 0 0 0 0 4 0 0 0 4 0 0]");
 }
 
-// All of them first, then the changes, each with what has changed; a ring at its end.
+// All lines first, then each change with the lines that have changed; a ring when it ends.
 TEST_F(ComPortControl, ModemLinesAreTold) {
   Play("lines 16 = 107 16;lines 16 =;lines 112 = 107 114;lines 128 = 107 143;lines 0 = 107 8");
   Play("lines 0 = 107 0;lines 0 =;ring 0 = 107 4");
-  device.modem_lines = 32;  // which are told as soon as they are asked for
+  device.modem_lines = 32;  // reported as soon as they are requested
   Play("lines 128 = 107 128;7 = 107 42 [26]");
-  // Of CTS alone; that it went off is told.
+  // With a mask of CTS alone; its going off is reported.
   Play("11 16 = 111 16;lines 0 = 107 0;lines 32 =;lines 48 = 107 16;lines 32 = 107 0");
 }
 

@@ -5,7 +5,7 @@
 
 namespace tarnwheel::client::com_port_option {
 
-// Commands of a client; the server's answer, or notification, is greater by kToClient.
+// Commands of a client; the server's answer or notification has the same number plus kToClient.
 enum command : std::uint8_t {
   kSignature = 0,
   kSetBaudRate = 1,
@@ -23,8 +23,8 @@ enum command : std::uint8_t {
 };
 inline constexpr std::uint8_t kToClient = 100;
 
-// Values of kSetBaudRate (four bytes, the highest first), kSetDataSize, kSetParity and kSetStopSize
-// that ask for the present one.
+// The value of kSetBaudRate (four bytes, big-endian), kSetDataSize, kSetParity and kSetStopSize
+// that queries the present one.
 inline constexpr std::uint8_t kQuery = 0;
 
 enum parity : std::uint8_t { kNone = 1, kOdd = 2, kEven = 3, kMark = 4, kSpace = 5 };
@@ -55,7 +55,7 @@ enum control : std::uint8_t {
 
 enum purge : std::uint8_t { kPurgeInput = 1, kPurgeOutput = 2, kPurgeBoth = 3 };
 
-// Of kNotifyLineState.
+// Bits of kNotifyLineState.
 enum line_state : std::uint8_t {
   kOverrun = 0x02,
   kParityError = 0x04,
@@ -63,8 +63,8 @@ enum line_state : std::uint8_t {
   kBreakDetected = 0x10,
 };
 
-// Of kNotifyModemState. The upper half has the lines as a driver's modem status has them; a bit of
-// the lower half says that the line four bits above has changed, for the ring signal that it ended.
+// Bits of kNotifyModemState. The upper half holds the lines as a driver's modem status does; a bit
+// of the lower half says that the line four bits above has changed or, for ring, has ended.
 inline constexpr std::uint8_t kLines = 0xF0;
 inline constexpr std::uint8_t kRing = 0x40;
 

@@ -35,7 +35,7 @@ void append_doubling_iac(std::vector<std::byte>& bytes, std::byte byte) {
 
 class telnet::output {
  public:
-  // Neighbours of a kind are one item, but for subnegotiations and breaks.
+  // Adjacent pieces of one kind form one item, except for subnegotiations and breaks.
   void add(telnet_item::kind what, std::initializer_list<std::uint8_t> bytes) {
     if (items_.empty() || items_.back().what != what)
       items_.push_back({what, {}});
@@ -105,7 +105,7 @@ void telnet::take(std::uint8_t byte, output& out) {
         state_ = state::data;
         return end_subnegotiation(out);
       }
-      return take_command(byte, out);  // the subnegotiation was cut
+      return take_command(byte, out);  // which cuts the subnegotiation short
   }
 }
 

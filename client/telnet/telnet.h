@@ -22,7 +22,7 @@ struct telnet_item {
     data,
     com_port,       // a subnegotiation of the option kComPort, without the option's number
     break_request,  // the command BREAK, without bytes
-    reply,          // goes to the peer as it is
+    reply,          // to be sent to the peer unchanged
   };
 
   kind what;
@@ -30,13 +30,12 @@ struct telnet_item {
 };
 
 // Decodes the peer's bytes into items, and encodes bytes for the peer. Both ends may use the
-// options above, but for the echo, which this end alone offers: it is the device that echoes, or
-// does not, and a terminal must not do so too. Every other option is refused. Any input is legal:
-// what cannot be understood is skipped, and no input makes this keep more than
-// kLongestSubnegotiation bytes.
+// options above, except for the echo, which only this end offers: echoing is up to the device, and
+// a terminal must not do it too. Every other option is refused. Any input is legal: what cannot be
+// understood is skipped, and no input makes this keep more than kLongestSubnegotiation bytes.
 //
-// An option is answered only when its state changes, so two ends that agree say nothing more. Not
-// synchronised: receive() and offer() belong to one thread at a time, encode() to another.
+// An option is answered only when its state changes, so two ends that agree exchange nothing more.
+// Not synchronised: receive() and offer() belong to one thread at a time, encode() to another.
 class telnet {
  public:
   static constexpr std::size_t kLongestSubnegotiation = 512;
@@ -44,14 +43,14 @@ class telnet {
   // The opening offer: the options that this end wants.
   [[nodiscard]] std::vector<std::byte> offer();
 
-  // In the order of the input; commands may be cut anywhere between two calls.
+  // Returns the items in the order of the input; commands may be split anywhere between two calls.
   [[nodiscard]] std::vector<telnet_item> receive(std::span<const std::byte> input);
 
   // True when the peer has agreed to control the port.
   [[nodiscard]] bool controls_port() const noexcept;
 
-  // Data as it goes to the peer. A carriage return is padded, with the byte that comes after it, as
-  // long as the peer has not agreed to binary data.
+  // Encodes data for the peer. Until the peer has agreed to binary data, a NUL follows each
+  // carriage return that is not followed by a line feed; it is sent together with the next byte.
   [[nodiscard]] std::vector<std::byte> encode(std::span<const std::byte> data);
 
   // A subnegotiation of the option kComPort.
@@ -61,18 +60,18 @@ class telnet {
   enum class state {
     data,
     data_after_cr,
-    command,      // behind IAC
-    negotiation,  // behind IAC and one of WILL, WONT, DO, DONT
-    option,       // behind IAC SB
+    command,      // after IAC
+    negotiation,  // after IAC and one of WILL, WONT, DO, DONT
+    option,       // after IAC SB
     subnegotiation,
-    subnegotiation_command,  // behind IAC in a subnegotiation
+    subnegotiation_command,  // after IAC in a subnegotiation
   };
 
-  // Of one option at one end.
+  // The state of one option at one end.
   struct option_state {
     std::uint8_t number;
     bool on = false;
-    bool asked = false;  // by this end, and not answered yet
+    bool asked = false;  // by this end, and still unanswered
   };
   using option_states = std::vector<option_state>;
 
@@ -93,7 +92,7 @@ class telnet {
   bool too_long_ = false;
 
   std::atomic<bool> sends_binary_ = false;
-  bool sent_cr_ = false;  // encode()'s last byte, where lines are padded
+  bool sent_cr_ = false;  // encode()'s last byte was a carriage return
 
   static constexpr std::size_t kBinaryIndex = 0;
   option_states ours_ = {{telnet_option::kBinary},  // WILL and WONT of this end

@@ -12,7 +12,8 @@ namespace {
 using namespace std::string_view_literals;
 
 // Telnet's bytes are written as "^" IAC, "W" WILL, "w" WONT, "D" DO, "d" DONT, "[" SB, "]" SE, "B"
-// BREAK, "N" NOP; options as "0" binary (and NUL), "E" echo, "G" go-ahead, "C" port, "T" terminal type.
+// BREAK, "N" NOP; options as "0" binary (and NUL), "E" echo, "G" go-ahead, "C" port, "T" terminal
+// type.
 constexpr auto kSymbols = "^WwDd[]BN0EGCT"sv;
 constexpr auto kBytes = "\xFF\xFB\xFC\xFD\xFE\xFA\xF0\xF3\xF1\0\1\3,\x18"sv;
 
@@ -34,7 +35,7 @@ std::string Text(const std::vector<std::byte>& data) {
   return Replaced({reinterpret_cast<const char*>(data.data()), data.size()}, kBytes, kSymbols);
 }
 
-// "data abc, reply ^WE, port xy, break", in which neighbours of a kind are one, but for port's.
+// "data abc, reply ^WE, port xy, break": adjacent items of one kind are joined, except for port.
 std::string Shown(const std::vector<telnet_item>& items) {
   static constexpr const char* kKinds[] = {"data ", "port ", "break", "reply "};
   std::string shown, kind;
@@ -50,13 +51,13 @@ std::string Shown(const std::vector<telnet_item>& items) {
 TEST(Telnet, InputBecomesTheSameItemsWhereverItIsCut) {
   const std::pair<std::string, std::string> rows[] = {
       {"a^^b^^", "data a^b^"},
-      {"a\r0b\r\nc0", "data a\rb\r\nc0"},  // a line's end is padded
+      {"a\r0b\r\nc0", "data a\rb\r\nc0"},  // CR is padded
       {"^W0\r0", "reply ^D0, data \r0"},   // but not when binary
       {"a^Nb^]^Bz", "data ab, break, data z"},
-      {"^DE^WE^WT", "reply ^WE^dE^dT"},                    // it is the device that echoes
+      {"^DE^WE^WT", "reply ^WE^dE^dT"},                    // echoing is up to the device
       {"^wE^dC^dC^WC^WC^DG^DC^dC", "reply ^DC^WG^WC^wC"},  // only changes are answered
       {"a^[Cx^^y^]b^[Tx^]c", "data a, port x^y, data bc"},
-      {"^[Cx^DEx", "reply ^WE, data x"},  // cut by a command
+      {"^[Cx^DEx", "reply ^WE, data x"},  // cut short by a command
       {"^[Cx^[Cy^]^[C^]", "port y, port "},
       {"^[C" + std::string(512, 'x') + "^]", "port " + std::string(512, 'x')},
       {"^[C" + std::string(513, 'x') + "^]y", "data y"},
@@ -72,7 +73,7 @@ TEST(Telnet, InputBecomesTheSameItemsWhereverItIsCut) {
   }
 }
 
-// The agreement of two ends, and binary data then, are for the bridge's test to see.
+// The bridge's test covers the agreement of two ends, and binary data after it.
 TEST(Telnet, OutputIsPaddedAndEscaped) {
   EXPECT_EQ(Text(telnet().encode(Bytes("a\rb^\r0"))), "a\r0b^^\r00");
   EXPECT_EQ(Text(telnet::encode_com_port(Bytes("^]"))), "^[C^^]^]");

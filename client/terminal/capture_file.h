@@ -12,13 +12,13 @@
 
 namespace tarnwheel::client {
 
-// Bytes are added as they are at the end of the file. Not synchronised.
+// Appends bytes unchanged to the file. Not synchronised.
 class capture_file {
  public:
-  // An empty path keeps nothing. Throws client_error when the file cannot be opened.
+  // With an empty path nothing is recorded. Throws client_error if the file cannot be opened.
   explicit capture_file(std::wstring_view path);
 
-  // Gives the first failure; after that nothing more is kept.
+  // Returns the first failure, after which nothing more is recorded.
   [[nodiscard]] std::optional<client_error> add(std::span<const std::byte> bytes);
 
  private:

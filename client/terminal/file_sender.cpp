@@ -49,7 +49,7 @@ void file_sender::start() {
   is_sending_ = true;
   is_stopped_ = false;
   if (sending_.valid())
-    sending_.wait();  // it has called done_, so it is at its end
+    sending_.wait();  // it has called done_, so it is about to complete
   sending_ = send(std::exchange(name_, {}));
 }
 
@@ -69,7 +69,7 @@ ostra::future<void> file_sender::send(std::wstring path) {
                                                  nullptr));
     LARGE_INTEGER size = {};
     ostra::details::check_file(file.get());
-    if (::GetFileType(file.get()) != FILE_TYPE_DISK)  // what may never end
+    if (::GetFileType(file.get()) != FILE_TYPE_DISK)  // anything else may never end
       ostra::details::throw_win32(ERROR_NOT_SUPPORTED);
     ostra::details::check_bool(::GetFileSizeEx(file.get(), &size));
     auto sent = send_bytes(file.get(), static_cast<std::uint64_t>(size.QuadPart));

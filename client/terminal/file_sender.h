@@ -13,29 +13,29 @@
 
 namespace tarnwheel::client {
 
-// Asks for the file's name on the screen, then sends its bytes as they are, as fast as the line takes
-// them, and tells of each tenth. Its own thread-pool coroutine reads the file; everything else is
-// called by the session's thread.
+// Asks for the file's name on the screen, then sends its bytes unchanged, as fast as the line takes
+// them, and reports each tenth. A coroutine on the thread pool reads the file; all functions are
+// called on the session's thread.
 class file_sender {
  public:
-  // Both must outlive this. `done` is called on any thread when a file that was started has been sent
-  // or given up.
+  // `line` and `screen` must outlive this. `done` is called on any thread when a started file has
+  // been sent or given up.
   file_sender(remote_line& line, terminal_screen& screen, std::function<void()> done)
       : line_(line), screen_(screen), done_(std::move(done)) {}
 
-  // Begins to ask for a name; while a file is being sent, ends that.
+  // Starts asking for a name or, while a file is being sent, stops sending it.
   void toggle();
 
-  // While it asks, the keys are the name's: Enter ends it, Escape gives up.
+  // While it asks, keys edit the name: Enter accepts it, Escape cancels.
   [[nodiscard]] bool asks() const noexcept { return asks_; }
   void strike(std::wstring_view key);
 
-  // Says whether a file waits to be started, which may be done when nobody else writes to the line;
-  // nobody else does until `done` is called.
+  // True if a named file waits for start(). From start() until `done` is called nothing else may
+  // write to the line.
   [[nodiscard]] bool is_named() const noexcept { return !asks_ && !name_.empty(); }
   void start();
 
-  // Waits for its end; to be called when the line has been hung up.
+  // Stops sending and waits for the end; call it after the line has been hung up.
   void finish();
 
  private:

@@ -9,9 +9,9 @@
 
 namespace tarnwheel::client {
 
-// Writes rows of sixteen bytes with their offset and their ASCII characters, 78 columns wide. A row
-// that is not complete is shown at once, and written again over itself with the bytes that come
-// next: so the text begins with a carriage return.
+// Formats rows of sixteen bytes with their offset and their ASCII characters, 78 columns wide. An
+// incomplete row is shown at once, and overwritten when the next bytes arrive: so the text begins
+// with a carriage return.
 class hex_view {
  public:
   static constexpr std::size_t kBytesInRow = 16;
@@ -22,7 +22,7 @@ class hex_view {
  private:
   [[nodiscard]] std::wstring row() const;
 
-  std::uint32_t offset_ = 0;  // of the row; starts again after 4 GiB
+  std::uint32_t offset_ = 0;  // of the row; wraps after 4 GiB
   std::vector<std::byte> row_;
 };
 

@@ -62,7 +62,7 @@ ostra::future<void> terminal_commands::send_break() {
   } catch (const client_error& error) {
     screen_.note(error.message());
   } catch (const ostra::timer_cancelled&) {
-    // The terminal is being left, which closes the port.
+    // The user leaves the terminal, which closes the port.
   }
 }
 
@@ -90,7 +90,7 @@ ostra::future<void> terminal_commands::show_state() {
   screen_.note(tfmt::format(L"{0}: {1}; {2}\r\n {3}; {4}", line_.name(), line, own, lines, found));
 }
 
-// As the device has it: another rate than it was set to may be the nearest one it knows.
+// The rate in effect, which may be the nearest one that the device supports.
 ostra::future<std::wstring> terminal_commands::rate() {
   try {
     auto asked = line_.controls().baud_rate();

@@ -14,18 +14,18 @@
 
 namespace tarnwheel::client {
 
-// Used by one thread, which does not wait: each command goes on by itself and tells its outcome on
-// the screen.
+// Used by one thread. run() does not wait: each command goes on by itself and reports its outcome
+// on the screen.
 class terminal_commands {
  public:
-  // Both must outlive this. `format` is how the line has been set, such as "8N1".
+  // `line` and `screen` must outlive this. `format` is the line's setting, such as "8N1".
   terminal_commands(remote_line& line, terminal_screen& screen, std::wstring format)
       : line_(line), screen_(screen), format_(std::move(format)) {}
 
-  // Ignores all other commands.
+  // Ignores commands that do not act on the line, and a break while one is being sent.
   void run(key_command command);
 
-  // Waits for the commands under way; to be called when the line has been hung up, which ends them.
+  // Waits for the commands in progress; call it after the line has been hung up, which ends them.
   void finish();
 
  private:

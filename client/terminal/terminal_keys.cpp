@@ -14,8 +14,8 @@ constexpr std::wstring_view kPrefix = L"\x1D";  // Ctrl+]
 constexpr std::wstring_view kEscape = L"\x1B";
 constexpr std::wstring_view kDelete = L"\x7F";
 
-// Keys without a character. A sequence ends in its letter, or in its number and a tilde; modifiers
-// go between: ESC [ A, ESC [ 1 ; 5 A; ESC [ 3 ~, ESC [ 3 ; 5 ~.
+// Keys without a character. Their sequences end in a letter, or in a number and a tilde; modifiers
+// precede the last character: ESC [ A, ESC [ 1 ; 5 A; ESC [ 3 ~, ESC [ 3 ; 5 ~.
 struct named_key {
   WORD code;
   std::uint32_t number;  // 1 for those that end in a letter
@@ -50,7 +50,7 @@ struct modifiers {
         alt((state & (LEFT_ALT_PRESSED | RIGHT_ALT_PRESSED)) != 0),
         ctrl((state & (LEFT_CTRL_PRESSED | RIGHT_CTRL_PRESSED)) != 0) {}
 
-  // As escape sequences count them; 1 for none.
+  // The parameter that encodes them in escape sequences; 1 for none.
   [[nodiscard]] std::uint32_t number() const {
     return 1u + (shift ? 1u : 0u) + (alt ? 2u : 0u) + (ctrl ? 4u : 0u);
   }
@@ -68,7 +68,7 @@ std::wstring sequence_of(const named_key& key, const modifiers& held) {
                       std::wstring(1, key.last));
 }
 
-// The text of a key before Alt changes it; empty when it has none.
+// The text of a key regardless of Alt; empty if it has none.
 std::wstring characters_of(const KEY_EVENT_RECORD& key, const modifiers& held) {
   const wchar_t character = key.uChar.UnicodeChar;
   switch (key.wVirtualKeyCode) {
@@ -90,7 +90,7 @@ std::wstring characters_of(const KEY_EVENT_RECORD& key, const modifiers& held) {
 }  // namespace
 
 std::wstring text_of(const KEY_EVENT_RECORD& key) {
-  // A character that was composed with Alt and digits comes when Alt is let go of.
+  // A character that was composed with Alt and digits arrives when Alt is released.
   if (!key.bKeyDown)
     return key.wVirtualKeyCode == VK_MENU && key.uChar.UnicodeChar != 0
                ? std::wstring(1, key.uChar.UnicodeChar)

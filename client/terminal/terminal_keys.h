@@ -12,13 +12,13 @@
 
 namespace tarnwheel::client {
 
-// The text that a terminal sends for a key of the console, once for each repetition: characters as
-// they are, control characters, escape sequences for arrows and the like, and ESC before what is
-// struck with Alt. Empty for keys that send nothing. A character beyond U+FFFF comes as two keys.
+// The text that a terminal sends for each repetition of a console key: characters as they are,
+// control characters, escape sequences for arrows and the like, and ESC before the text of a key
+// struck with Alt. Empty for keys that send nothing. A character beyond U+FFFF arrives as two keys.
 [[nodiscard]] std::wstring text_of(const KEY_EVENT_RECORD& key);
 
-// The texts of the keys that have been struck in a console, one key after another. Blocks until there
-// is an event of the console; nothing when the console has gone.
+// The texts of the keys struck in a console, in order. Blocks until the console has an event;
+// nullopt if the console has gone.
 [[nodiscard]] std::optional<std::vector<std::wstring>> read_keys(HANDLE console);
 
 enum class key_command {
@@ -33,27 +33,26 @@ enum class key_command {
   show_keys,
 };
 
-// Finds the commands among the keys: each is Ctrl+] and then one more key.
+// Finds the commands among the keys: each is Ctrl+] followed by one more key.
 class command_keys {
  public:
-  // The meaning of a key by its text, which is not empty.
+  // The meaning of the next key, given its text, which must not be empty.
   [[nodiscard]] key_command feed(std::wstring_view text) noexcept;
 
-  // The commands in words, a line each.
+  // A description of the commands, one per line.
   [[nodiscard]] static std::wstring_view help() noexcept;
 
  private:
   bool prefixed_ = false;
 };
 
-// The keys while there is no line for them: only Ctrl+] q has a meaning, everything else is
-// discarded.
+// Handles keys while there is no line for them: Ctrl+] q leaves, everything else is discarded.
 class leave_key {
  public:
   // `keys` is the console's input; `stop` must outlive this.
   leave_key(HANDLE keys, const console::interrupt& stop) : keys_(keys), stop_(stop) {}
 
-  // Blocks for `time`; true, at once, when the user leaves, by that key or by `stop`.
+  // Blocks for `time`; returns true, at once, when the user leaves, by that key or by `stop`.
   [[nodiscard]] bool wait(std::chrono::milliseconds time);
 
  private:

@@ -7,7 +7,7 @@
 namespace tarnwheel::client {
 namespace {
 
-// What a user strikes in a real terminal is for the system's tests to see.
+// The system tests cover keys struck in a real terminal.
 TEST(TextOfKey, IsWhatATerminalSends) {
   constexpr DWORD alt_gr = LEFT_CTRL_PRESSED | RIGHT_ALT_PRESSED;
   const struct {
@@ -17,7 +17,7 @@ TEST(TextOfKey, IsWhatATerminalSends) {
     std::wstring text;
     BOOL down = TRUE;
   } rows[] = {
-      {'A', L'a', 0, L"", FALSE},  // let go of
+      {'A', L'a', 0, L"", FALSE},  // released
       {'C', L'\x03', LEFT_CTRL_PRESSED, L"\x03"},
       {'Q', L'@', alt_gr, L"@"},
       {VK_BACK, L'\b', 0, L"\x7F"},
@@ -39,7 +39,7 @@ TEST(TextOfKey, IsWhatATerminalSends) {
   }
 }
 
-// "]" is Ctrl+]; of the meanings, in their order, "s" is to be sent.
+// "]" stands for Ctrl+], and the letters of the result for the key_commands in order, "s" for send.
 TEST(CommandKeys, AreThoseBehindCtrlBracket) {
   command_keys commands;
   std::string found;

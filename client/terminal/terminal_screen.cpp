@@ -14,7 +14,7 @@ void print_text(std::wstring_view text) {
   console::print(console::standard_stream::output, text);
 }
 
-// A terminal passes over the character NUL, which a console shows.
+// A terminal ignores the character NUL, whereas a console shows it.
 std::wstring without_nul(std::wstring text) {
   std::erase(text, L'\0');
   return text;
@@ -22,7 +22,7 @@ std::wstring without_nul(std::wstring text) {
 
 }  // namespace
 
-// Used by one item of work after another.
+// Used by one item of work at a time.
 struct terminal_screen::state {
   explicit state(view wanted) : kind(wanted) {}
 
@@ -30,7 +30,7 @@ struct terminal_screen::state {
     print_text(kind == view::hex ? hex.add(bytes) : without_nul(text.decode(bytes)));
   }
 
-  // Whatever Enter sends, the cursor is to begin a new line.
+  // Whatever Enter sends, the cursor moves to a new line.
   void echo(std::span<const std::byte> bytes) {
     if (kind == view::hex)
       return show(bytes);

@@ -12,8 +12,8 @@
 
 namespace tarnwheel::client {
 
-// Writes to the console of standard output on threads of the pool: one that the user has stopped
-// holds up nobody. Any thread.
+// Writes to the console of standard output on pool threads, so that a console paused by the user
+// does not block the callers. Any thread.
 class terminal_screen {
  public:
   // UTF-8 text with its escape sequences, or hexadecimal columns.
@@ -27,10 +27,10 @@ class terminal_screen {
   // The user's keystrokes, as they are sent to the line.
   void echo(std::vector<std::byte> bytes);
 
-  // A line of this program's own, or several with CR LF between them.
+  // Shows a message of this program's own: a line, or several with CR LF between them.
   void note(std::wstring_view text);
 
-  // Text of this program's own, as it is.
+  // Shows text of this program's own unchanged.
   void print(std::wstring_view text);
 
   // Discards whatever is not shown yet.

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::wstring_view kCtrlC = L"\x03";
 
-// Bytes that wait for a line which takes none; more of them are dropped.
+// UTF-16 units that wait while the line takes none; further keys are dropped.
 constexpr std::size_t kMostTyped = 1024 * 1024;
 
 bool begins_pair(wchar_t unit) {
@@ -26,7 +26,7 @@ void terminal_session::run(HANDLE keys, const console::interrupt& stop) {
   line_.hang_up();
   const auto failed = failure();
   if (failed)
-    screen_.show({}).wait();  // behind everything that has come
+    screen_.show({}).wait();  // after everything received
   screen_.close();
   commands_.finish();
   file_.finish();
@@ -36,7 +36,7 @@ void terminal_session::run(HANDLE keys, const console::interrupt& stop) {
     throw *failed;
 }
 
-// Waits for something and does it; false when that ends the session.
+// Waits for one signal and handles it; false if that ends the session.
 bool terminal_session::serve(HANDLE keys, const console::interrupt& stop) {
   const HANDLE signalled = wait_for({stop.event(), news(), stop.ctrl_c(), keys});
   if (signalled == stop.event())
@@ -88,7 +88,7 @@ void terminal_session::send_typed() {
   if (settings_.echo)
     screen_.echo(bytes);
   if (sending_.valid())
-    sending_.wait();  // it has made room, so it is at its end
+    sending_.wait();  // it has made room, so it is about to complete
   sending_ = send(std::move(bytes));
 }
 
@@ -98,7 +98,7 @@ ostra::future<void> terminal_session::send(std::vector<std::byte> bytes) {
   take_room();
 }
 
-// Any thread: the line takes the next bytes.
+// Any thread. The line takes the next bytes.
 void terminal_session::take_room() {
   has_room_ = true;
   notify();

@@ -1,4 +1,4 @@
-// A remote line at the keyboard and on the screen.
+// A remote line operated from the keyboard and the screen.
 #pragma once
 
 #include <atomic>
@@ -18,16 +18,17 @@
 
 namespace tarnwheel::client {
 
-// What the user asks for beyond a plain terminal.
+// The user's options for the terminal.
 struct terminal_settings {
   bool echo = false;
   std::string_view newline = "\r";  // the bytes of Enter
-  bool inserts_cr = false;          // where LF comes without one; not in the log
-  bool stamps = false;              // what is shown and the log
+  bool inserts_cr = false;          // before an LF without one; not in the log
+  bool stamps = false;              // on the screen and in the log
   std::wstring format;              // of the line, such as "8N1"
 };
 
-// Sends the user's keys to the line and shows the bytes that it receives. Constructed and run by one thread.
+// Sends the user's keys to the line and shows the bytes that it receives. Constructed and run on
+// one thread.
 class terminal_session final : public line_session {
  public:
   // Opens the line; throws client_error. `screen` and `capture` must outlive this.
@@ -53,9 +54,9 @@ class terminal_session final : public line_session {
   terminal_screen& screen_;
   capture_file& capture_;
   const terminal_settings settings_;
-  std::atomic<bool> has_room_ = true;  // the line, for the next bytes
+  std::atomic<bool> has_room_ = true;  // the line has room for the next bytes
 
-  // Used by received(), one call after another.
+  // Used by received(), one call at a time.
   time_stamper stamper_;
   cr_inserter inserter_;
 
@@ -66,7 +67,7 @@ class terminal_session final : public line_session {
   std::wstring typed_;
   ostra::future<void> sending_;
 
-  remote_line line_;  // last: it calls this until it has ended
+  remote_line line_;  // last: it calls this object until it is destroyed
 };
 
 }  // namespace tarnwheel::client

@@ -16,30 +16,31 @@ inline constexpr wchar_t kHelpOption[] = L"help";
 inline constexpr wchar_t kJsonOption[] = L"json";
 inline constexpr wchar_t kNewlineOption[] = L"newline";
 
-// True for the words that ask for help where a verb should stand.
+// True for the words that ask for help in place of a verb.
 [[nodiscard]] bool asks_for_help(std::wstring_view word) noexcept;
 
-// Throws cmd_line_syntax_error when there is no such verb.
+// Throws cmd_line_syntax_error if there is no such verb.
 [[nodiscard]] const verb& verb_named(std::wstring_view word);
 
-// Registers the verb's options and those of all verbs.
+// Registers the verb's own options and those common to all verbs.
 void add_options_of(const verb& verb, Tamrin::command_line& line);
 
-// The arguments after the verb; one in brackets may lack. Throws cmd_line_syntax_error when their number is wrong.
+// The arguments after the verb; one in brackets may be missing. Throws cmd_line_syntax_error if
+// their number is wrong.
 [[nodiscard]] std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                               const Tamrin::command_line& line);
 
-// The verb's SERVER. Throws cmd_line_syntax_error when it is empty.
+// The verb's SERVER. Throws cmd_line_syntax_error if it is empty.
 [[nodiscard]] std::wstring_view server_of(const invocation& request);
 
-// The line that the verb's SERVER and PORT and its options name. Throws cmd_line_syntax_error.
+// The line given by the verb's SERVER, PORT and options. Throws cmd_line_syntax_error.
 [[nodiscard]] line_address address_of(const invocation& request);
 
 // --timeout: the longest wait for an answer. Reading it throws cmd_line_syntax_error.
 void add_timeout_option(Tamrin::command_line& line);
 [[nodiscard]] std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line);
 
-// --map and --timestamps: what is done to the text that comes.
+// --map and --timestamps: changes to the received text.
 struct text_changes {
   bool inserts_cr = false;
   bool stamps = false;
@@ -50,14 +51,15 @@ void add_text_options(Tamrin::command_line& line);
 // --json, a flag.
 void add_json_option(Tamrin::command_line& line);
 
-// "Invalid time-out specified: "0"; expected a number from 1 to 1000", without a line end.
+// Describes the error, as in: Invalid time-out specified: "0"; expected a number from 1 to 1000.
+// Without a line end.
 [[nodiscard]] std::wstring mistake_in(const Tamrin::cmd_line_syntax_error& error);
 
-// Prints what the user has asked for on standard output; throws client_error when it does not take
+// Prints the result of a verb on standard output; throws client_error if that does not take
 // everything.
 void print_result(std::wstring_view text);
 
-// All verbs; one verb with its registered options. For the screen.
+// Help texts: of all verbs, and of one verb with its registered options.
 [[nodiscard]] std::wstring usage();
 [[nodiscard]] std::wstring usage_of(const verb& verb, const Tamrin::command_line& line);
 

@@ -15,8 +15,8 @@ namespace {
 
 // Reads whole command lines as the program does, without running anything.
 struct ClientOptions : testing::Test {
-  // "", or of `send` the settings of its line, its limit in milliseconds and its message, a character
-  // a byte, or "!" and what is wrong.
+  // Returns "", or for `send` the settings of its line, its limit in milliseconds and its message,
+  // one character per byte; on an error "!" and the mistake.
   std::wstring Read(const std::wstring& arguments) {
     try {
       const auto words = Tamrin::split(L"client " + arguments);
@@ -45,7 +45,7 @@ struct ClientOptions : testing::Test {
   std::optional<Tamrin::command_line> line;
 };
 
-// Parity, stop bits and flow control as a driver numbers them.
+// Parity and stop bits are a driver's numbers, flow control is the value of flow_control.
 TEST_F(ClientOptions, ValuesAndWhatIsWrong) {
   const std::pair<const wchar_t*, const wchar_t*> rows[] = {
       {L"send . COM5 a\\r --eol crlf", L"115200 8 0 0 0 2000 a\\r\r\n"},
@@ -72,8 +72,8 @@ TEST_F(ClientOptions, ValuesAndWhatIsWrong) {
     EXPECT_EQ(Read(arguments), values) << arguments;
 }
 
-// An example that no longer fits its verb, a help that does not name what the verb takes, or one
-// that a usual console would break.
+// Finds an example that no longer fits its verb, and help that lacks the verb's options or that a
+// console of 80 columns would wrap.
 TEST_F(ClientOptions, HelpFitsTheVerbs) {
   const std::wregex too_long(L"[^\n]{81}");
   const std::wstring all = usage();

@@ -26,7 +26,7 @@ using ostra::details::to_hresult;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr DWORD kRemoteMailslotsOff = 3025;  // current Windows, unless somebody turns them on
+constexpr DWORD kRemoteMailslotsOff = 3025;  // on current Windows, unless they are turned on
 
 constexpr known_cause kMailslotCauses[] = {
     {ERROR_ALREADY_EXISTS, L"Another discover runs on this machine", failure::connection},
@@ -51,7 +51,7 @@ std::shared_ptr<tether::Mailslot> make_answer_mailslot() {
   return mailslot;
 }
 
-// Gives up a query that its receiver's mailslot has no room for.
+// Abandons the query at `limit` if the receiver's mailslot has no room for it.
 HRESULT send_query(std::wstring_view target, const std::vector<std::byte>& query,
                    milliseconds limit) {
   const auto mailslot = std::make_shared<tether::Mailslot>();
@@ -67,7 +67,7 @@ HRESULT send_query(std::wstring_view target, const std::vector<std::byte>& query
   return outcome;
 }
 
-// A line for each query that could not be sent.
+// Returns a line for each query that could not be sent.
 std::wstring send_queries(milliseconds limit) {
   const auto query = tether::make_datagram(tether::computer_name());
   std::wstring failures;
@@ -79,7 +79,7 @@ std::wstring send_queries(milliseconds limit) {
   return failures;
 }
 
-// The next message, empty when it is too long for an answer; nullopt when none comes in time.
+// The next message, empty if it is too long for an answer; nullopt if none arrives in time.
 std::optional<std::vector<std::byte>> read_message(tether::Mailslot& mailslot, milliseconds limit) {
   try {
     return ostra::within(mailslot.Read(), limit).get();
@@ -112,7 +112,7 @@ void found_servers::add_answer(std::span<const std::byte> answer) {
   try {
     add(tether::name_in(answer));
   } catch (const ostra::hresult_error&) {
-    // It names no computer.
+    // It does not name a computer.
   }
 }
 

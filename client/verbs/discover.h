@@ -1,4 +1,4 @@
-// What discover has found.
+// The search for servers and its result.
 #pragma once
 
 #include <chrono>
@@ -19,13 +19,13 @@ inline constexpr wchar_t kThisMachine[] = L".";
 inline constexpr wchar_t kAllMachines[] = L"*";  // of the domain or workgroup
 
 // The servers that have answered a query or announce themselves. A server may be found several
-// times, once for each transport of its answer, and computers' names do not depend on case. Anybody may
-// answer and announce: what comes beyond kMost is left out.
+// times, once for each transport of its answer, and computers' names do not depend on case. Anyone
+// may answer and announce, so names beyond kMost are discarded.
 class found_servers {
  public:
   static constexpr std::size_t kMost = 1000;
 
-  // Anybody may write into a mailslot: what is no answer is ignored.
+  // Ignores anything but an answer, since anyone may write into a mailslot.
   void add_answer(std::span<const std::byte> answer);
 
   void add(std::wstring computer) {
@@ -43,25 +43,25 @@ class found_servers {
   // Sorted.
   [[nodiscard]] const auto& names() const noexcept { return names_; }
 
-  // The names, sorted, one a line.
+  // The names, sorted, one per line.
   [[nodiscard]] std::wstring lines() const;
 
-  // The same as an array of objects with the field "server".
+  // The names, sorted, as an array of objects with the field "server".
   [[nodiscard]] std::wstring json() const;
 
  private:
   std::set<std::wstring, Tamrin::name_less> names_;
 };
 
-// Looks for servers by all means for as long as `limit`. When there is none, a line on standard error
-// tells of each query that could not be sent. Throws client_error.
+// Looks for servers in every available way, for `limit`. If there is none, a line on standard error
+// reports each query that could not be sent. Throws client_error.
 [[nodiscard]] found_servers find_servers(std::chrono::milliseconds limit);
 
 // The failure of a search that found nothing.
 [[nodiscard]] client_error nobody_answers(std::chrono::milliseconds limit);
 
-// The error to show for the outcome of a query to kThisMachine or kAllMachines; none when it was
-// sent, or when no server runs on this machine.
+// The error to show for the outcome of a query to kThisMachine or kAllMachines; none if it was
+// sent, or no server runs on this machine.
 [[nodiscard]] std::optional<client_error> query_failure(std::wstring_view target, HRESULT outcome);
 
 }  // namespace tarnwheel::client

@@ -27,7 +27,7 @@ TEST(FoundServers, EachIsListedOnceAndSorted) {
 TEST(QueryFailure, SaysWhoWasNotAskedAndWhy) {
   constexpr auto kMissing = static_cast<HRESULT>(0x80070002);
   EXPECT_FALSE(query_failure(L".", kMissing));
-  // The system's own words follow, in its language.
+  // The system's own message follows, in its language.
   const auto missing = query_failure(L"*", kMissing)->message();
   EXPECT_TRUE(missing.starts_with(L"Asking the other machines: ")) << missing;
   const auto off = query_failure(L"*", ostra::details::to_hresult(3025))->message();

@@ -14,11 +14,11 @@ class json_array {
     std::wstring_view value;
   };
 
-  // Adds an object with these fields, whose values are any text.
+  // Adds an object with these fields, whose values may be any text.
   void add(std::initializer_list<field> fields);
 
-  // The array with a line end, one object a line. Characters beyond ASCII are escaped, so it survives
-  // any code page.
+  // The array with a line end, one object per line. Characters beyond ASCII are escaped, so that
+  // the text survives any code page.
   [[nodiscard]] std::wstring text() const;
 
  private:

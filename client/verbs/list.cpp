@@ -20,11 +20,11 @@ namespace tarnwheel::client {
 namespace {
 
 constexpr wchar_t kAll[] = L"all";
-constexpr std::size_t kAskedAtOnce = 32;  // servers, each by a thread of the pool
+constexpr std::size_t kAskedAtOnce = 32;  // servers, each on a pool thread
 
 using port_list = std::vector<tether::port_record>;
 
-// A device's name is the device's to choose: "\x1B" for a control character.
+// A device chooses its name freely, so control characters are shown as in "\x1B".
 std::wstring printable(std::wstring_view name) {
   std::wstring text;
   for (const wchar_t unit : name) {
@@ -35,7 +35,7 @@ std::wstring printable(std::wstring_view name) {
   return text;
 }
 
-// The ports of servers as they are printed. Of more than one server each row says whose port it is.
+// The ports of one server or several as they are printed; with several, each row names the server.
 class port_table {
  public:
   explicit port_table(bool names_servers) : names_servers_(names_servers) {}
@@ -68,15 +68,15 @@ port_list ports_of(std::wstring_view name) {
   return server.wait(server.remote().EnumeratePorts(), server.display_name());
 }
 
-// Connecting and waiting block a thread of the pool.
+// On a pool thread, since connecting and waiting block.
 ostra::future<port_list> fetch_ports(std::wstring name) {
   ostra::resume_background move;
   co_await move;
   co_return ports_of(name);
 }
 
-// Asks all of these at once. A server that does not list its ports costs its rows, a line on standard
-// error, and the success: `failed` is the error whose line is still to be printed.
+// Asks all these servers at once. A server that does not list its ports adds no rows but an error:
+// `failed` is the latest one, which is still to be printed; earlier ones go to standard error.
 void add_ports(port_table& table, std::span<const std::wstring> servers,
                std::optional<client_error>& failed) {
   const std::wstring here = tether::computer_name();

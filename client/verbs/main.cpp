@@ -28,7 +28,7 @@ void run(const verb& chosen, std::wstring_view command_line) {
     chosen.run({arguments_of(chosen, options), options});
 }
 
-// These report on standard error, since a script reads standard output, and give the exit code.
+// Both report on standard error, since a script reads standard output, and return the exit code.
 int report(const Tamrin::cmd_line_syntax_error& error, const verb* chosen) {
   print(standard_stream::error,
         tfmt::format(L"Error: {0}; see \"tarnwheel-client {1?<}{2} {1?>}--help\"\n",
@@ -62,9 +62,9 @@ int run_command_line(std::wstring_view command_line) {
     return report(error, chosen);
   } catch (const client_error& error) {
     return report(error);
-  } catch (...) {  // the system has no memory or no thread for what every verb needs
-    return report(
-        explain(ostra::details::current_hresult(), L"The client cannot go on", {}, failure::local));
+  } catch (...) {  // the system has no memory, or no thread, to give
+    return report(explain(ostra::details::current_hresult(), L"The client cannot continue", {},
+                          failure::local));
   }
 }
 
@@ -72,7 +72,7 @@ int run_command_line(std::wstring_view command_line) {
 }  // namespace tarnwheel::client
 
 int main() {
-  // Windows may load further libraries on its own: never from the program's folder.
+  // Windows may load further DLLs on its own; it must not take them from the program's folder.
   ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   return tarnwheel::client::run_command_line(::GetCommandLineW());
 }

@@ -22,7 +22,7 @@ using std::chrono::milliseconds;
 constexpr wchar_t kQuiet[] = L"quiet";
 constexpr std::uint32_t kGreatestQuiet = 24 * 60 * 60 * 1000;  // milliseconds
 
-// One connection of the standard streams with a line.
+// One connection between the standard streams and a line.
 class copying final : public line_session {
  public:
   // `newline` replaces the line ends of the input, unless it is empty.
@@ -33,7 +33,7 @@ class copying final : public line_session {
       line_ends_.emplace(newline);
   }
 
-  // Returns when the input has ended and the line was quiet then, or when `stop` is signalled.
+  // Returns when the input has ended and the line has then been quiet, or when `stop` is signalled.
   // Throws client_error.
   void run(remote_line& line, HANDLE stop);
 
@@ -54,7 +54,7 @@ class copying final : public line_session {
   // Used by feed().
   std::optional<line_end_converter> line_ends_;
 
-  // Used by received(), one call after another.
+  // Used by received(), one call at a time.
   time_stamper stamper_;
   cr_inserter inserter_;
 
@@ -62,7 +62,7 @@ class copying final : public line_session {
   ostra::srw_lock lock_;
   bool all_sent_ = false;
   bool writing_ = false;
-  clock::time_point last_ = clock::now();  // when something was sent, or came
+  clock::time_point last_ = clock::now();  // when something was last sent or received
 };
 
 void copying::run(remote_line& line, HANDLE stop) {
@@ -129,7 +129,7 @@ DWORD copying::until_written() {
   return writing_ ? INFINITE : 0;
 }
 
-// 0 when the session is over.
+// In milliseconds, 0 when the session is over.
 DWORD copying::until_quiet() {
   if (failure())
     return 0;

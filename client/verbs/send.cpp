@@ -24,7 +24,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A line that says nothing for so long is taken to have finished.
+// An answer is taken to be complete when the line has been quiet for this long.
 constexpr milliseconds kQuietTime(200);
 
 constexpr wchar_t kEol[] = L"eol";
@@ -33,8 +33,8 @@ constexpr wchar_t kEscapes[] = L"escapes";
 // Collects the bytes of a line.
 class answer final : public line_session {
  public:
-  // Blocks until something has come and the line was then quiet for `quiet`, or until `limit` has
-  // passed; gives the bytes. Throws client_error when the line has ended.
+  // Blocks until something has arrived and the line has then been quiet for `quiet`, or until
+  // `limit` has passed; returns the bytes. Throws client_error if the line has ended.
   [[nodiscard]] std::vector<std::byte> wait(milliseconds quiet, milliseconds limit);
 
   ostra::future<void> received(std::vector<std::byte> bytes) override;
@@ -45,7 +45,7 @@ class answer final : public line_session {
   // Guarded by lock_.
   ostra::srw_lock lock_;
   std::vector<std::byte> bytes_;
-  clock::time_point last_;  // when bytes came
+  clock::time_point last_;  // when bytes last arrived
 };
 
 std::vector<std::byte> answer::wait(milliseconds quiet, milliseconds limit) {
@@ -71,7 +71,7 @@ ostra::future<void> answer::received(std::vector<std::byte> bytes) {
   co_return;
 }
 
-// The byte that an escape stands for; `rest`, which begins behind its backslash, is left behind it.
+// The byte that an escape stands for. `rest` begins after the backslash and moves past the escape.
 std::optional<std::byte> take_escape(std::wstring_view& rest) {
   constexpr std::pair<wchar_t, char> kLetters[] = {
       {L'r', '\r'}, {L'n', '\n'}, {L't', '\t'}, {L'\\', '\\'}};
@@ -134,7 +134,7 @@ void add_send_options(Tamrin::command_line& line) {
 }
 
 void send_text(const invocation& request) {
-  // The command line is judged as a whole before anything happens.
+  // The whole command line is checked before anything happens.
   const line_address address = address_of(request);
   const auto limit = waiting_limit_of(request.options);
   auto message = message_of(request);

@@ -38,8 +38,8 @@ bool server_browser::search::start() {
   return dns_.browse(&request_, &cancel_) == static_cast<DNS_STATUS>(tether::kDnsRequestPending);
 }
 
-// On a thread of Windows, for each announcement, and once more after the cancellation. The records
-// are the callback's to free.
+// Called on a thread of Windows for each announcement, and once more after the cancellation. The
+// callback frees the records.
 void WINAPI server_browser::search::on_result(DWORD status, void* context, DNS_RECORD* records) {
   auto& found = *static_cast<search*>(context);
   for (const auto* record = records; record != nullptr; record = record->pNext) {
@@ -51,7 +51,7 @@ void WINAPI server_browser::search::on_result(DWORD status, void* context, DNS_R
 }
 
 void server_browser::search::add(const DNS_RECORD& record) {
-  constexpr DWORD kWithdrawn = 0;  // the time to live of an announcement that is taken back
+  constexpr DWORD kWithdrawn = 0;  // the time to live of a withdrawn announcement
   const auto* const name = record.Data.PTR.pNameHost;
   if (name == nullptr || record.dwTtl == kWithdrawn)
     return;
@@ -61,7 +61,7 @@ void server_browser::search::add(const DNS_RECORD& record) {
     if (computer)
       servers_.add(*std::move(computer));
   } catch (const std::bad_alloc&) {
-    // It is not found.
+    // Out of memory: the server is not found.
   }
 }
 

@@ -5,8 +5,8 @@
 
 namespace tarnwheel::client {
 
-// Searches the local link from its construction to its destruction. Where Windows cannot search, or
-// refuses to, it finds nothing: mailslots are the other way to find a server. A process makes one.
+// Searches the local link from construction to destruction. Where Windows cannot search, or refuses
+// to, it finds nothing: mailslots are the other way to find a server. A process makes only one.
 class server_browser {
  public:
   server_browser();
@@ -14,8 +14,7 @@ class server_browser {
   server_browser& operator=(const server_browser&) = delete;
   ~server_browser();
 
-  // Those found up to now; one that has taken its announcement back meanwhile is among them. Any
-  // thread.
+  // The servers found so far, including those that have since withdrawn. Any thread.
   [[nodiscard]] found_servers servers() const;
 
  private:

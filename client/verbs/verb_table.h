@@ -20,19 +20,20 @@ struct verb {
   std::wstring_view name;
   std::vector<std::wstring_view> arguments;  // their names, for the help
   std::wstring_view description;             // one line
-  std::wstring_view example;                 // its arguments, as somebody would write them
+  std::wstring_view example;                 // realistic arguments, for the help
   void (*add_options)(Tamrin::command_line& line);
   void (*run)(const invocation&);  // throws client_error and cmd_line_syntax_error
 };
 
 [[nodiscard]] std::span<const verb> all_verbs();
 
-// Prints the ports of a server, one a line: COMn, a tab, the friendly name. Of all servers, each line
+// Prints the ports of a server, one per line: COMn, a tab, the friendly name. With --all, each line
 // begins with the server's name and a tab.
 void add_list_options(Tamrin::command_line& line);
 void list_ports(const invocation& request);
 
-// Prints the names of the servers on this machine and in its domain or workgroup, one a line.
+// Prints the names of the servers on this machine, in its domain or workgroup and on the local
+// link, one per line.
 void add_discover_options(Tamrin::command_line& line);
 void discover_servers(const invocation& request);
 
@@ -51,7 +52,7 @@ void pipe_port(const invocation& request);
 void add_terminal_options(Tamrin::command_line& line);
 void open_terminal(const invocation& request);
 
-// Offers a port to programs of this machine until Ctrl+C.
+// Offers a port to one program at a time until Ctrl+C.
 void add_bridge_options(Tamrin::command_line& line);
 void bridge_port(const invocation& request);
 
