@@ -99,7 +99,7 @@ ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
     co_return;
   const std::wstring_view reason = found == availability::taken
                                        ? L" is in use by another program\r\n"
-                                       : L" is not there at the moment\r\n";
+                                       : L" is not available at the moment\r\n";
   auto turned_away = turn_away(std::move(program), name_ + std::wstring(reason));
   co_await turned_away;
 }
@@ -155,7 +155,7 @@ bool bridge::wait_for_news(HANDLE stop) {
   const DWORD limit = until_idle();
   if (limit != 0)
     return wait_for({stop, news()}, limit) != stop;
-  print(standard_stream::output, tfmt::format(L"{0} is idle and is cut off\n", peer_));
+  print(standard_stream::output, tfmt::format(L"{0} is idle and has been disconnected\n", peer_));
   const std::lock_guard guard(lock_);
   arrivals_.program_has_gone = true;
   return true;
@@ -293,7 +293,7 @@ void bridge::end_session() {
 
 void bridge::tell_departure() {
   if (!departed_.empty())
-    print(standard_stream::output, tfmt::format(L"{0} has gone\n", departed_));
+    print(standard_stream::output, tfmt::format(L"{0} has disconnected\n", departed_));
   departed_.clear();
 }
 

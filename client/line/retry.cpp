@@ -20,7 +20,7 @@ constexpr wchar_t kRetry[] = L"retry";
 
 void add_retry_option(Tamrin::command_line& line) {
   line.add_flag(kRetry).description =
-      L"Wait for the server and the port, and reconnect when they were lost. Data in transit at "
+      L"Wait for the server and the port, and reconnect when they are lost. Data in transit at "
       L"that moment is lost.";
 }
 

@@ -24,7 +24,7 @@ constexpr known_cause kConnectCauses[] = {
     {ERROR_BAD_NETPATH, L"{0} cannot be reached", failure::connection},
     {ERROR_BAD_NET_NAME, L"{0} cannot be reached", failure::connection},
     {ERROR_ACCESS_DENIED,
-     L"The server on {0} refuses this account; its --security-descriptor is to allow it",
+     L"The server on {0} refuses this account; its --security-descriptor must allow it",
      failure::refused},
     {ERROR_LOGON_FAILURE,
      L"{0} does not know this account or its password; \"net use \\\\{0}\\IPC$ /user:NAME *\" "
@@ -41,7 +41,7 @@ constexpr known_cause kConnectCauses[] = {
      L"the network\" there",
      failure::refused},
     {ERROR_SESSION_CREDENTIAL_CONFLICT,
-     L"There is a connection with {0} under another account already; \"net use \\\\{0}\\IPC$ "
+     L"There is already a connection to {0} under another account; \"net use \\\\{0}\\IPC$ "
      L"/delete\" ends it",
      failure::refused},
     {ERROR_PIPE_BUSY, L"The server on {0} is busy", failure::connection},

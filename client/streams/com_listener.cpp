@@ -150,8 +150,8 @@ class com_listener final : public stream_listener {
       : name_(std::move(name)), waits_(while_program_is_there), next_(open_device().get()) {
     if (!next_->inserts())
       console::print(console::standard_stream::error,
-                     tfmt::format(L"{0} does not tell a program's line settings: those of the "
-                                  L"command line hold\n",
+                     tfmt::format(L"{0} does not report a program's line settings: those of the "
+                                  L"command line apply\n",
                                   name_));
   }
 

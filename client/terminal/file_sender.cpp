@@ -102,7 +102,7 @@ ostra::future<void> file_sender::send_bytes(HANDLE file, std::uint64_t size) {
   }
   auto taken = line_.drained();
   co_await taken;
-  screen_.note(tfmt::format(L"{0} bytes sent{1?<}; given up{1?>}", std::to_wstring(sent),
+  screen_.note(tfmt::format(L"{0} bytes sent{1?<}; cancelled{1?>}", std::to_wstring(sent),
                             is_stopped_.load()));
 }
 

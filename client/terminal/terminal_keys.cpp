@@ -163,7 +163,7 @@ std::wstring_view command_keys::help() noexcept {
          L"  b       sends a break\r\n"
          L"  d, r    turn DTR, RTS on and off\r\n"
          L"  s       shows the state of the line\r\n"
-         L"  f       sends a file, or ends that\r\n"
+         L"  f       sends a file, or stops sending it\r\n"
          L"  Ctrl+]  sends Ctrl+] itself\r\n"
          L"  ?       shows these keys";
 }

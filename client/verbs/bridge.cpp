@@ -33,9 +33,9 @@ constexpr std::uint32_t kGreatestIdleTimeout = 24 * 60 * 60;  // seconds
 bridge_options options_of(const invocation& request) {
   const auto& options = request.options;
   if (options.at(kListen).present + options.at(kPipe).present + options.at(kCom).present != 1)
-    throw Tamrin::cmd_line_syntax_error("Exactly one of --listen, --pipe and --com is needed.");
+    throw Tamrin::cmd_line_syntax_error("Exactly one of --listen, --pipe and --com is required.");
   if (options.at(kCom).present && options.at(kIdleTimeout).present)
-    throw Tamrin::cmd_line_syntax_error("--idle-timeout is not for --com.");
+    throw Tamrin::cmd_line_syntax_error("--idle-timeout cannot be used with --com.");
   if (options.at(kPipe).present && options.at(kPipe).text().empty())
     throw Tamrin::cmd_line_syntax_error("Invalid pipe name specified.", L"",
                                         L"a name such as lab_line");
@@ -81,16 +81,16 @@ void add_bridge_options(Tamrin::command_line& line) {
   auto& com = line.add_valued(kCom);
   com.value_name = L"DEVICE";
   com.description =
-      L"Connect the port with the local serial device DEVICE, one end of a virtual null modem, and "
-      L"so with the program that opens the other end.";
+      L"Connect the port to the local serial device DEVICE, one end of a virtual null modem, and "
+      L"so to the program that opens the other end.";
   line.add_flag(kRaw).description = L"Carry bytes alone over TCP, without Telnet.";
-  line.add_flag(kRelease).description = L"Have the port only while a program is connected.";
+  line.add_flag(kRelease).description = L"Open the port only while a program is connected.";
   line.add_flag(kKeepSettings).description =
-      L"Leave the line to each program as the one before has set it, and not as the options below "
+      L"Leave the line as the previous program set it, instead of setting it as the options below "
       L"say.";
   auto& idle = line.add_valued(kIdleTimeout);
   idle.value_name = L"SECONDS";
-  idle.description = L"End the connection with a program that sends and takes nothing for so long.";
+  idle.description = L"Disconnect a program that sends and receives nothing for this long.";
   add_retry_option(line);
   add_line_options(line);
 }

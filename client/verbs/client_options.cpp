@@ -111,8 +111,8 @@ void add_text_options(Tamrin::command_line& line) {
   map.value_name = L"MAP";
   map.default_value = std::wstring_view(L"none");
   map.description =
-      L"lf-crlf puts a CR before each LF that comes without one. Default value is none.";
-  line.add_flag(kTimestamps).description = L"Begin each line that comes with the time.";
+      L"lf-crlf shows a CR before each LF received without one. Default value is none.";
+  line.add_flag(kTimestamps).description = L"Begin each received line with the time.";
 }
 
 text_changes text_changes_of(const Tamrin::command_line& line) {

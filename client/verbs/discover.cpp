@@ -29,7 +29,7 @@ using std::chrono::steady_clock;
 constexpr DWORD kRemoteMailslotsOff = 3025;  // on current Windows, unless they are turned on
 
 constexpr known_cause kMailslotCauses[] = {
-    {ERROR_ALREADY_EXISTS, L"Another discover runs on this machine", failure::connection},
+    {ERROR_ALREADY_EXISTS, L"Another discover is running on this machine", failure::connection},
 };
 
 constexpr known_cause kQueryCauses[] = {

@@ -121,7 +121,7 @@ void list_ports(const invocation& request) {
   const auto limit = waiting_limit_of(request.options);
   if (all && !request.arguments.empty())
     throw Tamrin::cmd_line_syntax_error("Invalid server specified.", request.arguments[0],
-                                        L"none beside --all");
+                                        L"none with --all");
   port_table table(all);
   std::optional<client_error> failed;
   if (all)

@@ -144,12 +144,12 @@ void add_pipe_options(Tamrin::command_line& line) {
   quiet.value_name = L"MS";
   quiet.default_value = std::wstring_view(L"200");
   quiet.description =
-      L"End when the input has ended and nothing has come for so long. Default value is 200.";
+      L"Exit when the input has ended and nothing has arrived for this long. Default value is 200.";
   auto& newline = line.add_valued(kNewlineOption);
   newline.value_name = L"EOL";
   newline.default_value = std::wstring_view(L"none");
   newline.description =
-      L"What is sent for each line end of the input: cr, lf, crlf, or none for the end as it is. "
+      L"Send this for each line end of the input: cr, lf or crlf, or none to leave it as it is. "
       L"Default value is none.";
   add_text_options(line);
   add_retry_option(line);

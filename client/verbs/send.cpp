@@ -124,11 +124,10 @@ void add_send_options(Tamrin::command_line& line) {
   auto& eol = line.add_valued(kEol);
   eol.value_name = L"EOL";
   eol.default_value = std::wstring_view(L"none");
-  eol.description = L"What is sent behind TEXT: none, cr, lf or crlf. Default value is none.";
+  eol.description = L"Send this after TEXT: none, cr, lf or crlf. Default value is none.";
   line.add_flag(kEscapes).description =
       L"In TEXT, \\r, \\n, \\t, \\\\ and \\xNN stand for the bytes that they name; \\x22 is a "
-      L"double "
-      L"quote.";
+      L"double quote.";
   add_timeout_option(line);
   add_line_options(line);
 }

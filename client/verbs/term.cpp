@@ -22,7 +22,7 @@ terminal_settings settings_of(const Tamrin::command_line& options, const line_ad
   const auto changes = text_changes_of(options);
   if (options.at(kHex).flag() && (changes.inserts_cr || changes.stamps))
     throw Tamrin::cmd_line_syntax_error("Invalid combination of options specified.", kHex,
-                                        L"no --map and no --timestamps beside it");
+                                        L"it without --map and --timestamps");
   return {options.at(kEcho).flag(), parse_line_end(options.at(kNewlineOption).text(), false),
           changes.inserts_cr, changes.stamps, short_form_of(address.settings.control)};
 }
@@ -40,7 +40,7 @@ void add_terminal_options(Tamrin::command_line& line) {
   auto& newline = line.add_valued(kNewlineOption);
   newline.value_name = L"EOL";
   newline.default_value = std::wstring_view(L"cr");
-  newline.description = L"What Enter sends: cr, lf or crlf. Default value is cr.";
+  newline.description = L"Send this for Enter: cr, lf or crlf. Default value is cr.";
   add_text_options(line);
   auto& log = line.add_valued(kLog);
   log.value_name = L"FILE";

@@ -31,7 +31,7 @@ const verb kVerbs[] = {
      &open_terminal},
     {L"pipe",
      {L"SERVER", L"PORT"},
-     L"Connect PORT with standard input and output.",
+     L"Connect PORT to standard input and output.",
      L"workshop-pc COM5 --quiet 1000 <in.txt >out.txt",
      &add_pipe_options,
      &pipe_port},

@@ -116,7 +116,7 @@ class BridgeTest(unittest.TestCase):
         program.send(b"hello")
         self.assertEqual(self.far.read(5), b"hello")
         program.leave()
-        bridge.says(" has gone")
+        bridge.says(" has disconnected")
 
     def test_settings_refused_ones_too_signals_and_modem_lines_of_pyserial(self):
         self.far.set_up(loops_back=1)
@@ -183,7 +183,7 @@ class BridgeTest(unittest.TestCase):
                 self.assertEqual(self.far.read(len(sent)), sent)
                 self.far.write(b"x")
                 self.assertEqual(program.stdout.read(1), b"x")
-            bridge.says(" has gone")
+            bridge.says(" has disconnected")
 
     def test_second_program_is_told_that_the_port_is_in_use_and_holds_up_nobody(self):
         bridge = self.bridge("--listen", "0")
@@ -194,7 +194,7 @@ class BridgeTest(unittest.TestCase):
         Program(self, bridge).expect_refusal("is in use by another program")
         first.command(SET_CONTROL, DTR_OFF)
         first.leave()
-        bridge.says(" has gone")
+        bridge.says(" has disconnected")
         self.expect_serves(bridge)
 
     def test_next_program_comes_at_once_and_finds_the_line_as_the_options_have_it(self):
@@ -210,7 +210,7 @@ class BridgeTest(unittest.TestCase):
             program.leave()
         silent = self.telnet(bridge)
         self.assertEqual(silent.socket.recv(1), b"")
-        bridge.says(" is idle and is cut off")
+        bridge.says(" is idle and has been disconnected")
 
     def test_ends_with_the_server_unless_it_retries_and_with_the_device(self):
         bridge = self.bridge("--listen", "0", "--retry")
@@ -220,7 +220,7 @@ class BridgeTest(unittest.TestCase):
         ending.says("the server on this machine ended the connection")
         self.assertEqual(ending.process.wait(20), 2)
         bridge.says("trying again")
-        Program(self, bridge).expect_refusal("is not there at the moment")
+        Program(self, bridge).expect_refusal("is not available at the moment")
         self.setUp(anew=0)
         bridge.says(f"{PORT} is back")
         self.expect_serves(bridge)

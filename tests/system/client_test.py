@@ -76,7 +76,7 @@ class ClientTest(unittest.TestCase):
             arguments = CLIENT, "discover", "--timeout", "3000"
             either = programs.start(*arguments, stderr=subprocess.PIPE)
             or_other = programs.run(*arguments)[2]
-            told = "Another discover runs on this machine (0x800700b7)\n"
+            told = "Another discover is running on this machine (0x800700b7)\n"
             return told in (or_other, either.communicate()[1].decode().replace("\r", ""))
 
         programs.eventually(later_one_is_told)

@@ -124,7 +124,7 @@ TEST_F(ComBridge, DeviceThatTellsNoSettingsHasThoseOfTheCommandLine) {
   const Program bridge(L"tarnwheel-client",
                        Command(kLocalPort, L"COM" + std::to_wstring(kVirtualPort + 1)) +
                            L" --baud 300 --data 7 --parity even --stop 2");
-  EXPECT_TRUE(bridge.Prints(L" does not tell a program's line settings"));
+  EXPECT_TRUE(bridge.Prints(L" does not report a program's line settings"));
   EXPECT_TRUE(Has(pair_, 0, 300));
   const auto program = OpenPort(kVirtualPort);
   for (int breaks = 0; breaks < 2; ++breaks) {
