@@ -29,7 +29,7 @@ DWORD set_source_value(const wchar_t* name, DWORD type, const void* data, std::s
                                               static_cast<DWORD>(size)));
 }
 
-// Explains the errors for which the system's message does not give the cause.
+// The cause of a failure, in other words than the system's where those would not tell it.
 std::wstring cause_of(HRESULT code) {
   if (code == ostra::details::to_hresult(ERROR_ALREADY_EXISTS))
     return L"another server runs on this machine, or another program holds the name of its stop "

@@ -23,7 +23,8 @@ TEST(CommandLineHelp, OfTheServerIsWhatItsPageShows) {
 }
 
 // The option's names take 7 characters, so the description starts at column 15. If the console
-// leaves it fewer than 16 columns, it gets 20; a line is always shorter than that width.
+// leaves it fewer than 16 columns, it gets 20. A line is shorter than that width unless it is one
+// long word.
 TEST(CommandLineHelp, Wrapping) {
   constexpr std::size_t kNarrowest = 31;
   const std::wregex break_mark(L"/");

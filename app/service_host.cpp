@@ -204,8 +204,7 @@ void WINAPI service_main(DWORD, wchar_t**) {
 
 // Only for Wine, where the dispatcher of a process that is not a service mistakes the control pipe
 // of the service started last for its own, and waits ten seconds for it while that service runs.
-// Wine starts services on a desktop of their own, which distinguishes them from programs run by
-// hand.
+// Wine starts services on a separate desktop, which tells them from programs run by hand.
 bool wine_ran_by_hand() noexcept {
   constexpr std::wstring_view kServiceDesktop = L"__wineservice_winstation";
   if (::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr)

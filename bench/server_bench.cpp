@@ -231,8 +231,8 @@ void MeasureStart() {
   PrintRow("  difference", "ms", more, Goal{Goal::kAtMost, 50});
 }
 
-// Parts that make one call after another run, with their servers, on one processor: on two, every
-// figure has two peaks, for the two ways of placing client and server.
+// Parts that make one call at a time run on one processor together with their servers: on two,
+// every figure has two peaks, for the two ways of placing client and server.
 struct Part {
   std::string_view name;
   void (*measure)();

@@ -41,8 +41,7 @@ control_events::control_events() {
 }
 
 control_events::~control_events() {
-  // The event first: a handler that is running cannot be removed, and it may be waiting for the
-  // event.
+  // The event first: a running handler cannot be removed, and it may be waiting for the event.
   ::SetEvent(finished);
   ::SetConsoleCtrlHandler(&on_console_event, FALSE);
 }

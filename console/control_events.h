@@ -11,9 +11,8 @@ namespace console {
 // process as usual; once the last one has been destroyed they are ignored, so that output still
 // being written is not cut off. At most one exists in a process.
 //
-// When the window is closed, Windows ends the process as soon as the event has been handled, and
-// after five seconds at the latest. The handler therefore waits up to four seconds for this
-// destructor.
+// When the window is closed, Windows ends the process as soon as the event has been handled, after
+// five seconds at the latest. The handler therefore waits up to four seconds for this destructor.
 class control_events {
  public:
   control_events();  // throws hresult_error
@@ -22,8 +21,7 @@ class control_events {
   ~control_events();
 };
 
-// Handles the events while it lives. At most one exists at a time, within the lifetime of a
-// control_events.
+// Handles the events while it lives. At most one exists at a time, while a control_events exists.
 class control_handler {
  public:
   // Called for each event (CTRL_C_EVENT, CTRL_BREAK_EVENT or CTRL_CLOSE_EVENT) on a system thread;

@@ -28,8 +28,7 @@ raw_console::raw_console(interrupt& stop) : stop_(stop) {
   // This also turns ENABLE_QUICK_EDIT_MODE off: a selection with the mouse would stop the output.
   if (!input_mode_.set(ENABLE_EXTENDED_FLAGS))
     ostra::details::throw_last_error();
-  // A line feed from a device only moves down. Older consoles lack that flag, or escape sequences
-  // altogether.
+  // A line feed from a device only moves down. Older consoles lack that flag, or all sequences.
   obeys_sequences_ =
       output_mode_.set(kTerminal | DISABLE_NEWLINE_AUTO_RETURN) || output_mode_.set(kTerminal);
   if (!obeys_sequences_)

@@ -7,8 +7,7 @@
 
 namespace console {
 
-// In the user's language, without the final full stop; empty when the system has no message for
-// `code`.
+// In the user's language, without the final full stop; empty when the system has no message.
 [[nodiscard]] std::wstring system_text(HRESULT code);
 
 }  // namespace console

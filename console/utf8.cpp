@@ -7,7 +7,7 @@
 namespace console {
 namespace {
 
-// The length in bytes of the character that `first` begins; 1 also when it can begin none.
+// The length in bytes of the character that `first` begins; also 1 when it cannot begin one.
 std::size_t length_from(std::byte first) {
   const auto value = std::to_integer<unsigned>(first);
   if (value >= 0xC2 && value < 0xE0)

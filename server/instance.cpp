@@ -124,8 +124,7 @@ ostra::future<void> instance::watch(std::shared_ptr<instance> self,
   self->log_->write(logging::info, L"Client {0} disconnected");
 }
 
-// Called within a request. A request whose turn comes only after its client has left does nothing
-// more.
+// Called within a request. A request whose turn comes only after its client has left ends here.
 void instance::identify_client() {
   const auto transport = connection_->Transport();
   if (!transport)

@@ -22,8 +22,9 @@ using client_connection = tether::Connection<tether::Client_IClient, tether::Ser
 //
 // The requests of one client run concurrently, on any pool thread. Controls, writes and reads start
 // in order of arrival, so pipelined writes reach the device in order. Listing and opening ports
-// block their thread, for a long time with some drivers. They run outside the receive loop; the
-// connection runs one at a time, and requests that follow the opening of a port wait for it.
+// block their thread, for a long time with some drivers, so they run outside the receive loop. The
+// connection runs one of them at a time, and holds back the requests that follow the opening of a
+// port.
 class instance final : public tether::IServer_Remote,
                        public std::enable_shared_from_this<instance> {
  public:

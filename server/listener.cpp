@@ -20,8 +20,7 @@ constexpr HRESULT kClientLeft = static_cast<HRESULT>(0x800700E8);  // ERROR_NO_D
 // been created.
 constexpr std::size_t kAcceptors = 4;
 
-// Before a retry after a failure. The short pause is for an instance that a client can already
-// connect to.
+// Before a retry after a failure; the short one when an instance is already listening.
 constexpr std::chrono::milliseconds kAcceptPause(250);
 constexpr std::chrono::milliseconds kShortPause(20);
 

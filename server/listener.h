@@ -35,9 +35,9 @@ class listener : public std::enable_shared_from_this<listener> {
            ostra::cancellation_source cancellation, std::shared_ptr<session_group> sessions);
 
   // Creates the pipe and starts the acceptors. Throws hresult_error when the pipe cannot be
-  // created, and any error that keeps an acceptor from starting; before that it waits, for a
-  // moment, for those that have started to end. The future completes when the cancellation has
-  // ended all of them; the sessions go on.
+  // created, and any error that keeps an acceptor from starting, once the acceptors already started
+  // have ended, which may block for a moment. The future completes when the cancellation has ended
+  // all acceptors; the sessions go on.
   [[nodiscard]] ostra::future<void> start();
 
  private:

@@ -50,7 +50,7 @@ class session_group : public std::enable_shared_from_this<session_group> {
   // operation_cancelled once the group is closed.
   [[nodiscard]] ostra::future<place> take();
 
-  // Ends the handing out of places.
+  // Gives out no more places; pending take() calls fail.
   void close() noexcept;
 
   // Completes with true when all places are free, or with false when none has become free for

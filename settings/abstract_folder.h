@@ -43,10 +43,10 @@ class abstract_folder {
   // are exactly `size` of them. On failure `data` is unchanged.
   [[nodiscard]] virtual bool read_value(const std::wstring& name, void* data, std::size_t size) = 0;
 
-  // `mode` is STGM_READ, STGM_WRITE (starts empty) or STGM_READWRITE. The stream's bytes become the
-  // value, as plain bytes, when the last reference to a stream that was written is released. A
-  // stream is used by one thread at a time. Null when it cannot be opened; null or empty when there
-  // is no value to read.
+  // `mode` is STGM_READ, STGM_WRITE (starts empty) or STGM_READWRITE. The data written become the
+  // value, as plain bytes, when the last reference to the stream is released. A stream is used by
+  // one thread at a time. Null when it cannot be opened; null or empty when there is no value to
+  // read.
   [[nodiscard]] virtual unique_stream open_stream(const std::wstring& name, DWORD mode) = 0;
 
   // Deletes the folder with all its contents; a root cannot be deleted.

@@ -24,8 +24,7 @@ class directory {
   // The file, created if missing; null when a directory has the name.
   [[nodiscard]] std::shared_ptr<file> open_file(const std::wstring& name);
 
-  // False when there is no such entry. Other owners of the entry may go on using it, detached from
-  // the tree.
+  // False when there is no such entry. Its other owners may go on using it, outside the tree.
   bool remove_directory(const std::wstring& name);
   bool remove_file(const std::wstring& name);
 

@@ -17,7 +17,7 @@ class file : public std::enable_shared_from_this<file> {
   void store(stored_value value) noexcept;
 
   // A new stream over a copy of the current bytes; see abstract_folder::open_stream. It keeps the
-  // file alive. Null for any other mode than those three.
+  // file alive. Null for a mode other than the three named there.
   [[nodiscard]] unique_stream open_stream(DWORD mode);
 
  private:

@@ -149,8 +149,7 @@ bool regkey::set(const std::wstring& name, DWORD type, const void* data, std::si
                           static_cast<DWORD>(size)) == ERROR_SUCCESS;
 }
 
-// Reads a value and its bytes, again whenever it has grown between the query of its size and the
-// read.
+// Reads a value with its bytes, again if it has grown since the query of its size.
 std::optional<stored_value> regkey::query(const std::wstring& name) {
   const std::lock_guard lock(mutex_);
   const HKEY key = key_for_reading();

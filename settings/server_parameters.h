@@ -18,8 +18,7 @@ inline constexpr wchar_t kSecurityDescriptorName[] = L"SecurityDescriptor";
 inline constexpr wchar_t kAutoDiscoveryName[] = L"AutoDiscovery";
 // Bytes: a 32-bit count, then that many 32-bit port numbers, all little-endian.
 inline constexpr wchar_t kSharedPortsName[] = L"SharedPorts";
-// Service only. A string: the full path of its log file; without this value the service logs
-// nothing.
+// Service only. A string: the full path of its log file; if missing, the service logs nothing.
 inline constexpr wchar_t kLogPathName[] = L"LogPath";
 // Service only. A number: the highest level that its log keeps, as in log/ilogger.h.
 inline constexpr wchar_t kLogLevelName[] = L"LogLevel";

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the packages that the build and the tests need, selects the project's own Wine prefix
-# (build/wine), and defines the functions below. Meant to be sourced; quick when everything is installed.
+# (build/wine unless TARNWHEEL_PREFIX names another), and defines the functions below. Meant to be
+# sourced; quick when everything is installed.
 set -euo pipefail
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -40,12 +41,12 @@ claim_prefix() {
   stop_wine
 }
 
-# Starts Wine's services in the prefix, which is made if necessary; they end after ten idle minutes. Wine
-# links the first free COM port to this machine's own serial line. The link is removed, since a test must
-# never write there.
+# Starts Wine's services in the prefix, which is created if necessary; they end after ten idle minutes.
+# Wine links the first free COM port to this machine's own serial line; the link is removed, since a test
+# must never write there.
 start_wine() {
-  # Wine considers a prefix complete as soon as it begins to make it. One whose making was interrupted
-  # stays broken, so it is made anew.
+  # Wine considers a prefix complete as soon as it begins to create it. One whose creation was
+  # interrupted stays broken, so it is created again.
   local unfinished=$WINEPREFIX.unfinished
   if [[ -e $unfinished ]]; then
     stop_wine
@@ -53,9 +54,9 @@ start_wine() {
   fi
   [[ -d $WINEPREFIX ]] || : >"$unfinished"
   mkdir -p "$WINEPREFIX"
-  # Fails when the server is already running.
+  # Fails when the Wine server is already running.
   /usr/lib/wine/wineserver64 -p600 </dev/null >/dev/null 2>&1 9>&- || true
-  # The first program makes the prefix. It must not be wineboot: Wine runs that by itself, and two at
+  # The first program creates the prefix. It must not be wineboot: Wine runs that by itself, and two at
   # once would start two service managers, each with its own services. The setup of the disabled
   # libraries would take half of the time, and no program here needs it.
   if ! WINEDLLOVERRIDES=mscoree,mshtml,winemenubuilder.exe=d \
@@ -74,8 +75,8 @@ stop_wine() {
 
 loopback_pids=()
 
-# make_loopback N: makes a serial port COMN that echoes every byte, until stop_loopback or the end of the
-# script. There may be several.
+# make_loopback N: creates a serial port COMN that echoes every byte, until stop_loopback or the end of
+# the script. There may be several.
 make_loopback() {
   local device=$WINEPREFIX/loopback-com$1
   rm -f "$device"

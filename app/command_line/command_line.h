@@ -75,8 +75,7 @@ class command_line {
   command_line_option& add_reference(std::wstring long_name);
 
   // Parses a whole command line, whose first token (the program's path) is skipped. Replaces the
-  // results of an earlier parse. Throws cmd_line_syntax_error; the results up to the error are
-  // kept.
+  // results of an earlier parse. Throws cmd_line_syntax_error, and keeps the results until then.
   void parse(std::wstring_view text);
 
   // True when the last parse succeeded.
