@@ -36,7 +36,7 @@ void add_server_options(command_line& line);
 // cmd_line_syntax_error for any other word.
 [[nodiscard]] std::int32_t parse_log_level(std::wstring_view keyword);
 
-// The configuration of a server that runs in a console.
+// The values of the options, for a server in a console or for an installation.
 struct server_options {
   std::int32_t log_level = 0;
   std::wstring log_path;  // empty for no log file

@@ -9,8 +9,7 @@ namespace tarnwheel {
 
 // Both report a failure on standard error and return its code, or 0 on success.
 
-// An invalid descriptor would keep the service from starting later, when the failure goes
-// unnoticed.
+// Checked here since an invalid descriptor would keep the service from starting, unnoticed.
 [[nodiscard]] DWORD check_descriptor(const Tamrin::server_options& options);
 
 // Registers this executable as the source of the service's events, and creates the key of its

@@ -26,8 +26,7 @@ using unique_service_handle = Tamrin::unique_resource<service_handle_traits>;
 // start it.
 [[nodiscard]] DWORD install_service();
 
-// Stops the service, waiting for as long as it takes, and removes its registration and event
-// source.
+// Stops the service, waiting as long as it takes; removes its registration and event source.
 [[nodiscard]] DWORD uninstall_service();
 
 }  // namespace tarnwheel

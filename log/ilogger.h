@@ -21,7 +21,7 @@ class ILogger {
   // Leaves `message` empty, whether or not its level is kept.
   virtual void log(std::wstring&& message, std::int32_t level) = 0;
 
-  // Returns once everything logged before has been written; throws if writing has failed.
+  // Returns once everything logged before has been written; throws the error if writing has failed.
   virtual void stop() = 0;
 
   virtual ~ILogger() = default;

@@ -50,8 +50,7 @@ ostra::future<void> open(std::shared_ptr<answer_target> target, std::wstring com
   target->is_done.set();
 }
 
-// Cancels the write of an answer for which the mailslot has no room, unless `limit` is cancelled
-// first.
+// Cancels the write of an answer that the mailslot has no room for, unless `limit` is cancelled.
 ostra::future<void> cancel_after(ostra::async_timer& limit,
                                  std::shared_ptr<tether::Mailslot> mailslot) {
   try {
