@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds both programs, starts the server under Wine with a serial port COM5 that answers every
-# byte with itself, has the client list the ports and send a line through COM5, and serves until
-# Ctrl+C. With --once it ends after the conversation; with --bridge the client offers COM5 over TCP
-# meanwhile. Exit code 0: the line came back exactly, and all programs stopped as they should.
+# Builds both programs, starts the server under Wine with a serial port COM5 that echoes every byte, lets
+# the client list the ports and send a line through COM5, and serves until Ctrl+C. With --once it ends
+# after the conversation; with --bridge the client offers COM5 over TCP meanwhile. Exit code 0: the line
+# came back unchanged, and all programs stopped properly.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
@@ -18,7 +18,7 @@ source tools/setup.sh
 port=COM5
 name="Loopback port ($port)"
 programs=build/release/bin
-start_limit=60 # seconds, for what happens at once on an idle machine
+start_limit=60 # seconds, for steps that are immediate on an idle machine
 stop_limit=10
 
 fail() {
@@ -26,7 +26,7 @@ fail() {
   exit 1
 }
 
-# The device that makes servers list the port stays until $device_end is closed.
+# Servers list the port while its device exists: until $device_end is closed.
 start_device() {
   coproc device { exec setsid tools/wine build/release/tests/tarnwheel-test-port.exe "$port" "$name"; }
   device_pid=${device_PID-} device_end=${device[1]}
@@ -41,9 +41,9 @@ stop_device() {
   wait_at_most "$device_pid" "$stop_limit"
 }
 
-# start NAME PROGRAM [ARG...]: runs it in the background as process $started. What it prints comes
-# out marked with the name. Ctrl+C is for this script, which passes it on once: setsid keeps the
-# terminal's own signal from the program.
+# start NAME PROGRAM [ARG...]: runs the program in the background as process $started, its output marked
+# with NAME. Ctrl+C goes to this script, which passes it on once: setsid keeps the terminal's own signal
+# from the program.
 start() {
   local log
   exec {log}> >(trap '' INT && exec sed -u "s/\r\$//; s/^/$1 | /" 9>&-)
@@ -57,7 +57,7 @@ runs() {
   [[ -n ${1-} ]] && kill -0 "$1" 2>/dev/null
 }
 
-# Waits until the process has ended, for so many seconds at most.
+# wait_at_most PID SECONDS: waits until the process has ended, for at most that time.
 wait_at_most() {
   local deadline=$((SECONDS + $2))
   while runs "$1" && ((SECONDS < deadline)); do
@@ -65,7 +65,7 @@ wait_at_most() {
   done
 }
 
-# Gives the program's exit code. A signal that this script handles ends one wait, but not the loop.
+# Returns the process's exit code. A signal that this script handles ends one wait, but not the loop.
 wait_for() {
   while runs "$1"; do
     wait "$1" || true
@@ -91,7 +91,7 @@ wait_until_ready() {
   done
 }
 
-# ask ARG...: has the client do something and shows both; the answer is in $answer.
+# ask ARG...: runs the client, shows the command and its output, and leaves the output in $answer.
 ask() {
   local words=("$@") code=0
   [[ ${words[-1]} != *' '* ]] || words[-1]="\"${words[-1]}\""

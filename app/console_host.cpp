@@ -32,7 +32,7 @@ bool initialize_log(logging::ILogger& logger, const Tamrin::server_options& opti
   try {
     return logger.initialize(options.log_path, options.screen_log, options.log_level);
   } catch (const ostra::hresult_error&) {
-    return false;  // the file is there, but cannot be written
+    return false;  // the file was opened but cannot be written
   } catch (const std::bad_alloc&) {
     return false;
   }
@@ -48,8 +48,8 @@ std::shared_ptr<setman::abstract_folder> parameters_of(const Tamrin::server_opti
   return folder;
 }
 
-// A server from its start to its end, whatever happens in between: the destructor stops it and
-// returns when its run has ended.
+// The run of a server from its start to its end. However the scope is left, the destructor stops
+// the server and returns when the run has ended.
 class server_run {
  public:
   explicit server_run(server& server) : server_(server), run_(server.run()) {}
@@ -61,7 +61,7 @@ class server_run {
     run_.wait();
   }
 
-  // Throws what the run failed with.
+  // Throws the error that ended the run, if any.
   void wait_for_end() const { run_.get(); }
 
  private:
@@ -81,7 +81,7 @@ void serve(const Tamrin::server_options& options) {
   running.wait_for_end();
 }
 
-// Tells what the log could not be told: that it ended early.
+// Reports on the screen that the log ended early, which the log itself cannot contain.
 void stop_log(logging::ILogger& logger) {
   try {
     logger.stop();

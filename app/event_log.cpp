@@ -29,7 +29,7 @@ DWORD set_source_value(const wchar_t* name, DWORD type, const void* data, std::s
                                               static_cast<DWORD>(size)));
 }
 
-// The causes that the system's own words do not tell.
+// The cause of a failure, in other words than the system's where those would not tell it.
 std::wstring cause_of(HRESULT code) {
   if (code == ostra::details::to_hresult(ERROR_ALREADY_EXISTS))
     return L"another server runs on this machine, or another program holds the name of its stop "
@@ -48,7 +48,7 @@ void report(WORD type, DWORD event, HRESULT code) noexcept {
     ::ReportEventW(source.get(), type, 0, event, nullptr, static_cast<WORD>(texts.size()), 0,
                    texts.data(), nullptr);
   } catch (...) {
-    // There is no memory for it.
+    // Out of memory: the entry is dropped.
   }
 }
 

@@ -1,5 +1,5 @@
-// The service's entries in the system's event log: what an administrator has to do something about,
-// and nothing in daily work.
+// The service's entries in the system's event log: only failures that an administrator must act on,
+// nothing in normal operation.
 #pragma once
 
 #include <string_view>
@@ -8,13 +8,13 @@
 
 namespace tarnwheel {
 
-// Makes this executable, where it lies now, the source whose messages the log shows. Needs an
-// administrator's rights. Returns the Win32 error code.
+// Registers this executable, at its current path, as the source of the service's events. Needs
+// administrator rights. Returns the Win32 error code.
 [[nodiscard]] DWORD register_event_source();
 
 void remove_event_source() noexcept;
 
-// Each writes an entry with the system's words for `code`. What the log refuses is dropped.
+// Each writes an entry that explains `code`. An entry that the log refuses is dropped.
 void report_failed_start(HRESULT code) noexcept;
 void report_failed_run(HRESULT code) noexcept;
 void report_failed_log(HRESULT code) noexcept;

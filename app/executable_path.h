@@ -1,4 +1,4 @@
-// Where this program lies.
+// The path of this program.
 #pragma once
 
 #include <string>

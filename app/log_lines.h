@@ -1,4 +1,4 @@
-// The lines by which the log tells of the server's whole run, by hand and as a service.
+// The log lines about the server's start and stop, in a console and as a service.
 #pragma once
 
 namespace tarnwheel {

@@ -14,9 +14,9 @@
 namespace tarnwheel {
 namespace {
 
-// A service that is installed already may still lack its parameters, when an earlier installation
-// failed to write them: so an installation can be repeated until all is there. Nothing is installed
-// when a value cannot be used.
+// A service that is installed already may lack its parameters, if an earlier installation failed to
+// write them, so an installation can be repeated until it is complete. Nothing is installed when a
+// value is invalid.
 int install(const Tamrin::command_line& line) {
   const auto options = Tamrin::read_server_options(line);
   const DWORD unusable = check_descriptor(options);
@@ -64,7 +64,7 @@ int run_command_line() {
 }  // namespace tarnwheel
 
 int main() {
-  // Windows may load further libraries on its own: never from the program's folder.
+  // Libraries that Windows loads on its own must never come from the program's folder.
   ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   return tarnwheel::run_command_line();
 }

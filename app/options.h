@@ -1,4 +1,4 @@
-// The server's own options, and what their values mean.
+// The server's command-line options and their values.
 #pragma once
 
 #include <cstdint>
@@ -24,19 +24,19 @@ inline constexpr wchar_t kInstallService[] = L"install-service";
 inline constexpr wchar_t kUninstallService[] = L"uninstall-service";
 }  // namespace option_names
 
-// Registers all of them, in the order in which the help shows them.
+// Registers all options, in the order in which the help shows them.
 void add_server_options(command_line& line);
 
 // COM port numbers from the value of share-ports ("3,1,2"), ascending, duplicates kept. Numbers are
-// not range-checked: they wrap at 32 bits, and a missing one is 0 unless it is the last, which adds
-// nothing. Throws cmd_line_syntax_error at any character other than a digit or a comma.
+// not range-checked: they wrap at 32 bits, and a missing one is 0. A last number that is 0 or
+// missing is ignored. Throws cmd_line_syntax_error at any character other than a digit or a comma.
 [[nodiscard]] std::vector<std::uint32_t> parse_port_list(std::wstring_view value);
 
 // The level of a keyword: critical 0, error 1, warning 2, info 3, debug 4. Throws
 // cmd_line_syntax_error for any other word.
 [[nodiscard]] std::int32_t parse_log_level(std::wstring_view keyword);
 
-// The configuration of a server that runs in a console.
+// The values of the options, for a server in a console or for an installation.
 struct server_options {
   std::int32_t log_level = 0;
   std::wstring log_path;  // empty for no log file
@@ -46,8 +46,8 @@ struct server_options {
   std::vector<std::uint32_t> shared_ports;  // empty for all
 };
 
-// The values that the parsed command line gives, or their defaults. Throws cmd_line_syntax_error for
-// one that cannot be used, for the log level first.
+// The values given on the parsed command line, or their defaults. Throws cmd_line_syntax_error for
+// an invalid one; the log level is checked first.
 [[nodiscard]] server_options read_server_options(const command_line& line);
 
 }  // namespace Tamrin

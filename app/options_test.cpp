@@ -17,18 +17,19 @@ TEST(CommandLineHelp, OfTheServerIsWhatItsPageShows) {
   const std::string page(std::istreambuf_iterator<char>(file), {});
   command_line line;
   add_server_options(line);
-  const std::wstring help = format_help(line, 150);  // where nothing is wrapped
+  const std::wstring help = format_help(line, 150);  // so wide that nothing is wrapped
   const std::string shown(help.begin(), help.end());
   EXPECT_NE(page.find("```text\n" + shown + "```"), std::string::npos) << shown;
 }
 
-// With one option whose names take 7 characters the description starts at column 15. Where the console
-// leaves it fewer than 16 columns, it has 20; a line is always shorter than that.
+// The option's names take 7 characters, so the description starts at column 15. If the console
+// leaves it fewer than 16 columns, it gets 20. A line is shorter than that width unless it is one
+// long word.
 TEST(CommandLineHelp, Wrapping) {
   constexpr std::size_t kNarrowest = 31;
   const std::wregex break_mark(L"/");
   const std::pair<std::size_t, std::wstring> rows[] = {
-      {kNarrowest, L"aaaa bbbb cccc "},  // "/" is a blank at which a line must end
+      {kNarrowest, L"aaaa bbbb cccc "},  // "/" is a space at which a line must end
       {kNarrowest, L"aaaa bbbb cccc/d"},        {kNarrowest + 1, L"aaaa bbbb cccc d"},
       {kNarrowest - 1, L"aaaa bbbb cccc dddd"}, {0, L"aaaa bbbb cccc/ddddd"},
       {kNarrowest, L"aaaa bbbb ccc/ d"},        {kNarrowest, L"aa/abcdefghijklmnopqrst/b"},
@@ -38,7 +39,7 @@ TEST(CommandLineHelp, Wrapping) {
     const auto with = [&](const wchar_t* end) { return std::regex_replace(text, break_mark, end); };
     command_line line;
     line.add_flag(L"a", L"x");
-    line.add_reference(L"a").description = with(L" ") + L"\n";  // has the names of its option
+    line.add_reference(L"a").description = with(L" ") + L"\n";  // shows its target's names
     const std::wstring help = format_help(line, console_width);
     EXPECT_EQ(std::regex_replace(help, std::wregex(L"\n {15}"), L"\n"),
               L"    -x, --a    \n    -x, --a    " + with(L"\n") + L"\n");

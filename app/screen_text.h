@@ -1,4 +1,4 @@
-// The text that the program shows besides its log.
+// Console output other than the log.
 #pragma once
 
 #include <string_view>
@@ -17,7 +17,7 @@ void print_help(const Tamrin::command_line& line);
 // One line on standard error.
 void print_error(std::wstring_view message);
 
-// The same, of a pattern that takes the code; returns the code.
+// The same for a pattern that takes the code as {0}; returns the code.
 DWORD report_error(std::wstring_view pattern, DWORD error);
 
 // "Error starting server" with the code, on standard error.

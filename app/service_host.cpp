@@ -27,16 +27,16 @@ namespace {
 constexpr DWORD kWaitHint = 15000;  // milliseconds
 constexpr std::chrono::seconds kCheckpointInterval(1);
 
-server_factory make_server = nullptr;  // set before the dispatcher can start anything
+server_factory make_server = nullptr;  // set before the dispatcher runs
 
-// One start of the service. The control handler runs on the dispatcher's thread, everything after
-// the start on pool threads. Exists until the process ends or the service is started anew in it,
-// which the service control manager does only after it has stopped.
+// One run of the service. The control handler runs on the dispatcher's thread, everything after the
+// start on pool threads. Lives until the process ends or the service is started again in it, which
+// the service control manager does only after the stop.
 //
-// The supervision starts the server, so that none runs without it. Whatever ends the run, a control
-// or the global stop event, the supervision sees it, ends the checkpoints, destroys the server and
-// reports the stop, last of all: reports and calls of the server go through lock_ and are dropped
-// from then on.
+// supervise() starts the server, so none runs unsupervised. Whatever ends the run, a control or the
+// global stop event, supervise() ends the checkpoints, destroys the server and, last of all,
+// reports the stop. Status reports and calls to the server are made under lock_, and dropped from
+// then on.
 class service_context {
  public:
   void start();
@@ -64,11 +64,11 @@ class service_context {
   ostra::future<void> checkpoints_;
   bool stopped_ = false;
 
-  // Used by the supervision alone, which ends it before it reports the stop.
+  // Used only by supervise(), which destroys it before it reports the stop.
   std::unique_ptr<service_log> log_;
 };
 
-// Never destroyed at the process's end, when pool threads may still be at work.
+// Not destroyed when the process ends, since pool threads may still be running.
 service_context* current = nullptr;
 
 void service_context::start() {
@@ -77,7 +77,7 @@ void service_context::start() {
   try {
     static_cast<void>(supervise());
   } catch (...) {
-    report_stopped();  // there is no memory for it, and nothing has been started
+    report_stopped();  // out of memory; nothing has been started
   }
 }
 
@@ -121,7 +121,7 @@ void service_context::request_stop() {
     if (!checkpoints_.valid())
       checkpoints_ = report_checkpoints();
   } catch (...) {
-    // Without memory for them the stop goes on without checkpoints.
+    // Out of memory: the stop goes on without checkpoints.
   }
   server_->stop();
 }
@@ -163,7 +163,7 @@ ostra::future<void> service_context::report_checkpoints() {
   }
 }
 
-// Takes the checkpoints out, and with them the server, so that no later control starts new ones.
+// Takes the checkpoints and destroys the server, so that no later control starts new ones.
 ostra::future<void> service_context::end_checkpoints() {
   std::unique_ptr<server> ended;
   const std::lock_guard guard(lock_);
@@ -202,10 +202,9 @@ void WINAPI service_main(DWORD, wchar_t**) {
   current->start();
 }
 
-// For Wine alone: there the dispatcher of a process that is no service takes the control pipe of
-// the service that was started last for its own, and waits ten seconds for it while that one runs.
-// Wine starts services on a desktop of their own, which tells them from programs that are run by
-// hand.
+// Only for Wine, where the dispatcher of a process that is not a service mistakes the control pipe
+// of the service started last for its own, and waits ten seconds for it while that service runs.
+// Wine starts services on a separate desktop, which tells them from programs run by hand.
 bool wine_ran_by_hand() noexcept {
   constexpr std::wstring_view kServiceDesktop = L"__wineservice_winstation";
   if (::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr)

@@ -1,4 +1,4 @@
-// The server run by the service control manager.
+// The server run as a service.
 #pragma once
 
 #include <memory>
@@ -12,18 +12,18 @@ namespace tarnwheel {
 using server_factory =
     std::unique_ptr<server> (*)(std::shared_ptr<Tamrin::setman::abstract_folder> parameters);
 
-// Serves as the service until it has stopped, and returns 0; returns the Win32 error,
-// ERROR_FAILED_SERVICE_CONTROLLER_CONNECT (1063) above all, when the service control manager did
-// not start this process.
+// Runs the service until it has stopped and returns 0. Returns the Win32 error when that is not
+// possible: ERROR_FAILED_SERVICE_CONTROLLER_CONNECT (1063) when the service control manager did not
+// start this process.
 //
 // `create` makes the server when the service starts. The service takes its parameters from the
-// registry, and logs to the file that they name, if any. What keeps it from starting is told in the
-// system's event log and ends in the state "stopped" with exit code 0: another server that runs, a
-// key that cannot be opened (its account may read but not create it, the installation creates it),
-// a pipe that cannot be made, and a value that is there but cannot be read as what it should be (a
-// wrong type or length, a list of ports that is shorter or longer than its count). For a value that
-// is missing its default holds. So a mistake in the registry never shares a port, or lets somebody
-// in, whom the administrator did not write down.
+// registry, and logs to the file that they name, if any. A failed start is reported in the system's
+// event log and ends in the state "stopped" with exit code 0. Its causes: another server is
+// running; the key cannot be opened (the service's account may read it but not create it, which the
+// installation does); the pipe cannot be created; a value has the wrong type or length, as a list
+// of ports that is shorter or longer than its count. A missing value takes its default. So a
+// mistake in the registry never shares a port, or admits an account, that the administrator did not
+// list.
 [[nodiscard]] DWORD run_service(server_factory create = &create_server);
 
 }  // namespace tarnwheel

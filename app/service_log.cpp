@@ -13,7 +13,7 @@ namespace {
 
 namespace setman = Tamrin::setman;
 
-// Throws hresult_error when there is no log to be had.
+// Throws hresult_error when the log cannot be opened.
 void open_log(logging::Logger& logger, const std::wstring& path, std::int32_t level) {
   if (!logger.initialize(path, false, level))
     ostra::details::throw_last_error();

@@ -8,9 +8,10 @@
 
 namespace tarnwheel {
 
-// Publishes a log to the file that the parameters name, from its construction to its destruction,
-// which waits for what has been logged to be written. Without a LogPath nothing is logged. A log that
-// cannot be opened or written is told in the system's event log; the service runs without it.
+// While it lives, publishes a logger that writes to the file that the parameters name; the
+// destructor waits until everything logged has been written. Without a LogPath nothing is logged. A
+// log that cannot be opened or written is reported in the system's event log; the service runs
+// without it.
 class service_log {
  public:
   // Throws folder_creation_error when the parameters cannot be read, and std::bad_alloc.

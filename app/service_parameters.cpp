@@ -18,7 +18,7 @@ namespace {
 namespace setman = Tamrin::setman;
 namespace names = Tamrin::option_names;
 
-// The service has another current folder.
+// Relative paths are resolved now: the service has another current folder.
 std::wstring full_path(const std::wstring& path) {
   std::wstring full(32768, L'\0');
   const DWORD size =

@@ -1,4 +1,4 @@
-// What an installation leaves for the service.
+// The service's parameters and event source, as an installation sets them up.
 #pragma once
 
 #include "app/command_line/command_line.h"
@@ -7,14 +7,14 @@
 
 namespace tarnwheel {
 
-// Both say on standard error what is wrong, and give its code, 0 when all is well.
+// Both report a failure on standard error and return its code, or 0 on success.
 
-// A descriptor that is none would keep the service from starting when nobody looks.
+// Checked here since an invalid descriptor would keep the service from starting, unnoticed.
 [[nodiscard]] DWORD check_descriptor(const Tamrin::server_options& options);
 
-// Makes this executable the source of the service's events, and creates the key of its parameters,
-// which the service's account may read but not create. The parameters that the command line gives are
-// written; the others stay as they are. `options` are the values of `line`.
+// Registers this executable as the source of the service's events, and creates the key of its
+// parameters, which the service's account may read but not create. Parameters given on the command
+// line are written; the others stay unchanged. `options` are the values of `line`.
 [[nodiscard]] DWORD install_parameters(const Tamrin::command_line& line,
                                        const Tamrin::server_options& options);
 

@@ -25,7 +25,7 @@ unique_service_handle create_service(SC_HANDLE manager) {
                        path.c_str(), nullptr, nullptr, nullptr, kAccount, nullptr));
 }
 
-// Cosmetics and convenience: the service works without them.
+// Failures are ignored: the service works without these settings.
 void describe(SC_HANDLE service) {
   std::wstring text = kDescription;
   SERVICE_DESCRIPTIONW description = {text.data()};

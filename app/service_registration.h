@@ -18,14 +18,15 @@ struct service_handle_traits {
 };
 using unique_service_handle = Tamrin::unique_resource<service_handle_traits>;
 
-// Both need an administrator's rights, say on the console what went wrong, and give the Win32 error
-// code, 0 when all went well: it is the process's exit code.
+// Both need administrator rights, report failures on the console, and return the Win32 error code,
+// or 0 on success, which becomes the process's exit code.
 
-// Registers this executable, where it lies now, as a service that starts with the system (delayed)
-// under the local service account. 183 when it is registered already. Does not start it.
+// Registers this executable, at its current path, as a service that starts with the system
+// (delayed) under the local service account. Returns 183 when it is registered already. Does not
+// start it.
 [[nodiscard]] DWORD install_service();
 
-// Stops the service, waiting for as long as it takes, and removes its registration.
+// Stops the service, waiting as long as it takes; removes its registration and event source.
 [[nodiscard]] DWORD uninstall_service();
 
 }  // namespace tarnwheel

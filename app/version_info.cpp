@@ -9,12 +9,12 @@
 namespace tarnwheel {
 namespace {
 
-// The resource begins with three 16-bit fields and the key "VS_VERSION_INFO" with its final null; the
+// The resource begins with three 16-bit fields and the null-terminated key "VS_VERSION_INFO"; the
 // fixed part of the version follows at the next multiple of four bytes.
 constexpr std::size_t kFixedPart = 40;
 
-// Read as it lies in the program: version.dll, which has functions for that, is none of the libraries
-// that Windows takes from its own folder alone.
+// Read straight from the program's image: version.dll, which has functions for that, is not among
+// the libraries that Windows loads only from its own folder.
 std::span<const std::byte> version_resource() noexcept {
   const HRSRC resource =
       ::FindResourceW(nullptr, MAKEINTRESOURCEW(VS_VERSION_INFO), MAKEINTRESOURCEW(16));

@@ -1,6 +1,6 @@
-// The yardstick: a server of the same pipe, framing and device calls, and nothing else. One state
-// machine a client on the thread pool; no coroutine, no owner, no log, no concurrency within a
-// client. What a server costs more than this is what it does for its users.
+// The yardstick: a server with the same pipe, framing and device calls, and nothing else. One state
+// machine per client on the thread pool; no coroutines, no owners, no log, no concurrency within a
+// client. Any further cost of the real server is the price of its features.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -49,7 +49,7 @@ class Client {
       self.Run(static_cast<DWORD>(bytes));
   }
 
-  // True when the call is done already; `this` may be gone otherwise.
+  // True when the call has completed already; otherwise `this` may have been destroyed.
   template <class Call>
   bool Start(PTP_IO io, Call call) {
     ::StartThreadpoolIo(io);
@@ -69,7 +69,7 @@ class Client {
       moved = static_cast<DWORD>(overlapped_.InternalHigh);
   }
 
-  // Takes note of what the last call moved and makes the next one.
+  // Accounts for the bytes that the last call moved and starts the next call.
   bool Step(DWORD moved) {
     done_ += moved;
     switch (state_) {
@@ -187,7 +187,7 @@ class Client {
   PTP_IO device_io_ = nullptr;
   OVERLAPPED overlapped_ = {};
   State state_ = State::kConnecting;
-  DWORD done_ = 0;  // bytes of what is going on
+  DWORD done_ = 0;  // bytes of the current transfer
   std::uint32_t result_ = 0;
   tether::message_header header_;
   std::vector<std::byte> payload_;

@@ -1,2 +1,2 @@
-// What starting any program costs.
+// Shows the cost of starting any program.
 int main() {}

@@ -1,7 +1,7 @@
-// Has one client ask for each method as fast as it can, and shows what another client, the server's
-// memory and Ctrl+C notice of it.
+// Lets one client call each method as fast as it can, and shows the effect on another client, on
+// the server's memory and on Ctrl+C.
 //
-// flood [SECONDS]: so long with each method (10). Exit code 0: every goal is met.
+// flood [SECONDS]: the time for each method, 10 by default. Exit code 0: every goal is met.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -15,7 +15,7 @@
 namespace bench {
 namespace {
 
-using namespace system_test;  // its vocabulary
+using namespace system_test;  // the system tests' vocabulary
 
 constexpr double kLongestCall = 0.1;                  // seconds
 constexpr double kLongestStop = 2;                    // seconds
@@ -27,8 +27,8 @@ struct Flood {
   const char* name;
   std::uint16_t method;
   Bytes arguments;
-  bool opens;    // the port first
-  bool replies;  // come and are read; a control that the device refuses is never answered
+  bool opens;    // opens the port first
+  bool replies;  // awaits replies; a control that the device refuses is never answered
 };
 
 std::vector<Flood> Floods() {
@@ -42,7 +42,7 @@ std::vector<Flood> Floods() {
           {"unknown method", 99, {}, false, false}};
 }
 
-// Ends when the server does.
+// Runs until the server ends.
 void Pour(const Flood& flood, std::atomic<std::uint64_t>& requests) try {
   RawClient client;
   if (flood.opens)
@@ -57,7 +57,7 @@ void Pour(const Flood& flood, std::atomic<std::uint64_t>& requests) try {
       client.Receive();
   }
 } catch (const std::exception&) {
-  // The server has gone.
+  // The server has ended.
 }
 
 bool Report(const char* what, double value, const char* unit, double limit) {

@@ -1,5 +1,5 @@
-// The format library beside the C library's swprintf and {fmt}, on the lines that the server
-// writes.
+// Compares the format library with the C library's swprintf and with {fmt}, on lines that the
+// server logs.
 #include <cstdio>
 #include <cwchar>
 #include <string>
@@ -21,7 +21,7 @@ const std::wstring kMessage = L"Client MACHINE\\operator has just connected to C
 volatile std::uint32_t port = 12;
 volatile std::uint32_t failure = 0x80070005;
 
-// What the compiler must not leave out.
+// Keeps the compiler from removing the calls.
 volatile std::size_t characters = 0;
 
 template <class Format>

@@ -1,4 +1,4 @@
-// The log beside a plain writer of files, which formats each line and writes it before it goes on.
+// Compares the log with a plain writer, whose callers format and write each line themselves.
 #include <cstdio>
 #include <cwchar>
 #include <mutex>
@@ -23,7 +23,7 @@ std::wstring LogPath() {
   return std::wstring(folder) + L"log_bench_" + std::to_wstring(::GetCurrentProcessId());
 }
 
-// Has `threads` threads write kLines lines between them.
+// Lets `threads` threads write kLines lines in all.
 template <class WriteLine>
 void FromThreads(int threads, WriteLine write_line) {
   std::vector<std::jthread> writers;
@@ -36,8 +36,8 @@ void FromThreads(int threads, WriteLine write_line) {
 }
 
 struct Rates {
-  double logged;   // lines a second that the callers are held up for
-  double written;  // lines a second until all are in the file
+  double logged;   // lines per second until the callers go on
+  double written;  // lines per second until all are in the file
 };
 
 Rates LoggerRates(int threads) {

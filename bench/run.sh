@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# bench/run.sh: runs every benchmark, optimised, under Wine. Nothing else should run meanwhile.
-# bench/run.sh NAME [ARG ...]: one of format-bench, log-bench, server-bench, flood [SECONDS] and soak
-# SECONDS.
+# bench/run.sh: runs format-bench, log-bench and server-bench, optimised, under Wine. The machine should
+# be idle otherwise.
+# bench/run.sh NAME [ARG ...]: runs one of format-bench, log-bench, server-bench, flood [SECONDS] and
+# soak SECONDS.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=tools/setup.sh

@@ -1,7 +1,7 @@
-// What the server costs: each figure beside that of a bare server of the same protocol, or of the
-// device used directly, taken in turn within one run.
+// The costs of the server. Each figure is compared with that of a bare server of the same protocol,
+// or of the device used directly, measured in turn within one run.
 //
-// server-bench [PART ...]: all parts, or those that are named, of start, memory, calls, transfers,
+// server-bench [PART ...]: runs the named parts, or all, of start, memory, calls, transfers,
 // clients, visits and loopback.
 #include <algorithm>
 #include <barrier>
@@ -18,7 +18,7 @@
 namespace bench {
 namespace {
 
-using namespace system_test;  // its vocabulary
+using namespace system_test;  // the system tests' vocabulary
 
 constexpr wchar_t kServerArguments[] = L"--nologo --no-discovery --no-screen-log";
 constexpr wchar_t kBareServer[] = L"bare-server";
@@ -26,7 +26,7 @@ constexpr wchar_t kBareServer[] = L"bare-server";
 constexpr std::uint32_t kSmall = 64;
 constexpr std::uint32_t kLarge = 64 * 1024;
 
-// Answered without touching anything, while no port is open.
+// Answered without touching a device while no port is open.
 const Bytes kNullCall = Request(1, kRead, U32(1));
 
 void Exchange(RawClient& client, const Bytes& request) {
@@ -34,8 +34,8 @@ void Exchange(RawClient& client, const Bytes& request) {
   client.Receive();
 }
 
-// Asks again until another client has let go of the port. Its device is a file, so that it costs
-// next to nothing.
+// Retries until another client has released the port. Its device is a file, which costs next to
+// nothing.
 void OpenFilePort(RawClient& client) {
   std::uint32_t code = 0;
   do
@@ -44,10 +44,10 @@ void OpenFilePort(RawClient& client) {
   Require(code == 0, "opening the port");
 }
 
-// Many short pairs: what else the machine does then falls on both sides alike.
+// Many short pairs, so that other load on the machine affects both sides alike.
 constexpr int kManyRounds = 75;
 
-// Microseconds a call.
+// Microseconds per call.
 double CallTime(const wchar_t* pipe, int calls, const Bytes& request) {
   RawClient client(pipe);
   if (request != kNullCall)
@@ -66,7 +66,7 @@ void CompareCalls(const std::string& name, int calls, const Bytes& request,
                                                                [&] { return time(kBarePipe); });
 }
 
-// Megabytes a second in calls of 64 KiB.
+// Megabytes per second in calls of 64 KiB.
 void CompareThroughput(const std::string& name, const Bytes& request) {
   const auto rate = [&](const wchar_t* pipe) { return kLarge / CallTime(pipe, 100, request); };
   Comparison{name, "MB/s", "bare server", Goal{Goal::kAtLeast, 0.9}, kManyRounds}.Run(
@@ -86,7 +86,7 @@ void MeasureTransfers() {
   CompareThroughput("read of 64 KiB", Request(1, kRead, U32(kLarge)));
 }
 
-// Calls a second of that many clients together.
+// Calls per second of `clients` clients together.
 double CallRate(const wchar_t* pipe, int clients) {
   constexpr int kCalls = 6'400;
   std::barrier start(clients + 1);
@@ -135,7 +135,7 @@ void MeasureVisits() {
                                                [&] { return VisitTime(kBarePipe); });
 }
 
-// Microseconds until so many bytes have gone through the loopback and come back.
+// Microseconds until `size` bytes have gone through the loopback and come back.
 double RemoteEcho(std::uint32_t size, int times) {
   RawClient client;
   Require(client.OpenPort(kLoopbackPort) == 0, "opening the loopback");
@@ -150,7 +150,7 @@ double RemoteEcho(std::uint32_t size, int times) {
          });
 }
 
-// The same by a program that has the device to itself.
+// The same for a program that opens the device itself.
 double LocalEcho(std::uint32_t size, int times) {
   const std::wstring path = LR"(\\.\COM)" + std::to_wstring(kLoopbackPort);
   const Tamrin::unique_file port(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0,
@@ -184,7 +184,7 @@ void MeasureLoopback() {
                                                   [&] { return LocalEcho(kLarge, 10); });
 }
 
-// KiB that each of many connected clients adds to the server.
+// KiB that each of many connected clients adds to the server's memory.
 double MemoryOfAClient(const Program& server, const wchar_t* pipe) {
   constexpr std::size_t kClients = 90;
   std::list<RawClient> clients;
@@ -192,7 +192,7 @@ double MemoryOfAClient(const Program& server, const wchar_t* pipe) {
     for (; clients.size() < count;)
       Exchange(clients.emplace_back(pipe), kNullCall);
   };
-  connect(20);  // the pool has its threads, the heap its first blocks
+  connect(20);  // by then the pool has its threads, the heap its first blocks
   const double before = MemoryInUse(server);
   connect(kClients);
   return std::max(0.0, MemoryInUse(server) - before) / 1024.0 / double(kClients - 20);
@@ -231,8 +231,8 @@ void MeasureStart() {
   PrintRow("  difference", "ms", more, Goal{Goal::kAtMost, 50});
 }
 
-// What makes one call after another runs, with its servers, on one processor: on two, every figure
-// has two peaks, for the two ways of placing client and server.
+// Parts that make one call at a time run on one processor together with their servers: on two,
+// every figure has two peaks, for the two ways of placing client and server.
 struct Part {
   std::string_view name;
   void (*measure)();

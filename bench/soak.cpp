@@ -1,9 +1,9 @@
-// Has clients of every kind visit a server for a long time, and watches what the server holds.
+// Lets clients of every kind visit a server for a long time, and watches its handles and memory.
 //
-// soak SECONDS [KIND ...]: prints a line a minute (at least ten in all); with all kinds of visits,
-// or those whose names begin so. Exit code 0: the server lives, every answer was right, and neither
-// its handles nor its memory kept rising; what the system itself loses with each client is measured
-// first, on a bare server, and left out.
+// soak SECONDS [KIND ...]: prints a line per minute (at least ten in all). Makes visits of all
+// kinds, or of those whose names begin with a KIND. Exit code 0: the server still runs, every
+// answer was right, and neither its handles nor its memory kept rising. The memory that the system
+// itself loses with each client is measured first, on a bare server, and left out.
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -29,12 +29,12 @@ constexpr int kVisitorsOfAKind = 2;
 constexpr int kSamplesALine = 6;
 constexpr double kHandleSlack = 50;                // threads of the pool come and go
 constexpr double kByteSlack = 16.0 * 1024 * 1024;  // as do heaps
-constexpr double kLossDoubt = 128;                 // bytes a client, of the system's loss
+constexpr double kLossDoubt = 128;                 // bytes per client, for the system's loss
 constexpr double kDeviations = 3;
 
-// Bytes that a server which does nothing but the calls loses with each client, and that are the
-// system's: about 200 in Wine, whose thread pool keeps a list of completions of every object for
-// overlapped I/O. The median, since a thread that the pool adds takes a stack.
+// The bytes that the system loses with each client, measured on a server that only makes the calls:
+// about 200 in Wine, whose thread pool keeps a list of completions for every overlapped I/O object.
+// The median, since a thread that the pool adds takes a stack.
 double LossOfTheSystem(int clients) {
   constexpr int kBatches = 7;
   const Program bare_server(L"bare-server", L"");
@@ -50,8 +50,8 @@ double LossOfTheSystem(int clients) {
   return SpreadOf(losses).median;
 }
 
-// Whether the line fitted through the second half of the samples rises by more than `slack` and
-// their noise.
+// True when the line fitted through the second half of the samples rises by more than `slack` and
+// by more than their noise.
 bool Rises(const std::vector<double>& all, double slack) {
   const auto samples = std::span(all).subspan(all.size() / 2);
   const auto count = static_cast<double>(samples.size());
@@ -104,11 +104,11 @@ class Soak {
     }
   }
 
-  // Says what is wrong; true when nothing is.
+  // Prints what is wrong; true when nothing is.
   bool Judge() {
     ending_ = true;
     visitors_.clear();
-    const double byte_slack = std::max(kByteSlack, kLossDoubt * visits_ / 2);  // the second half
+    const double byte_slack = std::max(kByteSlack, kLossDoubt * visits_ / 2);  // their second half
     const bool failures[] = {
         Complain(!server_.Runs(), "the server has ended"),
         Complain(wrong_ != 0, "visits have not gone as they should"),
@@ -133,7 +133,7 @@ class Soak {
     }
   }
 
-  // By one client that stays: under Wine a departure purges what the next one has sent.
+  // Uses one client throughout: under Wine a departure purges bytes that the next client has sent.
   void CompareEchoes() {
     try {
       RawClient client;
@@ -164,13 +164,13 @@ class Soak {
 
   const Program server_{L"tarnwheel-server", L"--nologo --no-discovery --no-screen-log"};
   std::vector<double> handles_;
-  std::vector<double> own_bytes_;  // without what the system has lost
+  std::vector<double> own_bytes_;  // without the system's loss
   const double loss_;
   std::atomic<std::uint32_t> seeds_ = 0;
   std::atomic<int> visits_ = 0;
   std::atomic<int> wrong_ = 0;
   std::atomic<bool> ending_ = false;
-  std::vector<std::jthread> visitors_;  // last: they use the others
+  std::vector<std::jthread> visitors_;  // last: they use the members above
 };
 
 int Main(double seconds, std::span<char*> wanted) {

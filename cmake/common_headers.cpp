@@ -1,1 +1,1 @@
-// Includes nothing itself: the headers that are translated in advance belong to a target with a source.
+// Intentionally empty: a target with precompiled headers needs a source.

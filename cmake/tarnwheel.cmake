@@ -1,18 +1,18 @@
-# What every target shares, and the functions that declare a library, a program and a test.
+# The options of all targets, and the functions that declare a library, a program and a test.
 
-# With that it takes half the time.
+# Halves the build time.
 option(TARNWHEEL_UNITY_BUILD "Translate the sources of a library together" OFF)
 
 add_library(tarnwheel_options INTERFACE)
 target_compile_options(tarnwheel_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
 if(TARNWHEEL_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-  # GCC takes the sources that one file includes for headers, in which unnamed namespaces are a mistake.
+  # GCC takes the sources that a unity file includes for headers, where unnamed namespaces are a mistake.
   target_compile_options(tarnwheel_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
 endif()
 target_compile_definitions(tarnwheel_options INTERFACE UNICODE _UNICODE)
 if(WIN32)
-  # With all protections that MinGW has; control flow guard is not among them.
+  # All protections that MinGW offers; Control Flow Guard is not among them.
   target_compile_options(tarnwheel_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong>)
   target_link_options(tarnwheel_options INTERFACE
@@ -20,8 +20,8 @@ if(WIN32)
     LINKER:--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
 endif()
 
-# The headers that nearly every source includes are translated once. A source includes what it names
-# all the same: the preset `release` builds without this.
+# The headers that nearly every source includes are precompiled. A source must still include what it
+# names: the preset `release` builds without precompiled headers.
 add_library(common_headers OBJECT ${CMAKE_CURRENT_LIST_DIR}/common_headers.cpp)
 target_link_libraries(common_headers PRIVATE tarnwheel_options platform)
 set(common_headers
@@ -29,9 +29,9 @@ set(common_headers
   <optional> <span> <string> <string_view> <utility> <vector>)
 target_precompile_headers(common_headers PRIVATE ${common_headers})
 
-# A library sees the headers of another only by linking it: each folder is published through an
-# include directory of its own, in which that folder alone stands, under its path from the project's
-# root. So "client/line/retry.h" is found by those who link that room, and by no others.
+# A library sees the headers of another only by linking it: each folder is published through its own
+# include directory, which contains that folder only, under its path from the project's root. So
+# "client/line/retry.h" is found only by targets that link that folder's library.
 function(tarnwheel_publish_folder target scope)
   set(root ${CMAKE_BINARY_DIR}/include/${target})
   cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY ${CMAKE_SOURCE_DIR}
@@ -40,8 +40,8 @@ function(tarnwheel_publish_folder target scope)
   file(REMOVE_RECURSE ${root})  # the folder may have moved since
   file(MAKE_DIRECTORY ${root}/${parent})
   file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${folder} SYMBOLIC)
-  # Each header must compile alone. A source of its name includes it first and so shows it, where
-  # nothing is precompiled; the others are compiled by themselves.
+  # Each header must compile alone. A source of the same name includes it first, which proves that where
+  # nothing is precompiled; headers without such a source are compiled by themselves.
   set(shown "")
   set(unshown "")
   foreach(header ${ARGN})
@@ -82,8 +82,8 @@ function(tarnwheel_program name)
   target_link_libraries(${name} PRIVATE tarnwheel_options ${arg_DEPENDS})
 endfunction()
 
-# tarnwheel_version(TARGET DESCRIPTION): the resource by which Windows, and the program itself, tell its
-# version, which is the project's.
+# tarnwheel_version(TARGET DESCRIPTION): adds the resource from which Windows, and the program itself,
+# read its version, which is the project's.
 function(tarnwheel_version target description)
   string(REPLACE "." "," version_fields ${PROJECT_VERSION})
   set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
@@ -91,14 +91,15 @@ function(tarnwheel_version target description)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
 
-# GoogleTest comes as sources in Debian's package and is built for the target like the rest.
+# Debian packages GoogleTest as sources; it is built for the target like the rest.
 set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 
-# A test's own code runs once, so to translate it is what takes time; ours is what is examined, and not
-# GoogleTest. What headers give to the tests is examined natively. Unoptimised, there would be so many
-# small functions that MinGW's linker takes seconds a program.
+# A test's own code runs once, so most of its time goes into compiling it. The sanitizers are for the
+# libraries, not for tests and GoogleTest; header code that tests instantiate is sanitized in the native
+# builds. Unoptimised, there would be so many small functions that MinGW's linker takes seconds per
+# program.
 set(test_options $<IF:$<BOOL:${WIN32}>,-Og,-O0> $<$<BOOL:${WIN32}>:-fno-sanitize=all>)
 target_compile_options(gtest PRIVATE $<IF:$<BOOL:${WIN32}>,-Og,-O0> -g0 -fno-sanitize=all)
 
@@ -120,7 +121,7 @@ function(tarnwheel_test_program name)
 endfunction()
 
 # tarnwheel_test(NAME SOURCES ... [DEPENDS ...] [TIMEOUT seconds]): one executable and one ctest entry
-# a subsystem, so that Wine starts few times.
+# per subsystem, so that Wine starts few times.
 function(tarnwheel_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPENDS")
   tarnwheel_test_program(${name} SOURCES ${arg_SOURCES} DEPENDS ${arg_DEPENDS})

@@ -14,8 +14,8 @@ constexpr DWORD kLongestHold = 4000;  // milliseconds
 constinit ostra::published<const control_handler> current;
 std::atomic<bool> has_been_handled = false;  // a handler exists or has existed
 
-// Signalled when the process has nothing left to do. Never closed: a thread of the system's may wait
-// for it until the process ends.
+// Signalled when the process has nothing left to do. Never closed: a system thread may wait for it
+// until the process ends.
 HANDLE finished = nullptr;
 
 BOOL WINAPI on_console_event(DWORD event) {
@@ -41,7 +41,7 @@ control_events::control_events() {
 }
 
 control_events::~control_events() {
-  // In this order: the handler may not be removed while it runs, and it may be waiting.
+  // The event first: a running handler cannot be removed, and it may be waiting for the event.
   ::SetEvent(finished);
   ::SetConsoleCtrlHandler(&on_console_event, FALSE);
 }

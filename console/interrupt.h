@@ -1,4 +1,4 @@
-// Ctrl+C, Ctrl+Break and the closing of the console window as an event that can be waited for.
+// Ctrl+C, Ctrl+Break and the closing of the console window as a waitable event.
 #pragma once
 
 #include <atomic>
@@ -9,9 +9,9 @@
 
 namespace console {
 
-// The first of these events only signals event(); the second one ends the process as it would
-// without this. When the window is closed, the time until the destructor has run is left for putting
-// things in order. At most one exists in a process.
+// The first of these events only signals event(); the second ends the process as usual. When the
+// window is closed, the process can clean up until this destructor has run, for up to four seconds.
+// At most one exists in a process.
 class interrupt {
  public:
   interrupt();  // throws hresult_error
@@ -19,12 +19,12 @@ class interrupt {
   // Signalled from the first event on.
   [[nodiscard]] HANDLE event() const noexcept { return requested_.get(); }
 
-  // From now on Ctrl+C is a key like others: it only signals ctrl_c(), once for each time that it
-  // is struck or more. For a console whose input is raw, which still may hand it over as an event.
+  // With true, Ctrl+C is an ordinary key that only signals ctrl_c(); several presses may count as
+  // one. For a console in raw mode, which may still deliver the key as an event.
   void make_ctrl_c_a_key(bool is_key) noexcept { ctrl_c_is_key_ = is_key; }
   [[nodiscard]] HANDLE ctrl_c() const noexcept { return ctrl_c_struck_.get(); }
 
-  // Blocks for `time`, or until the first event; true when it has come.
+  // Blocks until the first event, for at most `time`; true when the event has come.
   [[nodiscard]] bool wait(std::chrono::milliseconds time) const noexcept;
 
  private:
@@ -35,7 +35,7 @@ class interrupt {
   std::atomic<bool> ctrl_c_is_key_ = false;
 
   const control_events events_;
-  const control_handler handler_;  // last: it uses the others
+  const control_handler handler_;  // last: it uses the members above
 };
 
 }  // namespace console

@@ -10,14 +10,14 @@
 namespace console {
 namespace {
 
-constexpr std::size_t kPiece = 8192;  // a console takes about 32,000 units at a time
+constexpr std::size_t kPiece = 8192;  // a console accepts about 32,000 code units at a time
 
 DWORD write_console(HANDLE console, std::wstring_view text) {
   while (!text.empty()) {
     DWORD written = 0;
     auto size = std::min(text.size(), kPiece);
     if (size < text.size() && IS_HIGH_SURROGATE(text[size - 1]))
-      --size;  // a character of two units is shown as one only when both come together
+      --size;  // a surrogate pair is shown as one character only when written whole
     if (!::WriteConsoleW(console, text.data(), static_cast<DWORD>(size), &written, nullptr))
       return ::GetLastError();
     if (written == 0)

@@ -9,10 +9,10 @@ namespace console {
 
 enum class standard_stream : DWORD { output = STD_OUTPUT_HANDLE, error = STD_ERROR_HANDLE };
 
-// Writes `text`, unbuffered: as UTF-16 to a console, so that no character depends on its code page,
-// as UTF-8 with CR LF line ends to a file or pipe. A line end may be given as LF or CR LF. Blocks
-// until it is written. Gives the Win32 error with which the stream refuses the text, the rest of which
-// is discarded then; a process without such a stream writes nothing. Throws std::bad_alloc.
+// Writes `text` unbuffered: to a console as UTF-16, so that no character depends on the code page;
+// to a file or pipe as UTF-8 with CR LF line ends. A line end may be given as LF or CR LF. Blocks
+// until everything is written. Returns the Win32 error that ended the write, if any; the rest of
+// the text is then discarded. A no-op in a process without such a stream. Throws std::bad_alloc.
 DWORD print(standard_stream stream, std::wstring_view text);
 
 }  // namespace console

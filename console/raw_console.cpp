@@ -25,10 +25,10 @@ bool raw_console::is_there() noexcept {
 }
 
 raw_console::raw_console(interrupt& stop) : stop_(stop) {
-  // Without ENABLE_QUICK_EDIT_MODE too: a selection with the mouse would stop the output.
+  // This also turns ENABLE_QUICK_EDIT_MODE off: a selection with the mouse would stop the output.
   if (!input_mode_.set(ENABLE_EXTENDED_FLAGS))
     ostra::details::throw_last_error();
-  // A line feed of a device only goes down; consoles that know less show what they can.
+  // A line feed from a device only moves down. Older consoles lack that flag, or all sequences.
   obeys_sequences_ =
       output_mode_.set(kTerminal | DISABLE_NEWLINE_AUTO_RETURN) || output_mode_.set(kTerminal);
   if (!obeys_sequences_)
@@ -39,7 +39,7 @@ raw_console::raw_console(interrupt& stop) : stop_(stop) {
 
 raw_console::~raw_console() {
   stop_.make_ctrl_c_a_key(false);
-  // Whatever colours the device has left on.
+  // The device may have left colours on.
   print(standard_stream::output, obeys_sequences_ ? L"\x1B[0m\r\n" : L"\r\n");
 }
 

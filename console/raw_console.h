@@ -6,16 +6,16 @@
 
 namespace console {
 
-// A mode of one of the console's two handles, for as long as this lives.
+// Changes the mode of a console handle; the destructor restores the former mode.
 class console_mode {
  public:
-  // Throws hresult_error when the handle is not that of a console.
+  // Throws hresult_error when `console` is not a console handle.
   explicit console_mode(HANDLE console);
   console_mode(const console_mode&) = delete;
   console_mode& operator=(const console_mode&) = delete;
   ~console_mode() { ::SetConsoleMode(console_, former_); }
 
-  // False when the console does not know the mode.
+  // False when the console does not support the mode.
   [[nodiscard]] bool set(DWORD mode) noexcept { return ::SetConsoleMode(console_, mode) != FALSE; }
 
  private:
@@ -23,12 +23,12 @@ class console_mode {
   DWORD former_ = 0;
 };
 
-// While it lives, keys come one by one and unchanged, Ctrl+C among them, and the screen obeys
-// escape sequences. The destructor brings back what was before. Keys that were struck before are
-// dropped.
+// While it lives, keys arrive one by one and unprocessed, Ctrl+C included, and the screen
+// interprets escape sequences. Keys pressed before its construction are discarded. The destructor
+// restores the former modes.
 class raw_console {
  public:
-  // True when standard input and standard output are a console.
+  // True when both standard input and standard output are consoles.
   [[nodiscard]] static bool is_there() noexcept;
 
   // `stop` must outlive this. Throws hresult_error.

@@ -1,4 +1,4 @@
-// The system's own words for an error.
+// The system's message for an error code.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace console {
 
-// In the user's language, without the full stop; empty when the system knows nothing of the code.
+// In the user's language, without the final full stop; empty when the system has no message.
 [[nodiscard]] std::wstring system_text(HRESULT code);
 
 }  // namespace console

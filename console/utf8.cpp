@@ -7,7 +7,7 @@
 namespace console {
 namespace {
 
-// The length in bytes of a character that begins with this byte; 1 when none can.
+// The length in bytes of the character that `first` begins; also 1 when it cannot begin one.
 std::size_t length_from(std::byte first) {
   const auto value = std::to_integer<unsigned>(first);
   if (value >= 0xC2 && value < 0xE0)
@@ -21,7 +21,7 @@ bool goes_on(std::byte byte) {
   return (byte & std::byte{0xC0}) == std::byte{0x80};
 }
 
-// The number of bytes at the end that may still become a complete character.
+// The number of bytes at the end that begin a character without completing it.
 std::size_t incomplete_at_end(std::span<const std::byte> bytes) {
   std::size_t count = 0;
   while (count < std::min<std::size_t>(bytes.size(), 3)) {

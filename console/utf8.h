@@ -1,4 +1,4 @@
-// UTF-8 and UTF-16.
+// Conversion between UTF-8 and UTF-16.
 #pragma once
 
 #include <cstddef>
@@ -14,13 +14,13 @@ namespace console {
 // Invalid UTF-8 becomes U+FFFD.
 [[nodiscard]] std::wstring from_utf8(std::span<const std::byte> bytes);
 
-// The same for text that comes in pieces, which may end within a character.
+// Decodes text that arrives in pieces, each of which may end in the middle of a character.
 class utf8_stream {
  public:
   [[nodiscard]] std::wstring decode(std::span<const std::byte> bytes);
 
  private:
-  std::vector<std::byte> begun_;  // the bytes of a character whose end has not come
+  std::vector<std::byte> begun_;  // the bytes of a character that is not yet complete
 };
 
 }  // namespace console

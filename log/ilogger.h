@@ -1,4 +1,4 @@
-// The interface through which everything logs.
+// The interface of a logger.
 #pragma once
 
 #include <cstdint>
@@ -16,12 +16,12 @@ class ILogger {
   // Opens the log; `path` is empty for a log without a file. False when the file cannot be opened.
   virtual bool initialize(std::wstring_view path, bool screen, std::int32_t level) = 0;
 
-  // Levels critical to debug only. An empty message ends the log, like stop(), without waiting.
+  // Levels critical to debug only. An empty message ends the log like stop(), but without waiting.
   virtual void log(const std::wstring_view& message, std::int32_t level) = 0;
-  // Leaves `message` empty, whether the level passes or not.
+  // Leaves `message` empty, whether or not its level is kept.
   virtual void log(std::wstring&& message, std::int32_t level) = 0;
 
-  // Returns when everything logged before is written, or throws what writing failed with.
+  // Returns once everything logged before has been written; throws the error if writing has failed.
   virtual void stop() = 0;
 
   virtual ~ILogger() = default;

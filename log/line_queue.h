@@ -1,4 +1,4 @@
-// Lines that wait to be written, in a bounded amount of memory.
+// A queue of lines to be written, bounded in memory.
 #pragma once
 
 #include <cstddef>
@@ -11,18 +11,18 @@
 
 namespace logging {
 
-// From any number of threads to one coroutine, which goes on on a thread of the pool: whoever logs
-// is not held up.
+// Any number of threads push, and one coroutine pops. It resumes on a pool thread, so push() never
+// runs it.
 //
-// Lines that the writer cannot keep up with are left out, and counted: a gap, which comes out of
-// the queue in their place. Once one line has been left out, so are all others until the gap has
-// been taken, so that gaps are few and long; the writer is busy all the while and no slower for it.
+// Lines that do not fit are left out and counted, and a gap is queued in their place. Once one line
+// has been left out, so are all others until the gap has been popped. Gaps are thus few and long;
+// the writer, which has lines to write all the while, is no slower for it.
 class line_queue {
  public:
-  // The lines that wait occupy at most this many bytes, text and structs.
+  // The most bytes that the queued lines may occupy, text and structs.
   static constexpr std::size_t kMostBytes = 4 * 1024 * 1024;
 
-  // Throws std::bad_alloc; then the line is lost.
+  // Throws std::bad_alloc; the line is then lost.
   void push(log_entry line) {
     const std::size_t size = size_of(line);
     const std::lock_guard guard(lock_);
@@ -36,7 +36,7 @@ class line_queue {
     ++left_out_;
   }
 
-  // As those of async_queue. A gap has no text.
+  // As in async_queue. A gap has no text.
   [[nodiscard]] auto pop() noexcept { return awaiter(*this); }
   [[nodiscard]] std::optional<log_entry> try_pop() { return counted(lines_.try_pop()); }
   void finish() noexcept { lines_.finish(); }

@@ -31,7 +31,7 @@ void write_line(level level, std::wstring&& message) noexcept {
   try {
     current.use([&](ILogger& logger) { logger.log(std::move(message), level); });
   } catch (...) {
-    // No memory for the entry.
+    // Out of memory: the line is dropped.
   }
 }
 

@@ -10,16 +10,16 @@
 
 namespace logging {
 
-// An open file that can be written through the thread pool: what cannot is never made. Owned by the
-// logger. One write at a time, which ends before the object does.
+// An open file that is bound to the thread pool. Owned by the logger. One write at a time, which
+// must complete before the object is destroyed.
 class log_file {
  public:
-  // Continues the file or makes a new one, which begins with the mark FF FE. Null when the file
-  // cannot be opened. Throws hresult_error when it cannot be written through the thread pool (a
-  // device may be such a file), or the mark cannot.
+  // Opens an existing file for appending, or creates one that begins with the mark FF FE. Null when
+  // the file cannot be opened. Throws hresult_error when it cannot be bound to the thread pool (as
+  // some devices cannot), or when the mark cannot be written.
   [[nodiscard]] static std::unique_ptr<log_file> open(std::wstring_view path);
 
-  // `text` must live until the future completes, which fails with hresult_error. Throws
+  // `text` must live until the future completes; a failed write is an hresult_error there. Throws
   // std::bad_alloc.
   [[nodiscard]] ostra::future<void> append(std::wstring_view text);
 

@@ -8,12 +8,12 @@ namespace {
 
 constexpr std::wstring_view kSeparator = L"=====\t=====\t=====\r\n";
 
-// Lines that are there together are written together; in code units.
+// Queued lines are written together, up to about this many code units.
 constexpr std::size_t kMostAtOnce = 32 * 1024;
 
 constexpr DWORD kScreenPatience = 2000;  // milliseconds
 
-// Whatever ends the writer, what is logged later is dropped.
+// However the writer ends, later lines are dropped.
 struct queue_end {
   line_queue& entries;
   ~queue_end() { entries.close(); }
@@ -63,12 +63,12 @@ void Logger::stop() {
   writer.get();
 }
 
-// Nobody is left to hear of a failure.
+// A destructor has no caller to report a failure to.
 Logger::~Logger() {
   try {
     stop();
   } catch (...) {
-    // The separator is still tried: the disk may have room again.
+    // The separator is still attempted: the disk may have room again.
   }
   try {
     if (file_)
@@ -100,7 +100,7 @@ ostra::future<void> Logger::write_entries(std::shared_ptr<line_queue> entries) {
       auto written = file_->append(text);
       co_await written;
     } catch (const std::bad_alloc&) {
-      // These lines are lost; the next ones may find memory again.
+      // These lines are lost; there may be memory for the next ones.
     }
   }
 }

@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// The month counts from 1, the day and the hour are those of the user's clock.
+// The month counts from 1; the day and the hour are in local time.
 TEST(LinePattern, LocalTimeLevelsAndGaps) {
   ::_putenv_s("TZ", "TST-9");
   ::_tzset();
@@ -52,12 +52,12 @@ TEST(Logger, KeepsMessagesUpToItsLevelUntilAnEmptyOne) {
   std::string content(std::istreambuf_iterator<char>(file), {});
   file.close();
   std::filesystem::remove(path);
-  std::erase(content, '\0');  // of UTF-16
+  std::erase(content, '\0');  // the high bytes of UTF-16
   const std::regex all_but_messages("[^\n]*\t|\r\n");
   EXPECT_EQ(std::regex_replace(content, all_but_messages, ""), "001122=====");
 }
 
-// The host's device that is always full stands in for a full disk.
+// The host's /dev/full stands in for a full disk.
 TEST(Logger, FullDiskEndsTheLogWithoutBlockingAnybody) {
   Logger stopped, destroyed;
   for (Logger* const logger : {&stopped, &destroyed}) {

@@ -1,4 +1,4 @@
-// The logger of a process that logs nothing.
+// A logger that discards everything.
 #pragma once
 
 #include "log/ilogger.h"

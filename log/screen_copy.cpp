@@ -17,7 +17,7 @@ void print_line(log_entry line) noexcept {
       line.text = L"(" + std::to_wstring(line.left_out) + L" lines are not shown)\n";
     console::print(console::standard_stream::output, line.text);
   } catch (const std::bad_alloc&) {
-    // A line for which there is no memory is lost.
+    // Out of memory: the line is lost.
   }
 }
 
@@ -39,7 +39,7 @@ bool screen_copy::finish(DWORD patience) {
     ostra::within(printing_, std::chrono::milliseconds(patience)).get();
     return true;
   } catch (const ostra::hresult_error&) {
-    return false;  // it stands still
+    return false;  // the screen is blocked
   }
 }
 

@@ -1,5 +1,5 @@
-// The copy of the log on the screen, which may be slow or stand still (a console in which somebody
-// selects text, a pipe that nobody reads) without holding up the log file or anybody who logs.
+// The copy of the log on the screen. A slow or blocked screen (a console in which text is being
+// selected, a pipe that is not read) holds up neither the log file nor the callers of the logger.
 #pragma once
 
 #include <memory>
@@ -11,10 +11,12 @@
 
 namespace logging {
 
-// Prints on a pool thread, one line after another in the order of write(). The queue belongs to the
-// printing too: a screen that stands still keeps it and a thread until the process ends.
+// Prints on a pool thread, one line at a time in the order of write(). The printing coroutine
+// shares ownership of the queue: a screen that stays blocked keeps it and a thread until the
+// process ends.
 //
-// In place of lines that were left out because too many waited, the screen shows "(123 lines are not shown)".
+// When too many lines wait, some are left out, and the screen shows "(123 lines are not shown)" in
+// their place.
 class screen_copy {
  public:
   // Throws std::bad_alloc or hresult_error.
@@ -26,8 +28,8 @@ class screen_copy {
   // Never blocks. Throws std::bad_alloc.
   void write(std::wstring line) { lines_->push({std::move(line)}); }
 
-  // Takes no more lines, and blocks until all have been printed, for at most `patience`
-  // milliseconds; true when they have been. To be called once.
+  // Accepts no more lines and blocks until all have been printed, for at most `patience`
+  // milliseconds; true when they have been. Called at most once.
   bool finish(DWORD patience);
 
  private:

@@ -8,16 +8,16 @@
 namespace logging {
 namespace {
 
-// Standard output is a pipe that nobody reads, then one that is read.
+// Standard output is a pipe that is read only after a while.
 TEST(ScreenCopy, StandingScreenHoldsUpNobodyAndShowsThatLinesAreMissing) {
   HANDLE read = nullptr, write = nullptr;
   EXPECT_TRUE(::CreatePipe(&read, &write, nullptr, 0));
   const HANDLE former = ::GetStdHandle(STD_OUTPUT_HANDLE);
   ::SetStdHandle(STD_OUTPUT_HANDLE, write);
   screen_copy given_up, screen;
-  given_up.write(std::wstring(100'000, L'y'));  // more than the pipe takes
+  given_up.write(std::wstring(100'000, L'y'));  // more than the pipe holds
   EXPECT_FALSE(given_up.finish(50));
-  for (int lines = 0; lines < 5000; ++lines)  // more than may wait
+  for (int lines = 0; lines < 5000; ++lines)  // more than the queue holds
     screen.write(std::wstring(1000, L'x') + L"\r\n");
   std::jthread finisher([&] {
     EXPECT_TRUE(screen.finish(10'000));

@@ -18,12 +18,12 @@ namespace {
 
 using ostra::details::to_hresult;
 
-constexpr WORD kFileSharingPort = 445;  // the pipe travels by it
+constexpr WORD kFileSharingPort = 445;  // carries the pipe
 constexpr wchar_t kVersion[] = L"1.01";
 constexpr std::chrono::seconds kPublicationLimit(30);
 constexpr std::chrono::seconds kWithdrawalLimit(2);
 
-// One request for which Windows calls back.
+// One request, which Windows completes with a callback.
 struct request_state {
   explicit request_state(const ostra::cancellation_token& token = {}) : is_complete(token) {}
 
@@ -31,13 +31,13 @@ struct request_state {
   ostra::auto_reset_event is_complete;  // set after the status
 };
 
-// Never destroyed once published, as the functions' header says. publish() and withdraw() are
-// called by one coroutine, one after the other.
+// Never destroyed once published; rpc/dns_sd.h says why. One coroutine calls publish(), then
+// withdraw().
 class announcement {
  public:
   announcement(const tether::dns_sd_functions& dns, const ostra::cancellation_token& token);
 
-  // Completes with Windows' answer; fails with operation_cancelled when the token is cancelled.
+  // Completes with Windows' result; fails with operation_cancelled when the token is cancelled.
   ostra::future<HRESULT> publish();
 
   ostra::future<void> withdraw();
@@ -47,7 +47,7 @@ class announcement {
  private:
   static void WINAPI on_completion(DWORD status, void* context, PDNS_SERVICE_INSTANCE instance);
 
-  // Constant after construction; Windows does not write to what it is given, const or not.
+  // Constant after construction: Windows writes to none of it, const or not.
   const tether::dns_sd_functions& dns_;
   const std::wstring computer_ = tether::computer_name();
   std::wstring name_ = computer_ + L"." + tether::kServiceType;
@@ -77,7 +77,7 @@ announcement::announcement(const tether::dns_sd_functions& dns,
   request_.pRegisterCompletionCallback = &on_completion;
 }
 
-// On a thread of Windows. The instance is a copy that is the callback's to free.
+// Runs on a thread of Windows. `instance` is a copy, which the callback must free.
 void WINAPI announcement::on_completion(DWORD status, void* context,
                                         PDNS_SERVICE_INSTANCE instance) {
   if (instance != nullptr)
@@ -111,7 +111,7 @@ ostra::future<void> announcement::withdraw() {
   co_await completion;
 }
 
-// Fails when it is cancelled, and never completes otherwise.
+// Fails when `token` is cancelled; never completes otherwise.
 ostra::future<void> cancellation_of(ostra::cancellation_token token) {
   ostra::auto_cancel_timer timer(token);
   for (;;) {

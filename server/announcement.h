@@ -1,4 +1,4 @@
-// The server's announcement on the local link, beside its answers to the clients' mailslot queries.
+// The server's announcement on the local link, in addition to its answers to mailslot queries.
 #pragma once
 
 #include "async/cancellation.h"
@@ -6,12 +6,12 @@
 
 namespace tarnwheel {
 
-// Announces this computer's server by DNS-SD until `token` is cancelled. Never fails: without an
-// announcement the server works all the same, so whatever is wrong is one warning in the log.
+// Announces this computer's server by DNS-SD until `token` is cancelled. Never fails: the server
+// works without an announcement, so any failure is one warning in the log.
 //
-// Windows has 30 seconds to announce, and its thread is not held meanwhile. At the cancellation the
-// announcement is taken back, which Windows has two seconds for; a process that ends takes it back
-// in any case.
+// Windows has 30 seconds to make the announcement; no thread is blocked meanwhile. On cancellation
+// the announcement is withdrawn, for which Windows has two seconds; the end of the process
+// withdraws it in any case.
 ostra::future<void> announce(ostra::cancellation_token token);
 
 }  // namespace tarnwheel

@@ -18,12 +18,12 @@ void client_log::identify(tether::ITransport& transport) noexcept {
   }
   try {
     tether::CToken token = transport.GetClientToken(TOKEN_QUERY, false, false);
-    // Without its token the thread may have been left with the client's identity.
+    // Without a token, the thread may still be impersonating the client.
     if (!token)
       tether::revert_to_self();
     static_cast<void>(look_up(shared_from_this(), std::move(token)));
   } catch (...) {
-    answer({});  // no memory to ask with
+    answer({});  // no memory for the look-up
   }
 }
 
@@ -34,7 +34,7 @@ ostra::future<void> client_log::look_up(std::shared_ptr<client_log> self, tether
     co_await elsewhere;
     name = tether::account_name(token).value_or(std::wstring());
   } catch (...) {
-    // A name that cannot be had is "Unknown".
+    // The client remains "Unknown".
   }
   self->answer(std::move(name));
 }
@@ -69,7 +69,7 @@ bool client_log::waits_for_name() noexcept {
   return state_ == state::asked;
 }
 
-// False when there is no room for the line to wait; those before it wait no longer then.
+// False when the line cannot wait; the lines that were waiting have then been logged.
 bool client_log::wait_for_name(const line& next) {
   try {
     if (waiting_.size() < kMostWaiting) {
@@ -105,7 +105,7 @@ ostra::future<void> client_log::settle(ostra::ticks limit) {
   if (answered)
     co_return;
   const std::lock_guard guard(lock_);
-  state_ = state::answered;  // "Unknown", unless a name comes yet
+  state_ = state::answered;  // "Unknown", unless the name still arrives
   log_waiting();
 }
 

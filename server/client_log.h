@@ -1,4 +1,4 @@
-// The log lines about one client, which tell its account.
+// The log lines about one client, which contain its account.
 #pragma once
 
 #include <cstdint>
@@ -16,18 +16,18 @@
 
 namespace tarnwheel {
 
-// The name of an account may have to be asked of a domain controller, which takes its time, so no
-// request waits for it: it is looked up on a pool thread, once a session and only when lines that
-// tell it are kept. Lines that come meanwhile follow in their order when the name is known.
+// The name of an account may have to be queried from a domain controller, which can be slow, so no
+// request waits for it: it is looked up on a pool thread, once per session, and only when lines
+// that contain it are kept. Lines written meanwhile are logged, in order, when the name is known.
 //
-// Any thread. The look-up holds this object until it ends.
+// Any thread may use it. The look-up shares ownership of it until it ends.
 class client_log : public std::enable_shared_from_this<client_log> {
  public:
-  // Learns who the client is, unless that has been asked before. Within a request, before the log
-  // lines about it; takes on the client's identity meanwhile.
+  // Starts the look-up of the client's account unless it has been started before. Called within a
+  // request, before its log lines; impersonates the client meanwhile.
   void identify(tether::ITransport& transport) noexcept;
 
-  // Logs a line whose arguments are {0} the client, {1} the number, {2} the code. `pattern` is a
+  // Logs a line with the arguments {0} the client, {1} `number`, {2} `code`. `pattern` must be a
   // literal.
   void write(logging::level level, std::wstring_view pattern, std::uint32_t number = 0,
              HRESULT code = S_OK) noexcept;
@@ -35,8 +35,8 @@ class client_log : public std::enable_shared_from_this<client_log> {
   // True while the client's name is being looked up.
   [[nodiscard]] bool waits_for_name() noexcept;
 
-  // Completes when no line waits for the name any more, at the latest after `limit`: then what
-  // waits is logged without it. Throws what keeps it from waiting.
+  // Completes when no line waits for the name any more. After `limit`, waiting lines are logged
+  // without it. Throws when it cannot wait.
   [[nodiscard]] ostra::future<void> settle(ostra::ticks limit);
 
  private:
@@ -49,7 +49,7 @@ class client_log : public std::enable_shared_from_this<client_log> {
     HRESULT code;
   };
 
-  // Lines that wait for a name; more than these are logged without it.
+  // The most lines that wait for a name; when one more comes, all are logged without it.
   static constexpr std::size_t kMostWaiting = 64;
 
   static ostra::future<void> look_up(std::shared_ptr<client_log> self, tether::CToken token);

@@ -1,4 +1,4 @@
-// Owners of what SetupAPI hands out.
+// Owners of SetupAPI handles.
 #pragma once
 
 #include "platform/unique_resource.h"
@@ -16,7 +16,7 @@ struct device_set_traits {
 };
 using unique_device_set = Tamrin::unique_resource<device_set_traits>;
 
-// A device's registry key: unlike other keys, failure is INVALID_HANDLE_VALUE.
+// A device's registry key: unlike for other keys, failure is INVALID_HANDLE_VALUE.
 struct device_key_traits {
   using pointer = HKEY;
   static pointer invalid() noexcept { return static_cast<HKEY>(INVALID_HANDLE_VALUE); }

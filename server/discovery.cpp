@@ -25,12 +25,12 @@ using bytes = std::vector<std::byte>;
 constexpr HRESULT kQueryTooLong = static_cast<HRESULT>(0x8007007A);  // ERROR_INSUFFICIENT_BUFFER
 
 constexpr std::chrono::milliseconds kReadPause(250);  // before reading again after a failure
-constexpr std::chrono::seconds kOpenLimit(30);        // for finding the computer of one answer
+constexpr std::chrono::seconds kOpenLimit(30);        // for reaching the computer of one answer
 constexpr std::chrono::seconds kAnswerLimit(1);       // for writing it
 
-// The mailslot of a client, while it is being opened: Windows may take seconds to find out that a
-// computer is not there, and nothing ends that. So it is done by a coroutine that keeps this object
-// and nothing else, and whoever waits for it may stop waiting.
+// A client's mailslot while it is being opened. Windows may take seconds to find out that a
+// computer does not exist, and the call cannot be cancelled. So a coroutine that owns this object
+// and nothing else makes the call, and its waiter may give up.
 struct answer_target {
   explicit answer_target(const ostra::cancellation_token& token) : is_done(token) {}
 
@@ -50,7 +50,7 @@ ostra::future<void> open(std::shared_ptr<answer_target> target, std::wstring com
   target->is_done.set();
 }
 
-// Gives up an answer whose receiver's mailslot has no room, unless `limit` is cancelled first.
+// Cancels the write of an answer that the mailslot has no room for, unless `limit` is cancelled.
 ostra::future<void> cancel_after(ostra::async_timer& limit,
                                  std::shared_ptr<tether::Mailslot> mailslot) {
   try {
@@ -67,7 +67,7 @@ class responder {
  public:
   explicit responder(ostra::cancellation_source cancellation);
 
-  // Completes when it has been cancelled.
+  // Runs until it is cancelled.
   ostra::future<void> run() const;
 
  private:
@@ -91,7 +91,7 @@ responder::responder(ostra::cancellation_source cancellation)
 }
 
 ostra::future<void> responder::run() const {
-  // Queries that have come already must not hold up whoever starts the server.
+  // Queries that have already arrived must not delay the start of the server.
   ostra::resume_background background;
   co_await background;
   while (!token_.is_cancelled()) {
@@ -111,8 +111,8 @@ ostra::future<void> responder::run() const {
   }
 }
 
-// Nothing when the read failed. A failure that may last is followed by a pause; a message that was
-// too long is not, or its sender could keep the other queries waiting.
+// Gives nothing when the read failed. A failure that may persist is followed by a pause; a message
+// that is too long is not, or its sender could hold up all other queries.
 ostra::future<std::optional<bytes>> responder::next_query() const {
   HRESULT failure = S_OK;
   try {

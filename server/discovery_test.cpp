@@ -31,7 +31,7 @@ HRESULT query(const bytes& query) {
   return result;
 }
 
-// Takes down what is logged at any level, each line up to a colon.
+// Records the lines logged at all levels, each up to its first colon.
 class Discovery : public testing::Test, logging::ILogger {
  protected:
   bool initialize(std::wstring_view, bool, std::int32_t) override { return true; }
@@ -61,7 +61,7 @@ TEST_F(Discovery, AnswersWithTheNameOfThisComputerAndNotWhatItMustNot) {
   const auto running = discover(true, cancellation_);
   bytes lying = good_query, other_case = good_query;
   lying[3] = std::byte{0x80};
-  other_case[4] ^= std::byte{0x20};  // goes by the network, which has no such computer
+  other_case[4] ^= std::byte{0x20};  // sought on the network, which has no such computer
   std::wstring expected = L"Starting auto-discovery\nAuto-discovery has been started\n";
   for (const bytes& bad : {bytes(), bytes(3), lying, bytes(1024, std::byte{1}), bytes(1025),
                            bytes(3000), tether::make_datagram(LR"(.\mailslot)"), other_case}) {

@@ -25,21 +25,21 @@ constexpr wchar_t kMessageTooLong[] =
 
 constexpr HRESULT kNoOpenPort = static_cast<HRESULT>(0x800708CA);  // ERROR_NOT_CONNECTED
 
-// How long a departure waits for the client's name, for its last lines in the log.
+// How long a departure waits for the client's name, which its last log lines contain.
 constexpr std::chrono::seconds kNameLimit(2);
 
-// Moves on to another thread what would block the one that it came on: the acceptor's, for a
-// session that begins, or the receive loop's, for a request that lists or opens ports. When the
-// pool takes no more work, it goes on where it is.
+// Moves a coroutine off a thread that it would block: the acceptor's, when a session begins, or the
+// receive loop's, when a request lists or opens ports. When the pool accepts no more work, the
+// coroutine continues on its current thread.
 //
-// It is awaited by the coroutine that moves itself: a coroutine in between might have moved and ended
-// before it is awaited, and its waiter would go on where it is.
+// The coroutine to be moved awaits it directly: a helper coroutine might have moved and ended
+// before it is awaited, and its waiter would then continue on the old thread.
 class [[nodiscard]] off_this_thread : public ostra::resume_background {
  public:
   void await_resume() const noexcept {}
 };
 
-// Room for a device's output. Not initialised: a client may ask for much and get little.
+// A buffer for a device's output. Not initialised: a client may request much and receive little.
 class output_buffer {
  public:
   explicit output_buffer(std::size_t size)
@@ -47,7 +47,7 @@ class output_buffer {
 
   [[nodiscard]] std::span<std::byte> span() const noexcept { return {bytes_.get(), size_}; }
 
-  // The success of a call that put out `size` bytes.
+  // The result of a successful call that gave `size` bytes.
   [[nodiscard]] tether::bytes_result result(std::size_t size) const {
     const auto filled = span().first(std::min(size, size_));
     return {S_OK, {filled.begin(), filled.end()}};
@@ -58,16 +58,16 @@ class output_buffer {
   const std::unique_ptr<std::byte[]> bytes_;
 };
 
-// Nobody waits for the outcome.
+// Issues a control whose outcome is ignored.
 ostra::future<void> order(std::shared_ptr<serial_port> port, std::uint32_t code, ULONG argument) {
   const auto input = std::as_bytes(std::span(&argument, 1));
   auto done = port->control(code, input, {});
   co_await done;
 }
 
-// Some drivers hold up the closing of a device as long as a wait for its events goes on, or a write
-// that flow control has stopped: setting the mask ends the one, the purge the other. What the driver
-// has taken over already is not cleared, since the client has been told that it was written.
+// Some drivers do not close a device while a wait for its events is pending, or a write that flow
+// control has stopped: setting the mask ends the former, the purge the latter. Bytes that the
+// driver has accepted are not cleared, since the client has been told that they were written.
 void end_calls(const std::shared_ptr<serial_port>& port) noexcept {
   constexpr std::pair<std::uint32_t, ULONG> kOrders[] = {
       {IOCTL_SERIAL_SET_WAIT_MASK, 0},
@@ -76,7 +76,7 @@ void end_calls(const std::shared_ptr<serial_port>& port) noexcept {
     try {
       static_cast<void>(order(port, code, argument));
     } catch (const std::bad_alloc&) {
-      // Closing the port does not depend on it.
+      // Closing the port does not depend on these controls.
     }
   }
 }
@@ -118,13 +118,13 @@ ostra::future<void> instance::watch(std::shared_ptr<instance> self,
   if (outcome == tether::kMessageTooLong)
     self->log_->write(logging::warning, kMessageTooLong, tether::kMaxPayload);
   if (self->log_->waits_for_name())
-    self->depart();  // the port does not wait with it
+    self->depart();  // the port does not wait for the name
   auto settled = self->log_->settle(kNameLimit);
   co_await settled;
   self->log_->write(logging::info, L"Client {0} disconnected");
 }
 
-// Within a request. One that comes to its turn only after its client has gone does nothing more.
+// Called within a request. A request whose turn comes only after its client has left ends here.
 void instance::identify_client() {
   const auto transport = connection_->Transport();
   if (!transport)
@@ -174,7 +174,7 @@ HRESULT instance::open_shared_port(std::uint32_t number) {
 
 void instance::keep_port(std::shared_ptr<serial_port> port, std::uint32_t number) {
   const std::lock_guard guard(lock_);
-  // The client may have gone while the device was being opened: then the port closes with `port`.
+  // The client may have left while the device was being opened: `port` then closes it.
   if (port_state_ != port_state::none)
     throw ostra::operation_cancelled();
   place_->holds(number);

@@ -18,19 +18,20 @@ namespace tarnwheel {
 using client_connection = tether::Connection<tether::Client_IClient, tether::Server_IServer>;
 
 // Owned by its watch coroutine, from the client's arrival to its departure, and by each of its
-// requests in progress. The connection refers back to it weakly.
+// requests in progress. The connection holds a weak reference to it.
 //
-// The requests of one client run side by side, on any pool thread. Controls, writes and reads start
-// in the order of their arrival, so pipelined writes reach the device in order. Listing and opening
-// ports block their thread, for a long time with some drivers, and run beside the receive loop, one
-// at a time, as the connection sees to; what comes behind the opening of a port waits for it.
+// The requests of one client run concurrently, on any pool thread. Controls, writes and reads start
+// in order of arrival, so pipelined writes reach the device in order. Listing and opening ports
+// block their thread, for a long time with some drivers, so they run outside the receive loop. The
+// connection runs one of them at a time, and holds back the requests that follow the opening of a
+// port.
 class instance final : public tether::IServer_Remote,
                        public std::enable_shared_from_this<instance> {
  public:
   // Starts the session of the client that is connected to `transport`. `shared_ports` is ascending;
-  // empty shares every port. The session lives by itself until the connection ends; then it logs
-  // the departure, closes its port, and gives up its place. A driver that does not let go of the
-  // port keeps the place taken.
+  // empty shares every port. The session owns itself until the connection ends; it then logs the
+  // departure, closes its port, and gives up its place. A driver that does not release the port
+  // keeps the place taken.
   static void start(std::shared_ptr<tether::ITransport> transport,
                     std::vector<std::uint32_t> shared_ports, session_group::place place);
 
@@ -63,8 +64,8 @@ class instance final : public tether::IServer_Remote,
   const std::shared_ptr<client_log> log_;
   std::shared_ptr<client_connection> connection_;
 
-  // Guarded by lock_. The port is set while, and only while, the state is open; the place is the
-  // watch coroutine's and is null once the client has gone.
+  // Guarded by lock_. The port is set exactly while the state is open. The place is the watch
+  // coroutine's, and null once the client has left.
   mutable ostra::srw_lock lock_;
   session_group::place* place_ = nullptr;
   port_state port_state_ = port_state::none;

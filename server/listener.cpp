@@ -13,14 +13,14 @@ namespace {
 
 constexpr HRESULT kAccessDenied = static_cast<HRESULT>(0x80070005);
 constexpr HRESULT kPipeBusy = static_cast<HRESULT>(0x800700E7);
-// The client came and went before it was accepted.
+// The client connected and left before it was accepted.
 constexpr HRESULT kClientLeft = static_cast<HRESULT>(0x800700E8);  // ERROR_NO_DATA
 
-// A burst of as many clients finds an instance each; more have to try again within the time that it
-// takes to make another.
+// In a burst of this many clients each finds an instance; further ones must retry until another has
+// been created.
 constexpr std::size_t kAcceptors = 4;
 
-// Before trying again after a failure; a client can connect to an instance that listens.
+// Before a retry after a failure; the short one when an instance is already listening.
 constexpr std::chrono::milliseconds kAcceptPause(250);
 constexpr std::chrono::milliseconds kShortPause(20);
 
@@ -104,10 +104,9 @@ void listener::make_second(next_endpoint& second) {
 
 ostra::future<void> listener::accept(next_endpoint next) {
   const auto self = shared_from_this();
-  // Made at the start: when the system runs out of resources a new one might be just what it cannot
-  // give.
+  // Created once: when the system is out of resources, it might fail to provide a new one.
   ostra::auto_cancel_timer pause(token_);
-  // The one instance that there may be is sometimes still being closed when its place is free.
+  // When only one instance is allowed, it may still be closing when its place is free.
   const unsigned failures_to_tell = has_one_ ? 2 : 1;
   for (unsigned failures = 0; !token_.is_cancelled();) {
     HRESULT outcome = S_OK;
@@ -141,7 +140,7 @@ ostra::future<void> listener::accept_one(next_endpoint& next) {
     if (auto place = sessions_->try_take())
       next = endpoint{*std::move(place), make_instance(false)};
   } catch (...) {
-    failure = std::current_exception();  // which must not cost the client that is here
+    failure = std::current_exception();  // must not cost the client that has connected
   }
   logging::write(logging::info, L"Client connected");
   instance::start(std::move(client.pipe), shared_ports_, std::move(client.place));

@@ -15,33 +15,33 @@
 
 namespace tarnwheel {
 
-// Keeps several instances of the pipe listening, each with an acceptor coroutine of its own, so
-// that a client finds one even while another client's connection is being taken over. Each instance
-// that a client has taken is replaced before its session starts, as long as there are places: with
-// every place taken no instance listens, and Windows tells further clients that the pipe is busy.
+// Keeps several instances of the pipe listening, each with its own acceptor coroutine, so that a
+// client finds one even while another client is being accepted. Each instance that a client has
+// taken is replaced before its session starts, as long as there are places. When every place is
+// taken no instance listens, and Windows tells further clients that the pipe is busy.
 //
-// The very first instance must be the first of its name on the machine, or somebody else's
-// descriptor would guard the pipe. A descriptor that does not let the server's own account make
-// further instances leaves the server with one, and so with one client at a time.
+// The first instance must be the first of its name on the machine, or another program's descriptor
+// would guard the pipe. With a descriptor that does not let the server's own account create further
+// instances, the server has one instance, and so serves one client at a time.
 //
-// Whatever befalls one client (it leaves before it is accepted, its session cannot be made) costs
-// that client only. When a further instance cannot be made, the acceptor says so in the log and
-// tries again after a pause.
+// A failure with one client (it leaves before it is accepted, its session cannot be created)
+// affects that client only. When a further instance cannot be created, the acceptor logs that and
+// retries after a pause.
 //
-// The acceptors hold it.
+// Owned by its acceptors.
 class listener : public std::enable_shared_from_this<listener> {
  public:
   listener(tether::security_descriptor security, std::vector<std::uint32_t> shared_ports,
            ostra::cancellation_source cancellation, std::shared_ptr<session_group> sessions);
 
-  // Makes the pipe and starts the acceptors. Throws hresult_error when the pipe cannot be made, and
-  // whatever keeps an acceptor from starting; those that had started have ended by then, for which
-  // the call may block for a moment. The future completes when the cancellation has ended all of
-  // them; the sessions go on.
+  // Creates the pipe and starts the acceptors. Throws hresult_error when the pipe cannot be
+  // created, and any error that keeps an acceptor from starting, once the acceptors already started
+  // have ended, which may block for a moment. The future completes when the cancellation has ended
+  // all acceptors; the sessions go on.
   [[nodiscard]] ostra::future<void> start();
 
  private:
-  // An instance that listens and its place.
+  // A listening instance and its place.
   struct endpoint {
     session_group::place place;
     std::shared_ptr<tether::PipeTransport> pipe;
@@ -53,15 +53,15 @@ class listener : public std::enable_shared_from_this<listener> {
   void make_second(next_endpoint& second);
   ostra::future<void> run(std::vector<next_endpoint> made);
 
-  // One acceptor; `next` is the instance that it begins with, if that has been made.
+  // Runs one acceptor. `next` is the instance that it begins with, if already created.
   ostra::future<void> accept(next_endpoint next);
 
-  // Waits for a client on `next`, or on a new instance when there is none, and puts another
-  // instance there before it starts the client's session.
+  // Waits for a client on `next`, or on a new instance when there is none, and replaces it by
+  // another instance before it starts the client's session.
   ostra::future<void> accept_one(next_endpoint& next);
   ostra::future<session_group::place> take_place();
 
-  // Constant once started. has_one_: the descriptor allows for one instance only.
+  // Constant once started. has_one_: the descriptor allows only one instance.
   const tether::security_descriptor security_;
   const std::vector<std::uint32_t> shared_ports_;
   const ostra::cancellation_source cancellation_;

@@ -22,7 +22,7 @@ std::uint32_t read_port_number(HKEY device_key) {
                          reinterpret_cast<BYTE*>(value.data()), &size) != ERROR_SUCCESS) {
     return 0;
   }
-  // Without a buffer, for an empty value, the call gives the size of what is there by now.
+  // Without a buffer, for a value that was empty, the call returns the size that it has now.
   return port_number(type, std::span(value).first(std::min<std::size_t>(size, value.size())));
 }
 

@@ -12,9 +12,8 @@ namespace tarnwheel {
 inline constexpr GUID kComPortInterface = {
     0x86E0D1E0, 0x8089, 0x11D0, {0x9C, 0xE4, 0x08, 0x00, 0x3E, 0x30, 0x1F, 0x73}};
 
-// Asks the system for the ports whose devices are present, ascending by number; two devices that
-// claim one number are both listed. A device that cannot be read is left out, so at worst the list
-// is empty.
+// The ports whose devices are present, ascending by number; two devices that claim the same number
+// are both listed. A device that cannot be read is left out, so at worst the list is empty.
 [[nodiscard]] std::vector<port_entry> present_ports();
 
 }  // namespace tarnwheel

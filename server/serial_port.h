@@ -14,28 +14,28 @@
 namespace tarnwheel {
 
 // Shared by the session and by each call's coroutine, which holds the port until its completion has
-// come, so the binding outlives every completion.
+// arrived, so the binding outlives every completion.
 //
-// close() may come at any time from any thread. A call starts under the shared lock and the closing
-// takes it exclusively: a call either starts before the closing, which then cancels it, or finds
-// the port closed; none ever reaches a handle that is closed and perhaps somebody else's. The
-// closing waits for no completion. A driver that owes one for ever keeps that call's coroutine and
-// this object, but not the device. A driver that does not return from a call, or from the closing,
-// keeps the thread that made it, and the device.
+// Any thread may call close() at any time. A call starts under the shared lock, which close() takes
+// exclusively: a call either starts first and is then cancelled, or finds the port closed; none
+// reaches a handle that has been closed and perhaps reused. close() waits for no completion. A
+// driver that never delivers one keeps that call's coroutine and this object, but not the device. A
+// driver that does not return from a call, or from the closing of the device, keeps the calling
+// thread and the device.
 class serial_port {
  public:
-  // Opens COM`number` exclusively and binds it to the thread pool. Gives 0 or the HRESULT of the
-  // open; throws hresult_error when the open port cannot be bound.
+  // Opens COM`number` exclusively and binds it to the thread pool. Returns S_OK or the HRESULT of
+  // the open; throws hresult_error when the open port cannot be bound.
   [[nodiscard]] HRESULT open(std::uint32_t number);
 
-  // Cancels what is pending and releases the device. Later calls fail. Any number of times.
+  // Cancels pending calls and closes the device. Later calls fail. Idempotent.
   void close() noexcept;
 
-  // Says whether there are calls whose completion has not come.
+  // True while there are calls whose completion has not arrived.
   [[nodiscard]] bool has_pending_calls() const noexcept { return pending_ != 0; }
 
-  // Each gives the number of bytes moved and throws hresult_error with the device's error. The
-  // buffers, and this object, must live until the future completes.
+  // Each gives the number of bytes transferred, or throws hresult_error with the device's error.
+  // The buffers and this object must live until the future completes.
   ostra::future<DWORD> control(std::uint32_t code, std::span<const std::byte> input,
                                std::span<std::byte> output);
   ostra::future<DWORD> write(std::span<const std::byte> data);

@@ -1,4 +1,4 @@
-// The serial port server: what a host creates, runs and stops.
+// The serial port server as its hosts create, run and stop it.
 #pragma once
 
 #include <memory>
@@ -13,15 +13,15 @@ class server {
  public:
   virtual ~server() = default;
 
-  // Starts to listen; the future completes when the server has been stopped, every session has
-  // logged its departure and closed its port, or none has done so for three seconds: what then still
-  // holds a port is named in the log, and stays behind until the process ends. Reads its parameters from
-  // the folder. What prevents the start (a bad security descriptor, an endpoint that cannot be
-  // made) is thrown as hresult_error, and folder_creation_error when the folder cannot be read.
-  // Called once.
+  // Reads the parameters from the folder and starts to listen. The future completes when the server
+  // has been stopped and every session has logged its departure and closed its port, or none has
+  // done so for three seconds: a port that is still held is then named in the log, and stays open
+  // until the process ends. Throws hresult_error when the server cannot start (a bad security
+  // descriptor, an endpoint that cannot be created), and folder_creation_error when the folder
+  // cannot be opened. Called once.
   virtual ostra::future<void> run() = 0;
 
-  // Asks the running server to stop, and returns at once. Any thread, any number of times.
+  // Asks the running server to stop and returns at once. Any thread; idempotent.
   virtual void stop() = 0;
 };
 

@@ -17,12 +17,12 @@
 namespace tarnwheel {
 namespace {
 
-// As many clients as a machine can carry even if each of them takes the most that it may; those
-// that behave take a few kilobytes each.
+// As many clients as a machine can carry even if each takes the most memory that it may;
+// well-behaved ones take a few kilobytes each.
 constexpr std::size_t kMostSessions = 100;
 
-// For the sessions to close their ports once the stop has been asked for. Shorter than the time
-// that a console gives its program when it is closed.
+// For the sessions to close their ports once the stop has been requested. Shorter than the time
+// that a closing console leaves its program.
 constexpr std::chrono::seconds kDepartureLimit(3);
 
 class server_impl final : public server {
@@ -34,7 +34,7 @@ class server_impl final : public server {
     try {
       auto running = serve();
       if (running.is_complete())
-        running.get();  // a start that failed did so before it suspended
+        running.get();  // a failed start fails before it suspends
       return running;
     } catch (const std::bad_alloc&) {
       throw ostra::hresult_error(E_OUTOFMEMORY);
@@ -46,8 +46,8 @@ class server_impl final : public server {
  private:
   using server_parameters = Tamrin::setman::server_parameters;
 
-  // Everything that runs from the start to the stop. When the start fails half way, the destructor
-  // ends what has been started, and waits for that.
+  // The parts that run from the start to the stop. When the start fails halfway, the destructor
+  // ends those that have been started and waits for them.
   struct work {
     explicit work(const server_impl& owner) noexcept : server(owner) {}
     work(const work&) = delete;
@@ -71,7 +71,7 @@ class server_impl final : public server {
   const Tamrin::unique_handle stop_event_ = create_stop_event();
   const std::shared_ptr<session_group> sessions_ = std::make_shared<session_group>(kMostSessions);
 
-  // Synchronises itself. Reaches the acceptors, and every session through its transport.
+  // Internally synchronised. Cancels the acceptors, and every session through its transport.
   const ostra::cancellation_source cancellation_;
 };
 
@@ -89,7 +89,7 @@ std::shared_ptr<listener> server_impl::make_listener(const server_parameters& pa
                                     sessions_);
 }
 
-// The server works without discovery, so a failure of it ends here.
+// The server works without discovery, so its failures end here.
 ostra::future<void> server_impl::run_discovery(bool enabled) const {
   HRESULT outcome = S_OK;
   ostra::future<void> announced;
@@ -139,7 +139,7 @@ ostra::future<void> server_impl::serve() {
     tell_who_stays();
 }
 
-// A driver does not return from a call: nothing but the end of the process ends that.
+// A driver that does not return from a call ends only with the process.
 void server_impl::tell_who_stays() const {
   for (const std::uint32_t port : sessions_->ports()) {
     if (port != 0) {

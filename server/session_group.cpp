@@ -46,7 +46,7 @@ std::optional<session_group::place> session_group::take_free() noexcept {
 }
 
 ostra::future<session_group::place> session_group::take() {
-  std::list<ostra::promise<place>> waiter(1);  // destroyed last: what was not kept fails then
+  std::list<ostra::promise<place>> waiter(1);  // destroyed last: fails the future unless kept
   auto result = waiter.front().get_future();
   std::optional<place> free;
   {
@@ -80,7 +80,7 @@ void session_group::leave(std::size_t index) noexcept {
 }
 
 void session_group::close() noexcept {
-  std::list<ostra::promise<place>> refused;  // destroyed, and so failed, without the lock
+  std::list<ostra::promise<place>> refused;  // destroyed, which fails them, after the unlock
   const std::lock_guard guard(lock_);
   closed_ = true;
   refused.swap(waiting_);

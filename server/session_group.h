@@ -1,4 +1,4 @@
-// The places for clients: how many there may be, and which are still there when the server stops.
+// Limits the number of clients, and tells which are still there when the server stops.
 #pragma once
 
 #include <cstddef>
@@ -14,11 +14,11 @@
 
 namespace tarnwheel {
 
-// A place is taken by every pipe instance that listens for a client, and goes on to the session of
-// the client that connects. Any thread.
+// Every pipe instance that listens takes a place, which passes to the session of the client that
+// connects. Any thread may use it.
 class session_group : public std::enable_shared_from_this<session_group> {
  public:
-  // One place; it is free again when this object goes.
+  // One place, which the destructor frees.
   class place {
    public:
     place(std::shared_ptr<session_group> group, std::size_t index) noexcept;
@@ -26,7 +26,7 @@ class session_group : public std::enable_shared_from_this<session_group> {
     place& operator=(place&& other) noexcept;
     ~place();
 
-    // From now on the session holds COM`number`.
+    // Records that the session holds COM`number`.
     void holds(std::uint32_t number) noexcept;
 
    private:
@@ -39,24 +39,25 @@ class session_group : public std::enable_shared_from_this<session_group> {
   // Throws hresult_error.
   explicit session_group(std::size_t places);
 
-  // From now on there are so few places; called before the first one is taken.
+  // Reduces the number of places. Called before other threads use the group, while none of the
+  // places that go is taken.
   void limit_to(std::size_t places) { ports_.resize(places); }
 
-  // A free place, or nothing.
+  // A free place, or nothing when there is none or the group is closed.
   [[nodiscard]] std::optional<place> try_take() noexcept;
 
-  // Completes with the next place that gets free, for those who wait in their order. Fails with
+  // Completes with the next place that becomes free; waiters are served in order. Fails with
   // operation_cancelled once the group is closed.
   [[nodiscard]] ostra::future<place> take();
 
-  // Gives out no more places.
+  // Gives out no more places; pending take() calls fail.
   void close() noexcept;
 
-  // Completes with true when all places are free, with false when none has become free for `limit`.
-  // One wait at a time, after close().
+  // Completes with true when all places are free, or with false when none has become free for
+  // `limit`. One call at a time, after close().
   [[nodiscard]] ostra::future<bool> departed(ostra::ticks limit);
 
-  // The ports of the sessions that are there; 0 for a session without one.
+  // The ports of the current sessions; 0 for a session without one.
   [[nodiscard]] std::vector<std::uint32_t> ports() const;
 
  private:

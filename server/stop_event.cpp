@@ -9,8 +9,8 @@ namespace {
 constexpr wchar_t kStopEvent[] =
     LR"(Global\kelvarine_{E7093B5D-2C4F-4A61-B8E2-9D05F3A7C614}_v1.01)";
 
-// The descriptor of a running server's event grants the right to signal it and nothing else, so
-// CreateEventW, which asks for all rights, is denied there instead of saying that it exists.
+// The descriptor of a running server's event grants only the right to signal it, so CreateEventW,
+// which requests all rights, is denied access instead of reporting that the event exists.
 bool exists() noexcept {
   return static_cast<bool>(
       Tamrin::unique_handle(::OpenEventW(EVENT_MODIFY_STATE, FALSE, kStopEvent)));

@@ -1,4 +1,4 @@
-// A folder of named values and subfolders, whatever stores them.
+// A folder of named values and subfolders, independent of its storage.
 #pragma once
 
 #include <cstddef>
@@ -13,10 +13,10 @@
 
 namespace Tamrin::setman {
 
-// Folders are held by shared ownership and may be used by several threads at once; each operation
-// is complete in itself. Names are compared without regard to case. An operation throws
-// folder_creation_error when the folder itself cannot be opened; everything else that fails is told
-// by the result. A folder object must not be used any more once its folder has been deleted.
+// Folders have shared ownership. Several threads may use one at once; operations need no external
+// locking. Names are compared without regard to case. An operation throws folder_creation_error
+// when the folder itself cannot be opened; every other failure is reported by the result. A folder
+// object must not be used once its folder has been deleted.
 class abstract_folder {
  public:
   abstract_folder() = default;
@@ -24,8 +24,8 @@ class abstract_folder {
   abstract_folder& operator=(const abstract_folder&) = delete;
   virtual ~abstract_folder() = default;
 
-  // `name` may be a path with backslashes. The child need not exist: it is created, at the latest,
-  // when it is first read or written.
+  // `name` may be a path with backslashes. The child need not exist: it is created no later than
+  // its first read or write.
   [[nodiscard]] virtual std::shared_ptr<abstract_folder> open_subfolder(
       const std::wstring& name) = 0;
 
@@ -33,24 +33,23 @@ class abstract_folder {
   virtual bool write_string(const std::wstring& name, std::wstring_view text) = 0;
 
   // Up to 4 bytes are stored as a 32-bit number and up to 8 as a 64-bit number, both zero-extended
-  // from the little-endian bytes given; more are stored as they are.
+  // from the little-endian bytes given; more than 8 are stored as plain bytes.
   virtual bool write_value(const std::wstring& name, const void* data, std::size_t size) = 0;
 
-  // Empty when there is no such value or it is not a string. Trailing zeros are not part of the
-  // text.
+  // Empty when there is no such value or it is not a string. Trailing zeros are removed.
   [[nodiscard]] virtual std::optional<std::wstring> read_string(const std::wstring& name) = 0;
 
-  // A number is cut to `size` bytes or zero-extended to them; other bytes are read only into a
-  // buffer of exactly their size. On failure `data` is untouched.
+  // A number is truncated or zero-extended to `size` bytes; plain bytes are read only when there
+  // are exactly `size` of them. On failure `data` is unchanged.
   [[nodiscard]] virtual bool read_value(const std::wstring& name, void* data, std::size_t size) = 0;
 
-  // `mode` is STGM_READ, STGM_WRITE (starts empty) or STGM_READWRITE. What is written becomes the
+  // `mode` is STGM_READ, STGM_WRITE (starts empty) or STGM_READWRITE. The data written become the
   // value, as plain bytes, when the last reference to the stream is released. A stream is used by
   // one thread at a time. Null when it cannot be opened; null or empty when there is no value to
   // read.
   [[nodiscard]] virtual unique_stream open_stream(const std::wstring& name, DWORD mode) = 0;
 
-  // Deletes the folder with all that is in it; a root cannot be deleted.
+  // Deletes the folder with all its contents; a root cannot be deleted.
   virtual bool delete_folder() = 0;
   virtual bool delete_value(const std::wstring& name) = 0;
 
@@ -58,8 +57,8 @@ class abstract_folder {
   [[nodiscard]] virtual std::vector<std::wstring> value_names() = 0;
   [[nodiscard]] virtual std::vector<std::wstring> subfolder_names() = 0;
 
-  // False only when there certainly is no such value: tells a missing value from one that a read
-  // refuses. A value that cannot be asked for counts as present.
+  // False only when the value certainly does not exist: distinguishes a missing value from one that
+  // a read rejects. A value that cannot be queried counts as present.
   [[nodiscard]] virtual bool has_value(const std::wstring& name) = 0;
 };
 

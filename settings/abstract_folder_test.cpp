@@ -1,4 +1,4 @@
-// What must hold for every folder, whatever stores it.
+// The contract of every folder, independent of its storage.
 #include "settings/abstract_folder.h"
 
 #include <algorithm>
@@ -64,7 +64,7 @@ TEST(FileStorage, ANameIsEitherAValueOrASubfolder) {
 
 TEST(StoredValue, OfOtherToolsIsReadAsWhatItIs) {
   stored_value value = encode_string(L"ab");
-  for (const std::size_t size : {6, 3}) {  // with an end, and cut
+  for (const std::size_t size : {6, 3}) {  // with a terminating zero, and cut within a character
     value.bytes.resize(size);
     EXPECT_EQ(decode_string(value), L"ab");
   }

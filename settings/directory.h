@@ -12,19 +12,19 @@
 
 namespace Tamrin::setman {
 
-// Holds files and directories; a name belongs to one or the other, never to both. Owned by its
-// parent and by the storages over it. Has its own lock: any thread may use it.
+// Holds files and directories; a name belongs to a file or to a directory, never to both. Owned by
+// its parent and by the storages over it. Has its own lock: any thread may use it.
 class directory {
  public:
-  // The directory, made when there is none. Throws folder_creation_error when a file has the name.
+  // The directory, created if missing. Throws folder_creation_error when a file has the name.
   [[nodiscard]] std::shared_ptr<directory> open_directory(const std::wstring& name);
 
   // The file, or null.
   [[nodiscard]] std::shared_ptr<file> find_file(const std::wstring& name) const;
-  // The file, made when there is none; null when a directory has the name.
+  // The file, created if missing; null when a directory has the name.
   [[nodiscard]] std::shared_ptr<file> open_file(const std::wstring& name);
 
-  // False when there is no such entry. Whoever still holds it may go on using it, out of the tree.
+  // False when there is no such entry. Its other owners may go on using it, outside the tree.
   bool remove_directory(const std::wstring& name);
   bool remove_file(const std::wstring& name);
 

@@ -16,8 +16,8 @@ class file : public std::enable_shared_from_this<file> {
   [[nodiscard]] stored_value load() const;
   void store(stored_value value) noexcept;
 
-  // A stream of its own over the bytes as they are now; see abstract_folder::open_stream. It keeps
-  // the file alive. Null for a mode that is none of the three.
+  // A new stream over a copy of the current bytes; see abstract_folder::open_stream. It keeps the
+  // file alive. Null for a mode other than the three named there.
   [[nodiscard]] unique_stream open_stream(DWORD mode);
 
  private:

@@ -10,14 +10,14 @@
 
 namespace Tamrin::setman {
 
-// Holds nothing but its place in the tree, so several threads may share it; the directories and
-// files have locks of their own. A value and a subfolder cannot have the same name here.
+// Holds only its place in the tree, so several threads may share it; directories and files have
+// their own locks. A value and a subfolder cannot have the same name here.
 class file_storage final : public abstract_folder {
  public:
   // The root of a tree.
   explicit file_storage(std::shared_ptr<directory> root) noexcept;
 
-  // Makes the child at once. Throws folder_creation_error when a value has its name.
+  // Creates the child at once. Throws folder_creation_error when a value has its name.
   [[nodiscard]] std::shared_ptr<abstract_folder> open_subfolder(const std::wstring& name) override;
   bool write_string(const std::wstring& name, std::wstring_view text) override;
   bool write_value(const std::wstring& name, const void* data, std::size_t size) override;

@@ -1,4 +1,4 @@
-// The one exception of the settings folders.
+// The only exception type of the settings folders.
 #pragma once
 
 #include <exception>

@@ -14,10 +14,10 @@ constexpr REGSAM kReadAccess = KEY_READ;
 constexpr REGSAM kWriteAccess = KEY_READ | KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
 static_assert(kReadAccess == 0x20019 && kWriteAccess == 0x2001F);
 
-// A value's name may have this many characters; a key's has at most 255.
+// In characters, for the name of a value; that of a key has at most 255.
 constexpr std::size_t kLongestName = 16383;
 
-// Names from index 0 upwards, until the first error.
+// Collects names from index 0 upwards, until the first error.
 template <class Enumerate>
 std::vector<std::wstring> enumerate_names(Enumerate enumerate) {
   std::vector<std::wstring> names;
@@ -49,7 +49,7 @@ std::shared_ptr<abstract_folder> regkey::open_subfolder(const std::wstring& name
 }
 
 bool regkey::write_string(const std::wstring& name, std::wstring_view text) {
-  // RegSetValueExW looks one character past the text, and stores it too when it is a zero.
+  // RegSetValueExW reads one character past the text, and stores that too if it is a zero.
   const std::wstring guarded = std::wstring(text) + L'.';
   return set(name, REG_SZ, guarded.data(), text.size() * sizeof(wchar_t));
 }
@@ -149,7 +149,7 @@ bool regkey::set(const std::wstring& name, DWORD type, const void* data, std::si
                           static_cast<DWORD>(size)) == ERROR_SUCCESS;
 }
 
-// The value with its bytes, however often it grows between asking for its size and reading it.
+// Reads a value with its bytes, again if it has grown since the query of its size.
 std::optional<stored_value> regkey::query(const std::wstring& name) {
   const std::lock_guard lock(mutex_);
   const HKEY key = key_for_reading();
@@ -159,7 +159,7 @@ std::optional<stored_value> regkey::query(const std::wstring& name) {
   if (status != ERROR_SUCCESS)
     return std::nullopt;
   do {
-    // Never empty: without a buffer the call would give only the size.
+    // Never empty: without a buffer the call would return only the size.
     value.bytes.resize(size + 2 * sizeof(wchar_t));
     size = static_cast<DWORD>(value.bytes.size());
     status = ::RegQueryValueExW(key, name.c_str(), nullptr, &value.type,

@@ -1,4 +1,4 @@
-// A settings folder that is a registry key.
+// A settings folder backed by a registry key.
 #pragma once
 
 #include <cstddef>
@@ -22,13 +22,13 @@ struct registry_key_traits {
 };
 using unique_registry_key = unique_resource<registry_key_traits>;
 
-// The key is opened when it is first used, and created when it is missing, even to read it; the
-// handle is then kept. Several threads may share one regkey.
+// The key is opened on first use, and created if missing, even for reading; the handle is then
+// kept. Several threads may share one regkey.
 class regkey final : public abstract_folder, public std::enable_shared_from_this<regkey> {
  public:
   // A root: one of the predefined keys, which is never closed.
   explicit regkey(HKEY predefined) noexcept;
-  // The key at `path`, not empty, below `root`.
+  // The key at `path`, which is not empty, below `root`.
   regkey(std::shared_ptr<const regkey> root, std::wstring path) noexcept;
 
   [[nodiscard]] std::shared_ptr<abstract_folder> open_subfolder(const std::wstring& name) override;
@@ -46,7 +46,7 @@ class regkey final : public abstract_folder, public std::enable_shared_from_this
  private:
   [[nodiscard]] HKEY root_key() const noexcept;
 
-  // The caller holds mutex_ for as long as it uses the key that is returned.
+  // The caller holds mutex_ while it uses the returned key.
   [[nodiscard]] HKEY key_for_reading();
   [[nodiscard]] HKEY key_for_writing();
   [[nodiscard]] unique_registry_key create_key(REGSAM access, const char* error_message) const;
@@ -66,8 +66,8 @@ class regkey final : public abstract_folder, public std::enable_shared_from_this
   bool writable_ = false;
 };
 
-// The process-wide roots. They are made during static initialisation and never destroyed, so that
-// threads which outlive main may still use them and what was opened below them.
+// The process-wide roots, created during static initialisation and never destroyed: threads that
+// outlive main may still use them and the folders opened below them.
 extern const std::shared_ptr<regkey>& hkey_current_user;
 extern const std::shared_ptr<regkey>& hkey_local_machine;
 

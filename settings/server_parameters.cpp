@@ -11,7 +11,7 @@
 namespace Tamrin::setman {
 namespace {
 
-// Numbers are written and read as they lie in memory.
+// Numbers are written and read in their in-memory representation.
 static_assert(std::endian::native == std::endian::little);
 
 constexpr ULONG kNumberSize = sizeof(std::uint32_t);
@@ -24,7 +24,7 @@ HRESULT write_all(IStream& stream, const void* data, std::size_t size) {
   return written == size ? S_OK : HRESULT_FROM_WIN32(ERROR_HANDLE_EOF);
 }
 
-// Reads up to `size` bytes; a stream may give them in pieces.
+// Reads up to `size` bytes; a stream may deliver them in pieces.
 HRESULT read_up_to(IStream& stream, void* data, ULONG size, ULONG& read) {
   read = 0;
   while (read < size) {
@@ -47,7 +47,7 @@ HRESULT read_all(IStream& stream, void* data, ULONG size) {
   return read == size ? S_OK : HRESULT_FROM_WIN32(ERROR_HANDLE_EOF);
 }
 
-// Block by block, so that a count that lies costs no more memory than the value has bytes.
+// Reads block by block, so that memory grows with the bytes that exist and not with a false count.
 HRESULT read_numbers(IStream& stream, std::uint32_t count, std::vector<std::uint32_t>& numbers) {
   std::array<std::uint32_t, 64> block;
   while (count != 0) {
@@ -79,7 +79,7 @@ HRESULT read_list(IStream& stream, std::vector<std::uint32_t>& numbers) {
   return FAILED(result) ? result : expect_end(stream);
 }
 
-// The outcome of a read that gave no value: only a missing value has its default.
+// The result for a value that could not be read: only a missing value falls back to its default.
 HRESULT default_if_missing(abstract_folder& folder, const wchar_t* name) {
   return folder.has_value(name) ? HRESULT_FROM_WIN32(ERROR_INVALID_DATA) : S_OK;
 }
@@ -100,15 +100,15 @@ HRESULT read_auto_discovery(abstract_folder& folder, bool& auto_discovery) {
   return S_OK;
 }
 
-// A stream may give the bytes of a number or a string too; those of the number 0 are an empty list,
-// which would share every port.
+// A stream may also deliver the bytes of a number or a string. Those of the number 0 would be an
+// empty list, which shares every port.
 bool is_number_or_string(abstract_folder& folder, const wchar_t* name) {
   std::byte first;
   return folder.read_value(name, &first, sizeof(first)) || folder.read_string(name);
 }
 
-// A stream over a value that is missing, or that is no stream, may be null or empty: the stream
-// alone cannot tell.
+// The stream of a value that is missing, or is not plain bytes, may be null or empty: it does not
+// tell the two apart.
 HRESULT read_shared_ports(abstract_folder& folder, std::vector<std::uint32_t>& ports) {
   const unique_stream stream = folder.open_stream(kSharedPortsName, STGM_READ);
   if (!stream || !folder.has_value(kSharedPortsName))

@@ -18,11 +18,11 @@ inline constexpr wchar_t kSecurityDescriptorName[] = L"SecurityDescriptor";
 inline constexpr wchar_t kAutoDiscoveryName[] = L"AutoDiscovery";
 // Bytes: a 32-bit count, then that many 32-bit port numbers, all little-endian.
 inline constexpr wchar_t kSharedPortsName[] = L"SharedPorts";
-// Of the service alone. A string: the full path of its log file; without it, it logs nothing.
+// Service only. A string: the full path of its log file; if missing, the service logs nothing.
 inline constexpr wchar_t kLogPathName[] = L"LogPath";
-// Of the service alone. A number: the greatest level that its log keeps, as in log/ilogger.h.
+// Service only. A number: the highest level that its log keeps, as in log/ilogger.h.
 inline constexpr wchar_t kLogLevelName[] = L"LogLevel";
-// A number, always 0: the installation writes it so that the key exists.
+// A number, always 0: the installation writes it to create the key.
 inline constexpr wchar_t kDummyName[] = L"Dummy";
 
 struct server_parameters {
@@ -34,29 +34,27 @@ struct server_parameters {
   [[nodiscard]] bool operator==(const server_parameters&) const = default;
 };
 
-// The registry key of the parameters below HKEY_LOCAL_MACHINE; each release of the product has its
-// own.
+// The path of the parameters' registry key below HKEY_LOCAL_MACHINE; each release has its own.
 [[nodiscard]] std::wstring parameters_key(unsigned major, unsigned minor);
 
-// That key as a folder, not yet opened.
+// That key as a folder, which is not opened yet.
 [[nodiscard]] std::shared_ptr<abstract_folder> open_parameters_folder(unsigned major,
                                                                       unsigned minor);
 
-// Writes the one value. Returns the stream's error.
+// Writes this one value. Returns the stream's error; a stream that cannot be opened is ignored.
 [[nodiscard]] HRESULT write_shared_ports(abstract_folder& folder,
                                          const std::vector<std::uint32_t>& ports);
 
-// Failed writes are ignored, as is a stream that cannot be opened; but an error while the stream is
-// written is returned, and HRESULT_FROM_WIN32(ERROR_HANDLE_EOF) when it takes fewer bytes than
-// given.
+// Failed writes are ignored, as is a stream that cannot be opened. An error while the stream is
+// written is returned, or HRESULT_FROM_WIN32(ERROR_HANDLE_EOF) when it takes too few bytes.
 [[nodiscard]] HRESULT write_server_parameters(abstract_folder& folder,
                                               const server_parameters& parameters);
 
-// Reads all three. One that is missing has its default; one that is there but cannot be read as
-// what it should be is an error, never a default, which might share more than its writer meant to.
-// Then `parameters` is unchanged and the result HRESULT_FROM_WIN32(ERROR_INVALID_DATA),
-// HRESULT_FROM_WIN32(ERROR_HANDLE_EOF) for a list of ports that ends before the last number that
-// its count promises, or the stream's error. The ports come in ascending order.
+// Reads all three. A missing value takes its default. A value of the wrong type or length is an
+// error and never defaulted: the default might share more than the administrator intended. On
+// failure `parameters` is unchanged and the result is HRESULT_FROM_WIN32(ERROR_INVALID_DATA),
+// HRESULT_FROM_WIN32(ERROR_HANDLE_EOF) for a list of ports with fewer numbers than its count
+// declares, or the stream's error. The ports are in ascending order.
 [[nodiscard]] HRESULT read_server_parameters(abstract_folder& folder,
                                              server_parameters& parameters);
 

@@ -21,7 +21,7 @@ TEST_P(AnyFolder, ParametersComeBackAndAreTheDefaultsWhereTheyAreMissing) {
 }
 
 TEST_P(AnyFolder, ParametersOfAnotherTypeAreRefusedNotReplacedByDefaults) {
-  // The first letters of the values that cannot be read when written so.
+  // The first letters of the parameters that are refused when `write` has written them.
   const auto refused = [this](auto write) {
     std::wstring letters;
     for (const wchar_t* name : {L"SecurityDescriptor", L"AutoDiscovery", L"sharedports"}) {

@@ -7,13 +7,13 @@
 namespace Tamrin::setman {
 namespace {
 
-// memcpy wants valid pointers even for nothing.
+// memcpy requires valid pointers even for zero bytes.
 void copy_bytes(void* to, const void* from, std::size_t size) noexcept {
   if (size != 0)
     std::memcpy(to, from, size);
 }
 
-// A number whose bytes are not of its type's size is damaged.
+// A number whose length does not match its type is damaged.
 bool is_number(const stored_value& value) noexcept {
   if (value.type == REG_DWORD)
     return value.bytes.size() == sizeof(std::uint32_t);
@@ -47,7 +47,7 @@ std::optional<std::wstring> decode_string(const stored_value& value) {
     return std::nullopt;
   std::wstring text((value.bytes.size() + 1) / sizeof(wchar_t), L'\0');
   copy_bytes(text.data(), value.bytes.data(), value.bytes.size());
-  // Other tools store one terminating zero or several.
+  // Other tools store one or more terminating zeros.
   text.erase(text.find_last_not_of(L'\0') + 1);
   return text;
 }

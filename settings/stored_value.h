@@ -11,7 +11,7 @@
 
 namespace Tamrin::setman {
 
-// A value as the registry knows it: REG_SZ, REG_DWORD, REG_QWORD or REG_BINARY, and its bytes.
+// A value as in the registry: REG_SZ, REG_DWORD, REG_QWORD or REG_BINARY, and its bytes.
 struct stored_value {
   DWORD type = REG_BINARY;
   std::vector<std::byte> bytes;
@@ -20,7 +20,7 @@ struct stored_value {
 [[nodiscard]] stored_value encode_string(std::wstring_view text);
 [[nodiscard]] stored_value encode_value(const void* data, std::size_t size);
 
-// The rules of abstract_folder::read_string and read_value.
+// Follow the rules of abstract_folder::read_string and read_value.
 [[nodiscard]] std::optional<std::wstring> decode_string(const stored_value& value);
 [[nodiscard]] bool decode_value(const stored_value& value, void* data, std::size_t size) noexcept;
 

@@ -6,7 +6,7 @@
 
 namespace Tamrin::setman {
 
-// Opening for writing alone empties the value even when nothing is written.
+// Opening with STGM_WRITE empties the value even if nothing is written.
 StreamImpl::StreamImpl(std::shared_ptr<file> target, std::vector<std::byte> bytes,
                        DWORD mode) noexcept
     : file_(std::move(target)),
@@ -52,7 +52,7 @@ HRESULT StreamImpl::Write(const void* data, ULONG size, ULONG* written) noexcept
     *written = 0;
   if (mode_ == STGM_READ)
     return STG_E_ACCESSDENIED;
-  // A caller of COM takes results only.
+  // No exception may reach a COM caller.
   try {
     bytes_.resize(std::max(bytes_.size(), position_ + size));
   } catch (const std::exception&) {

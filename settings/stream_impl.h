@@ -1,4 +1,4 @@
-// The COM stream over a value of the in-memory settings tree.
+// A COM stream over a value of the in-memory settings tree.
 #pragma once
 
 #include <atomic>
@@ -11,22 +11,22 @@
 
 namespace Tamrin::setman {
 
-// Works on bytes of its own, so streams that are open on the same file do not see each other until
-// one of them is released for the last time; the last one wins. Counts its references itself and may
-// be released by any thread, but is otherwise used by one thread at a time. Nothing is thrown.
+// Works on its own copy of the bytes, which its last release stores: streams open on the same file
+// do not see each other's writes, and the last one released wins. Any thread may add or release
+// references; otherwise one thread at a time uses the stream. Never throws.
 class StreamImpl final : public IStream {
  public:
-  // Comes with one reference. `mode` is STGM_READ, STGM_WRITE or STGM_READWRITE.
+  // Starts with one reference. `mode` is STGM_READ, STGM_WRITE or STGM_READWRITE.
   StreamImpl(std::shared_ptr<file> target, std::vector<std::byte> bytes, DWORD mode) noexcept;
   StreamImpl(const StreamImpl&) = delete;
   StreamImpl& operator=(const StreamImpl&) = delete;
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) noexcept override;
   ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++references_; }
-  // The last release makes the bytes the value.
+  // The last release stores changed bytes as the file's value.
   ULONG STDMETHODCALLTYPE Release() noexcept override;
 
-  // S_FALSE when fewer bytes than asked for are left; STG_E_ACCESSDENIED in mode STGM_WRITE.
+  // S_FALSE when fewer bytes remain than requested; STG_E_ACCESSDENIED in mode STGM_WRITE.
   HRESULT STDMETHODCALLTYPE Read(void* data, ULONG size, ULONG* read) noexcept override;
   // All or nothing. STG_E_ACCESSDENIED in mode STGM_READ.
   HRESULT STDMETHODCALLTYPE Write(const void* data, ULONG size, ULONG* written) noexcept override;
@@ -60,9 +60,9 @@ class StreamImpl final : public IStream {
 
   std::atomic<ULONG> references_ = 1;
 
-  // Used by the one thread that works with the stream.
+  // Used by one thread at a time.
   std::vector<std::byte> bytes_;
-  std::size_t position_ = 0;  // at most the end
+  std::size_t position_ = 0;  // at most bytes_.size()
   bool changed_;
 };
 

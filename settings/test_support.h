@@ -14,8 +14,8 @@ namespace Tamrin::setman {
 
 using bytes = std::vector<unsigned char>;
 
-// Runs with a folder in memory and with one in the registry, which is deleted with all that is in
-// it.
+// Runs each test with a folder in memory and with one in the registry; the destructor deletes the
+// folder and its contents.
 class AnyFolder : public testing::TestWithParam<bool> {
  protected:
   ~AnyFolder() override { folder_->delete_folder(); }
@@ -25,7 +25,7 @@ class AnyFolder : public testing::TestWithParam<bool> {
     stream.get()->Write(data.data(), static_cast<ULONG>(data.size()), nullptr);
   }
 
-  // Below HKEY_CURRENT_USER, this process's own.
+  // Unique to this process; in the registry, below HKEY_CURRENT_USER.
   const std::wstring path_ = L"Software\\settings_test " + std::to_wstring(::GetCurrentProcessId());
   const std::shared_ptr<abstract_folder> root_ =
       GetParam() ? std::shared_ptr<abstract_folder>(hkey_current_user)

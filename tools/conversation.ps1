@@ -1,11 +1,11 @@
-# conversation.ps1 [PORT]: server and client talk once, in the folder of this script. PORT, such as
-# COM5, is one with a loop plug and comes back with what was sent; without it, a port that does not
-# exist is refused. Ends with an error when anything differs.
+# conversation.ps1 [PORT]: runs one conversation of server and client, in the folder of this script.
+# PORT, such as COM5, has a loop plug and must return the bytes sent; without PORT, a port that does not
+# exist must be refused. Ends with an error when anything differs.
 param([string] $Port)
 $ErrorActionPreference = 'Stop'
 Set-Location $PSScriptRoot
 
-# Runs the client; the exit code and the text have to be as said.
+# Runs the client, whose exit code must be $code and whose output must contain $text.
 function Ask([string[]] $words, [int] $code, [string] $text) {
     "> tarnwheel-client $words"
     $answer = (& cmd /c "bin\tarnwheel-client.exe $words 2>&1" | Out-String).TrimEnd()
@@ -15,7 +15,7 @@ function Ask([string[]] $words, [int] $code, [string] $text) {
 }
 
 $server = Start-Process bin\tarnwheel-server.exe '--nologo', '--log-level', 'debug' -PassThru -NoNewWindow
-$handle = $server.Handle  # or its exit code is not kept
+$handle = $server.Handle  # without this the exit code is not kept
 try {
     $deadline = (Get-Date).AddSeconds(10)
     do {
@@ -26,7 +26,7 @@ try {
     if ($Port) { Ask 'send', '.', $Port, 'hello' 0 'hello' }
     else { Ask 'send', '.', 'COM250', 'hello' 3 'COM250 does not exist (0x80070002)' }
 
-    # As any account may, see docs/administration.md.
+    # Any account may stop the server, see docs/administration.md.
     $stop = [Threading.EventWaitHandle]::OpenExisting(
         'Global\kelvarine_{E7093B5D-2C4F-4A61-B8E2-9D05F3A7C614}_v1.01', 'Modify')
     $null = $stop.Set()

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# pack.sh [BUILD [VERSION]]: makes the packages for users of BUILD, without one of a release build made for
-# it: an installer, a zip with the same files, and a zip with the programs' debug information. They go to
-# BUILD/packages with their SHA-256 sums. Two runs on the same programs give the same bytes.
+# pack.sh [BUILD [VERSION]]: makes the packages for users from BUILD, by default from a release build
+# made first: an installer, a zip with the same files, and a zip with the programs' debug information.
+# They go to BUILD/packages with their SHA-256 sums. Two runs on the same programs give the same bytes.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=setup.sh
@@ -16,7 +16,7 @@ sources=$PWD packages=$(realpath "$1")/packages
 rm -rf "$packages"
 mkdir -p "$packages/$name" "$packages/debug"
 cd "$packages/$name"
-export SOURCE_DATE_EPOCH=1700000000 # for what writes a time into its output
+export SOURCE_DATE_EPOCH=1700000000 # for tools that write a time into their output
 
 for program in tarnwheel-{server,client}.exe; do
   cp "../../bin/$program" .
@@ -27,13 +27,13 @@ done
 for text in README docs/administration docs/protocol; do
   sed 's/$/\r/' "$sources/$text.md" >"$(basename "$text").md"
 done
-# What is linked in comes from these.
+# The packages of the code that is linked in.
 for package in gcc-mingw-w64-base mingw-w64-common libboost-dev; do
   printf '=== %s ===\n\n' "$package"
   cat "/usr/share/doc/$package/copyright"
 done | sed 's/$/\r/' >licences.txt
 
-# Identifiers follow from what is packed, so that the same programs make the same packages.
+# Identifiers are derived from the packed files, so that the same programs make the same packages.
 identifier() {
   python3 -c 'import sys, uuid; print("{%s}" % str(uuid.uuid5(uuid.NAMESPACE_OID, sys.argv[1])).upper())' \
     "$1 $version $(cat -- * | sha256sum)"
@@ -45,10 +45,10 @@ installer=../$name.msi
 then=(faketime -f '2023-11-14 00:00:00')
 "${then[@]}" wixl -a x64 -D "ProductCode=$product" -D "Version=$version" -o "$installer" \
   "$sources/tools/installer/tarnwheel.wxs"
-# What the compiler of installers cannot say: the client's folder on PATH; that an upgrade removes the old
-# version before it installs the new one, whose service it would remove otherwise; and two commands, run
-# by the system's account, which may fail (type 34 + 64 + 1024 + 2048): a delayed start, as the program's
-# own installation gives it, and restarts after failures.
+# Settings that wixl cannot express: the client's folder on PATH; that an upgrade removes the old version
+# before it installs the new one, whose service it would remove otherwise; and two commands, run by the
+# system account, which may fail (type 34 + 64 + 1024 + 2048): a delayed start, as the program's own
+# installation sets it, and restarts after failures.
 sc_action() {
   echo "INSERT INTO CustomAction (Action, Type, Source, Target) VALUES ('$1', 3170, 'INSTALLDIR'," \
     "'[System64Folder]sc.exe $2')"

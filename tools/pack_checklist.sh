@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# pack_checklist.sh [BUILD]: puts what docs/windows-checklist.md needs into BUILD/windows, to be copied to a
-# Windows machine. BUILD has everything built; without it, the release build is made first.
+# pack_checklist.sh [BUILD]: puts the files for docs/windows-checklist.md into BUILD/windows, to be
+# copied to a Windows machine. BUILD must be complete; without it, the release build is made first.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 if (($# == 0)); then

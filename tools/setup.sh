@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what the build and the tests need, and makes the project's own Wine prefix (build/wine).
-# Meant to be sourced; quick when everything is there. Also defines the functions below.
+# Installs the packages that the build and the tests need, selects the project's own Wine prefix
+# (build/wine unless TARNWHEEL_PREFIX names another), and defines the functions below. Meant to be
+# sourced; quick when everything is installed.
 set -euo pipefail
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -27,9 +28,9 @@ install_packages() {
     "${missing[@]}" >/dev/null </dev/null
 }
 
-# A script that ends the prefix's programs when it is done has the prefix for itself until it ends,
-# and starts without what a killed one may have left running. The lock is on descriptor 9, which
-# nothing that outlives the script may inherit.
+# For scripts that end the prefix's programs when they are done: locks the prefix until the script ends,
+# and ends programs that a killed script may have left running. The lock is on descriptor 9, which no
+# process that outlives the script may inherit.
 claim_prefix() {
   mkdir -p "$(dirname "$WINEPREFIX")"
   exec 9>"$WINEPREFIX.lock"
@@ -40,11 +41,12 @@ claim_prefix() {
   stop_wine
 }
 
-# Starts Wine's services in the prefix and keeps them for ten idle minutes. Wine links the first
-# free COM port to this machine's own serial line; a test must never write there.
+# Starts Wine's services in the prefix, which is created if necessary; they end after ten idle minutes.
+# Wine links the first free COM port to this machine's own serial line; the link is removed, since a test
+# must never write there.
 start_wine() {
-  # Wine takes a prefix for whole as soon as it begins to make it. One that was cut off then stays
-  # broken and is made anew.
+  # Wine considers a prefix complete as soon as it begins to create it. One whose creation was
+  # interrupted stays broken, so it is created again.
   local unfinished=$WINEPREFIX.unfinished
   if [[ -e $unfinished ]]; then
     stop_wine
@@ -52,11 +54,11 @@ start_wine() {
   fi
   [[ -d $WINEPREFIX ]] || : >"$unfinished"
   mkdir -p "$WINEPREFIX"
-  # Fails when it runs already.
+  # Fails when the Wine server is already running.
   /usr/lib/wine/wineserver64 -p600 </dev/null >/dev/null 2>&1 9>&- || true
-  # The first program makes the prefix. It must not be wineboot: Wine runs that by itself, and twice
-  # at once there would be two service managers, each with services of its own.
-  # What would be made for these takes half of the time, and no program here needs it.
+  # The first program creates the prefix. It must not be wineboot: Wine runs that by itself, and two at
+  # once would start two service managers, each with its own services. The setup of the disabled
+  # libraries would take half of the time, and no program here needs it.
   if ! WINEDLLOVERRIDES=mscoree,mshtml,winemenubuilder.exe=d \
     "$project/tools/wine" cmd /c rem </dev/null >/dev/null 2>&1; then
     echo "No program starts in $WINEPREFIX; remove it." >&2
@@ -73,8 +75,8 @@ stop_wine() {
 
 loopback_pids=()
 
-# make_loopback N: a serial port COMN that answers every byte with itself, until stop_loopback or
-# the end of the script. There may be several.
+# make_loopback N: creates a serial port COMN that echoes every byte, until stop_loopback or the end of
+# the script. There may be several.
 make_loopback() {
   local device=$WINEPREFIX/loopback-com$1
   rm -f "$device"

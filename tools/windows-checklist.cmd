@@ -1,8 +1,8 @@
 @echo off
-rem windows-checklist.cmd [PORT]: the steps of windows-checklist.md that need nobody's hand. PORT,
-rem such as COM5, is one with a loop plug. Needs an administrator's rights. Changes the registered
-rem service and its parameters. The folder results gets the table and what each step has printed;
-rem the exit code is the number of steps that failed.
+rem windows-checklist.cmd [PORT]: runs the steps of windows-checklist.md that need no manual action.
+rem PORT, such as COM5, has a loop plug. Needs administrator rights. Changes the registered service
+rem and its parameters. The folder results receives the table and the output of each step; the exit
+rem code is the number of failed steps.
 setlocal
 cd /d "%~dp0"
 if not exist results\. mkdir results
@@ -21,7 +21,7 @@ call :system "CommandLine.*:Log.*:Stop.*" "system"
 :service
 %server% --install-service >results\install.txt 2>&1
 call :expect install %errorlevel% 0
-rem An installation that went no further.
+rem As after an installation that failed at this point.
 reg delete "%key%" /f >nul 2>&1
 %server% --install-service >results\install-again.txt 2>&1
 call :expect install-again %errorlevel% 183 "Service already installed"
@@ -79,20 +79,20 @@ echo %failed% failed
 >>results\table.txt echo %failed% failed
 exit /b %failed%
 
-rem program NAME: a test program, which is to end with 0.
+rem program NAME: runs a test program, which must end with 0.
 :program
 if "%1"=="system_test" goto :eof
 tests\%1.exe >results\%1.txt 2>&1
 call :expect %1 %errorlevel% 0
 goto :eof
 
-rem system FILTER NAME: those tests of the whole server that Windows can run.
+rem system FILTER NAME: runs those system tests that work on Windows.
 :system
 tests\system_test.exe "--gtest_filter=%~1" >"results\%~2.txt" 2>&1
 call :expect "%~2" %errorlevel% 0
 goto :eof
 
-rem line PORT: the checks of a line with a loop plug.
+rem line PORT: runs the checks of a line with a loop plug.
 :line
 bin\tarnwheel-line-check.exe . %1 >results\line.txt 2>&1
 call :expect line %errorlevel% 0
@@ -103,7 +103,7 @@ net stop qrvtwsrv >nul 2>&1
 net start qrvtwsrv >nul 2>&1
 goto :eof
 
-rem expect NAME CODE EXPECTED [TEXT]: the exit code and what results\NAME.txt has to contain.
+rem expect NAME CODE EXPECTED [TEXT]: checks the exit code, and that results\NAME.txt contains TEXT.
 :expect
 if not "%~2"=="%~3" goto wrong_code
 if "%~4"=="" goto passed

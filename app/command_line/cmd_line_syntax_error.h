@@ -1,4 +1,4 @@
-// The one failure of reading a command line.
+// The error of parsing a command line.
 #pragma once
 
 #include <optional>
@@ -13,7 +13,7 @@ class cmd_line_syntax_error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 
-  // `culprit` is the text that is wrong, `expected` says what should stand there.
+  // `culprit` is the offending text, `expected` describes valid text.
   cmd_line_syntax_error(const std::string& message, std::wstring_view culprit,
                         std::wstring_view expected = {})
       : std::runtime_error(message), culprit_(culprit), expected_(expected) {}

@@ -9,18 +9,18 @@ namespace {
 constexpr wchar_t kSpace = L' ';
 constexpr wchar_t kQuote = L'"';
 
-// Cuts one token off the front of `text`, which begins with anything but a space.
+// Removes and returns the first token of `text`, which must not begin with a space.
 std::wstring_view take_token(std::wstring_view& text) {
   const bool quoted = text.starts_with(kQuote);
   if (quoted)
     text.remove_prefix(1);
   const auto token = text.substr(0, text.find(quoted ? kQuote : kSpace));
-  // The character that ends a token belongs to none.
+  // The delimiter belongs to no token.
   text.remove_prefix(std::min(token.size() + 1, text.size()));
   return token;
 }
 
-// Removes a final "+" or "-" from an option's name and returns what it means for a flag.
+// Removes a final "+" or "-" from an option's name and returns the value that it gives a flag.
 bool take_flag_value(std::wstring_view& name) {
   const bool negative = name.ends_with(L'-');
   if (negative || name.ends_with(L'+'))
@@ -110,7 +110,7 @@ void command_line::reset() {
   }
 }
 
-// Returns the last token that belongs to the option: `token` itself or its value.
+// Returns the option's last token: `token` itself or its value.
 command_line::token_iterator command_line::parse_option(token_iterator token) {
   std::wstring_view name(*token);
   const bool is_long = name.starts_with(L"--");

@@ -1,9 +1,9 @@
 // A general command-line parser. A program registers its options, parses, and reads them back.
 //
 // Tokens are separated by spaces only. A token that begins with a double quote runs to the next
-// one; there is no escape character. "--name" selects an option by its long name, "-name" by its
-// short one. A "+" or "-" at the end of a name is the value of a flag, true or false; without
-// either it is true. The token behind a valued option is its value, whatever it looks like.
+// quote; there is no escape character. "--name" selects an option by its long name, "-name" by its
+// short one. A "+" or "-" at the end of a name gives a flag the value true or false; without either
+// it is true. The token after a valued option is its value, even if it looks like an option.
 #pragma once
 
 #include <deque>
@@ -33,7 +33,7 @@ using option_value =
 // the parse.
 struct command_line_option {
   std::wstring short_name;  // used after "-"; may be empty
-  std::wstring long_name;   // used after "--"; may be empty; of a reference: its target
+  std::wstring long_name;   // used after "--"; may be empty; for a reference, its target
   option_kind kind = option_kind::flag;
   bool required = false;
   bool multi_value = false;    // a valued option that collects every occurrence
@@ -48,8 +48,8 @@ struct command_line_option {
   bool present = false;
   option_value value;
 
-  // The value given to a flag, false when it is absent. Throws std::bad_variant_access for an
-  // option of another kind that is present.
+  // The value given to a flag, or false when it is absent. Throws std::bad_variant_access for a
+  // present option of another kind.
   [[nodiscard]] bool flag() const { return present && std::get<bool>(value); }
 
   // The value given, or the default. Throws std::bad_variant_access when that is not one text.
@@ -58,7 +58,7 @@ struct command_line_option {
   }
 };
 
-// The tokens of a command line, without what their quotes say; the program's path is the first.
+// The tokens of a command line, without their quotes; the first is the program's path.
 [[nodiscard]] std::vector<std::wstring> split(std::wstring_view text);
 
 // Owns its options and tokens; references to both are valid as long as it lives (tokens: until the
@@ -75,10 +75,10 @@ class command_line {
   command_line_option& add_reference(std::wstring long_name);
 
   // Parses a whole command line, whose first token (the program's path) is skipped. Replaces the
-  // results of an earlier parse. Throws cmd_line_syntax_error; what was read until then is kept.
+  // results of an earlier parse. Throws cmd_line_syntax_error, and keeps the results until then.
   void parse(std::wstring_view text);
 
-  // True when the last parse came to its end.
+  // True when the last parse succeeded.
   [[nodiscard]] bool completed() const noexcept { return completed_; }
 
   // Throws cmd_line_syntax_error when there is no option of this long name.

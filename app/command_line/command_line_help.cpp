@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kIndent = 4;  // before the names, and between them and the description
 constexpr std::size_t kLeastDescription = 16;
-constexpr std::size_t kFallbackDescription = 20;  // for a console too narrow for the least one
+constexpr std::size_t kFallbackDescription = 20;  // for a console too narrow for kLeastDescription
 
 struct help_layout {
   std::size_t names_width;        // of the longest names text
@@ -19,7 +19,7 @@ struct help_layout {
   [[nodiscard]] std::size_t description_column() const { return names_width + 2 * kIndent; }
 };
 
-// "-s, --long VALUE" with what the option has of it.
+// "-s, --long VALUE", reduced to the parts that the option has.
 std::wstring names_text(const command_line& line, const command_line_option& row) {
   const auto& option = row.kind == option_kind::reference ? line.at(row.long_name) : row;
   const std::wstring names =
@@ -40,7 +40,7 @@ help_layout measure(const command_line& line, std::size_t console_width) {
   return layout;
 }
 
-// Breaks a description into lines and appends them, all but the first indented to the column.
+// Breaks a description into lines and appends them, all but the first indented to its column.
 class description_writer {
  public:
   description_writer(std::wstring& output, std::wstring_view text, const help_layout& layout)
@@ -51,7 +51,7 @@ class description_writer {
     for (std::size_t at = 0; at < text_.size();) {
       const std::size_t word_end = std::min(text_.find_first_of(L" \n", at), text_.size());
       const bool is_word = word_end > at;
-      // A word that stands alone on its line is too long for any: it stays as it is.
+      // A word alone on its line that does not fit would fit no line: it is not broken.
       if (is_word && word_end - line_start_ >= layout_.description_width &&
           previous_word_end > line_start_) {
         break_at(previous_word_end);

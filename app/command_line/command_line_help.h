@@ -1,4 +1,4 @@
-// The help text that a command line's options describe.
+// The help text for the options of a command line.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +8,9 @@
 
 namespace Tamrin {
 
-// One block an option, in the order of registration, without a heading: its names, then its
-// description in a column of its own, wrapped to `console_width` code units a line. Ends with a
-// line feed unless there are no options. Throws cmd_line_syntax_error when a reference names an
+// One block per option, in the order of registration, without a title: its names, then its
+// description in a separate column, wrapped so that lines fit `console_width` code units. Ends with
+// a line feed unless there are no options. Throws cmd_line_syntax_error when a reference names an
 // option that does not exist.
 [[nodiscard]] std::wstring format_help(const command_line& line, std::size_t console_width);
 

@@ -8,7 +8,7 @@
 namespace Tamrin {
 namespace {
 
-// "verbose same path item item | word | word", or what is wrong.
+// "verbose same path item item | word | word", or the error message.
 std::wstring Parsed(command_line& line, const std::wstring& text) {
   try {
     line.parse(text);
@@ -46,7 +46,7 @@ TEST(CommandLine, TokensOptionsAndTheirValues) {
       {L"program x -v- --path \"a b\" y --item 1 --path --same -same --item -v",
        L"same --same 1 -v | x | y"},
       {L"program -v --same- --verbose+ --path", L"Command line argument's value is missing"},
-      {L"program --item 3 --verbose", L"verbose none 3"},  // without anything of the last one
+      {L"program --item 3 --verbose", L"verbose none 3"},  // with nothing left of the last parse
   };
   for (const auto& [text, parsed] : rows)
     EXPECT_EQ(Parsed(line, text), parsed) << text;

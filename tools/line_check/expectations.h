@@ -1,4 +1,4 @@
-// What a check expects; what does not come about throws check_failure.
+// The expectations of a check; one that is not met throws check_failure.
 #pragma once
 
 #include <chrono>
@@ -29,7 +29,7 @@ inline void expect_code(HRESULT actual, HRESULT expected) {
   expect_number(static_cast<std::uint32_t>(actual), static_cast<std::uint32_t>(expected));
 }
 
-// Asks `condition` again and again until it holds; false when it does not within `limit`.
+// Polls `condition` until it holds; false when it does not within `limit`.
 template <class Condition>
 bool comes_to_hold(Condition condition, std::chrono::milliseconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;

@@ -14,8 +14,8 @@ using client::bytes_of;
 using console::print;
 using console::standard_stream;
 
-constexpr milliseconds kNoAnswer(500);         // after which none is to be expected
-constexpr milliseconds kHandPatience(60'000);  // for somebody to pull a plug
+constexpr milliseconds kNoAnswer(500);         // after this none is expected
+constexpr milliseconds kHandPatience(60'000);  // for the user to pull or insert the plug
 constexpr std::uint32_t kMax = 0xFFFFFFFF;
 constexpr std::uint32_t kUnknownControl = 0x001B0FFC;
 constexpr std::uint32_t kCts = 0x10;
@@ -44,7 +44,7 @@ void keeps_settings(remote_port& line, const place&) {
     expect_number(line.number(IOCTL_SERIAL_GET_BAUD_RATE), rate);
   }
   line.control(IOCTL_SERIAL_SET_HANDFLOW, 0, bytes_of(SERIAL_HANDFLOW{}));  // none
-  line.read_all();  // what an earlier user has left
+  line.read_all();  // bytes left by an earlier user
 }
 
 void keeps_timeouts(remote_port& line, const place&) {

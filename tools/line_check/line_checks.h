@@ -1,5 +1,5 @@
-// The checks of a real serial line, whose port has a plug that joins TX with RX, RTS with CTS, and DTR
-// with DSR and DCD. They throw check_failure or client_error.
+// The checks of a real serial line, whose port has a plug that joins TX to RX, RTS to CTS, and DTR
+// to DSR and DCD. They throw check_failure or client_error.
 #pragma once
 
 #include <span>
@@ -14,11 +14,11 @@ struct line_check {
   void (*run)(remote_port& line, const place& place);
 };
 
-// In their order: a check may begin with what the one before it has set.
+// In the order in which they run: a check may rely on settings of the one before it.
 [[nodiscard]] std::span<const line_check> line_checks();
 
-// A device that is gone answers nothing that was under way, and is back for a new connection. Asks
-// for the hand that unplugs it, and waits for that for a minute.
+// Checks that a device that is unplugged answers no call in progress, and can be opened again on a
+// new connection. Asks the user to unplug it and to plug it in again, and waits a minute for each.
 void survives_unplugging(remote_port& line, const place& place);
 
 }  // namespace tarnwheel::tools

@@ -1,7 +1,7 @@
 // Checks a server and a real serial line: tarnwheel-line-check SERVER PORT. The line's port has a
-// plug that joins TX with RX, RTS with CTS, and DTR with DSR and DCD. Prints a row for each check;
-// the exit code is the number of those that failed. With --unplug it checks only what happens when
-// somebody unplugs the device, and says when to.
+// plug that joins TX to RX, RTS to CTS, and DTR to DSR and DCD. Prints a row for each check; the
+// exit code is the number of failed checks, or 100 when none could be made. With --unplug it checks
+// only the unplugging of the device, and says when to do it.
 #include <memory>
 
 #include "app/command_line/cmd_line_syntax_error.h"

@@ -1,4 +1,4 @@
-// A port whose calls are to be checked.
+// A port whose calls are checked.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@ using bytes = std::vector<std::byte>;
 using pending = ostra::future<tether::bytes_result>;
 using std::chrono::milliseconds;
 
-inline constexpr milliseconds kAnswerLimit(1500);  // for what a device does at once
+inline constexpr milliseconds kAnswerLimit(1500);  // for calls that a device answers at once
 
 struct place {
   std::wstring server;
@@ -31,15 +31,15 @@ inline bool ends_within(const pending& call, milliseconds limit) {
   return comes_to_hold([&] { return call.is_complete(); }, limit);
 }
 
-// One port of a server, on a connection of its own, for one thread. What fails or is refused throws
-// client_error or check_failure.
+// One port of a server, on its own connection; used by one thread. Calls that fail or are refused
+// throw client_error or check_failure.
 class remote_port {
  public:
   explicit remote_port(const place& place) : server_(place.server), number_(place.number) {}
 
   HRESULT open() { return wait(server_.remote().OpenPort(number_), 10 * kAnswerLimit); }
 
-  // Calls that may be left without an answer.
+  // Calls that may remain unanswered.
   pending start_control(std::uint32_t code, std::uint32_t output_size = 0, bytes input = {}) {
     return server_.remote().IoControl(code, output_size, std::move(input));
   }
@@ -64,13 +64,13 @@ class remote_port {
     expect_code(wait(server_.remote().Write(std::move(data)), limit), S_OK);
   }
 
-  // In milliseconds, as the driver takes them.
+  // In milliseconds, as in SERIAL_TIMEOUTS.
   void set_read_timeouts(std::uint32_t interval, std::uint32_t multiplier, std::uint32_t constant) {
     const std::array<std::uint32_t, 5> timeouts = {interval, multiplier, constant};
     control(IOCTL_SERIAL_SET_TIMEOUTS, 0, client::bytes_of(timeouts));
   }
 
-  // Reads until nothing has come for a quarter of a second.
+  // Reads until nothing has arrived for a quarter of a second.
   bytes read_all() {
     set_read_timeouts(0, 0, 250);
     bytes all;
