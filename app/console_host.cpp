@@ -105,8 +105,8 @@ int run_console_server(const Tamrin::command_line& line) {
   HRESULT outcome = S_OK;
   {
     const bool keeps_lines = options.screen_log || !options.log_path.empty();
-    const logging::process_logger published(logger,
-                                            keeps_lines ? options.log_level : logging::kNothing);
+    const logging::process_logger published(
+        logger, keeps_lines ? options.log_level : logging::kKeepNothing);
     logging::write(logging::debug, kLogInitialized);
     try {
       serve(options);

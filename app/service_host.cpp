@@ -205,7 +205,7 @@ void WINAPI service_main(DWORD, wchar_t**) {
 // Only for Wine, where the dispatcher of a process that is not a service mistakes the control pipe
 // of the service started last for its own, and waits ten seconds for it while that service runs.
 // Wine starts services on a separate desktop, which tells them from programs run by hand.
-bool wine_ran_by_hand() noexcept {
+bool is_interactive_under_wine() noexcept {
   constexpr std::wstring_view kServiceDesktop = L"__wineservice_winstation";
   if (::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr)
     return false;
@@ -218,7 +218,7 @@ bool wine_ran_by_hand() noexcept {
 }  // namespace
 
 DWORD run_service(server_factory create) {
-  if (wine_ran_by_hand())
+  if (is_interactive_under_wine())
     return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
   make_server = create;
   std::wstring name = kServiceName;

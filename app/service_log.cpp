@@ -40,7 +40,7 @@ service_log::service_log(setman::abstract_folder& parameters) {
       report_failed_log(error.code());
     }
   }
-  published_.emplace(silent_, logging::kNothing);
+  published_.emplace(silent_, logging::kKeepNothing);
 }
 
 service_log::~service_log() {

@@ -10,7 +10,7 @@ namespace {
 
 using subscription = cancellation_subscription<std::function<void()>>;
 
-TEST(Cancellation, RunsEveryCallbackOnceOnAnotherThreadAlsoThatOfALinkedSource) {
+TEST(Cancellation, RunsEveryCallbackOnceOnAnotherThreadIncludingThoseOfLinkedSources) {
   cancellation_token token;
   std::atomic<bool> requested = false;
   std::atomic<int> calls = 0;

@@ -33,7 +33,7 @@ future<void> observe(future<int> from, life& living, std::string& seen) {
   seen = std::to_string(value) + " with " + std::to_string(living.use_count() - 1);
 }
 
-TEST(Future, RunsToItsEndUnkeptAndItsFrameDiesBeforeTheWaiterResumes) {
+TEST(Future, UnkeptOneFinishesAndFreesItsFrameBeforeItsWaiterResumes) {
   auto living = std::make_shared<int>();
   std::string seen;
   promise<int> gate;

@@ -17,9 +17,9 @@ namespace {
 
 using namespace system_test;  // the system tests' vocabulary
 
-constexpr double kLongestCall = 0.1;                  // seconds
-constexpr double kLongestStop = 2;                    // seconds
-constexpr double kMostMemory = 42.0 * 1024 * 1024;    // of one session, in bytes
+constexpr double kMaxCall = 0.1;                      // seconds
+constexpr double kMaxStop = 2;                        // seconds
+constexpr double kMaxMemory = 42.0 * 1024 * 1024;     // of one session, in bytes
 constexpr double kThreadMemory = 32.0 * 1024 * 1024;  // of the pool's threads
 constexpr std::size_t kPipelined = 1000;              // requests in the pipe at a time
 
@@ -86,10 +86,10 @@ bool Endure(const Flood& flood, double seconds) {
   });
   std::printf("  %s: %llu requests sent\n", flood.name,
               static_cast<unsigned long long>(requests.load()));
-  bool met = Report("another client's longest call", longest * 1000, "ms", kLongestCall * 1000);
+  bool met = Report("another client's longest call", longest * 1000, "ms", kMaxCall * 1000);
   met &= Report("memory more than before", most_memory / 1048576, "MiB",
-                (kMostMemory + kThreadMemory) / 1048576);
-  met &= Report("Ctrl+C to the end", stop * 1000, "ms", kLongestStop * 1000);
+                (kMaxMemory + kThreadMemory) / 1048576);
+  met &= Report("Ctrl+C to the end", stop * 1000, "ms", kMaxStop * 1000);
   return met;
 }
 

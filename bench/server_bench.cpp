@@ -139,7 +139,7 @@ void MeasureVisits() {
 double RemoteEcho(std::uint32_t size, int times) {
   RawClient client;
   Require(client.OpenPort(kLoopbackPort) == 0, "opening the loopback");
-  client.ReadsWait();
+  client.MakeReadsWait();
   const Bytes requests =
       Request(1, kRead, U32(size)) + Request(2, kWrite, Vector(Bytes(size, '\0')));
   return 1e6 / times * Seconds([&] {

@@ -138,7 +138,7 @@ class Soak {
     try {
       RawClient client;
       system_test::Require(client.OpenPort(system_test::kLoopbackPort) == 0, "opening a port");
-      client.ReadsWait();
+      client.MakeReadsWait();
       for (std::uint32_t round = 1; !ending_; ++round) {
         const std::uint32_t size = 1 + 977 * round % 5000;
         const auto sent = system_test::Pattern(size, round);

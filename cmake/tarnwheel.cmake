@@ -1,7 +1,7 @@
 # The options of all targets, and the functions that declare a library, a program and a test.
 
 # Halves the build time.
-option(TARNWHEEL_UNITY_BUILD "Translate the sources of a library together" OFF)
+option(TARNWHEEL_UNITY_BUILD "Compile the sources of a library together" OFF)
 
 add_library(tarnwheel_options INTERFACE)
 target_compile_options(tarnwheel_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)

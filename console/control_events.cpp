@@ -9,7 +9,7 @@
 namespace console {
 namespace {
 
-constexpr DWORD kLongestHold = 4000;  // milliseconds
+constexpr DWORD kMaxHold = 4000;  // milliseconds
 
 constinit ostra::published<const control_handler> current;
 std::atomic<bool> has_been_handled = false;  // a handler exists or has existed
@@ -26,7 +26,7 @@ BOOL WINAPI on_console_event(DWORD event) {
   bool handled = true;
   current.use([&](const control_handler& handler) { handled = handler.handle(event); });
   if (event == CTRL_CLOSE_EVENT)
-    ::WaitForSingleObject(finished, kLongestHold);
+    ::WaitForSingleObject(finished, kMaxHold);
   return handled ? TRUE : FALSE;
 }
 

@@ -14,12 +14,12 @@ Tamrin::unique_handle make_event(BOOL manual_reset) {
 
 interrupt::interrupt()
     : requested_(make_event(TRUE)),
-      ctrl_c_struck_(make_event(FALSE)),
+      ctrl_c_pressed_(make_event(FALSE)),
       handler_([this](DWORD event) { return handle(event); }) {}
 
 bool interrupt::handle(DWORD event) noexcept {
   if (event == CTRL_C_EVENT && ctrl_c_is_key_)
-    return ::SetEvent(ctrl_c_struck_.get()) != FALSE;
+    return ::SetEvent(ctrl_c_pressed_.get()) != FALSE;
   const bool is_first = !wait(std::chrono::milliseconds::zero());
   ::SetEvent(requested_.get());
   return is_first;

@@ -21,8 +21,8 @@ class interrupt {
 
   // With true, Ctrl+C is an ordinary key that only signals ctrl_c(); several presses may count as
   // one. For a console in raw mode, which may still deliver the key as an event.
-  void make_ctrl_c_a_key(bool is_key) noexcept { ctrl_c_is_key_ = is_key; }
-  [[nodiscard]] HANDLE ctrl_c() const noexcept { return ctrl_c_struck_.get(); }
+  void set_ctrl_c_as_key(bool is_key) noexcept { ctrl_c_is_key_ = is_key; }
+  [[nodiscard]] HANDLE ctrl_c() const noexcept { return ctrl_c_pressed_.get(); }
 
   // Blocks until the first event, for at most `time`; true when the event has come.
   [[nodiscard]] bool wait(std::chrono::milliseconds time) const noexcept;
@@ -30,8 +30,8 @@ class interrupt {
  private:
   [[nodiscard]] bool handle(DWORD event) noexcept;
 
-  const Tamrin::unique_handle requested_;      // manual-reset
-  const Tamrin::unique_handle ctrl_c_struck_;  // auto-reset
+  const Tamrin::unique_handle requested_;       // manual-reset
+  const Tamrin::unique_handle ctrl_c_pressed_;  // auto-reset
   std::atomic<bool> ctrl_c_is_key_ = false;
 
   const control_events events_;

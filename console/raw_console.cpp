@@ -29,18 +29,18 @@ raw_console::raw_console(interrupt& stop) : stop_(stop) {
   if (!input_mode_.set(ENABLE_EXTENDED_FLAGS))
     ostra::details::throw_last_error();
   // A line feed from a device only moves down. Older consoles lack that flag, or all sequences.
-  obeys_sequences_ =
+  supports_sequences_ =
       output_mode_.set(kTerminal | DISABLE_NEWLINE_AUTO_RETURN) || output_mode_.set(kTerminal);
-  if (!obeys_sequences_)
+  if (!supports_sequences_)
     static_cast<void>(output_mode_.set(kPlainOutput));
   ::FlushConsoleInputBuffer(input_);
-  stop_.make_ctrl_c_a_key(true);
+  stop_.set_ctrl_c_as_key(true);
 }
 
 raw_console::~raw_console() {
-  stop_.make_ctrl_c_a_key(false);
+  stop_.set_ctrl_c_as_key(false);
   // The device may have left colours on.
-  print(standard_stream::output, obeys_sequences_ ? L"\x1B[0m\r\n" : L"\r\n");
+  print(standard_stream::output, supports_sequences_ ? L"\x1B[0m\r\n" : L"\r\n");
 }
 
 }  // namespace console

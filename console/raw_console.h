@@ -45,7 +45,7 @@ class raw_console {
   const HANDLE output_ = ::GetStdHandle(STD_OUTPUT_HANDLE);
   console_mode input_mode_{input_};
   console_mode output_mode_{output_};
-  bool obeys_sequences_ = true;
+  bool supports_sequences_ = true;
 };
 
 }  // namespace console

@@ -17,7 +17,7 @@ std::size_t length_from(std::byte first) {
   return value >= 0xF0 && value < 0xF5 ? 4 : 1;
 }
 
-bool goes_on(std::byte byte) {
+bool is_continuation(std::byte byte) {
   return (byte & std::byte{0xC0}) == std::byte{0x80};
 }
 
@@ -26,7 +26,7 @@ std::size_t incomplete_at_end(std::span<const std::byte> bytes) {
   std::size_t count = 0;
   while (count < std::min<std::size_t>(bytes.size(), 3)) {
     const std::byte last = bytes[bytes.size() - ++count];
-    if (!goes_on(last))
+    if (!is_continuation(last))
       return length_from(last) > count ? count : 0;
   }
   return 0;
@@ -54,10 +54,11 @@ std::wstring from_utf8(std::span<const std::byte> bytes) {
 }
 
 std::wstring utf8_stream::decode(std::span<const std::byte> bytes) {
-  begun_.insert(begun_.end(), bytes.begin(), bytes.end());
-  const auto complete = begun_.size() - incomplete_at_end(begun_);
-  std::wstring text = from_utf8(std::span(begun_).first(complete));
-  begun_.erase(begun_.begin(), begun_.begin() + static_cast<std::ptrdiff_t>(complete));
+  incomplete_.insert(incomplete_.end(), bytes.begin(), bytes.end());
+  const auto complete = incomplete_.size() - incomplete_at_end(incomplete_);
+  std::wstring text = from_utf8(std::span(incomplete_).first(complete));
+  incomplete_.erase(incomplete_.begin(),
+                    incomplete_.begin() + static_cast<std::ptrdiff_t>(complete));
   return text;
 }
 

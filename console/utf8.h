@@ -20,7 +20,7 @@ class utf8_stream {
   [[nodiscard]] std::wstring decode(std::span<const std::byte> bytes);
 
  private:
-  std::vector<std::byte> begun_;  // the bytes of a character that is not yet complete
+  std::vector<std::byte> incomplete_;  // the bytes of a character that is not yet complete
 };
 
 }  // namespace console

@@ -9,7 +9,7 @@ namespace console {
 namespace {
 
 // For valid and invalid bytes, wherever they are cut.
-TEST(Utf8Stream, GivesEveryCharacterAsSoonAsItIsWhole) {
+TEST(Utf8Stream, GivesEveryCharacterAsSoonAsItIsComplete) {
   const struct {
     std::string first, second;
     std::wstring text;  // with "|" after the text decoded from `first`

@@ -13,14 +13,14 @@ namespace {
 
 using std::wstring;
 
-constexpr int kLeast = std::numeric_limits<int>::min();
+constexpr int kMinimum = std::numeric_limits<int>::min();
 
 TEST(Format, IntegersByBaseSignAndGroups) {
   const struct {
     int value;
     const wchar_t *pattern, *text;
   } rows[] = {
-      {kLeast, L"{0} {0b2}", L"-2147483648 -10000000000000000000000000000000"},
+      {kMinimum, L"{0} {0b2}", L"-2147483648 -10000000000000000000000000000000"},
       {0, L"{0+} {0b016} {0b016xp}", L"+0 0 00000000"},
       {-5, L"{0+} {0b2} {0b016xp}", L"-5 -101 -0x00000005"},
       {-1, L"{0u+} {0ub8}", L"4294967295 37777777777"},
@@ -37,7 +37,7 @@ TEST(Format, IntegersByBaseSignAndGroups) {
     EXPECT_EQ(tfmt::format(pattern, value), text) << pattern;
   EXPECT_EQ(tfmt::format(L"{0b016xp} {1+}", 0x80070005u, ~0u), L"0x80070005 4294967295");
   const wstring comma(details::thousands_separator());
-  EXPECT_EQ(tfmt::format(L"{0l} {1l}", 100023, kLeast),
+  EXPECT_EQ(tfmt::format(L"{0l} {1l}", 100023, kMinimum),
             L"100" + comma + L"023 -2" + comma + L"147" + comma + L"483" + comma + L"648");
 }
 
@@ -74,7 +74,7 @@ TEST(Format, ArgumentsBracesAndConditions) {
               text);
 }
 
-TEST(Format, SectionsNestBeyondTheRoomInPlace) {
+TEST(Format, SectionsNestBeyondTheInPlaceCapacity) {
   wstring pattern;
   for (int depth = 0; depth < 200; ++depth)
     pattern += depth == 150 ? L"{1?<}" : L"{0?<}";

@@ -44,12 +44,12 @@ void integer_text::put_magnitude(std::uint32_t magnitude, const segment& placeho
   }
 }
 
-void integer_text::put_binary_digits(std::uint32_t magnitude, unsigned bits_a_digit,
+void integer_text::put_binary_digits(std::uint32_t magnitude, unsigned bits_per_digit,
                                      const wchar_t* digits) {
-  const std::uint32_t mask = (1u << bits_a_digit) - 1;
+  const std::uint32_t mask = (1u << bits_per_digit) - 1;
   do {
     put(digits[magnitude & mask]);
-    magnitude >>= bits_a_digit;
+    magnitude >>= bits_per_digit;
   } while (magnitude != 0);
 }
 

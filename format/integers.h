@@ -26,7 +26,7 @@ class integer_text {
  private:
   void put(wchar_t character) noexcept { buffer_[--begin_] = character; }
   void put_magnitude(std::uint32_t magnitude, const segment& placeholder);
-  void put_binary_digits(std::uint32_t magnitude, unsigned bits_a_digit, const wchar_t* digits);
+  void put_binary_digits(std::uint32_t magnitude, unsigned bits_per_digit, const wchar_t* digits);
   void put_decimal(std::uint32_t magnitude);
   void put_grouped_decimal(std::uint32_t magnitude);
   void put_hexadecimal(std::uint32_t magnitude, const segment& placeholder);

@@ -20,13 +20,13 @@ namespace logging {
 class line_queue {
  public:
   // The most bytes that the queued lines may occupy, text and structs.
-  static constexpr std::size_t kMostBytes = 4 * 1024 * 1024;
+  static constexpr std::size_t kMaxBytes = 4 * 1024 * 1024;
 
   // Throws std::bad_alloc; the line is then lost.
   void push(log_entry line) {
     const std::size_t size = size_of(line);
     const std::lock_guard guard(lock_);
-    if (left_out_ == 0 && size <= kMostBytes - bytes_) {
+    if (left_out_ == 0 && size <= kMaxBytes - bytes_) {
       if (lines_.push(std::move(line)))
         bytes_ += size;
       return;

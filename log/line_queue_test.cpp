@@ -18,7 +18,7 @@ TEST(LineQueue, LinesThatDoNotFitComeOutAsOneGapInTheirPlace) {
     queue.push(make_entry(L"there is room again, but not yet in order", info));
     for (; taken && taken->left_out == 0; taken = queue.try_pop())
       ++lines;
-    EXPECT_EQ(lines, line_queue::kMostBytes / (2000 + sizeof(log_entry)));
+    EXPECT_EQ(lines, line_queue::kMaxBytes / (2000 + sizeof(log_entry)));
     EXPECT_EQ(taken.value().left_out, kLines + 1 - lines);
     EXPECT_FALSE(queue.try_pop());
   }

@@ -9,7 +9,7 @@ namespace logging {
 namespace {
 
 constinit ostra::published<ILogger> current;
-constinit std::atomic<std::int32_t> most_kept = kNothing;
+constinit std::atomic<std::int32_t> most_kept = kKeepNothing;
 
 }  // namespace
 
@@ -19,7 +19,7 @@ process_logger::process_logger(ILogger& logger, std::int32_t most) noexcept {
 }
 
 process_logger::~process_logger() {
-  most_kept = kNothing;
+  most_kept = kKeepNothing;
   current.withdraw();
 }
 

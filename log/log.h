@@ -10,7 +10,7 @@
 namespace logging {
 
 // Below every level: for a logger that keeps nothing.
-inline constexpr std::int32_t kNothing = -1;
+inline constexpr std::int32_t kKeepNothing = -1;
 
 // While it lives, write() logs to `logger`. The destructor returns once no thread uses the logger
 // any more; lines written later are discarded, so a straggler on a pool thread never reaches a

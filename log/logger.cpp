@@ -9,9 +9,9 @@ namespace {
 constexpr std::wstring_view kSeparator = L"=====\t=====\t=====\r\n";
 
 // Queued lines are written together, up to about this many code units.
-constexpr std::size_t kMostAtOnce = 32 * 1024;
+constexpr std::size_t kMaxAtOnce = 32 * 1024;
 
-constexpr DWORD kScreenPatience = 2000;  // milliseconds
+constexpr DWORD kScreenTimeout = 2000;  // milliseconds
 
 // However the writer ends, later lines are dropped.
 struct queue_end {
@@ -59,7 +59,7 @@ void Logger::stop() {
   const auto writer = std::exchange(writer_, {});
   writer.wait();
   if (screen_)
-    screen_->finish(kScreenPatience);
+    screen_->finish(kScreenTimeout);
   writer.get();
 }
 
@@ -116,7 +116,7 @@ std::wstring Logger::take_lines(std::optional<log_entry> next, line_queue& entri
     } catch (const std::bad_alloc&) {
       // This line is lost.
     }
-    if (text.size() >= kMostAtOnce)
+    if (text.size() >= kMaxAtOnce)
       break;
     next = entries.try_pop();
   }

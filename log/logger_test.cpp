@@ -58,7 +58,7 @@ TEST(Logger, KeepsMessagesUpToItsLevelUntilAnEmptyOne) {
 }
 
 // The host's /dev/full stands in for a full disk.
-TEST(Logger, FullDiskEndsTheLogWithoutBlockingAnybody) {
+TEST(Logger, FullDiskEndsTheLogWithoutBlockingCallers) {
   Logger stopped, destroyed;
   for (Logger* const logger : {&stopped, &destroyed}) {
     ASSERT_TRUE(logger->initialize(LR"(Z:\dev\full)", false, info));

@@ -9,7 +9,7 @@ namespace logging {
 namespace {
 
 // Standard output is a pipe that is read only after a while.
-TEST(ScreenCopy, StandingScreenHoldsUpNobodyAndShowsThatLinesAreMissing) {
+TEST(ScreenCopy, BlockedScreenBlocksNoCallerAndShowsThatLinesAreMissing) {
   HANDLE read = nullptr, write = nullptr;
   EXPECT_TRUE(::CreatePipe(&read, &write, nullptr, 0));
   const HANDLE former = ::GetStdHandle(STD_OUTPUT_HANDLE);

@@ -5,7 +5,7 @@
 namespace tether {
 namespace {
 
-TEST(Sid, DisplayNameIsWholeAlsoBeyondTheUsualRoom) {
+TEST(Sid, LongDisplayNameIsNotTruncated) {
   BYTE known[SECURITY_MAX_SID_SIZE];
   DWORD size = sizeof(known);
   ::CreateWellKnownSid(WinBuiltinPreWindows2000CompatibleAccessSid, nullptr, known, &size);

@@ -10,7 +10,7 @@
 namespace tether {
 namespace {
 
-constexpr std::size_t kLongestName = 255;  // of a full DNS name, in characters
+constexpr std::size_t kMaxName = 255;  // of a full DNS name, in characters
 
 bool is_name_character(wchar_t c) noexcept {
   constexpr wchar_t kFirstBeyondAscii = 0xA0;  // U+0080 to U+009F are control characters
@@ -23,7 +23,7 @@ bool is_name_character(wchar_t c) noexcept {
 bool is_computer_name(std::wstring_view name) noexcept {
   if (name == L".")
     return true;
-  return !name.empty() && name.size() <= kLongestName && name.front() != L'.' &&
+  return !name.empty() && name.size() <= kMaxName && name.front() != L'.' &&
          std::ranges::all_of(name, is_name_character);
 }
 

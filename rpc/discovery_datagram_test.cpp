@@ -22,7 +22,7 @@ std::wstring Heard(std::wstring_view name, std::uint32_t surplus = 0, bool cut =
   return heard;
 }
 
-TEST(DiscoveryDatagram, OnlyNamesOfComputersAreTaken) {
+TEST(DiscoveryDatagram, OnlyComputerNamesAreAccepted) {
   for (const auto& name :
        {L"HOST"s, L"host-1_a.example"s, L"B\xFC\x4E2D"s, L"."s, std::wstring(255, L'n')})
     EXPECT_EQ(Heard(name), name);

@@ -16,7 +16,7 @@ namespace tether {
 inline constexpr wchar_t kServerPipe[] = L"kelvarine_{5C3E1A70-8B24-4D19-9F6E-2A7B4C8D1E03}_v1.01";
 
 // The most output, in bytes, that one request may ask of a device.
-inline constexpr std::uint32_t kMostOutput = 1024 * 1024;
+inline constexpr std::uint32_t kMaxOutput = 1024 * 1024;
 inline constexpr HRESULT kOutputTooLarge =
     static_cast<HRESULT>(0x800706F8);  // ERROR_INVALID_USER_BUFFER
 
@@ -42,12 +42,12 @@ class IServer_Remote {
   virtual ostra::future<HRESULT> OpenPort(std::uint32_t number) = 0;
 
   // A device-control request on the open port, with at most `output_size` bytes of output. A size
-  // above kMostOutput is refused with kOutputTooLarge.
+  // above kMaxOutput is refused with kOutputTooLarge.
   virtual ostra::future<bytes_result> IoControl(std::uint32_t code, std::uint32_t output_size,
                                                 std::vector<std::byte> input) = 0;
   virtual ostra::future<HRESULT> Write(std::vector<std::byte> data) = 0;
 
-  // Reads up to `size` bytes, at most kMostOutput; fewer, or none, as the port's read time-outs
+  // Reads up to `size` bytes, at most kMaxOutput; fewer, or none, as the port's read time-outs
   // dictate.
   virtual ostra::future<bytes_result> Read(std::uint32_t size) = 0;
 

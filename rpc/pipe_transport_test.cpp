@@ -93,7 +93,7 @@ TEST_F(PipeEnds, CancelEndsWhatIsPendingAndRefusesWhatComes) {
   EXPECT_NE(outcome_of(write), S_OK);
 }
 
-TEST_F(PipeEnds, EndThatIsThrownOffListensAgainWhenItIsToldTo) {
+TEST_F(PipeEnds, DisconnectedServerEndListensAgain) {
   Renew();
   const auto client = PipeTransport::Create();
   server_->Disconnect();

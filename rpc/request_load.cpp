@@ -44,7 +44,7 @@ void RequestLoad::End(const RequestCost& cost) noexcept {
 }
 
 bool RequestLoad::admits(const RequestCost& cost) const noexcept {
-  return requests_ < kMostRequests && bytes_ <= kMostBytes && !has_barrier_ &&
+  return requests_ < kMaxRequests && bytes_ <= kMaxBytes && !has_barrier_ &&
          !(cost.is_serial && has_serial_);
 }
 

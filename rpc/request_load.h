@@ -27,10 +27,10 @@ struct RequestCost {
 // count(); everything else is called by the receive loop.
 class RequestLoad : public std::enable_shared_from_this<RequestLoad> {
  public:
-  // Nothing is admitted while kMostRequests requests, or requests that take more than kMostBytes,
+  // Nothing is admitted while kMaxRequests requests, or requests that take more than kMaxBytes,
   // are in progress.
-  static constexpr std::size_t kMostRequests = 256;
-  static constexpr std::size_t kMostBytes = 8 * 1024 * 1024;
+  static constexpr std::size_t kMaxRequests = 256;
+  static constexpr std::size_t kMaxBytes = 8 * 1024 * 1024;
 
   // One request in progress, which ends with this object. Empty when moved from.
   class Request {

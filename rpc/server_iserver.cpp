@@ -32,7 +32,7 @@ std::size_t output_size(const method_row& row, std::span<const std::byte> payloa
   if (!row.has_output || payload.size() < row.output_size_at + sizeof size)
     return 0;
   std::memcpy(&size, payload.data() + row.output_size_at, sizeof size);
-  return std::min(size, kMostOutput);
+  return std::min(size, kMaxOutput);
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ void client_log::write(logging::level level, std::wstring_view pattern, std::uin
     log(next);
 }
 
-bool client_log::waits_for_name() noexcept {
+bool client_log::is_looking_up() noexcept {
   const std::lock_guard guard(lock_);
   return state_ == state::asked;
 }
@@ -72,7 +72,7 @@ bool client_log::waits_for_name() noexcept {
 // False when the line cannot wait; the lines that were waiting have then been logged.
 bool client_log::wait_for_name(const line& next) {
   try {
-    if (waiting_.size() < kMostWaiting) {
+    if (waiting_.size() < kMaxWaiting) {
       waiting_.push_back(next);
       return true;
     }

@@ -33,7 +33,7 @@ class client_log : public std::enable_shared_from_this<client_log> {
              HRESULT code = S_OK) noexcept;
 
   // True while the client's name is being looked up.
-  [[nodiscard]] bool waits_for_name() noexcept;
+  [[nodiscard]] bool is_looking_up() noexcept;
 
   // Completes when no line waits for the name any more. After `limit`, waiting lines are logged
   // without it. Throws when it cannot wait.
@@ -50,7 +50,7 @@ class client_log : public std::enable_shared_from_this<client_log> {
   };
 
   // The most lines that wait for a name; when one more comes, all are logged without it.
-  static constexpr std::size_t kMostWaiting = 64;
+  static constexpr std::size_t kMaxWaiting = 64;
 
   static ostra::future<void> look_up(std::shared_ptr<client_log> self, tether::CToken token);
   void answer(std::wstring name) noexcept;

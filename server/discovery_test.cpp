@@ -55,7 +55,7 @@ TEST_F(Discovery, TurnedOffCreatesNothing) {
   EXPECT_EQ(query({}), static_cast<HRESULT>(0x80070002));
 }
 
-TEST_F(Discovery, AnswersWithTheNameOfThisComputerAndNotWhatItMustNot) {
+TEST_F(Discovery, AnswersGoodQueriesOnly) {
   const bytes good_query = tether::make_datagram(tether::computer_name());
   const auto answers = make_mailslot(tether::kAnswerMailslot);
   const auto running = discover(true, cancellation_);

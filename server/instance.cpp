@@ -117,7 +117,7 @@ ostra::future<void> instance::watch(std::shared_ptr<instance> self,
   const HRESULT outcome = co_await ended;
   if (outcome == tether::kMessageTooLong)
     self->log_->write(logging::warning, kMessageTooLong, tether::kMaxPayload);
-  if (self->log_->waits_for_name())
+  if (self->log_->is_looking_up())
     self->depart();  // the port does not wait for the name
   auto settled = self->log_->settle(kNameLimit);
   co_await settled;
@@ -167,17 +167,17 @@ HRESULT instance::open_shared_port(std::uint32_t number) {
                 outcome);
     return outcome;
   }
-  keep_port(std::move(port), number);
+  adopt_port(std::move(port), number);
   log_->write(logging::info, L"Client {0} has just connected to COM{1}", number);
   return S_OK;
 }
 
-void instance::keep_port(std::shared_ptr<serial_port> port, std::uint32_t number) {
+void instance::adopt_port(std::shared_ptr<serial_port> port, std::uint32_t number) {
   const std::lock_guard guard(lock_);
   // The client may have left while the device was being opened: `port` then closes it.
   if (port_state_ != port_state::none)
     throw ostra::operation_cancelled();
-  place_->holds(number);
+  place_->set_port(number);
   port_state_ = port_state::open;
   port_ = std::move(port);
 }
@@ -197,9 +197,9 @@ ostra::future<tether::bytes_result> instance::IoControl(std::uint32_t code,
                                                         std::vector<std::byte> input) {
   const auto open_port = port();
   tether::bytes_result result{kNoOpenPort, {}};
-  if (open_port && output_size > tether::kMostOutput)
+  if (open_port && output_size > tether::kMaxOutput)
     result.code = tether::kOutputTooLarge;
-  if (!open_port || output_size > tether::kMostOutput)
+  if (!open_port || output_size > tether::kMaxOutput)
     co_return result;
   const output_buffer output(output_size);
   auto control = open_port->control(code, input, output.span());
@@ -222,7 +222,7 @@ ostra::future<tether::bytes_result> instance::Read(std::uint32_t size) {
   tether::bytes_result result{kNoOpenPort, {}};
   if (!open_port)
     co_return result;
-  const output_buffer output(std::min(size, tether::kMostOutput));
+  const output_buffer output(std::min(size, tether::kMaxOutput));
   auto read = open_port->read(output.span());
   const DWORD arrived = co_await read;
   result = output.result(arrived);

@@ -54,7 +54,7 @@ class instance final : public tether::IServer_Remote,
 
   void identify_client();
   HRESULT open_shared_port(std::uint32_t number);
-  void keep_port(std::shared_ptr<serial_port> port, std::uint32_t number);
+  void adopt_port(std::shared_ptr<serial_port> port, std::uint32_t number);
   [[nodiscard]] bool has_port() const noexcept;
   [[nodiscard]] std::shared_ptr<serial_port> port() const noexcept;  // null while none is open
   void depart() noexcept;

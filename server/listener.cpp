@@ -107,7 +107,7 @@ ostra::future<void> listener::accept(next_endpoint next) {
   // Created once: when the system is out of resources, it might fail to provide a new one.
   ostra::auto_cancel_timer pause(token_);
   // When only one instance is allowed, it may still be closing when its place is free.
-  const unsigned failures_to_tell = has_one_ ? 2 : 1;
+  const unsigned failures_before_log = has_one_ ? 2 : 1;
   for (unsigned failures = 0; !token_.is_cancelled();) {
     HRESULT outcome = S_OK;
     try {
@@ -121,7 +121,7 @@ ostra::future<void> listener::accept(next_endpoint next) {
       outcome = ostra::details::current_hresult();
     }
     failures = FAILED(outcome) && outcome != kClientLeft ? failures + 1 : 0;
-    if (failures == failures_to_tell && !token_.is_cancelled())
+    if (failures == failures_before_log && !token_.is_cancelled())
       logging::write(logging::error, L"Error accepting clients: {0ub016xp}", outcome);
   }
 }

@@ -51,7 +51,6 @@ class listener : public std::enable_shared_from_this<listener> {
   [[nodiscard]] std::shared_ptr<tether::PipeTransport> make_instance(bool is_first) const;
   void make_first(next_endpoint& first);
   void make_second(next_endpoint& second);
-  ostra::future<void> run(std::vector<next_endpoint> made);
 
   // Runs one acceptor. `next` is the instance that it begins with, if already created.
   ostra::future<void> accept(next_endpoint next);

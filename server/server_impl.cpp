@@ -19,7 +19,7 @@ namespace {
 
 // As many clients as a machine can carry even if each takes the most memory that it may;
 // well-behaved ones take a few kilobytes each.
-constexpr std::size_t kMostSessions = 100;
+constexpr std::size_t kMaxSessions = 100;
 
 // For the sessions to close their ports once the stop has been requested. Shorter than the time
 // that a closing console leaves its program.
@@ -61,7 +61,7 @@ class server_impl final : public server {
 
   ostra::future<void> serve();
   void end_work() const noexcept;
-  void tell_who_stays() const;
+  void log_remaining_sessions() const;
   [[nodiscard]] server_parameters read_parameters() const;
   [[nodiscard]] std::shared_ptr<listener> make_listener(const server_parameters& parameters) const;
   ostra::future<void> run_discovery(bool enabled) const;
@@ -69,7 +69,7 @@ class server_impl final : public server {
   // Constant after construction.
   const std::shared_ptr<Tamrin::setman::abstract_folder> parameters_;
   const Tamrin::unique_handle stop_event_ = create_stop_event();
-  const std::shared_ptr<session_group> sessions_ = std::make_shared<session_group>(kMostSessions);
+  const std::shared_ptr<session_group> sessions_ = std::make_shared<session_group>(kMaxSessions);
 
   // Internally synchronised. Cancels the acceptors, and every session through its transport.
   const ostra::cancellation_source cancellation_;
@@ -136,19 +136,18 @@ ostra::future<void> server_impl::serve() {
   auto departed = sessions_->departed(kDepartureLimit);
   const bool all_left = co_await departed;
   if (!all_left)
-    tell_who_stays();
+    log_remaining_sessions();
 }
 
 // A driver that does not return from a call ends only with the process.
-void server_impl::tell_who_stays() const {
+void server_impl::log_remaining_sessions() const {
   for (const std::uint32_t port : sessions_->ports()) {
     if (port != 0) {
       logging::write(logging::warning,
-                     L"The driver of COM{0} does not let go of it; the server ends without it",
-                     port);
+                     L"The driver of COM{0} does not release it; the server ends without it", port);
     } else {
       logging::write(logging::warning,
-                     L"A client's request does not end; the server ends without it");
+                     L"A client's request is still running; the server ends without it");
     }
   }
 }

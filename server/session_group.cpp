@@ -25,7 +25,7 @@ void session_group::place::leave() noexcept {
     group->leave(index_);
 }
 
-void session_group::place::holds(std::uint32_t number) noexcept {
+void session_group::place::set_port(std::uint32_t number) noexcept {
   const std::lock_guard guard(group_->lock_);
   group_->ports_[index_] = number;
 }

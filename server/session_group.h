@@ -27,7 +27,7 @@ class session_group : public std::enable_shared_from_this<session_group> {
     ~place();
 
     // Records that the session holds COM`number`.
-    void holds(std::uint32_t number) noexcept;
+    void set_port(std::uint32_t number) noexcept;
 
    private:
     void leave() noexcept;

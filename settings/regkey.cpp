@@ -15,13 +15,13 @@ constexpr REGSAM kWriteAccess = KEY_READ | KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
 static_assert(kReadAccess == 0x20019 && kWriteAccess == 0x2001F);
 
 // In characters, for the name of a value; that of a key has at most 255.
-constexpr std::size_t kLongestName = 16383;
+constexpr std::size_t kMaxName = 16383;
 
 // Collects names from index 0 upwards, until the first error.
 template <class Enumerate>
 std::vector<std::wstring> enumerate_names(Enumerate enumerate) {
   std::vector<std::wstring> names;
-  std::wstring name(kLongestName + 1, L'\0');
+  std::wstring name(kMaxName + 1, L'\0');
   for (DWORD index = 0;; ++index) {
     auto length = static_cast<DWORD>(name.size());
     if (enumerate(index, name.data(), &length) != ERROR_SUCCESS)

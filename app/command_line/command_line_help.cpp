@@ -9,8 +9,8 @@ namespace Tamrin {
 namespace {
 
 constexpr std::size_t kIndent = 4;  // before the names, and between them and the description
-constexpr std::size_t kLeastDescription = 16;
-constexpr std::size_t kFallbackDescription = 20;  // for a console too narrow for kLeastDescription
+constexpr std::size_t kMinDescription = 16;
+constexpr std::size_t kFallbackDescription = 20;  // for a console too narrow for kMinDescription
 
 struct help_layout {
   std::size_t names_width;        // of the longest names text
@@ -36,7 +36,7 @@ help_layout measure(const command_line& line, std::size_t console_width) {
   }
   const std::size_t column = layout.description_column();
   layout.description_width =
-      column + kLeastDescription > console_width ? kFallbackDescription : console_width - column;
+      column + kMinDescription > console_width ? kFallbackDescription : console_width - column;
   return layout;
 }
 

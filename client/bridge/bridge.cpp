@@ -173,7 +173,7 @@ DWORD bridge::until_idle() {
 bridge::withdrawal::~withdrawal() {
   self.make_available(availability::away);
   self.close_line();
-  self.tell_departure();
+  self.report_departure();
   static_cast<void>(self.take_failure());
   const std::lock_guard guard(self.lock_);
   self.arrivals_ = {};
@@ -185,10 +185,10 @@ void bridge::handle_line_end() {
     return;
   if (!options_.releases || reason->kind() == failure::local)
     throw *reason;
-  tell(*reason);
+  report(*reason);
   close_line();
   make_available(availability::ready);
-  tell_departure();
+  report_departure();
 }
 
 void bridge::handle(arrivals present) {
@@ -197,7 +197,7 @@ void bridge::handle(arrivals present) {
     if (options_.releases)
       close_line();
     make_available(availability::ready);
-    tell_departure();
+    report_departure();
   }
   if (present.program)
     begin_session(std::move(present.program));
@@ -241,12 +241,12 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
     if (std::exchange(is_used_, true) && options_.telnet && !options_.keeps_settings)
       restore_line();
   } catch (const client_error& error) {
-    tell(error);
+    report(error);
     turn_away(std::move(program), error.message() + L"\r\n").wait();
     make_available(availability::ready);
     return;
   }
-  told_.clear();
+  reported_.clear();
   peer_ = program->peer();
   print(standard_stream::output, tfmt::format(L"{0} has connected to {1}\n", peer_, name_));
   std::shared_ptr<bridge_session> session;
@@ -291,14 +291,14 @@ void bridge::end_session() {
   arrivals_.program_has_gone = false;
 }
 
-void bridge::tell_departure() {
+void bridge::report_departure() {
   if (!departed_.empty())
     print(standard_stream::output, tfmt::format(L"{0} has disconnected\n", departed_));
   departed_.clear();
 }
 
-void bridge::tell(const client_error& reason) {
-  if (std::exchange(told_, reason.message()) != reason.message() || !options_.device)
+void bridge::report(const client_error& reason) {
+  if (std::exchange(reported_, reason.message()) != reason.message() || !options_.device)
     print(standard_stream::error, reason.message() + L"\n");
 }
 

@@ -77,10 +77,10 @@ class bridge final : private line_session {
   void close_line();
   void begin_session(std::shared_ptr<byte_stream> program);
   void end_session();
-  void tell(const client_error& reason);
+  void report(const client_error& reason);
   void make_available(availability now);
   // Printed only when the port is free: a reader of the message may start the next program at once.
-  void tell_departure();
+  void report_departure();
   [[nodiscard]] std::shared_ptr<bridge_session> session();
 
   ostra::future<void> received(std::vector<std::byte> bytes) override;
@@ -98,7 +98,7 @@ class bridge final : private line_session {
   ostra::future<void> serving_;
   std::wstring peer_;
   std::wstring departed_;  // the peer whose departure is still to be printed
-  std::wstring told_;      // the last failure reported since a program had the port
+  std::wstring reported_;  // the last failure reported since a program had the port
 
   ostra::auto_reset_event freed_;  // set when the availability changes
 

@@ -104,19 +104,19 @@ ostra::future<bool> accepted(ostra::future<void> request) {
 struct line_controls::state {
   [[nodiscard]] bool is_missed(std::uint32_t code) {
     const std::lock_guard guard(lock);
-    return missed.contains(known_by(code));
+    return unanswered.contains(known_by(code));
   }
 
   void note_answer(std::uint32_t code) {
     const std::lock_guard guard(lock);
-    given.insert(known_by(code));
-    missed.erase(known_by(code));  // it came late
+    answered.insert(known_by(code));
+    unanswered.erase(known_by(code));  // it came late
   }
 
   void note_miss(std::uint32_t code) {
     const std::lock_guard guard(lock);
-    if (!given.contains(known_by(code)))
-      missed.insert(known_by(code));
+    if (!answered.contains(known_by(code)))
+      unanswered.insert(known_by(code));
   }
 
   // Also notes an answer that arrives after the request's limit.
@@ -129,8 +129,8 @@ struct line_controls::state {
 
   // Guarded by lock. Control codes by outcome, and the last settings of the line.
   ostra::srw_lock lock;
-  std::set<std::uint32_t> given;
-  std::set<std::uint32_t> missed;
+  std::set<std::uint32_t> answered;
+  std::set<std::uint32_t> unanswered;
   std::uint32_t baud_rate = 0;  // 0 until it is set
   flow_control flow = flow_control::none;
   bool dtr = true;
@@ -287,7 +287,7 @@ ostra::future<SERIAL_STATUS> line_controls::line_status() {
 
 bool line_controls::has_answered(std::uint32_t code) const {
   const std::lock_guard guard(state_->lock);
-  return state_->given.contains(known_by(code));
+  return state_->answered.contains(known_by(code));
 }
 
 milliseconds line_controls::write_limit(std::size_t size) const {

@@ -15,7 +15,7 @@ constexpr std::size_t kPiece = 4096;  // bytes of one write
 
 }  // namespace
 
-struct line_output::turn {
+struct line_output::batch {
   // Appends waiting pieces to `bytes`, so that small ones go out together.
   void join_waiting(std::vector<std::byte>& bytes) {
     while (bytes.size() < kPiece) {
@@ -29,7 +29,7 @@ struct line_output::turn {
   ostra::async_queue<std::vector<std::byte>> pieces;
 
   // Guarded by the output's lock.
-  std::ptrdiff_t untaken = 0;  // bytes; negative while a piece being queued is sent already
+  std::ptrdiff_t pending = 0;  // bytes; negative while a piece being queued is sent already
   std::optional<ostra::completion> room;
   std::optional<ostra::completion> drained;
 };
@@ -37,7 +37,7 @@ struct line_output::turn {
 line_output::line_output(server_connection& server, const line_controls& controls,
                          std::wstring name)
     : server_(server), controls_(controls), name_(std::move(name)) {
-  begin_turn();
+  begin_batch();
 }
 
 line_output::~line_output() {
@@ -46,36 +46,36 @@ line_output::~line_output() {
     coroutine.wait();
 }
 
-// Replaces the present turn, which ends.
-void line_output::begin_turn() {
-  const auto next = std::make_shared<turn>();
+// Replaces the present batch, which ends.
+void line_output::begin_batch() {
+  const auto next = std::make_shared<batch>();
   auto sending = send_all(next);
-  std::shared_ptr<turn> ended = next;
+  std::shared_ptr<batch> ended = next;
   {
     const std::lock_guard guard(lock_);
     std::erase_if(sending_, [](const auto& coroutine) { return coroutine.is_complete(); });
     sending_.push_back(std::move(sending));
     if (!closed_)
-      ended = std::exchange(turn_, next);
+      ended = std::exchange(batch_, next);
   }
   if (ended)
-    end_turn(*ended);
+    end_batch(*ended);
 }
 
 ostra::future<void> line_output::write(std::vector<std::byte> bytes) {
   ostra::completion room;
   auto has_room = room.get_future();
   const auto size = static_cast<std::ptrdiff_t>(bytes.size());
-  std::shared_ptr<turn> present;
+  std::shared_ptr<batch> present;
   {
     const std::lock_guard guard(lock_);
-    present = turn_;
+    present = batch_;
   }
   if (!present->pieces.push(std::move(bytes)))
     return has_room;
   const std::lock_guard guard(lock_);
-  present->untaken += size;
-  if (present == turn_ && !closed_ && present->untaken > kQueueLimit)
+  present->pending += size;
+  if (present == batch_ && !closed_ && present->pending > kQueueLimit)
     present->room = std::move(room);
   return has_room;
 }
@@ -84,12 +84,12 @@ ostra::future<void> line_output::drained() {
   ostra::completion all;
   auto result = all.get_future();
   const std::lock_guard guard(lock_);
-  if (!closed_ && turn_->untaken > 0)
-    turn_->drained = std::move(all);
+  if (!closed_ && batch_->pending > 0)
+    batch_->drained = std::move(all);
   return result;
 }
 
-ostra::future<void> line_output::send_all(std::shared_ptr<turn> present) {
+ostra::future<void> line_output::send_all(std::shared_ptr<batch> present) {
   std::exception_ptr reason;
   try {
     for (;;) {
@@ -121,20 +121,20 @@ ostra::future<void> line_output::send(std::vector<std::byte> piece) const {
     throw explain(outcome, name_);
 }
 
-// False when the turn has ended.
-bool line_output::note_sent(turn& present, std::size_t size) {
+// False when the batch has ended.
+bool line_output::note_sent(batch& present, std::size_t size) {
   std::optional<ostra::completion> room;
   std::optional<ostra::completion> drained;
   const std::lock_guard guard(lock_);
-  present.untaken -= static_cast<std::ptrdiff_t>(size);
-  if (present.untaken <= kQueueLimit)
+  present.pending -= static_cast<std::ptrdiff_t>(size);
+  if (present.pending <= kQueueLimit)
     room.swap(present.room);
-  if (present.untaken <= 0)
+  if (present.pending <= 0)
     drained.swap(present.drained);
-  return &present == turn_.get() && !closed_;
+  return &present == batch_.get() && !closed_;
 }
 
-void line_output::end_turn(turn& ended) {
+void line_output::end_batch(batch& ended) {
   ended.pieces.close();
   std::optional<ostra::completion> room;
   std::optional<ostra::completion> drained;
@@ -147,17 +147,17 @@ void line_output::close() {
   end(nullptr, nullptr);
 }
 
-// `failed`, unless null, is the turn whose write failed. A failure in a dropped turn is ignored.
-void line_output::end(const turn* failed, std::exception_ptr reason) {
-  std::shared_ptr<turn> present;
+// `failed`, unless null, is the batch whose write failed. A failure in a dropped batch is ignored.
+void line_output::end(const batch* failed, std::exception_ptr reason) {
+  std::shared_ptr<batch> present;
   {
     const std::lock_guard guard(lock_);
-    present = turn_;
+    present = batch_;
     if (closed_ || (failed != nullptr && failed != present.get()))
       return;
     closed_ = true;
   }
-  end_turn(*present);
+  end_batch(*present);
   if (reason)
     failed_.set_exception(std::move(reason));
   else

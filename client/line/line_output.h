@@ -38,7 +38,7 @@ class line_output {
 
   // Discards the queue and abandons the write in flight. The caller must then purge the device's
   // output: the device leaves an aborted write without an answer.
-  void drop() { begin_turn(); }
+  void drop() { begin_batch(); }
 
   // Discards everything queued now or later; failure() completes.
   void close();
@@ -48,14 +48,14 @@ class line_output {
 
  private:
   // The bytes from one drop() to the next.
-  struct turn;
+  struct batch;
 
-  void begin_turn();
-  ostra::future<void> send_all(std::shared_ptr<turn> present);
+  void begin_batch();
+  ostra::future<void> send_all(std::shared_ptr<batch> present);
   ostra::future<void> send(std::vector<std::byte> piece) const;
-  [[nodiscard]] bool note_sent(turn& present, std::size_t size);
-  void end_turn(turn& ended);
-  void end(const turn* failed, std::exception_ptr reason);
+  [[nodiscard]] bool note_sent(batch& present, std::size_t size);
+  void end_batch(batch& ended);
+  void end(const batch* failed, std::exception_ptr reason);
 
   // Constant after construction.
   server_connection& server_;
@@ -68,8 +68,8 @@ class line_output {
   // Guarded by lock_.
   ostra::srw_lock lock_;
   bool closed_ = false;
-  std::shared_ptr<turn> turn_;
-  std::vector<ostra::future<void>> sending_;  // one coroutine per turn
+  std::shared_ptr<batch> batch_;
+  std::vector<ostra::future<void>> sending_;  // one coroutine per batch
 };
 
 }  // namespace tarnwheel::client

@@ -10,8 +10,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::uint32_t kGreatestRead = 16 * 1024;  // bytes
-constexpr ULONG kDriverQueue = 64 * 1024;           // bytes, in each direction
+constexpr std::uint32_t kMaxRead = 16 * 1024;  // bytes
+constexpr ULONG kDriverQueue = 64 * 1024;      // bytes, in each direction
 constexpr milliseconds kPauseBetweenReads(20);
 
 // Not five seconds: Wine's pool threads retire after being idle for that long, and a thread that
@@ -80,7 +80,7 @@ ostra::future<void> remote_line::read() {
         auto asked = controls_.line_status();
         const SERIAL_STATUS status = co_await asked;
         note_errors(status.Errors);
-        auto rest_read = read_some(std::min<std::uint32_t>(status.AmountInInQueue, kGreatestRead));
+        auto rest_read = read_some(std::min<std::uint32_t>(status.AmountInInQueue, kMaxRead));
         const auto rest = co_await rest_read;
         bytes.insert(bytes.end(), rest.begin(), rest.end());
         auto taken = receiver_->received(std::move(bytes));

@@ -25,9 +25,9 @@ void add_retry_option(Tamrin::command_line& line) {
 }
 
 milliseconds growing_pause::next(milliseconds held) noexcept {
-  if (held > kLongest)
+  if (held > kMaxPause)
     next_ = kShortest;
-  return std::exchange(next_, std::min(next_ * 2, kLongest));
+  return std::exchange(next_, std::min(next_ * 2, kMaxPause));
 }
 
 attempts::attempts(const Tamrin::command_line& options, const console::interrupt& stop)

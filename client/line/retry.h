@@ -18,7 +18,7 @@ void add_retry_option(Tamrin::command_line& line);
 class growing_pause {
  public:
   static constexpr std::chrono::milliseconds kShortest{250};
-  static constexpr std::chrono::milliseconds kLongest{8000};
+  static constexpr std::chrono::milliseconds kMaxPause{8000};
 
   // The pause after a session that has lasted for `held`, zero if it never had its line.
   [[nodiscard]] std::chrono::milliseconds next(std::chrono::milliseconds held) noexcept;

@@ -28,7 +28,7 @@ TEST_F(ServerConnection, BusyServerIsAskedAgainForAWhile) {
   EXPECT_EQ(Opened(), L"");
 }
 
-TEST_F(ServerConnection, SlowOpenEndsWithTheUsersWish) {
+TEST_F(ServerConnection, UserCanAbortSlowOpen) {
   server.device->unanswered = {test::fake_device::kOpen};
   const Tamrin::unique_handle stop(::CreateWaitableTimerW(nullptr, TRUE, nullptr));
   constexpr LARGE_INTEGER kSoon = {.QuadPart = -2'000'000};  // in 200 ms

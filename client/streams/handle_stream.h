@@ -20,7 +20,7 @@ class handle_stream : public byte_stream,
 
   ostra::future<std::size_t> read(std::span<std::byte> buffer) override {
     const auto self = this->shared_from_this();
-    const auto size = static_cast<DWORD>(std::min(buffer.size(), kGreatestCall));
+    const auto size = static_cast<DWORD>(std::min(buffer.size(), kMaxCall));
     auto call = handle_.call(Read{buffer.data(), size});
     std::size_t arrived = 0;
     try {
@@ -35,7 +35,7 @@ class handle_stream : public byte_stream,
   ostra::future<void> write(std::span<const std::byte> bytes) override {
     const auto self = this->shared_from_this();
     while (!bytes.empty()) {
-      const auto size = static_cast<DWORD>(std::min(bytes.size(), kGreatestCall));
+      const auto size = static_cast<DWORD>(std::min(bytes.size(), kMaxCall));
       auto call = handle_.call(Write{bytes.data(), size});
       const DWORD written = co_await call;
       bytes = bytes.subspan(written);
@@ -49,7 +49,7 @@ class handle_stream : public byte_stream,
   [[nodiscard]] const ostra::overlapped_handle<Owner>& handle() const noexcept { return handle_; }
 
  private:
-  static constexpr std::size_t kGreatestCall = 64 * 1024;
+  static constexpr std::size_t kMaxCall = 64 * 1024;
 
   ostra::overlapped_handle<Owner> handle_;
 };

@@ -11,7 +11,7 @@ namespace {
 using bytes = std::vector<std::byte>;
 
 // `writer` stays open until the process ends: the first write outlives its stream.
-TEST(StandardStreams, WriteThatNobodyReadsHoldsUpNobodyAndOneWithoutAReaderFails) {
+TEST(StandardStreams, UnreadWriteBlocksNobodyAndBrokenPipeFails) {
   HANDLE reader = nullptr, writer = nullptr;
   EXPECT_TRUE(::CreatePipe(&reader, &writer, nullptr, 4096));
   output_stream output(writer), late(writer);

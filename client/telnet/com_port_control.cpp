@@ -308,7 +308,7 @@ ostra::future<payload> com_port_control::tell_modem_state() {
 
 payload com_port_control::modem_notice(std::uint32_t status, bool rang) {
   const std::lock_guard guard(lock_);
-  const bool first = !told_;
+  const bool first = !notified_;
   const auto changed = static_cast<std::uint8_t>(lines_ ^ (status & kLines));
   const unsigned state = next_modem_state(status) | (rang ? kRing >> 4 : 0u);
   if (!first && ((changed | (state & ~unsigned{kLines})) & modem_mask_) == 0)
@@ -319,7 +319,7 @@ payload com_port_control::modem_notice(std::uint32_t status, bool rang) {
 std::uint8_t com_port_control::next_modem_state(std::uint32_t status) {
   const auto lines = static_cast<std::uint8_t>(status & kLines);
   const std::uint8_t before = std::exchange(lines_, lines);
-  const std::uint8_t changes = std::exchange(told_, true) ? changes_between(before, lines) : 0;
+  const std::uint8_t changes = std::exchange(notified_, true) ? changes_between(before, lines) : 0;
   return static_cast<std::uint8_t>(lines | changes);
 }
 

@@ -98,7 +98,7 @@ class com_port_control {
   std::uint8_t line_mask_ = 0;
   std::uint8_t modem_mask_ = 0xFF;
   std::uint8_t lines_ = 0;  // the modem lines as last reported
-  bool told_ = false;
+  bool notified_ = false;
 };
 
 }  // namespace tarnwheel::client

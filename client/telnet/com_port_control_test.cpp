@@ -85,7 +85,7 @@ TEST_F(ComPortControl, SettingsAreKeptForTheNextClient) {
 }
 
 // All lines first, then each change with the lines that have changed; a ring when it ends.
-TEST_F(ComPortControl, ModemLinesAreTold) {
+TEST_F(ComPortControl, ModemLinesAreReported) {
   Play("lines 16 = 107 16;lines 16 =;lines 112 = 107 114;lines 128 = 107 143;lines 0 = 107 8");
   Play("lines 0 = 107 0;lines 0 =;ring 0 = 107 4");
   device.modem_lines = 32;  // reported as soon as they are requested

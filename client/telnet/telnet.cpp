@@ -154,7 +154,7 @@ void telnet::take_in_subnegotiation(std::uint8_t byte) {
 }
 
 void telnet::keep(std::uint8_t byte) {
-  if (subnegotiation_.size() < kLongestSubnegotiation)
+  if (subnegotiation_.size() < kMaxSubnegotiation)
     subnegotiation_.push_back(std::byte{byte});
   else
     too_long_ = true;

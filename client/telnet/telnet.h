@@ -32,13 +32,13 @@ struct telnet_item {
 // Decodes the peer's bytes into items, and encodes bytes for the peer. Both ends may use the
 // options above, except for the echo, which only this end offers: echoing is up to the device, and
 // a terminal must not do it too. Every other option is refused. Any input is legal: what cannot be
-// understood is skipped, and no input makes this keep more than kLongestSubnegotiation bytes.
+// understood is skipped, and no input makes this keep more than kMaxSubnegotiation bytes.
 //
 // An option is answered only when its state changes, so two ends that agree exchange nothing more.
 // Not synchronised: receive() and offer() belong to one thread at a time, encode() to another.
 class telnet {
  public:
-  static constexpr std::size_t kLongestSubnegotiation = 512;
+  static constexpr std::size_t kMaxSubnegotiation = 512;
 
   // The opening offer: the options that this end wants.
   [[nodiscard]] std::vector<std::byte> offer();

@@ -14,7 +14,7 @@ namespace tarnwheel::client {
 namespace {
 
 constexpr DWORD kPiece = 4096;  // bytes
-constexpr std::size_t kLongestName = 1024;
+constexpr std::size_t kMaxName = 1024;
 constexpr std::wstring_view kBackspaceKey = L"\x7F";
 constexpr std::wstring_view kEscapeKey = L"\x1B";
 
@@ -25,21 +25,21 @@ void file_sender::toggle() {
     is_stopped_ = true;
     return;
   }
-  asks_ = true;
+  is_asking_ = true;
   name_.clear();
   screen_.print(L"\r\n[file to send: ");
 }
 
-void file_sender::strike(std::wstring_view key) {
+void file_sender::handle_key(std::wstring_view key) {
   if (key == L"\r" || key == kEscapeKey) {
-    asks_ = false;
+    is_asking_ = false;
     screen_.print(L"]\r\n");
     if (key == kEscapeKey)
       name_.clear();
   } else if (key == kBackspaceKey && !name_.empty()) {
     name_.pop_back();
     screen_.print(L"\b \b");
-  } else if (key.front() >= L' ' && key != kBackspaceKey && name_.size() < kLongestName) {
+  } else if (key.front() >= L' ' && key != kBackspaceKey && name_.size() < kMaxName) {
     name_ += key;
     screen_.print(key);
   }

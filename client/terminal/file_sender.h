@@ -27,12 +27,12 @@ class file_sender {
   void toggle();
 
   // While it asks, keys edit the name: Enter accepts it, Escape cancels.
-  [[nodiscard]] bool asks() const noexcept { return asks_; }
-  void strike(std::wstring_view key);
+  [[nodiscard]] bool is_asking() const noexcept { return is_asking_; }
+  void handle_key(std::wstring_view key);
 
   // True if a named file waits for start(). From start() until `done` is called nothing else may
   // write to the line.
-  [[nodiscard]] bool is_named() const noexcept { return !asks_ && !name_.empty(); }
+  [[nodiscard]] bool is_named() const noexcept { return !is_asking_ && !name_.empty(); }
   void start();
 
   // Stops sending and waits for the end; call it after the line has been hung up.
@@ -47,7 +47,7 @@ class file_sender {
   const std::function<void()> done_;
 
   // Used by the session's thread.
-  bool asks_ = false;
+  bool is_asking_ = false;
   std::wstring name_;  // empty once the file is started
   ostra::future<void> sending_;
 

@@ -40,7 +40,7 @@ TEST(TextOfKey, IsWhatATerminalSends) {
 }
 
 // "]" stands for Ctrl+], and the letters of the result for the key_commands in order, "s" for send.
-TEST(CommandKeys, AreThoseBehindCtrlBracket) {
+TEST(CommandKeys, FollowCtrlBracket) {
   command_keys commands;
   std::string found;
   for (const wchar_t key : std::wstring_view(L"qb]q]b]d]r]s]f]?b]]]q")) {

@@ -11,7 +11,7 @@ namespace {
 constexpr std::wstring_view kCtrlC = L"\x03";
 
 // UTF-16 units that wait while the line takes none; further keys are dropped.
-constexpr std::size_t kMostTyped = 1024 * 1024;
+constexpr std::size_t kMaxTyped = 1024 * 1024;
 
 bool begins_pair(wchar_t unit) {
   return IS_HIGH_SURROGATE(unit);
@@ -43,7 +43,7 @@ bool terminal_session::serve(HANDLE keys, const console::interrupt& stop) {
     return false;
   if (signalled == keys)
     return read_keys(keys);
-  const bool stays = signalled == news() || strike(kCtrlC);
+  const bool stays = signalled == news() || handle_key(kCtrlC);
   send_typed();
   return stays && !failure();
 }
@@ -53,18 +53,18 @@ bool terminal_session::read_keys(HANDLE keys) {
   if (!struck)
     return false;  // the console has gone
   const bool stays =
-      std::ranges::all_of(*struck, [this](const auto& text) { return strike(text); });
+      std::ranges::all_of(*struck, [this](const auto& text) { return handle_key(text); });
   send_typed();
   return stays;
 }
 
-bool terminal_session::strike(std::wstring_view text) {
-  if (file_.asks()) {
-    file_.strike(text);
+bool terminal_session::handle_key(std::wstring_view text) {
+  if (file_.is_asking()) {
+    file_.handle_key(text);
     return true;
   }
   const key_command command = command_keys_.feed(text);
-  if (command == key_command::send && typed_.size() < kMostTyped)
+  if (command == key_command::send && typed_.size() < kMaxTyped)
     typed_ += text == L"\r" ? std::wstring(settings_.newline.begin(), settings_.newline.end())
                             : std::wstring(text);
   else if (command == key_command::send_file)

@@ -46,7 +46,7 @@ class terminal_session final : public line_session {
  private:
   [[nodiscard]] bool serve(HANDLE keys, const console::interrupt& stop);
   [[nodiscard]] bool read_keys(HANDLE keys);
-  [[nodiscard]] bool strike(std::wstring_view text);
+  [[nodiscard]] bool handle_key(std::wstring_view text);
   void send_typed();
   void take_room();
   ostra::future<void> send(std::vector<std::byte> bytes);

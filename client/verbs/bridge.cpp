@@ -28,7 +28,7 @@ constexpr wchar_t kRaw[] = L"raw";
 constexpr wchar_t kRelease[] = L"release";
 constexpr wchar_t kKeepSettings[] = L"keep-settings";
 constexpr wchar_t kIdleTimeout[] = L"idle-timeout";
-constexpr std::uint32_t kGreatestIdleTimeout = 24 * 60 * 60;  // seconds
+constexpr std::uint32_t kMaxIdleTimeout = 24 * 60 * 60;  // seconds
 
 bridge_options options_of(const invocation& request) {
   const auto& options = request.options;
@@ -46,8 +46,8 @@ bridge_options options_of(const invocation& request) {
   result.releases = options.at(kRelease).flag();
   result.keeps_settings = options.at(kKeepSettings).flag();
   if (options.at(kIdleTimeout).present)
-    result.idle_limit = std::chrono::seconds(Tamrin::parse_number(
-        options.at(kIdleTimeout).text(), "idle time-out", 1, kGreatestIdleTimeout));
+    result.idle_limit = std::chrono::seconds(
+        Tamrin::parse_number(options.at(kIdleTimeout).text(), "idle time-out", 1, kMaxIdleTimeout));
   return result;
 }
 

@@ -16,7 +16,7 @@ namespace {
 constexpr wchar_t kMap[] = L"map";
 constexpr wchar_t kTimestamps[] = L"timestamps";
 constexpr wchar_t kTimeout[] = L"timeout";
-constexpr std::uint32_t kGreatestTimeout = 24 * 60 * 60 * 1000;  // milliseconds
+constexpr std::uint32_t kMaxTimeout = 24 * 60 * 60 * 1000;  // milliseconds
 constexpr std::size_t kHelpWidth = 80;
 
 constexpr std::wstring_view kArgumentsHelp =
@@ -71,8 +71,8 @@ std::span<const std::wstring_view> arguments_of(const verb& verb,
                                                 const Tamrin::command_line& line) {
   const auto words = std::span(line.positional()).subspan(1);
   const std::size_t most = verb.arguments.size();
-  const bool last_may_lack = most != 0 && verb.arguments.back().starts_with(L'[');
-  if (words.size() > most || words.size() + (last_may_lack ? 1 : 0) < most)
+  const bool last_is_optional = most != 0 && verb.arguments.back().starts_with(L'[');
+  if (words.size() > most || words.size() + (last_is_optional ? 1 : 0) < most)
     throw Tamrin::cmd_line_syntax_error("Invalid number of arguments specified.",
                                         std::to_wstring(words.size()), words_of(verb));
   return words;
@@ -103,7 +103,7 @@ void add_timeout_option(Tamrin::command_line& line) {
 
 std::chrono::milliseconds waiting_limit_of(const Tamrin::command_line& line) {
   return std::chrono::milliseconds(
-      Tamrin::parse_number(line.at(kTimeout).text(), "time-out", 1, kGreatestTimeout));
+      Tamrin::parse_number(line.at(kTimeout).text(), "time-out", 1, kMaxTimeout));
 }
 
 void add_text_options(Tamrin::command_line& line) {

@@ -159,7 +159,7 @@ found_servers find_servers(milliseconds limit) {
   }
 }
 
-client_error nobody_answers(milliseconds limit) {
+client_error no_server_error(milliseconds limit) {
   const auto count = static_cast<std::uint32_t>(limit.count());
   return client_error(tfmt::format(L"No server answered within {0} ms", count),
                       to_hresult(ERROR_TIMEOUT), failure::connection);
@@ -171,7 +171,7 @@ void discover_servers(const invocation& request) {
   const bool json = request.options.at(kJsonOption).flag();
   print_result(json ? servers.json() : servers.lines());
   if (servers.empty())
-    throw nobody_answers(limit);
+    throw no_server_error(limit);
 }
 
 }  // namespace tarnwheel::client

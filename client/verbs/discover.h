@@ -20,16 +20,16 @@ inline constexpr wchar_t kAllMachines[] = L"*";  // of the domain or workgroup
 
 // The servers that have answered a query or announce themselves. A server may be found several
 // times, once for each transport of its answer, and computers' names do not depend on case. Anyone
-// may answer and announce, so names beyond kMost are discarded.
+// may answer and announce, so names beyond kMax are discarded.
 class found_servers {
  public:
-  static constexpr std::size_t kMost = 1000;
+  static constexpr std::size_t kMax = 1000;
 
   // Ignores anything but an answer, since anyone may write into a mailslot.
   void add_answer(std::span<const std::byte> answer);
 
   void add(std::wstring computer) {
-    if (names_.size() < kMost)
+    if (names_.size() < kMax)
       names_.insert(std::move(computer));
   }
 
@@ -58,7 +58,7 @@ class found_servers {
 [[nodiscard]] found_servers find_servers(std::chrono::milliseconds limit);
 
 // The failure of a search that found nothing.
-[[nodiscard]] client_error nobody_answers(std::chrono::milliseconds limit);
+[[nodiscard]] client_error no_server_error(std::chrono::milliseconds limit);
 
 // The error to show for the outcome of a query to kThisMachine or kAllMachines; none if it was
 // sent, or no server runs on this machine.

@@ -19,9 +19,9 @@ TEST(FoundServers, EachIsListedOnceAndSorted) {
        {L"\u00DCber", L"b", L"C", L"a10", L"A", L"\u00FCber", L"zoo", L"a", L"A"})
     servers.add_answer(tether::make_datagram(name));
   EXPECT_EQ(servers.lines(), L"A\na10\nb\nC\nzoo\n\u00DCber\n");
-  for (std::size_t i = 0; i < found_servers::kMost; ++i)
+  for (std::size_t i = 0; i < found_servers::kMax; ++i)
     servers.add(std::to_wstring(i));
-  EXPECT_EQ(servers.names().size(), found_servers::kMost);
+  EXPECT_EQ(servers.names().size(), found_servers::kMax);
 }
 
 TEST(QueryFailure, SaysWhoWasNotAskedAndWhy) {

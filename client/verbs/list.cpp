@@ -98,7 +98,7 @@ std::optional<client_error> add_all(port_table& table, std::chrono::milliseconds
   const found_servers found = find_servers(limit);
   std::optional<client_error> failed;
   if (found.empty())
-    failed = nobody_answers(limit);
+    failed = no_server_error(limit);
   const std::vector<std::wstring> names(found.names().begin(), found.names().end());
   for (auto rest = std::span(names); !rest.empty();) {
     const auto next = rest.first(std::min(kAskedAtOnce, rest.size()));

@@ -20,14 +20,14 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr wchar_t kQuiet[] = L"quiet";
-constexpr std::uint32_t kGreatestQuiet = 24 * 60 * 60 * 1000;  // milliseconds
+constexpr std::uint32_t kMaxQuiet = 24 * 60 * 60 * 1000;  // milliseconds
 
 // One connection between the standard streams and a line.
-class copying final : public line_session {
+class pipe_session final : public line_session {
  public:
   // `newline` replaces the line ends of the input, unless it is empty.
-  copying(input_stream& input, output_stream& output, milliseconds quiet, std::string_view newline,
-          text_changes changes)
+  pipe_session(input_stream& input, output_stream& output, milliseconds quiet,
+               std::string_view newline, text_changes changes)
       : input_(input), output_(output), quiet_(quiet), changes_(changes) {
     if (!newline.empty())
       line_ends_.emplace(newline);
@@ -65,7 +65,7 @@ class copying final : public line_session {
   clock::time_point last_ = clock::now();  // when something was last sent or received
 };
 
-void copying::run(remote_line& line, HANDLE stop) {
+void pipe_session::run(remote_line& line, HANDLE stop) {
   line.start(*this, 0);
   const auto feeding = feed(line);
   const bool ended = wait_out(stop, [this] { return until_quiet(); });
@@ -78,7 +78,7 @@ void copying::run(remote_line& line, HANDLE stop) {
   throw_failure();
 }
 
-ostra::future<void> copying::feed(remote_line& line) {
+ostra::future<void> pipe_session::feed(remote_line& line) {
   try {
     for (;;) {
       auto next = input_.read();
@@ -104,7 +104,7 @@ ostra::future<void> copying::feed(remote_line& line) {
   notify();
 }
 
-ostra::future<void> copying::received(std::vector<std::byte> bytes) {
+ostra::future<void> pipe_session::received(std::vector<std::byte> bytes) {
   {
     const std::lock_guard guard(lock_);
     writing_ = true;
@@ -124,13 +124,13 @@ ostra::future<void> copying::received(std::vector<std::byte> bytes) {
   notify();
 }
 
-DWORD copying::until_written() {
+DWORD pipe_session::until_written() {
   const std::lock_guard guard(lock_);
   return writing_ ? INFINITE : 0;
 }
 
 // In milliseconds, 0 when the session is over.
-DWORD copying::until_quiet() {
+DWORD pipe_session::until_quiet() {
   if (failure())
     return 0;
   const std::lock_guard guard(lock_);
@@ -159,7 +159,7 @@ void add_pipe_options(Tamrin::command_line& line) {
 void pipe_port(const invocation& request) {
   line_address address = address_of(request);
   const milliseconds quiet(
-      Tamrin::parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kGreatestQuiet));
+      Tamrin::parse_number(request.options.at(kQuiet).text(), "quiet time", 1, kMaxQuiet));
   const auto newline = parse_line_end(request.options.at(kNewlineOption).text(), true);
   const auto changes = text_changes_of(request.options);
 
@@ -169,7 +169,7 @@ void pipe_port(const invocation& request) {
   output_stream output(::GetStdHandle(STD_OUTPUT_HANDLE));
   attempts sessions(request.options, stop);
   sessions.run([&] {
-    copying session(input, output, quiet, newline, changes);
+    pipe_session session(input, output, quiet, newline, changes);
     remote_line line(address);
     sessions.reached(line.name());
     session.run(line, stop.event());

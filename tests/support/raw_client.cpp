@@ -78,7 +78,7 @@ RawClient::RawClient(const wchar_t* pipe)
 RawClient::RawClient(std::uint32_t port) : RawClient() {
   Require(OpenPort(port) == 0, "opening a port");
   if (port != kFilePort)
-    ReadsWait();
+    MakeReadsWait();
 }
 
 template <class Function, class Buffer>
@@ -167,7 +167,7 @@ PortResult RawClient::Read(std::uint32_t size) {
   return ToPortResult(Call(kRead, U32(size)));
 }
 
-void RawClient::ReadsWait() {
+void RawClient::MakeReadsWait() {
   const Bytes timeouts(20, '\0');
   Require(IoControl(IOCTL_SERIAL_SET_TIMEOUTS, 0, timeouts) == PortResult{0, {}},
           "setting read time-outs");

@@ -90,7 +90,7 @@ class RawClient {
   std::uint32_t Write(const Bytes& data);
   PortResult Read(std::uint32_t size);
 
-  void ReadsWait();
+  void MakeReadsWait();
 
   void Disconnect() { pipe_.reset(); }
 

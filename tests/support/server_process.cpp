@@ -56,7 +56,7 @@ void FaultSwitch::Block(std::string_view function) {
   Fail(static_cast<int>(found - kFaultPoints), 1, true);
 }
 
-bool FaultSwitch::Relent() {
+bool FaultSwitch::Disarm() {
   board_->point = kNoFault;
   return HasStruck();
 }

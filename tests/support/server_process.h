@@ -40,12 +40,12 @@ class FaultSwitch {
   explicit FaultSwitch(DWORD process_id);
   FaultSwitch(const FaultSwitch&) = delete;
   FaultSwitch& operator=(const FaultSwitch&) = delete;
-  ~FaultSwitch() { Relent(); }
+  ~FaultSwitch() { Disarm(); }
 
   // Makes the `occurrence`-th call (from 1) at `point` fail or block, counted from now on over all
   // threads.
   void Fail(int point, int occurrence, bool blocks = false);
-  // Makes the next call of the function block until Relent.
+  // Makes the next call of the function block until Disarm.
   void Block(std::string_view function);
   // Whether the call that was to fail has been made; Strikes waits for it until the deadline.
   [[nodiscard]] bool HasStruck() const { return board_->failures != 0; }
@@ -53,7 +53,7 @@ class FaultSwitch {
     return Eventually([this] { return HasStruck(); });
   }
   // From now on nothing fails or blocks; returns whether the call that was to fail was made.
-  bool Relent();
+  bool Disarm();
 
   // Memory blocks that the server has allocated and not freed.
   [[nodiscard]] std::int64_t LiveBlocks() const { return board_->live_blocks; }

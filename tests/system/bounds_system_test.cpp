@@ -60,7 +60,7 @@ TEST_F(Bounds, OutputIsLimitedWhateverIsAskedFor) {
   RawClient client(kVirtualPort);
   EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB + 1).code, kOutputTooLarge);
   EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, kMiB).data.size(), 4u);
-  client.ReadsWait();
+  client.MakeReadsWait();
   EXPECT_TRUE(client.Send(Request(1, kRead, U32(0xFFFFFFFF))));
   EXPECT_TRUE(port.HasPending(1));
   ExpectNoGrowth();
@@ -69,13 +69,13 @@ TEST_F(Bounds, OutputIsLimitedWhateverIsAskedFor) {
 // On a quiet line reads stay pending. Their number per client is limited, and the port is released
 // when the client leaves, even though some of its requests have not been read.
 TEST_F(Bounds, PendingReadsAreLimited) {
-  constexpr std::uint32_t kMost = 256;
+  constexpr std::uint32_t kMax = 256;
   const VirtualPort port;
   RawClient client(kVirtualPort);
   EXPECT_TRUE(client.Send(Burst(3000, kRead, U32(1))));
-  EXPECT_TRUE(port.HasPending(kMost));
+  EXPECT_TRUE(port.HasPending(kMax));
   ExpectServed();
-  EXPECT_EQ(port.State().pending, kMost);
+  EXPECT_EQ(port.State().pending, kMax);
   client.Disconnect();
   EXPECT_TRUE(port.IsClosed());
 }
@@ -146,7 +146,7 @@ TEST(BlockedCall, OpenControlWriteMayBePipelined) {
       Request(5, kWrite, Vector(", second"))));
   EXPECT_TRUE(server.faults.Strikes());
   EXPECT_FALSE(client.TryReceive(200));
-  server.faults.Relent();
+  server.faults.Disarm();
   for (std::uint32_t replies = 0; replies < 5; ++replies) {
     const Message reply = client.Receive();
     EXPECT_EQ(U32At(reply.payload, 0), reply.call == 4 ? kAlreadyHoldsPort : 0) << reply.call;
@@ -174,7 +174,7 @@ TEST(BlockedCall, DriverThatBlocksHoldsUpNoStop) {
     EXPECT_TRUE(
         client.Send(Request(1, kIoControl, ControlArguments(IOCTL_SERIAL_PURGE, 0, U32(8)))));
     client.Disconnect();
-    ExpectStop(server, L"The driver of COM5 does not let go of it");
+    ExpectStop(server, L"The driver of COM5 does not release it");
   }
 }
 

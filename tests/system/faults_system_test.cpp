@@ -113,7 +113,7 @@ class Faults : public ::testing::Test {
       server_.faults.Fail(point, occurrence);
       const std::string trouble = Session(true);
       Eventually([this] { return NothingIsLeft(); }, kShortPatience);
-      if (!server_.faults.Relent()) {
+      if (!server_.faults.Disarm()) {
         EXPECT_EQ(trouble, "") << "without a fault";
         return occurrence - 1;
       }

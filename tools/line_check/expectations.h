@@ -31,7 +31,7 @@ inline void expect_code(HRESULT actual, HRESULT expected) {
 
 // Polls `condition` until it holds; false when it does not within `limit`.
 template <class Condition>
-bool comes_to_hold(Condition condition, std::chrono::milliseconds limit) {
+bool holds_within(Condition condition, std::chrono::milliseconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline)

@@ -14,8 +14,8 @@ using client::bytes_of;
 using console::print;
 using console::standard_stream;
 
-constexpr milliseconds kNoAnswer(500);         // after this none is expected
-constexpr milliseconds kHandPatience(60'000);  // for the user to pull or insert the plug
+constexpr milliseconds kNoAnswer(500);        // after this none is expected
+constexpr milliseconds kUserTimeout(60'000);  // for the user to pull or insert the plug
 constexpr std::uint32_t kMax = 0xFFFFFFFF;
 constexpr std::uint32_t kUnknownControl = 0x001B0FFC;
 constexpr std::uint32_t kCts = 0x10;
@@ -55,7 +55,7 @@ void keeps_timeouts(remote_port& line, const place&) {
   for (const auto& row : rows) {
     line.set_read_timeouts(row.interval, row.multiplier, row.constant);
     const ULONGLONG start = ::GetTickCount64();
-    expect(line.read(16).empty(), L"bytes that nobody has sent");
+    expect(line.read(16).empty(), L"unexpected bytes");
     const auto took = static_cast<DWORD>(::GetTickCount64() - start);
     expect(took >= row.least && took <= row.most,
            tfmt::format(L"({0}, {1}, {2}) took {3} ms", row.interval, row.multiplier, row.constant,
@@ -85,7 +85,7 @@ void loops_modem_lines(remote_port& line, const place&) {
     line.control(row.dtr);
     line.control(row.rts);
     const auto status = [&] { return line.number(IOCTL_SERIAL_GET_MODEMSTATUS) & ~0x4Fu; };
-    if (!comes_to_hold([&] { return status() == row.status; }, milliseconds(200)))
+    if (!holds_within([&] { return status() == row.status; }, milliseconds(200)))
       expect_number(status(), row.status);
   }
 }
@@ -101,13 +101,13 @@ void expect_events(const remote_port& line, pending wait, std::uint32_t events) 
   expect(line.answer_of(std::move(wait)) == bytes_of(events), L"other events");
 }
 
-void tells_of_a_modem_line(remote_port& line, const place&) {
+void reports_a_modem_line(remote_port& line, const place&) {
   auto wait = start_wait(line, SERIAL_EV_CTS);
   line.control(IOCTL_SERIAL_CLR_RTS);
   expect_events(line, std::move(wait), SERIAL_EV_CTS);
 }
 
-void tells_of_a_break(remote_port& line, const place&) {
+void reports_a_break(remote_port& line, const place&) {
   auto wait = start_wait(line, SERIAL_EV_BREAK);
   line.control(IOCTL_SERIAL_SET_BREAK_ON);
   ::Sleep(100);
@@ -122,7 +122,7 @@ void ends_a_wait_by_a_new_mask(remote_port& line, const place&) {
   expect_events(line, std::move(wait), 0);
 }
 
-void tells_of_lost_bytes(remote_port& line, const place&) {
+void reports_lost_bytes(remote_port& line, const place&) {
   constexpr std::size_t kSize = 0x10000;
   constexpr milliseconds kLimit(20'000);  // at 115200 baud it takes 6 s
   line.write(bytes(kSize, std::byte{0x55}), kLimit);
@@ -155,10 +155,10 @@ constexpr line_check kChecks[] = {
     {L"reads end by their time-outs", keeps_timeouts},
     {L"bytes come back", brings_bytes_back},
     {L"modem lines follow DTR and RTS", loops_modem_lines},
-    {L"a wait tells of a modem line", tells_of_a_modem_line},
-    {L"a wait tells of a break", tells_of_a_break},
+    {L"a wait reports a modem line", reports_a_modem_line},
+    {L"a wait reports a break", reports_a_break},
     {L"a new mask ends a wait", ends_a_wait_by_a_new_mask},
-    {L"lost bytes are told", tells_of_lost_bytes},
+    {L"lost bytes are reported", reports_lost_bytes},
     {L"a refused control has no answer", leaves_a_refused_control_unanswered},
     {L"an aborted read has no answer", leaves_an_aborted_read_unanswered},
 };
@@ -177,14 +177,13 @@ void survives_unplugging(remote_port& line, const place& place) {
   const auto gone = [&] {
     return !ends_within(line.start_control(IOCTL_SERIAL_GET_BAUD_RATE, 4), kNoAnswer);
   };
-  expect(comes_to_hold(gone, kHandPatience), L"it was not unplugged");
+  expect(holds_within(gone, kUserTimeout), L"it was not unplugged");
   expect(!wait.is_complete() && !read.is_complete(), L"an answer");
   remote_port other(place);
   const HRESULT refusal = other.open();
   expect_code(refusal, static_cast<HRESULT>(0x80070002));
   print(standard_stream::output, L"Plug it in again.\n");
-  expect(comes_to_hold([&] { return other.open() == S_OK; }, kHandPatience),
-         L"it cannot be opened");
+  expect(holds_within([&] { return other.open() == S_OK; }, kUserTimeout), L"it cannot be opened");
 }
 
 }  // namespace tarnwheel::tools

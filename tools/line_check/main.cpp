@@ -47,7 +47,7 @@ int check_line(const place& place, bool unplug) {
   line.reset();
   return failures + report(L"the port is free again", [&] {
            remote_port next(place);
-           expect(comes_to_hold([&] { return next.open() == S_OK; }, kAnswerLimit),
+           expect(holds_within([&] { return next.open() == S_OK; }, kAnswerLimit),
                   L"it cannot be opened");
          });
 }

@@ -28,7 +28,7 @@ struct place {
 };
 
 inline bool ends_within(const pending& call, milliseconds limit) {
-  return comes_to_hold([&] { return call.is_complete(); }, limit);
+  return holds_within([&] { return call.is_complete(); }, limit);
 }
 
 // One port of a server, on its own connection; used by one thread. Calls that fail or are refused
