@@ -6,7 +6,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tools/setup.sh
 source tools/setup.sh
 
-# Only one server can exist in a prefix, and the tests that need it mostly wait. So some of them have a
+# A prefix can have only one server, and the tests that need it mostly wait, so some of them run in a
 # second prefix.
 prefixes=("$WINEPREFIX" "$project/build/wine-2")
 
@@ -19,7 +19,7 @@ in_each_prefix() {
 
 clean_up() {
   stop_loopback
-  wait # for a prefix that is being made
+  wait # for prefixes that are being created
   in_each_prefix stop_wine
 }
 

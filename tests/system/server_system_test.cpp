@@ -171,7 +171,7 @@ class Service {
   ServiceHandle service_;
 };
 
-// A driver that does not let go of its port makes the stop slow.
+// A driver that does not release its port makes the stop slow.
 TEST(ServiceControls, AreAcceptedAndReported) {
   const Service service(L"faulty-server");
   {
