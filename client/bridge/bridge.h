@@ -27,7 +27,7 @@ struct bridge_options {
 };
 
 // Accepts programs from construction to destruction, and turns them away with a line of text while
-// another one has the port, or the port is not available. A newcomer first waits two seconds for
+// another one has the port, or the port is not available. A newcomer first waits up to two seconds for
 // its predecessor, whose bytes may still be on their way after it has gone. Everything else happens
 // on the thread that calls run(), to which pool threads post their news.
 //
