@@ -87,8 +87,8 @@ bool Endure(const Flood& flood, double seconds) {
   std::printf("  %s: %llu requests sent\n", flood.name,
               static_cast<unsigned long long>(requests.load()));
   bool met = Report("another client's longest call", longest * 1000, "ms", kMaxCall * 1000);
-  met &= Report("memory more than before", most_memory / 1048576, "MiB",
-                (kMaxMemory + kThreadMemory) / 1048576);
+  met &=
+      Report("memory growth", most_memory / 1048576, "MiB", (kMaxMemory + kThreadMemory) / 1048576);
   met &= Report("Ctrl+C to the end", stop * 1000, "ms", kMaxStop * 1000);
   return met;
 }

@@ -199,7 +199,7 @@ double MemoryOfAClient(const Program& server, const wchar_t* pipe) {
 }
 
 void MeasureMemory() {
-  PrintHeading("Private memory of the server a connected client");
+  PrintHeading("The server's private memory per client");
   std::vector<double> ours, bare;
   for (int round = 0; round < 5; ++round) {
     const Program server(L"tarnwheel-server", kServerArguments);

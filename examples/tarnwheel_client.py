@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Lists the ports of a Tarnwheel server, or sends a text through one of them.
+"""Lists the ports of a Tarnwheel server, or sends text through one of them.
 
     python tarnwheel_client.py SERVER
     python tarnwheel_client.py SERVER COM5 TEXT [BAUD]
 
-SERVER is a computer's name, or "." for this machine. A model for clients of your own, written by
-docs/protocol.md with Python's standard library alone.
+SERVER is a computer's name, or "." for this machine. A template for your own clients, written
+from docs/protocol.md with Python's standard library alone.
 """
 import errno
 import os

@@ -106,7 +106,7 @@ DWORD Program::ExitCode(DWORD milliseconds) const {
   DWORD code = 0;
   Require(::WaitForSingleObject(process_.get(), milliseconds) == WAIT_OBJECT_0 &&
               ::GetExitCodeProcess(process_.get(), &code),
-          "waiting for a program's end");
+          "waiting for a program to end");
   return code;
 }
 

@@ -57,7 +57,7 @@ class Faults : public ::testing::Test {
     handles_ = server_.HandleCount();
     const RawClient idle;
     EXPECT_TRUE(Eventually([this] { return !NothingIsLeft(); }))
-        << "no session can be told from none";
+        << "an idle session leaves no trace in the number of blocks";
   }
 
   // Returns the failure, "" if every answer was right. If `disturbed`, the server need not answer
@@ -98,12 +98,12 @@ class Faults : public ::testing::Test {
         RawClient();
       return Eventually([this] { return NothingIsLeft(); }, 50);
     })) << server_.faults.LiveBlocks()
-        << " blocks, once there were " << blocks_;
+        << " blocks, at the start " << blocks_;
   }
 
   void ExpectHandlesCameBack() {
     EXPECT_TRUE(Eventually([&] { return server_.HandleCount() <= handles_ + kPoolHandles; }))
-        << server_.HandleCount() << " handles, once there were " << handles_;
+        << server_.HandleCount() << " handles, at the start " << handles_;
   }
 
   // Makes each occurrence of the call fail until a session makes fewer calls. Returns their number.
