@@ -36,7 +36,7 @@ void FromThreads(int threads, WriteLine write_line) {
 }
 
 struct Rates {
-  double logged;   // lines per second until the callers go on
+  double logged;   // lines per second until all calls have returned
   double written;  // lines per second until all are in the file
 };
 

@@ -8,7 +8,8 @@
 
 namespace tfmt::details {
 
-// Appends `text`, padded to the placeholder's minimum width or truncated to its maximum width.
+// Appends `text`, padded to the placeholder's minimum width if it is shorter, and only otherwise
+// truncated to the maximum width.
 void append_fitted(std::wstring& output, std::wstring_view text, const segment& placeholder);
 
 }  // namespace tfmt::details

@@ -24,7 +24,7 @@ namespace tether {
 // cancelled while pending) or operation_cancelled (when cancelled before the start).
 class ITransport {
  public:
-  // Gives the transport a new cancellation source of its own, linked to `owner`.
+  // Gives the transport a new cancellation source of its own, which `owner` cancels too.
   virtual void LinkCancellation(const ostra::cancellation_source& owner) = 0;
   virtual ostra::cancellation_source& GetCancellation() = 0;
 

@@ -84,9 +84,9 @@ struct remote_method;
 template <method Number, class Result, class... Arguments,
           ostra::future<Result> (IServer_Remote::*Function)(Arguments...)>
 struct remote_method<Number, Function> {
-  // Server half: reads the arguments from the request, which may be long and is released at once,
-  // calls the server and appends the result to the reply. `server` and `reply` must live until the
-  // future completes.
+  // Server half: reads the arguments from the request, releases it, as it may be long, calls the
+  // server and appends the result to the reply. `server` and `reply` must live until the future
+  // completes.
   static ostra::future<void> serve(IServer_Remote& server, std::shared_ptr<const Message> request,
                                    payload_writer& reply) {
     [[maybe_unused]] payload_reader payload(request->payload());
