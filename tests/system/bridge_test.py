@@ -1,6 +1,6 @@
 #!/usr/bin/python3 -Wignore::DeprecationWarning
 """bridge_test.py BUILD PORT: bridges between programs and two ports of a live server: COM5, a loopback without
-modem lines, and PORT of the virtual serial driver, which supports all but very high baud rates. The programs are
+modem lines, and PORT of the virtual serial driver, which has everything but very high baud rates. The programs are
 sockets, and pyserial as an independent client of RFC 2217. The interpreter is the one for which the package
 python3-serial is installed."""
 import os

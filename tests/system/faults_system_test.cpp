@@ -106,7 +106,8 @@ class Faults : public ::testing::Test {
         << server_.HandleCount() << " handles, at the start " << handles_;
   }
 
-  // Makes each occurrence of the call fail until a session makes fewer calls. Returns their number.
+  // Makes each occurrence of the call fail in turn until a session makes fewer of them. Returns the
+  // number of those that failed.
   int FailAtEachOccurrence(int point) {
     for (int occurrence = 1;; ++occurrence) {
       SCOPED_TRACE("occurrence " + std::to_string(occurrence));
