@@ -132,7 +132,8 @@ void reports_lost_bytes(remote_port& line, const place&) {
   const bool told = client::result_of<SERIAL_STATUS>(status).Errors &
                     (SERIAL_ERROR_OVERRUN | SERIAL_ERROR_QUEUEOVERRUN);
   const std::size_t lost = kSize - line.read_all().size();
-  expect(lost == 0 || told, tfmt::format(L"{0} bytes were lost and no error is reported", count(lost)));
+  expect(lost == 0 || told,
+         tfmt::format(L"{0} bytes were lost and no error is reported", count(lost)));
 }
 
 void leaves_a_refused_control_unanswered(remote_port& line, const place&) {
