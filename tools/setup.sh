@@ -58,7 +58,7 @@ start_wine() {
   /usr/lib/wine/wineserver64 -p600 </dev/null >/dev/null 2>&1 9>&- || true
   # The first program creates the prefix. It must not be wineboot: Wine runs that by itself, and two at
   # once would start two service managers, each with its own services. The setup of the disabled
-  # libraries would take half of the time, and no program here needs it.
+  # libraries takes 40 % of the time, and no program here needs it.
   if ! WINEDLLOVERRIDES=mscoree,mshtml,winemenubuilder.exe=d \
     "$project/tools/wine" cmd /c rem </dev/null >/dev/null 2>&1; then
     echo "No program starts in $WINEPREFIX; remove it." >&2

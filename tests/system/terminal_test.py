@@ -65,7 +65,7 @@ class Terminal(unittest.TestCase):
         self.shows(f"[{port} of this machine; Ctrl+] q leaves, Ctrl+] ? shows the keys]", times)
 
     def shell_runs(self, command):
-        """The shell must echo what is typed. Wine may lose an Enter that comes before it has."""
+        """The shell must echo what is typed; Enter follows only then, as from a user."""
         self.shows_line(">")
         self.strike(command)
         self.shows_line(">" + command)
