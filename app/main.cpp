@@ -37,9 +37,8 @@ int run(const Tamrin::command_line& options) {
   }
   if (options.at(Tamrin::option_names::kInstallService).present)
     return install(options);
-  if (options.at(Tamrin::option_names::kUninstallService).present) {
+  if (options.at(Tamrin::option_names::kUninstallService).present)
     return static_cast<int>(uninstall_service());
-  }
   const DWORD service_error = run_service();
   if (service_error != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT)
     return 0;

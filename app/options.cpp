@@ -90,9 +90,8 @@ std::vector<std::uint32_t> parse_port_list(std::wstring_view value) {
 
 std::int32_t parse_log_level(std::wstring_view keyword) {
   const auto found = std::ranges::find(kLevelKeywords, keyword);
-  if (found == kLevelKeywords.end()) {
+  if (found == kLevelKeywords.end())
     throw cmd_line_syntax_error("Invalid logging level specified.");
-  }
   return static_cast<std::int32_t>(found - kLevelKeywords.begin());
 }
 

@@ -17,9 +17,8 @@ constexpr std::size_t kWidthWithoutConsole = 80;
 
 std::size_t console_width() noexcept {
   CONSOLE_SCREEN_BUFFER_INFO info = {};
-  if (!::GetConsoleScreenBufferInfo(::GetStdHandle(STD_OUTPUT_HANDLE), &info)) {
+  if (!::GetConsoleScreenBufferInfo(::GetStdHandle(STD_OUTPUT_HANDLE), &info))
     return kWidthWithoutConsole;
-  }
   return static_cast<std::size_t>(info.dwSize.X);
 }
 

@@ -144,9 +144,8 @@ ostra::future<void> service_context::supervise() {
     report_failure(failure);
   checkpoints_ended_.cancel();
   auto checkpoints = end_checkpoints();
-  if (checkpoints.valid()) {
+  if (checkpoints.valid())
     co_await checkpoints;
-  }
   report_stopped();
 }
 
@@ -188,11 +187,10 @@ void service_context::report_locked(DWORD state, DWORD checkpoint) const noexcep
   status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
   status.dwCurrentState = state;
   status.dwCheckPoint = checkpoint;
-  if (state == SERVICE_RUNNING) {
+  if (state == SERVICE_RUNNING)
     status.dwControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN;
-  } else if (state != SERVICE_STOPPED) {
+  else if (state != SERVICE_STOPPED)
     status.dwWaitHint = kWaitHint;
-  }
   ::SetServiceStatus(status_, &status);
 }
 

@@ -38,9 +38,8 @@ void stop_and_wait(SC_HANDLE service) {
   SERVICE_STATUS status = {};
   if (!::ControlService(service, SERVICE_CONTROL_STOP, &status)) {
     const DWORD error = ::GetLastError();
-    if (error != ERROR_SERVICE_NOT_ACTIVE) {
+    if (error != ERROR_SERVICE_NOT_ACTIVE)
       report_error(L"(Non-fatal) error stopping service: {0b016xp}", error);
-    }
   }
   while (status.dwCurrentState == SERVICE_STOP_PENDING ||
          status.dwCurrentState == SERVICE_RUNNING) {
@@ -77,9 +76,8 @@ DWORD uninstall_service() {
   if (!service)
     return report_error(L"Error opening service: {0b016xp}", ::GetLastError());
   stop_and_wait(service.get());
-  if (!::DeleteService(service.get())) {
+  if (!::DeleteService(service.get()))
     return report_error(L"Error deleting service: {0b016xp}", ::GetLastError());
-  }
   remove_event_source();
   return ERROR_SUCCESS;
 }

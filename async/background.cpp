@@ -77,9 +77,8 @@ bool resume_background::await_suspend(std::coroutine_handle<> waiter) noexcept {
   const auto resume = [](PTP_CALLBACK_INSTANCE, void* frame) noexcept {
     std::coroutine_handle<>::from_address(frame).resume();
   };
-  if (::TrySubmitThreadpoolCallback(resume, waiter.address(), nullptr)) {
+  if (::TrySubmitThreadpoolCallback(resume, waiter.address(), nullptr))
     return true;  // the coroutine may already run elsewhere, and this object be gone
-  }
   error_ = ::GetLastError();
   return false;
 }

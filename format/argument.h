@@ -27,15 +27,14 @@ using argument = std::variant<std::int32_t, std::uint32_t, bool, std::wstring_vi
 
 template <formattable T>
 [[nodiscard]] argument to_argument(const T& value) {
-  if constexpr (signed_32<T>) {
+  if constexpr (signed_32<T>)
     return static_cast<std::int32_t>(value);
-  } else if constexpr (unsigned_32<T>) {
+  else if constexpr (unsigned_32<T>)
     return static_cast<std::uint32_t>(value);
-  } else if constexpr (wide_text<T>) {
+  else if constexpr (wide_text<T>)
     return std::wstring_view(value);
-  } else {
+  else
     return value;
-  }
 }
 
 }  // namespace tfmt::details

@@ -5,11 +5,10 @@
 namespace tfmt::details {
 
 void condition_stack::push(bool condition) {
-  if (size_ < in_place_.size()) {
+  if (size_ < in_place_.size())
     in_place_[size_] = condition;
-  } else {
+  else
     overflow_.push_back(condition);
-  }
   ++size_;
   if (!condition)
     ++false_entries_;

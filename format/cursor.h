@@ -41,9 +41,8 @@ class cursor {
   template <std::unsigned_integral T>
   T take_number() noexcept {
     T number = 0;
-    for (; at_digit(); rest_.remove_prefix(1)) {
+    for (; at_digit(); rest_.remove_prefix(1))
       number = static_cast<T>(number * 10u + static_cast<unsigned>(rest_.front() - L'0'));
-    }
     return number;
   }
 

@@ -36,13 +36,12 @@ void append_cut(std::wstring& output, std::wstring_view text, const segment& pla
 }  // namespace
 
 void append_fitted(std::wstring& output, std::wstring_view text, const segment& placeholder) {
-  if (text.size() < placeholder.width) {
+  if (text.size() < placeholder.width)
     append_padded(output, text, placeholder);
-  } else if (placeholder.max_width != 0 && text.size() > placeholder.max_width) {
+  else if (placeholder.max_width != 0 && text.size() > placeholder.max_width)
     append_cut(output, text, placeholder);
-  } else {
+  else
     output.append(text);
-  }
 }
 
 }  // namespace tfmt::details

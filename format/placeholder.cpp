@@ -45,11 +45,10 @@ void take_base(cursor& at, segment& placeholder) {
   placeholder.base = at.take_number<std::uint8_t>();
   if (placeholder.base != 16)
     return;
-  if (at.take_if(L'x')) {
+  if (at.take_if(L'x'))
     placeholder.flags |= kLowerCase;
-  } else {
+  else
     at.take_if(L'X');
-  }
   if (at.take_if(L'p'))
     placeholder.flags |= kZeroPadded;
 }
@@ -123,9 +122,8 @@ void take_specifier(wchar_t letter, cursor& at, segment& placeholder) {
 segment take_placeholder(cursor& at, std::uint16_t automatic_index) {
   segment placeholder;
   placeholder.index = at.at_digit() ? at.take_number<std::uint16_t>() : automatic_index;
-  for (wchar_t letter = at.take(); letter != L'}'; letter = at.take()) {
+  for (wchar_t letter = at.take(); letter != L'}'; letter = at.take())
     take_specifier(letter, at, placeholder);
-  }
   return placeholder;
 }
 

@@ -59,11 +59,10 @@ void renderer::add(const segment& part) {
   if (part.index >= arguments_.size())
     throw bad_extended_format_string();
   const argument& value = arguments_[part.index];
-  if (part.has(kConditional)) {
+  if (part.has(kConditional))
     apply_condition(conditions_, part, value);
-  } else if (!conditions_.suppressed()) {
+  else if (!conditions_.suppressed())
     std::visit(argument_writer{output_, part}, value);
-  }
 }
 
 }  // namespace tfmt::details

@@ -70,9 +70,8 @@ message_t::message_t(message_header header) {
 
 void message_t::append(const void* data, std::size_t size) {
   const std::size_t payload = bytes_.size() - sizeof(message_header) + size;
-  if (payload > kMaxPayload) {
+  if (payload > kMaxPayload)
     throw std::length_error("message payload");
-  }
   const auto* const first = static_cast<const std::byte*>(data);
   bytes_.insert(bytes_.end(), first, first + size);
   const auto length = static_cast<std::uint32_t>(payload);

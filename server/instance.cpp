@@ -138,9 +138,8 @@ ostra::future<std::vector<tether::port_record>> instance::EnumeratePorts() {
   identify_client();
   log_->write(logging::info, L"Client {0} is enumerating available ports");
   std::vector<tether::port_record> records;
-  for (auto& port : shared_present_ports(present_ports(), shared_ports_)) {
+  for (auto& port : shared_present_ports(present_ports(), shared_ports_))
     records.push_back({std::move(port.friendly_name), port.number});
-  }
   co_return records;
 }
 

@@ -25,9 +25,8 @@ constexpr std::chrono::milliseconds kAcceptPause(250);
 constexpr std::chrono::milliseconds kShortPause(20);
 
 ostra::future<void> all_of(std::vector<ostra::future<void>> futures) {
-  for (auto& each : futures) {
+  for (auto& each : futures)
     co_await each;
-  }
 }
 
 }  // namespace

@@ -103,9 +103,8 @@ ostra::future<void> server_impl::run_discovery(bool enabled) const {
   }
   if (FAILED(outcome))
     logging::write(logging::error, L"Error starting auto-discovery {0ub016xp}", outcome);
-  if (announced.valid()) {
+  if (announced.valid())
     co_await announced;
-  }
 }
 
 server_impl::work::~work() {

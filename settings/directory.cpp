@@ -26,9 +26,8 @@ std::vector<std::wstring> names_of(const Entries& entries) {
 
 std::shared_ptr<directory> directory::open_directory(const std::wstring& name) {
   const std::lock_guard lock(mutex_);
-  if (files_.contains(name)) {
+  if (files_.contains(name))
     throw folder_creation_error("File with the same name exists", ERROR_FILE_EXISTS);
-  }
   return entry_of(directories_, name);
 }
 

@@ -15,9 +15,8 @@ file_storage::file_storage(std::shared_ptr<directory> parent, std::wstring name)
 std::shared_ptr<abstract_folder> file_storage::open_subfolder(const std::wstring& name) {
   std::shared_ptr<directory> parent = directory_;
   std::size_t start = 0;
-  for (std::size_t end; (end = name.find(L'\\', start)) != std::wstring::npos; start = end + 1) {
+  for (std::size_t end; (end = name.find(L'\\', start)) != std::wstring::npos; start = end + 1)
     parent = parent->open_directory(name.substr(start, end - start));
-  }
   return std::shared_ptr<file_storage>(new file_storage(std::move(parent), name.substr(start)));
 }
 
@@ -41,11 +40,10 @@ bool file_storage::read_value(const std::wstring& name, void* data, std::size_t 
 
 unique_stream file_storage::open_stream(const std::wstring& name, DWORD mode) {
   std::shared_ptr<file> opened;
-  if (mode == STGM_READ) {
+  if (mode == STGM_READ)
     opened = directory_->find_file(name);
-  } else if (mode == STGM_WRITE || mode == STGM_READWRITE) {
+  else if (mode == STGM_WRITE || mode == STGM_READWRITE)
     opened = directory_->open_file(name);
-  }
   return opened ? opened->open_stream(mode) : unique_stream();
 }
 

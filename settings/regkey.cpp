@@ -135,9 +135,8 @@ unique_registry_key regkey::create_key(REGSAM access, const char* error_message)
   HKEY key = nullptr;
   const LSTATUS status =
       ::RegCreateKeyExW(root_key(), path_.c_str(), 0, nullptr, 0, access, nullptr, &key, nullptr);
-  if (status != ERROR_SUCCESS) {
+  if (status != ERROR_SUCCESS)
     throw folder_creation_error(error_message, static_cast<DWORD>(status));
-  }
   return unique_registry_key(key);
 }
 

@@ -84,16 +84,14 @@ void command_line::parse(std::wstring_view text) {
   if (tokens_.empty())
     tokens_.emplace_back();
   for (auto token = tokens_.cbegin() + 1; token != tokens_.cend(); ++token) {
-    if (token->starts_with(L'-')) {
+    if (token->starts_with(L'-'))
       token = parse_option(token);
-    } else {
+    else
       positional_.emplace_back(*token);
-    }
   }
   const auto missing = [](const auto& option) { return option.required && !option.present; };
-  if (std::ranges::any_of(options_, missing)) {
+  if (std::ranges::any_of(options_, missing))
     throw cmd_line_syntax_error("Missing required parameters");
-  }
   completed_ = true;
 }
 

@@ -31,9 +31,8 @@ std::wstring names_text(const command_line& line, const command_line_option& row
 
 help_layout measure(const command_line& line, std::size_t console_width) {
   help_layout layout{};
-  for (const command_line_option& option : line.options()) {
+  for (const command_line_option& option : line.options())
     layout.names_width = std::max(layout.names_width, names_text(line, option).size());
-  }
   const std::size_t column = layout.description_column();
   layout.description_width =
       column + kMinDescription > console_width ? kFallbackDescription : console_width - column;
