@@ -150,23 +150,22 @@ void bridge::run(HANDLE stop, const std::function<void()>& ready) {
   }
 }
 
-// False when `stop` is signalled. A program that is idle for too long counts as gone.
+// False when `stop` is signalled. A program that is idle for too long is disconnected.
 bool bridge::wait_for_news(HANDLE stop) {
-  const DWORD limit = until_idle();
+  const auto present = session();
+  const DWORD limit = present ? until_idle(*present) : INFINITE;
   if (limit != 0)
     return wait_for({stop, news()}, limit) != stop;
-  print(standard_stream::output, tfmt::format(L"{0} is idle and has been disconnected\n", peer_));
-  const std::lock_guard guard(lock_);
-  arrivals_.program_has_gone = true;
+  if (present->close_if_idle(options_.idle_limit))
+    print(standard_stream::output, tfmt::format(L"{0} is idle and has been disconnected\n", peer_));
   return true;
 }
 
-// In milliseconds, 0 once the program has been idle for too long.
-DWORD bridge::until_idle() {
-  const auto present = session();
-  if (!present || options_.idle_limit == milliseconds::zero())
+// In milliseconds; 0 once the program has been idle for too long.
+DWORD bridge::until_idle(const bridge_session& present) const {
+  if (present.is_closed() || options_.idle_limit == milliseconds::zero())
     return INFINITE;
-  return milliseconds_until(std::chrono::steady_clock::now() - present->idle_time() +
+  return milliseconds_until(std::chrono::steady_clock::now() - present.idle_time() +
                             options_.idle_limit);
 }
 
@@ -181,7 +180,8 @@ bridge::withdrawal::~withdrawal() {
 
 void bridge::handle_line_end() {
   const auto reason = take_failure();
-  if (!reason)
+  // A line may fail while it is being closed; that is no news once it is closed.
+  if (!reason || (!line_ && reason->kind() != failure::local))
     return;
   if (!options_.releases || reason->kind() == failure::local)
     throw *reason;
@@ -267,7 +267,8 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
 ostra::future<void> bridge::serve(std::shared_ptr<bridge_session> session) {
   auto running = session->run();
   co_await running;
-  if (options_.releases) {  // the line is closed next
+  // The line is closed next. A device's session has drained it by itself.
+  if (options_.releases && !options_.device) {
     auto drained = session->drain();
     co_await drained;
   }

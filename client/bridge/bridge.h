@@ -22,14 +22,14 @@ struct bridge_options {
   bool device = false;          // the listener's streams are com_streams
   bool releases = false;        // closes the port while no program is connected
   bool keeps_settings = false;  // a program inherits its predecessor's
-  std::chrono::milliseconds idle_limit{
-      0};  // a program that is idle for this long is cut off; 0: no limit
+  // A program that is idle for this long is disconnected; 0: no limit.
+  std::chrono::milliseconds idle_limit{0};
 };
 
 // Accepts programs from construction to destruction, and turns them away with a line of text while
-// another one has the port, or the port is not available. A newcomer first waits up to two seconds for
-// its predecessor, whose bytes may still be on their way after it has gone. Everything else happens
-// on the thread that calls run(), to which pool threads post their news.
+// another one has the port, or the port is not available. A newcomer first waits up to two seconds
+// for its predecessor, whose bytes may still be on their way after it has gone. Everything else
+// happens on the thread that calls run(), to which pool threads post their news.
 //
 // A device is an exception: it waits for as long as there is no port and gets no text, and a
 // failure of its listener ends run().
@@ -69,7 +69,7 @@ class bridge final : private line_session {
   ostra::future<void> serve(std::shared_ptr<bridge_session> session);
 
   [[nodiscard]] bool wait_for_news(HANDLE stop);
-  [[nodiscard]] DWORD until_idle();
+  [[nodiscard]] DWORD until_idle(const bridge_session& present) const;
   void handle_line_end();
   void handle(arrivals present);
   void open_line();

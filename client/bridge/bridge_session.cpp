@@ -1,5 +1,7 @@
 #include "client/bridge/bridge_session.h"
 
+#include <algorithm>
+#include <mutex>
 #include <utility>
 
 #include "async/errors.h"
@@ -26,12 +28,12 @@ ostra::future<void> bridge_session::run() {
     for (;;) {
       auto read = program_->read(buffer);
       const std::size_t size = co_await read;
-      if (size == 0)
+      if (size == 0 || !begin_taking())
         break;
-      active_ = std::chrono::steady_clock::now();
       const auto end = buffer.begin() + static_cast<std::ptrdiff_t>(size);
       auto taken = take(std::vector<std::byte>(buffer.begin(), end));
       co_await taken;
+      end_taking();
     }
   } catch (const ostra::hresult_error&) {
     // The program has gone, or close() was called.
@@ -52,10 +54,41 @@ ostra::future<void> bridge_session::drain() {
 }
 
 void bridge_session::close() noexcept {
+  {
+    const std::lock_guard guard(lock_);
+    closed_ = true;
+  }
   program_->cancel();
   to_program_.close();
-  closed_ = true;
   news_.set();
+}
+
+bool bridge_session::close_if_idle(clock::duration limit) noexcept {
+  {
+    const std::lock_guard guard(lock_);
+    if (idle_for() < limit)
+      return false;
+    closed_ = true;  // no further bytes are taken
+  }
+  close();
+  return true;
+}
+
+bool bridge_session::begin_taking() noexcept {
+  const std::lock_guard guard(lock_);
+  taking_ = !closed_;
+  return taking_;
+}
+
+void bridge_session::end_taking() noexcept {
+  const std::lock_guard guard(lock_);
+  taking_ = false;
+  active_ = clock::now();
+}
+
+bool bridge_session::is_closed() const noexcept {
+  const std::lock_guard guard(lock_);
+  return closed_;
 }
 
 void bridge_session::changed(std::uint32_t events) {
@@ -70,7 +103,7 @@ ostra::future<void> bridge_session::follow_line() {
       auto news = news_.wait();
       co_await news;
       news_.reset();  // before events_ is read, so that no later event is missed
-      if (closed_)
+      if (is_closed())
         co_return;
       auto done = notify_of(events_.exchange(0));
       co_await done;
@@ -84,7 +117,8 @@ ostra::future<void> bridge_session::deliver(std::vector<std::byte> bytes) {
   const auto self = shared_from_this();
   auto sent = send(std::move(bytes));
   co_await sent;
-  active_ = std::chrono::steady_clock::now();
+  const std::lock_guard guard(lock_);
+  active_ = clock::now();
 }
 
 ostra::future<void> bridge_session::send(std::vector<std::byte> bytes) {
@@ -92,7 +126,16 @@ ostra::future<void> bridge_session::send(std::vector<std::byte> bytes) {
 }
 
 std::chrono::steady_clock::duration bridge_session::idle_time() const noexcept {
-  return std::chrono::steady_clock::now() - active_.load();
+  const std::lock_guard guard(lock_);
+  return idle_for();
+}
+
+// Called with lock_ held.
+bridge_session::clock::duration bridge_session::idle_for() const noexcept {
+  if (taking_)
+    return clock::duration::zero();
+  const auto last = std::max(active_, line_.busy_until());
+  return std::max(clock::now() - last, clock::duration::zero());
 }
 
 ostra::future<void> bridge_session::begin() {

@@ -10,6 +10,7 @@
 
 #include "async/event.h"
 #include "async/future.h"
+#include "async/srw_lock.h"
 #include "client/line/remote_line.h"
 #include "client/streams/byte_stream.h"
 #include "client/streams/stream_writer.h"
@@ -19,8 +20,8 @@ namespace tarnwheel::client {
 // Passes bytes through unchanged; derived classes add other operations of a program on the line.
 // Memory is bounded in both directions: neither side is read while the other is not taking data.
 //
-// `line` must outlive run(). Everything else may be called on any thread, even after the program
-// has gone.
+// `line` must outlive run() and the calls about idle time. Everything may be called on any thread,
+// even after the program has gone.
 class bridge_session : public std::enable_shared_from_this<bridge_session> {
  public:
   bridge_session(std::shared_ptr<byte_stream> program, remote_line& line);
@@ -35,6 +36,11 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
 
   virtual void close() noexcept;
 
+  // Closes the session unless idle_time() is less than `limit`; false if it remains open.
+  [[nodiscard]] bool close_if_idle(std::chrono::steady_clock::duration limit) noexcept;
+
+  [[nodiscard]] bool is_closed() const noexcept;
+
   // Completes when the line has taken everything that the program had sent, or has ended; after
   // half a minute at the latest, since flow control may hold the line up for ever.
   [[nodiscard]] ostra::future<void> drain();
@@ -45,7 +51,8 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   // Reports SERIAL_EV_* that have happened on the line.
   void changed(std::uint32_t events);
 
-  // The time since the program last sent or took bytes.
+  // The time since the program last sent or took bytes, or the line the bytes that it had sent; zero
+  // while the line still has some to take.
   [[nodiscard]] std::chrono::steady_clock::duration idle_time() const noexcept;
 
  protected:
@@ -56,7 +63,7 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   // Writes the line's bytes to the program, in whatever way it understands.
   [[nodiscard]] virtual ostra::future<void> send(std::vector<std::byte> bytes);
 
-  // Receives the program's bytes.
+  // Receives the program's bytes. After a long wait it checks is_closed().
   [[nodiscard]] virtual ostra::future<void> take(std::vector<std::byte> bytes);
 
   // Handles events of the line, in a coroutine of its own, from begin() to end(): the events that
@@ -67,14 +74,23 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   [[nodiscard]] stream_writer& to_program() noexcept { return to_program_; }
 
  private:
+  using clock = std::chrono::steady_clock;
+
   ostra::future<void> follow_line();
+  [[nodiscard]] bool begin_taking() noexcept;
+  void end_taking() noexcept;
+  [[nodiscard]] clock::duration idle_for() const noexcept;
 
   const std::shared_ptr<byte_stream> program_;
   remote_line& line_;
   stream_writer to_program_;
-  std::atomic<std::chrono::steady_clock::time_point> active_ = std::chrono::steady_clock::now();
 
-  std::atomic<bool> closed_ = false;
+  // Guarded by lock_.
+  mutable ostra::srw_lock lock_;
+  bool closed_ = false;
+  bool taking_ = false;  // in take()
+  clock::time_point active_ = clock::now();
+
   std::atomic<std::uint32_t> events_ = 0;  // not yet passed to notify_of()
   ostra::async_event news_{false};         // set on an event, or at the end
 };

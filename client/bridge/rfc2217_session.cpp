@@ -29,6 +29,8 @@ void rfc2217_session::close() noexcept {
 ostra::future<void> rfc2217_session::take(std::vector<std::byte> bytes) {
   bool controls = false;
   for (telnet_item& item : telnet_.receive(bytes)) {
+    if (is_closed())
+      co_return;
     ostra::future<void> done;
     switch (item.what) {
       case telnet_item::kind::data:

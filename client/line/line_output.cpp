@@ -127,6 +127,7 @@ bool line_output::note_sent(batch& present, std::size_t size) {
   std::optional<ostra::completion> drained;
   const std::lock_guard guard(lock_);
   present.pending -= static_cast<std::ptrdiff_t>(size);
+  last_taken_ = std::chrono::steady_clock::now();
   if (present.pending <= kQueueLimit)
     room.swap(present.room);
   if (present.pending <= 0)
@@ -145,6 +146,16 @@ void line_output::end_batch(batch& ended) {
 
 void line_output::close() {
   end(nullptr, nullptr);
+}
+
+bool line_output::is_closed() const {
+  const std::lock_guard guard(lock_);
+  return closed_;
+}
+
+std::chrono::steady_clock::time_point line_output::busy_until() const {
+  const std::lock_guard guard(lock_);
+  return batch_->pending > 0 ? std::chrono::steady_clock::now() : last_taken_;
 }
 
 // `failed`, unless null, is the batch whose write failed. A failure in a dropped batch is ignored.

@@ -1,6 +1,7 @@
 // The output queue of a remote serial line.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <exception>
 #include <memory>
@@ -43,6 +44,13 @@ class line_output {
   // Discards everything queued now or later; failure() completes.
   void close();
 
+  // True after close() or a failed write: what is queued now is discarded. A future of write() or
+  // drained() that completes for one of these reasons completes after this has become true.
+  [[nodiscard]] bool is_closed() const;
+
+  // When the device last had bytes to take; now, if it still has some.
+  [[nodiscard]] std::chrono::steady_clock::time_point busy_until() const;
+
   // Fails with client_error when a write fails, after which nothing more is sent. One waiter.
   [[nodiscard]] const ostra::future<void>& failure() const noexcept { return failure_; }
 
@@ -66,10 +74,11 @@ class line_output {
   const ostra::future<void> failure_ = failed_.get_future();
 
   // Guarded by lock_.
-  ostra::srw_lock lock_;
+  mutable ostra::srw_lock lock_;
   bool closed_ = false;
   std::shared_ptr<batch> batch_;
-  std::vector<ostra::future<void>> sending_;  // one coroutine per batch
+  std::chrono::steady_clock::time_point last_taken_;  // the device took bytes
+  std::vector<ostra::future<void>> sending_;          // one coroutine per batch
 };
 
 }  // namespace tarnwheel::client

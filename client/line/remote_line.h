@@ -94,6 +94,15 @@ class remote_line {
   // Completes when the device has taken everything, or the line has ended. One waiter.
   ostra::future<void> drained() { return output_.drained(); }
 
+  // Whether the line discards what is written to it, as it has ended or is about to. Tells the two
+  // outcomes of write() and drained() apart.
+  [[nodiscard]] bool has_ended() const { return output_.is_closed(); }
+
+  // When the device last had bytes to take; now, if it still has some.
+  [[nodiscard]] std::chrono::steady_clock::time_point busy_until() const {
+    return output_.busy_until();
+  }
+
   // Discards the queues, here and in the driver.
   ostra::future<void> purge(purged what);
 

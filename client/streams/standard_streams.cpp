@@ -1,5 +1,8 @@
 #include "client/streams/standard_streams.h"
 
+#include <algorithm>
+#include <atomic>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -14,14 +17,31 @@ struct input_stream::state {
 
   explicit state(HANDLE handle) : input(handle) {}
 
-  // Blocks. Any failure counts as the end of the input.
-  [[nodiscard]] bytes read_block() const {
+  // A pipe may deliver an empty write, which is not its end.
+  [[nodiscard]] bool is_open_pipe() const {
+    return ::GetFileType(input) == FILE_TYPE_PIPE &&
+           ::PeekNamedPipe(input, nullptr, 0, nullptr, nullptr, nullptr);
+  }
+
+  // Blocks.
+  [[nodiscard]] bytes read_block() {
     bytes block(kBlock);
     DWORD size = 0;
-    if (!::ReadFile(input, block.data(), static_cast<DWORD>(block.size()), &size, nullptr))
-      size = 0;
+    do {
+      if (!::ReadFile(input, block.data(), static_cast<DWORD>(block.size()), &size, nullptr)) {
+        note(::GetLastError());
+        return {};
+      }
+    } while (size == 0 && is_open_pipe());
     block.resize(size);
     return block;
+  }
+
+  // A program may have been started without standard input.
+  void note(DWORD reason) {
+    constexpr DWORD kEnds[] = {ERROR_BROKEN_PIPE, ERROR_HANDLE_EOF, ERROR_INVALID_HANDLE};
+    if (std::ranges::find(kEnds, reason) == std::end(kEnds))
+      error = reason;
   }
 
   void read() {
@@ -39,9 +59,11 @@ struct input_stream::state {
   }
 
   const HANDLE input;
+  std::atomic<DWORD> error = ERROR_SUCCESS;
 
   // Guarded by lock.
   ostra::srw_lock lock;
+  bool abandoned = false;
   bool reading = false;
   std::optional<bytes> ready;  // arrived after its call had been abandoned
   std::optional<ostra::promise<bytes>> waiter;
@@ -56,6 +78,8 @@ ostra::future<std::vector<std::byte>> input_stream::read() {
   bool starts = false;
   {
     const std::lock_guard guard(state_->lock);
+    if (state_->abandoned)
+      return next;  // destroying the promise cancels the call
     block = std::exchange(state_->ready, std::nullopt);
     if (!block) {
       state_->waiter = std::move(asked);
@@ -73,9 +97,19 @@ void input_stream::abandon() {
   std::optional<ostra::promise<std::vector<std::byte>>> asked;
   {
     const std::lock_guard guard(state_->lock);
+    state_->abandoned = true;
     asked = std::exchange(state_->waiter, std::nullopt);
   }
   // Destroying the promise unkept fails the call with operation_cancelled.
+}
+
+void input_stream::resume() {
+  const std::lock_guard guard(state_->lock);
+  state_->abandoned = false;
+}
+
+DWORD input_stream::error() const noexcept {
+  return state_->error;
 }
 
 void output_stream::state::write(const std::vector<std::byte>& bytes) {

@@ -21,12 +21,17 @@ class input_stream {
   // `input` must stay open until the process ends.
   explicit input_stream(HANDLE input);
 
-  // Completes with the next bytes, up to kBlock; none at the end of input. One call at a time.
+  // Completes with the next bytes, up to kBlock; none at the end of the input, or when it cannot be
+  // read. One call at a time.
   ostra::future<std::vector<std::byte>> read();
 
-  // Fails the call in progress with operation_cancelled; the bytes that it would have read are kept
-  // for the next one.
+  // Fails the call in progress, and later ones until resume(), with operation_cancelled. The bytes
+  // that the call in progress would have read are kept for the next one. Any thread.
   void abandon();
+  void resume();
+
+  // The Win32 error of the read that ended the input, ERROR_SUCCESS at its true end.
+  [[nodiscard]] DWORD error() const noexcept;
 
  private:
   struct state;

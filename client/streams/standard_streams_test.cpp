@@ -1,14 +1,36 @@
-// Standard output with the test at its other end. The system tests cover abandoned reads.
+// Standard input and output with the test at their other end.
 #include "client/streams/standard_streams.h"
 
 #include <gtest/gtest.h>
 
 #include <vector>
 
+#include "async/errors.h"
+
 namespace tarnwheel::client {
 namespace {
 
 using bytes = std::vector<std::byte>;
+
+TEST(StandardStreams, ReadEndsOnlyWithTheInput) {
+  HANDLE reader = nullptr, writer = nullptr;
+  EXPECT_TRUE(::CreatePipe(&reader, &writer, nullptr, 4096));
+  input_stream input(reader), unreadable(writer);
+  DWORD size = 0;
+  const auto abandoned = input.read();
+  input.abandon();
+  EXPECT_THROW(abandoned.get(), ostra::operation_cancelled);
+  EXPECT_THROW(input.read().get(), ostra::operation_cancelled);
+  ::WriteFile(writer, "", 0, &size, nullptr);
+  ::WriteFile(writer, "x", 1, &size, nullptr);
+  input.resume();
+  EXPECT_EQ(input.read().get(), bytes(1, std::byte{'x'}));
+  EXPECT_EQ(unreadable.read().get(), bytes());
+  EXPECT_EQ(unreadable.error(), DWORD(ERROR_ACCESS_DENIED));
+  ::CloseHandle(writer);
+  EXPECT_EQ(input.read().get(), bytes());
+  EXPECT_EQ(input.error(), DWORD(ERROR_SUCCESS));
+}
 
 // `writer` stays open until the process ends: the first write outlives its stream.
 TEST(StandardStreams, UnreadWriteBlocksNobodyAndBrokenPipeFails) {

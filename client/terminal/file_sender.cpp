@@ -85,7 +85,7 @@ ostra::future<void> file_sender::send(std::wstring path) {
 
 ostra::future<void> file_sender::send_bytes(HANDLE file, std::uint64_t size) {
   std::uint64_t sent = 0;
-  for (std::uint64_t told = 0; !is_stopped_;) {
+  for (std::uint64_t told = 0; !is_stopped_ && !line_.has_ended();) {
     std::vector<std::byte> piece(kPiece);
     DWORD read = 0;
     ostra::details::check_bool(::ReadFile(file, piece.data(), kPiece, &read, nullptr));
@@ -102,8 +102,11 @@ ostra::future<void> file_sender::send_bytes(HANDLE file, std::uint64_t size) {
   }
   auto taken = line_.drained();
   co_await taken;
-  screen_.note(tfmt::format(L"{0} bytes sent{1?<}; cancelled{1?>}", std::to_wstring(sent),
-                            is_stopped_.load()));
+  if (line_.has_ended())
+    screen_.note(L"only part of the file was sent");
+  else
+    screen_.note(tfmt::format(L"{0} bytes sent{1?<}; cancelled{1?>}", std::to_wstring(sent),
+                              is_stopped_.load()));
 }
 
 }  // namespace tarnwheel::client

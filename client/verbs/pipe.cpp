@@ -66,6 +66,7 @@ class pipe_session final : public line_session {
 };
 
 void pipe_session::run(remote_line& line, HANDLE stop) {
+  input_.resume();
   line.start(*this, 0);
   const auto feeding = feed(line);
   const bool ended = wait_out(stop, [this] { return until_quiet(); });
@@ -90,6 +91,8 @@ ostra::future<void> pipe_session::feed(remote_line& line) {
         auto room = line.write(std::move(bytes));
         co_await room;
       }
+      if (line.has_ended())
+        co_return;  // the rest of the input is for the next session
       if (at_end)
         break;
     }
@@ -98,6 +101,9 @@ ostra::future<void> pipe_session::feed(remote_line& line) {
   }
   auto sent = line.drained();
   co_await sent;
+  if (input_.error() != ERROR_SUCCESS)
+    fail(
+        explain(ostra::details::to_hresult(input_.error()), L"Standard input", {}, failure::local));
   const std::lock_guard guard(lock_);
   all_sent_ = true;
   last_ = clock::now();

@@ -113,8 +113,15 @@ class Terminal(unittest.TestCase):
                 self.shows_line("[break sent]")
                 self.press("q")
                 self.ends()
+        # More than the line holds.
+        (self.work / "file").write_bytes(bytes(3 << 20))
+        self.press("f")
+        self.strike(str(self.work / "file"))
+        self.keys("Enter")
+        self.shows("[10 % of 3145728 bytes]")
         # Keys are discarded while there is no server.
         programs.stop(self.server)
+        self.shows("[only part of the file was sent]")
         self.shows(", Ctrl+] q leaves")
         self.strike("discarded")
         programs.start_server(self.addCleanup)
