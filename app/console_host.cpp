@@ -1,7 +1,6 @@
 #include "app/console_host.h"
 
 #include <memory>
-#include <new>
 #include <optional>
 #include <utility>
 
@@ -31,10 +30,8 @@ constexpr wchar_t kLogFailed[] =
 bool initialize_log(logging::ILogger& logger, const Tamrin::server_options& options) {
   try {
     return logger.initialize(options.log_path, options.screen_log, options.log_level);
-  } catch (const ostra::hresult_error&) {
-    return false;  // the file was opened but cannot be written
-  } catch (const std::bad_alloc&) {
-    return false;
+  } catch (...) {
+    return false;  // the file was opened but cannot be written, or there is no memory
   }
 }
 
@@ -85,8 +82,9 @@ void serve(const Tamrin::server_options& options) {
 void stop_log(logging::ILogger& logger) {
   try {
     logger.stop();
-  } catch (const ostra::hresult_error& error) {
-    print_error(tfmt::format(L"Error writing the log file {0ub016xp}", error.code()));
+  } catch (...) {
+    print_error(
+        tfmt::format(L"Error writing the log file {0ub016xp}", ostra::details::current_hresult()));
   }
 }
 
@@ -111,8 +109,8 @@ int run_console_server(const Tamrin::command_line& line) {
     try {
       serve(options);
       logging::write(logging::info, kServerStopped);
-    } catch (const ostra::hresult_error& error) {
-      outcome = error.code();
+    } catch (...) {
+      outcome = ostra::details::current_hresult();
       print_start_error(outcome);
     }
   }

@@ -20,6 +20,13 @@ class [[nodiscard]] resume_background {
   DWORD error_ = ERROR_SUCCESS;
 };
 
+// As resume_background, but the coroutine continues on the current thread when the pool accepts no
+// more work.
+class [[nodiscard]] try_resume_background : public resume_background {
+ public:
+  void await_resume() const noexcept {}
+};
+
 // A call to run on a pool thread whose posting must neither fail nor allocate: cancellations and
 // wake-ups, which could not be retried. Its owner keeps it alive until it has started or has been
 // withdrawn. It may be posted again once it has started.

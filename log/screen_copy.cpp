@@ -38,8 +38,8 @@ bool screen_copy::finish(DWORD patience) {
   try {
     ostra::within(printing_, std::chrono::milliseconds(patience)).get();
     return true;
-  } catch (const ostra::hresult_error&) {
-    return false;  // the screen is blocked
+  } catch (...) {
+    return false;  // the screen is blocked, or there is no memory to wait with
   }
 }
 

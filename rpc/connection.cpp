@@ -4,12 +4,17 @@
 #include <mutex>
 #include <utility>
 
+#include "async/background.h"
 #include "async/errors.h"
 
 namespace tether {
 namespace {
 
 constexpr std::chrono::seconds kPeerCheckInterval(1);
+
+// After this many messages the receive loop goes to the end of the thread pool's queue. Reads from a
+// pipe that is kept full succeed at once, so the loop might never leave its thread otherwise.
+constexpr unsigned kMessagesPerTurn = 256;
 
 }  // namespace
 
@@ -41,7 +46,11 @@ ostra::future<HRESULT> ConnectionBase::Run() {
 }
 
 ostra::future<void> ConnectionBase::Receive(std::shared_ptr<ITransport> transport) {
-  for (;;) {
+  for (unsigned messages = 1;; ++messages) {
+    if (messages % kMessagesPerTurn == 0) {
+      ostra::try_resume_background next_turn;
+      co_await next_turn;
+    }
     if (!load_->Admits({})) {
       auto room = WaitUntilAdmitted({}, transport);
       co_await room;

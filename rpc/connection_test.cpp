@@ -1,5 +1,7 @@
 #include "rpc/connection.h"
 
+#include <atomic>
+
 #include "async/background.h"
 #include "async/event.h"
 #include "rpc/client_iclient.h"
@@ -134,6 +136,40 @@ TEST_F(BothEnds, StressOfCallsAgainstTheEnd) {
     call_until_the_end(3);
     server_running_.wait();
   });
+}
+
+// Each request puts the next one into the pipe, so that every read succeeds at once.
+class NeverPausing final : public test::EchoServer {
+ public:
+  explicit NeverPausing(std::shared_ptr<MemoryTransport> client) : client_(std::move(client)) {}
+
+  ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
+    if (!is_stopped)
+      Send();
+    return EchoServer::OpenPort(number);
+  }
+
+  void Send() const {
+    const auto number = bytes(4);
+    client_->WriteBytes(test::MakeMessage({0, kClientCode, 1, 0}, number)->bytes());
+  }
+
+  std::atomic<bool> is_stopped = false;
+
+ private:
+  const std::shared_ptr<MemoryTransport> client_;
+};
+
+TEST(Connection, PeerThatNeverPausesKeepsNoThread) {
+  auto [transport, peer] = MemoryTransport::MakePair();
+  const auto server = std::make_shared<NeverPausing>(peer);
+  const auto connection =
+      std::make_shared<test_connection>(transport, kServerCode, std::weak_ptr(server));
+  server->Send();
+  const auto running = connection->Run();  // returns although the requests go on
+  server->is_stopped = true;
+  connection->Cancel();
+  running.wait();
 }
 
 TEST(Writer, FailedWriteEndsTheSendingAndTheReading) {

@@ -8,7 +8,8 @@
 
 namespace tarnwheel {
 
-void client_log::identify(tether::ITransport& transport) noexcept {
+void client_log::identify(tether::ITransport& transport,
+                          std::shared_ptr<const void> place) noexcept {
   if (!logging::is_kept(logging::info))
     return;
   {
@@ -21,13 +22,14 @@ void client_log::identify(tether::ITransport& transport) noexcept {
     // Without a token, the thread may still be impersonating the client.
     if (!token)
       tether::revert_to_self();
-    static_cast<void>(look_up(shared_from_this(), std::move(token)));
+    static_cast<void>(look_up(shared_from_this(), std::move(token), std::move(place)));
   } catch (...) {
     answer({});  // no memory for the look-up
   }
 }
 
-ostra::future<void> client_log::look_up(std::shared_ptr<client_log> self, tether::CToken token) {
+ostra::future<void> client_log::look_up(std::shared_ptr<client_log> self, tether::CToken token,
+                                        [[maybe_unused]] std::shared_ptr<const void> place) {
   std::wstring name;
   try {
     ostra::resume_background elsewhere;

@@ -23,9 +23,10 @@ namespace tarnwheel {
 // Any thread may use it. The look-up shares ownership of it until it ends.
 class client_log : public std::enable_shared_from_this<client_log> {
  public:
-  // Starts the look-up of the client's account unless it has been started before. Called within a
-  // request, before its log lines; impersonates the client meanwhile.
-  void identify(tether::ITransport& transport) noexcept;
+  // Starts the look-up of the client's account unless it has been started before; the look-up holds
+  // `place` until it ends. Called within a request, before its log lines; impersonates the client
+  // meanwhile.
+  void identify(tether::ITransport& transport, std::shared_ptr<const void> place) noexcept;
 
   // Logs a line with the arguments {0} the client, {1} `number`, {2} `code`. `pattern` must be a
   // literal.
@@ -52,7 +53,8 @@ class client_log : public std::enable_shared_from_this<client_log> {
   // The most lines that wait for a name; when one more comes, all are logged without it.
   static constexpr std::size_t kMaxWaiting = 64;
 
-  static ostra::future<void> look_up(std::shared_ptr<client_log> self, tether::CToken token);
+  static ostra::future<void> look_up(std::shared_ptr<client_log> self, tether::CToken token,
+                                     std::shared_ptr<const void> place);
   void answer(std::wstring name) noexcept;
   bool wait_for_name(const line& next);
   void log(const line& next) const noexcept;

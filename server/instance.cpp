@@ -29,21 +29,18 @@ constexpr HRESULT kNoOpenPort = static_cast<HRESULT>(0x800708CA);  // ERROR_NOT_
 constexpr std::chrono::seconds kNameLimit(2);
 
 // Moves a coroutine off a thread that it would block: the acceptor's, when a session begins, or the
-// receive loop's, when a request lists or opens ports. When the pool accepts no more work, the
-// coroutine continues on its current thread.
+// receive loop's, when a request lists or opens ports.
 //
 // The coroutine to be moved awaits it directly: a helper coroutine might have moved and ended
 // before it is awaited, and its waiter would then continue on the old thread.
-class [[nodiscard]] off_this_thread : public ostra::resume_background {
- public:
-  void await_resume() const noexcept {}
-};
+using off_this_thread = ostra::try_resume_background;
 
-// A buffer for a device's output. Not initialised: a client may request much and receive little.
+// A buffer for a device's output, cleared: a driver may report more bytes than it has written, and
+// the client must not receive what the memory held before.
 class output_buffer {
  public:
   explicit output_buffer(std::size_t size)
-      : size_(size), bytes_(std::make_unique_for_overwrite<std::byte[]>(size)) {}
+      : size_(size), bytes_(std::make_unique<std::byte[]>(size)) {}
 
   [[nodiscard]] std::span<std::byte> span() const noexcept { return {bytes_.get(), size_}; }
 
@@ -91,7 +88,8 @@ void instance::start(std::shared_ptr<tether::ITransport> transport,
   const std::shared_ptr<instance> self(new instance(std::move(shared_ports)));
   self->connection_ = std::make_shared<client_connection>(std::move(transport), tether::kServerCode,
                                                           std::weak_ptr<instance>(self));
-  static_cast<void>(watch(self, self->connection_, std::move(place)));
+  static_cast<void>(
+      watch(self, self->connection_, std::make_shared<session_group::place>(std::move(place))));
 }
 
 // Releases the session's port however the watch ends, even when it runs out of memory.
@@ -108,8 +106,8 @@ class instance::departure {
 
 ostra::future<void> instance::watch(std::shared_ptr<instance> self,
                                     std::shared_ptr<client_connection> connection,
-                                    session_group::place place) {
-  self->place_ = &place;
+                                    std::shared_ptr<session_group::place> place) {
+  self->place_ = place;
   const departure leaving(*self);
   off_this_thread move;
   co_await move;
@@ -124,18 +122,22 @@ ostra::future<void> instance::watch(std::shared_ptr<instance> self,
   self->log_->write(logging::info, L"Client {0} disconnected");
 }
 
-// Called within a request. A request whose turn comes only after its client has left ends here.
-void instance::identify_client() {
+// Called by a request that may block its thread. Returns the session's place, which the request
+// holds: a client that leaves meanwhile and comes again takes another one. A request whose turn
+// comes only after its client has left ends here.
+std::shared_ptr<session_group::place> instance::begin_request() {
+  auto place = this->place();
   const auto transport = connection_->Transport();
   if (!transport)
     throw ostra::operation_cancelled();
-  log_->identify(*transport);
+  log_->identify(*transport, place);
+  return place;
 }
 
 ostra::future<std::vector<tether::port_record>> instance::EnumeratePorts() {
   off_this_thread move;
   co_await move;
-  identify_client();
+  const auto held = begin_request();
   log_->write(logging::info, L"Client {0} is enumerating available ports");
   std::vector<tether::port_record> records;
   for (auto& port : shared_present_ports(present_ports(), shared_ports_))
@@ -148,7 +150,7 @@ ostra::future<HRESULT> instance::OpenPort(std::uint32_t number) {
     co_return kAlreadyHoldsPort;
   off_this_thread move;
   co_await move;
-  identify_client();
+  const auto held = begin_request();
   log_->write(logging::debug, L"Client {0} is attempting to connect to COM{1}", number);
   co_return open_shared_port(number);
 }
@@ -184,6 +186,11 @@ void instance::adopt_port(std::shared_ptr<serial_port> port, std::uint32_t numbe
 bool instance::has_port() const noexcept {
   const std::lock_guard guard(lock_);
   return port_state_ == port_state::open;
+}
+
+std::shared_ptr<session_group::place> instance::place() const noexcept {
+  const std::lock_guard guard(lock_);
+  return place_;
 }
 
 std::shared_ptr<serial_port> instance::port() const noexcept {

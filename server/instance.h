@@ -20,6 +20,10 @@ using client_connection = tether::Connection<tether::Client_IClient, tether::Ser
 // Owned by its watch coroutine, from the client's arrival to its departure, and by each of its
 // requests in progress. The connection holds a weak reference to it.
 //
+// Its place is shared by the watch coroutine and by what may block a thread for the client: listing
+// and opening ports, and the look-up of its account. So such threads are no more than the places,
+// even if clients leave and come again while a driver does not return.
+//
 // The requests of one client run concurrently, on any pool thread. Controls, writes and reads start
 // in order of arrival, so pipelined writes reach the device in order. Listing and opening ports
 // block their thread, for a long time with some drivers, so they run outside the receive loop. The
@@ -30,8 +34,7 @@ class instance final : public tether::IServer_Remote,
  public:
   // Starts the session of the client that is connected to `transport`. `shared_ports` is ascending;
   // empty shares every port. The session owns itself until the connection ends; it then logs the
-  // departure, closes its port, and gives up its place. A driver that does not release the port
-  // keeps the place taken.
+  // departure, closes its port, and gives up its place, unless one of its threads is still blocked.
   static void start(std::shared_ptr<tether::ITransport> transport,
                     std::vector<std::uint32_t> shared_ports, session_group::place place);
 
@@ -50,12 +53,13 @@ class instance final : public tether::IServer_Remote,
 
   static ostra::future<void> watch(std::shared_ptr<instance> self,
                                    std::shared_ptr<client_connection> connection,
-                                   session_group::place place);
+                                   std::shared_ptr<session_group::place> place);
 
-  void identify_client();
+  [[nodiscard]] std::shared_ptr<session_group::place> begin_request();
   HRESULT open_shared_port(std::uint32_t number);
   void adopt_port(std::shared_ptr<serial_port> port, std::uint32_t number);
   [[nodiscard]] bool has_port() const noexcept;
+  [[nodiscard]] std::shared_ptr<session_group::place> place() const noexcept;  // null once gone
   [[nodiscard]] std::shared_ptr<serial_port> port() const noexcept;  // null while none is open
   void depart() noexcept;
 
@@ -64,10 +68,10 @@ class instance final : public tether::IServer_Remote,
   const std::shared_ptr<client_log> log_;
   std::shared_ptr<client_connection> connection_;
 
-  // Guarded by lock_. The port is set exactly while the state is open. The place is the watch
-  // coroutine's, and null once the client has left.
+  // Guarded by lock_. The port is set exactly while the state is open; the place until the client
+  // has left.
   mutable ostra::srw_lock lock_;
-  session_group::place* place_ = nullptr;
+  std::shared_ptr<session_group::place> place_;
   port_state port_state_ = port_state::none;
   std::shared_ptr<serial_port> port_;
 };

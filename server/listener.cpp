@@ -57,10 +57,10 @@ ostra::future<void> listener::start() {
   acceptors.reserve(kAcceptors);
   try {
     for (auto& next : made) {
-      acceptors.push_back(accept(std::move(next)));
-      if (acceptors.back().is_complete())
-        acceptors.back()
-            .get();  // it failed before its first wait; none ends before the cancellation
+      const auto& started = acceptors.emplace_back(accept(std::move(next)));
+      // None ends before the cancellation, so this one has failed before its first wait.
+      if (started.is_complete())
+        started.get();
     }
     return all_of(acceptors);
   } catch (...) {
@@ -150,12 +150,12 @@ ostra::future<void> listener::accept_one(next_endpoint& next) {
 ostra::future<session_group::place> listener::take_place() {
   if (auto place = sessions_->try_take())
     co_return *std::move(place);
+  auto taking = sessions_->take();
   if (++waiting_ == kAcceptors) {
     logging::write(logging::warning,
                    L"The server has all the clients that it can serve; others find its pipe busy "
                    L"until one leaves");
   }
-  auto taking = sessions_->take();
   auto place = co_await taking;
   --waiting_;
   co_return place;

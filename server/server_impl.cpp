@@ -130,9 +130,9 @@ ostra::future<void> server_impl::serve() {
   parts.discovery = run_discovery(parameters.auto_discovery);
   co_await stop_requested;
   end_work();
+  auto departed = sessions_->departed(kDepartureLimit);
   co_await parts.acceptors;
   co_await parts.discovery;
-  auto departed = sessions_->departed(kDepartureLimit);
   const bool all_left = co_await departed;
   if (!all_left)
     log_remaining_sessions();

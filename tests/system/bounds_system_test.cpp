@@ -155,7 +155,7 @@ TEST(BlockedCall, OpenControlWriteMayBePipelined) {
   EXPECT_TRUE(port.Receives("first, second"));
 }
 
-TEST(BlockedCall, ListsOfAClientAreMadeOneAtATime) {
+TEST(BlockedCall, ListsOfAClientAreMadeOneAtATimeAndHoldUpNoStop) {
   FaultyServer server;
   RawClient client;
   server.faults.Block("SetupDiGetClassDevsExW");
@@ -164,6 +164,10 @@ TEST(BlockedCall, ListsOfAClientAreMadeOneAtATime) {
   EXPECT_TRUE(server.Logs(L" is enumerating available ports\n"));
   EXPECT_FALSE(client.TryReceive(200));
   EXPECT_EQ(server.Count(L" is enumerating available ports\n"), 1);
+  // The call keeps the client's place, so a client that comes again and again gains nothing.
+  client.Disconnect();
+  EXPECT_TRUE(server.Logs(L" disconnected\n"));
+  ExpectStop(server, L"A client's request is still running");
 }
 
 TEST(BlockedCall, DriverThatBlocksHoldsUpNoStop) {
