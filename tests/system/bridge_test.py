@@ -12,6 +12,7 @@ import struct
 import subprocess
 import sys
 import threading
+import time
 import unittest
 
 import serial
@@ -198,17 +199,24 @@ class BridgeTest(unittest.TestCase):
         self.expect_serves(bridge)
 
     def test_next_program_comes_at_once_and_finds_the_line_as_the_options_have_it(self):
-        bridge = self.bridge("--listen", "0", "--baud", "9600", "--idle-timeout", "2")
-        for _ in range(8):
+        bridge = self.bridge("--listen", "0", "--baud", "9600")
+        for breaks in range(8):
             program = self.telnet(bridge)
             self.assertEqual(self.far.outputs(), "DTR RTS")
             program.command(SET_BAUD_RATE, 0, 0, 0, 0, answer=(0, 0, 0x25, 0x80))
             program.command(SET_BAUD_RATE, 0, 0, 1, 44)
             program.command(SET_CONTROL, DTR_OFF)
             program.send(b"\xff\xf3")
-            programs.eventually(lambda: self.far.outputs() == "RTS BREAK")
+            programs.eventually(lambda: self.far.breaks() == breaks + 1)
             program.leave()
-        silent = self.telnet(bridge)
+
+    def test_silent_program_is_disconnected_once_the_line_has_its_bytes(self):
+        bridge = self.bridge("--listen", "0", "--raw", "--idle-timeout", "1", "--flow", "rtscts")
+        silent, sent = Program(self, bridge), random.Random(4).randbytes(5 << 18)  # more than the line holds
+        silent.send(sent)
+        time.sleep(2)
+        for i in range(0, len(sent), 1 << 18):
+            self.assertEqual(self.far.read(1 << 18), sent[i:i + (1 << 18)])
         self.assertEqual(silent.socket.recv(1), b"")
         bridge.says(" is idle and has been disconnected")
 
@@ -218,7 +226,7 @@ class BridgeTest(unittest.TestCase):
         ending = self.bridge("--listen", "0", port="COM5")
         programs.stop(self.server)
         ending.says("the server on this machine ended the connection")
-        self.assertEqual(ending.process.wait(20), 2)
+        programs.ends(ending.process, 2)
         bridge.says("trying again")
         Program(self, bridge).expect_refusal("is not available at the moment")
         self.setUp(anew=0)
@@ -228,7 +236,7 @@ class BridgeTest(unittest.TestCase):
         ending = self.bridge("--listen", "0")
         self.far.set_up(vanished=1)
         ending.says(PORT)
-        self.assertEqual(ending.process.wait(40), 4)
+        programs.ends(ending.process, 4, limit=40)
 
 
 unittest.main()

@@ -105,7 +105,7 @@ class ClientTest(unittest.TestCase):
         received += client.stdout.read()
         self.assertTrue(received.endswith(sent[-1000:]), len(received))
         self.assertGreater(len(received), len(sent) / 2)
-        self.assertEqual(client.wait(20), 0)
+        programs.ends(client)
 
     def test_pipe_changes_the_text_as_it_is_told(self):
         programs.start_server(self.addCleanup)
@@ -125,7 +125,7 @@ class ClientTest(unittest.TestCase):
         far.write(b"late\r\n\x1a")
         self.assertEqual(client.stdout.read(7), b"late\r\n\x1a")
         self.assertIsNone(client.poll(), "at once, not at the end")
-        self.assertEqual(client.wait(20), 0)
+        programs.ends(client)
         self.assertGreaterEqual(time.monotonic() - start, 3.99)
         programs.eventually(far.is_closed)
 

@@ -127,9 +127,9 @@ TEST_F(ComBridge, DeviceThatTellsNoSettingsHasThoseOfTheCommandLine) {
   EXPECT_TRUE(bridge.Prints(L" does not report a program's line settings"));
   EXPECT_TRUE(Has(pair_, 0, 300));
   const auto program = OpenPort(kVirtualPort);
-  for (int breaks = 0; breaks < 2; ++breaks) {
+  for (std::uint32_t breaks = 1; breaks <= 2; ++breaks) {
     ::EscapeCommFunction(program.get(), SETBREAK);
-    EXPECT_TRUE(Has(pair_, OUTPUT_BREAK, 300));
+    EXPECT_TRUE(Eventually([&] { return pair_.State().breaks == breaks; }));
     ::EscapeCommFunction(program.get(), CLRBREAK);
     EXPECT_TRUE(Has(pair_, 0, 300));
   }

@@ -99,6 +99,20 @@ static NTSTATUS set_name(ULONG index, BOOLEAN exists) {
   return exists ? IoCreateSymbolicLink(&link, &device) : STATUS_SUCCESS;
 }
 
+// Must not be called with the lock held.
+static void hide(struct port* port, BOOLEAN hides) {
+  if (port->is_hidden != hides)
+    set_name((ULONG)(port - ports), !hides);
+  port->is_hidden = hides;
+}
+
+// Whether the order makes the port vanish. Its name goes before its requests fail: a program that
+// opens it again does not find it.
+static BOOLEAN vanishes(const IRP* irp, ULONG major, ULONG code) {
+  const struct virtual_serial_setup* const setup = irp->AssociatedIrp.SystemBuffer;
+  return major == IRP_MJ_DEVICE_CONTROL && code == ORDER_SET_UP && setup->vanished;
+}
+
 // Carries out the opening or closing of a port, or an order; these complete at once. False for any
 // other request.
 static BOOLEAN carry_out(struct port* port, IRP* irp, ULONG major, ULONG code) {
@@ -129,15 +143,13 @@ static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   const ULONG code = stack->Parameters.DeviceIoControl.IoControlCode;
   KIRQL irql;
   irp->IoStatus.Information = 0;
+  if (vanishes(irp, major, code))
+    hide(first_of_pair(port), TRUE);
   KeAcquireSpinLock(&lock, &irql);
   const BOOLEAN done = carry_out(port, irp, major, code);
   KeReleaseSpinLock(&lock, irql);
   if (done) {
-    struct port* const first = first_of_pair(port);
-    if (first->is_hidden != first->setup.vanished) {  // must not run under the lock
-      first->is_hidden = !first->is_hidden;
-      set_name((ULONG)(first - ports), !first->is_hidden);
-    }
+    hide(first_of_pair(port), first_of_pair(port)->setup.vanished != 0);
     irp->IoStatus.Status = STATUS_SUCCESS;
     IoCompleteRequest(irp, IO_NO_INCREMENT);
     return STATUS_SUCCESS;

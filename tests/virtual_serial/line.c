@@ -31,8 +31,8 @@ void reset_line(struct port* port) {
   *(ULONG*)port->settings[0] = MAXULONG;  // reads return at once with what has arrived
   *(ULONG*)port->settings[1] = 9600;
   port->settings[2][2] = 8;  // data bits
-  port->state.outputs = port->state.wait_mask = port->state.purged = port->received_size = 0;
-  port->escape = 0;
+  port->state.outputs = port->state.wait_mask = port->state.purged = port->state.breaks = 0;
+  port->received_size = port->escape = 0;
 }
 
 // Writes the line status, baud rate and line control of the other end to `out`: 14 bytes.
@@ -78,6 +78,7 @@ static NTSTATUS set_outputs(struct port* port, ULONG outputs) {
   const ULONG changes = (port->state.outputs ^ outputs) & (outputs | ~(ULONG)OUTPUT_BREAK);
   struct port* const other = far_end(port);
   port->state.outputs = outputs;
+  port->state.breaks += (changes & OUTPUT_BREAK) != 0;
   tell_change(other);
   for (ULONG i = 0; i < RTL_NUMBER_OF(signals); ++i) {
     if (changes & signals[i].output)

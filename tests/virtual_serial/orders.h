@@ -38,4 +38,5 @@ struct virtual_serial_state {
   uint32_t purged;  // flags of all purges since the last set-up with `anew`
   uint32_t baud_rate;
   uint8_t line_control[4];  // stop bits, parity, data bits
+  uint32_t breaks;          // begun since the last set-up with `anew`
 };
