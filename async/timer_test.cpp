@@ -58,6 +58,18 @@ TEST(AsyncTimer, StressOfUseWhileOthersCancelIt) {
   });
 }
 
+TEST(AsyncTimer, FiringThatACancelOvertakesDoesNotEndTheNextWait) {
+  testing_support::stress([](auto& random) {
+    auto_reset_event event;
+    const auto is_set = wait_twice(event, 1ms);
+    std::this_thread::sleep_for(1ms + std::chrono::microseconds(random() % 500));
+    event.set();
+    std::this_thread::sleep_for(1ms);
+    event.set();
+    EXPECT_TRUE(is_set.get());
+  });
+}
+
 TEST(Within, CallOrItsLimitGivesTheOutcome) {
   promise<int> succeeds, fails;
   const auto value = within(succeeds.get_future(), 1h);

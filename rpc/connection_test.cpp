@@ -139,33 +139,24 @@ TEST_F(BothEnds, StressOfCallsAgainstTheEnd) {
 }
 
 // Each request puts the next one into the pipe, so that every read succeeds at once.
-class NeverPausing final : public test::EchoServer {
- public:
-  explicit NeverPausing(std::shared_ptr<MemoryTransport> client) : client_(std::move(client)) {}
-
-  ostra::future<HRESULT> OpenPort(std::uint32_t number) override {
+struct EndlessServer final : test::EchoServer {
+  ostra::future<HRESULT> OpenPort(std::uint32_t) override {
     if (!is_stopped)
-      Send();
-    return EchoServer::OpenPort(number);
+      client->WriteBytes(test::MakeMessage({0, kClientCode, 1, 0}, bytes(4))->bytes());
+    co_return S_OK;
   }
 
-  void Send() const {
-    const auto number = bytes(4);
-    client_->WriteBytes(test::MakeMessage({0, kClientCode, 1, 0}, number)->bytes());
-  }
-
+  std::shared_ptr<MemoryTransport> client;
   std::atomic<bool> is_stopped = false;
-
- private:
-  const std::shared_ptr<MemoryTransport> client_;
 };
 
 TEST(Connection, PeerThatNeverPausesKeepsNoThread) {
   auto [transport, peer] = MemoryTransport::MakePair();
-  const auto server = std::make_shared<NeverPausing>(peer);
+  const auto server = std::make_shared<EndlessServer>();
+  server->client = peer;
+  server->OpenPort(0).get();
   const auto connection =
       std::make_shared<test_connection>(transport, kServerCode, std::weak_ptr(server));
-  server->Send();
   const auto running = connection->Run();  // returns although the requests go on
   server->is_stopped = true;
   connection->Cancel();

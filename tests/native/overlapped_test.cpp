@@ -57,11 +57,11 @@ TEST_P(Overlapped, EachAnswerGivesItsResultAtOnceAndLater) {
 }
 
 // The first cancel falls between the subscription and the call, where CancelIoEx finds nothing; the
-// second falls between the call and the suspension. The pause lets the cancel or the completion
-// come first in most rounds; either order has to work.
+// second falls between the call and the suspension, the third comes after it. The pause lets the
+// cancel or the completion come first in most rounds; either order has to work.
 TEST_P(Overlapped, CancellationAndCompletionMayComeAtAnyTime) {
   for (int round = 0; round < 50; ++round) {
-    const cancellation_source early, late, both;
+    const cancellation_source early, late, suspended, both;
     const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); };
     const auto cancel_and_begin = [&](OVERLAPPED* call) {
       early.cancel();
@@ -79,6 +79,9 @@ TEST_P(Overlapped, CancellationAndCompletionMayComeAtAnyTime) {
     };
     ASSERT_EQ(outcome_of(Call(begin_and([&] { late.cancel(); }), late.token())), kAborted);
     ASSERT_EQ(outcome_of(Call(begin_and([&] { device_.send({}); }))), S_OK);
+    const auto waiting = PendingCall(suspended.token());
+    suspended.cancel();
+    ASSERT_EQ(outcome_of(waiting), kAborted);
     const auto pending = PendingCall(both.token());
     const std::jthread sender([this] { device_.send({}); });
     both.cancel();

@@ -72,7 +72,8 @@ inline void SetThreadpoolTimer(PTP_TIMER timer, const FILETIME* due, DWORD, DWOR
     std::unique_lock guard(lock);
     std::condition_variable_any().wait_for(guard, withdrawn, delay, [] { return false; });
     if (!withdrawn.stop_requested()) {
-      std::this_thread::sleep_for(std::chrono::microseconds(50));  // leaves room for a cancel
+      // Leaves room for a cancel, and for the next wait of the one that it resumes.
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
       kept->call(&fired);
     }
     DisassociateCurrentThreadFromCallback(&fired);

@@ -12,7 +12,6 @@ import struct
 import subprocess
 import sys
 import threading
-import time
 import unittest
 
 import serial
@@ -212,11 +211,13 @@ class BridgeTest(unittest.TestCase):
 
     def test_silent_program_is_disconnected_once_the_line_has_its_bytes(self):
         bridge = self.bridge("--listen", "0", "--raw", "--idle-timeout", "1", "--flow", "rtscts")
-        silent, sent = Program(self, bridge), random.Random(4).randbytes(5 << 18)  # more than the line holds
+        silent, sent = Program(self, bridge), random.Random(4).randbytes(1_080_000)  # more than the line holds
         silent.send(sent)
-        time.sleep(2)
-        for i in range(0, len(sent), 1 << 18):
-            self.assertEqual(self.far.read(1 << 18), sent[i:i + (1 << 18)])
+        silent.socket.settimeout(2)
+        self.assertRaises(TimeoutError, silent.socket.recv, 1)
+        silent.socket.settimeout(20)
+        for i in range(0, len(sent), 270_000):
+            self.assertEqual(self.far.read(270_000), sent[i:i + 270_000])
         self.assertEqual(silent.socket.recv(1), b"")
         bridge.says(" is idle and has been disconnected")
 
