@@ -8,8 +8,7 @@
 namespace system_test {
 
 constexpr std::uint32_t kVirtualPort = TARNWHEEL_VIRTUAL_PORT;
-constexpr std::uint32_t kLocalPort =
-    TARNWHEEL_LOCAL_PORT;  // of the pair whose ends report to each other
+constexpr std::uint32_t kLocalPort = TARNWHEEL_LOCAL_PORT;  // its pair's ends report to each other
 
 inline Tamrin::unique_file OpenPort(std::uint32_t number, DWORD flags = 0) {
   return Tamrin::unique_file(::CreateFileW((LR"(\\.\COM)" + std::to_wstring(number)).c_str(),

@@ -153,6 +153,15 @@ TEST(BlockedCall, OpenControlWriteMayBePipelined) {
   }
   EXPECT_EQ(client.IoControl(IOCTL_SERIAL_GET_BAUD_RATE, 4).data, U32(57'600));
   EXPECT_TRUE(port.Receives("first, second"));
+  // A port that is opened for a client that has gone is closed.
+  server.faults.Block("CreateFileW");
+  client = RawClient();
+  EXPECT_TRUE(client.Send(Request(1, kOpenPort, U32(kLoopbackPort))));
+  EXPECT_TRUE(server.faults.Strikes());
+  client.Disconnect();
+  EXPECT_TRUE(server.Logs(L" disconnected\n", 2));
+  server.faults.Disarm();
+  EXPECT_TRUE(Eventually([] { return RawClient().OpenPort(kLoopbackPort) == 0; }));
 }
 
 TEST(BlockedCall, ListsOfAClientAreMadeOneAtATimeAndHoldUpNoStop) {

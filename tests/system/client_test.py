@@ -93,12 +93,7 @@ class ClientTest(unittest.TestCase):
     def test_pipe_keeps_its_input_for_the_next_connection(self):
         server = programs.start_server(self.addCleanup)
         client, sent = self.pipe("COM5", "--retry"), random.Random(3).randbytes(1 << 20)
-
-        def feed():
-            client.stdin.write(sent)
-            client.stdin.close()
-
-        threading.Thread(target=feed, daemon=True).start()
+        threading.Thread(target=lambda: client.stdin.write(sent) and client.stdin.close(), daemon=True).start()
         received = self.read(client, 1000)
         programs.stop(server)
         programs.start_server(self.addCleanup)

@@ -106,13 +106,6 @@ static void hide(struct port* port, BOOLEAN hides) {
   port->is_hidden = hides;
 }
 
-// Whether the order makes the port vanish. Its name goes before its requests fail: a program that
-// opens it again does not find it.
-static BOOLEAN vanishes(const IRP* irp, ULONG major, ULONG code) {
-  const struct virtual_serial_setup* const setup = irp->AssociatedIrp.SystemBuffer;
-  return major == IRP_MJ_DEVICE_CONTROL && code == ORDER_SET_UP && setup->vanished;
-}
-
 // Carries out the opening or closing of a port, or an order; these complete at once. False for any
 // other request.
 static BOOLEAN carry_out(struct port* port, IRP* irp, ULONG major, ULONG code) {
@@ -138,18 +131,21 @@ static BOOLEAN carry_out(struct port* port, IRP* irp, ULONG major, ULONG code) {
 
 static NTSTATUS NTAPI dispatch(DEVICE_OBJECT* object, IRP* irp) {
   struct port* const port = *(struct port**)object->DeviceExtension;
+  struct port* const first = first_of_pair(port);
+  const struct virtual_serial_setup* const setup = irp->AssociatedIrp.SystemBuffer;
   IO_STACK_LOCATION* const stack = IoGetCurrentIrpStackLocation(irp);
   const UCHAR major = stack->MajorFunction;
   const ULONG code = stack->Parameters.DeviceIoControl.IoControlCode;
   KIRQL irql;
   irp->IoStatus.Information = 0;
-  if (vanishes(irp, major, code))
-    hide(first_of_pair(port), TRUE);
+  // Before the requests fail: a program that then opens the port again does not find it.
+  if (major == IRP_MJ_DEVICE_CONTROL && code == ORDER_SET_UP && setup->vanished)
+    hide(first, TRUE);
   KeAcquireSpinLock(&lock, &irql);
   const BOOLEAN done = carry_out(port, irp, major, code);
   KeReleaseSpinLock(&lock, irql);
   if (done) {
-    hide(first_of_pair(port), first_of_pair(port)->setup.vanished != 0);
+    hide(first, first->setup.vanished != 0);
     irp->IoStatus.Status = STATUS_SUCCESS;
     IoCompleteRequest(irp, IO_NO_INCREMENT);
     return STATUS_SUCCESS;
