@@ -236,10 +236,11 @@ ostra::future<tether::bytes_result> instance::Read(std::uint32_t size) {
 }
 
 void instance::depart() noexcept {
+  std::shared_ptr<session_group::place> place;
   std::shared_ptr<serial_port> port;
   {
     const std::lock_guard guard(lock_);
-    place_ = nullptr;
+    place.swap(place_);
     port_state_ = port_state::gone;
     port.swap(port_);
   }
@@ -248,6 +249,7 @@ void instance::depart() noexcept {
   if (port->has_pending_calls())
     end_calls(port);
   port->close();
+  place->set_port(0);
 }
 
 }  // namespace tarnwheel

@@ -26,7 +26,7 @@ class session_group : public std::enable_shared_from_this<session_group> {
     place& operator=(place&& other) noexcept;
     ~place();
 
-    // Records that the session holds COM`number`.
+    // Records that the session holds COM`number`; 0: no port.
     void set_port(std::uint32_t number) noexcept;
 
    private:

@@ -203,6 +203,7 @@ TEST(BlockedCall, AccountThatIsNotFoundHoldsUpNoRequest) {
   }
   EXPECT_TRUE(server.Logs(L"Client Unknown disconnected"));
   ExpectStop(server, L"Client Unknown has just connected to COM");
+  EXPECT_EQ(server.Count(L"A client's request is still running"), 1);
 }
 
 TEST(BlockedCall, ComputerThatIsNotFoundHoldsUpNoStop) {
