@@ -21,8 +21,8 @@ using client_connection = tether::Connection<tether::Client_IClient, tether::Ser
 // requests in progress. The connection holds a weak reference to it.
 //
 // Its place is shared by the watch coroutine and by what may block a thread for the client: listing
-// and opening ports, and the look-up of its account. So such threads are no more than the places,
-// even if clients leave and come again while a driver does not return.
+// and opening ports, and the look-up of its account. So such threads are no more than two for each
+// place, even if clients leave and come again while a driver does not return.
 //
 // The requests of one client run concurrently, on any pool thread. Controls, writes and reads start
 // in order of arrival, so pipelined writes reach the device in order. Listing and opening ports

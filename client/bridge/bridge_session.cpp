@@ -28,12 +28,12 @@ ostra::future<void> bridge_session::run() {
     for (;;) {
       auto read = program_->read(buffer);
       const std::size_t size = co_await read;
-      if (size == 0 || !begin_taking())
+      if (size == 0 || !note_activity())
         break;
       const auto end = buffer.begin() + static_cast<std::ptrdiff_t>(size);
       auto taken = take(std::vector<std::byte>(buffer.begin(), end));
       co_await taken;
-      end_taking();
+      note_activity();
     }
   } catch (const ostra::hresult_error&) {
     // The program has gone, or close() was called.
@@ -74,16 +74,11 @@ bool bridge_session::close_if_idle(clock::duration limit) noexcept {
   return true;
 }
 
-bool bridge_session::begin_taking() noexcept {
+// False when the session has been closed.
+bool bridge_session::note_activity() noexcept {
   const std::lock_guard guard(lock_);
-  taking_ = !closed_;
-  return taking_;
-}
-
-void bridge_session::end_taking() noexcept {
-  const std::lock_guard guard(lock_);
-  taking_ = false;
   active_ = clock::now();
+  return !closed_;
 }
 
 bool bridge_session::is_closed() const noexcept {
@@ -117,8 +112,7 @@ ostra::future<void> bridge_session::deliver(std::vector<std::byte> bytes) {
   const auto self = shared_from_this();
   auto sent = send(std::move(bytes));
   co_await sent;
-  const std::lock_guard guard(lock_);
-  active_ = clock::now();
+  note_activity();
 }
 
 ostra::future<void> bridge_session::send(std::vector<std::byte> bytes) {
@@ -132,8 +126,6 @@ std::chrono::steady_clock::duration bridge_session::idle_time() const noexcept {
 
 // Called with lock_ held.
 bridge_session::clock::duration bridge_session::idle_for() const noexcept {
-  if (taking_)
-    return clock::duration::zero();
   const auto last = std::max(active_, line_.busy_until());
   return std::max(clock::now() - last, clock::duration::zero());
 }

@@ -77,8 +77,7 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   using clock = std::chrono::steady_clock;
 
   ostra::future<void> follow_line();
-  [[nodiscard]] bool begin_taking() noexcept;
-  void end_taking() noexcept;
+  bool note_activity() noexcept;
   [[nodiscard]] clock::duration idle_for() const noexcept;
 
   const std::shared_ptr<byte_stream> program_;
@@ -88,7 +87,6 @@ class bridge_session : public std::enable_shared_from_this<bridge_session> {
   // Guarded by lock_.
   mutable ostra::srw_lock lock_;
   bool closed_ = false;
-  bool taking_ = false;  // in take()
   clock::time_point active_ = clock::now();
 
   std::atomic<std::uint32_t> events_ = 0;  // not yet passed to notify_of()

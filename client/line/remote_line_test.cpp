@@ -142,8 +142,11 @@ TEST_F(RemoteLine, ServerThatGoesAwayEndsTheLineOnce) {
     static_cast<void>(own.controls().set_dtr(true));
   }
   Start(SERIAL_EV_CTS);
-  Write(1);
+  const auto room = line.write(bytes(80'000));
+  EXPECT_FALSE(room.is_complete() || line.has_ended());
   server.hang_up();
+  room.get();
+  EXPECT_TRUE(line.has_ended());
   line.drained().get();
   EXPECT_TRUE(Hears("!COM5: the server on this machine ended the connection (0x800704c7)"));
 }

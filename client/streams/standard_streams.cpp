@@ -39,7 +39,8 @@ struct input_stream::state {
 
   // A program may have been started without standard input.
   void note(DWORD reason) {
-    constexpr DWORD kEnds[] = {ERROR_BROKEN_PIPE, ERROR_HANDLE_EOF, ERROR_INVALID_HANDLE};
+    constexpr DWORD kEnds[] = {ERROR_BROKEN_PIPE, ERROR_PIPE_NOT_CONNECTED, ERROR_HANDLE_EOF,
+                               ERROR_INVALID_HANDLE};
     if (std::ranges::find(kEnds, reason) == std::end(kEnds))
       error = reason;
   }
