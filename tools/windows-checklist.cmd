@@ -98,8 +98,16 @@ bin\tarnwheel-line-check.exe . %1 >results\line.txt 2>&1
 call :expect line %errorlevel% 0
 goto :eof
 
+rem Waits until the service has stopped: net stop may return sooner.
 :restart
 net stop qrvtwsrv >nul 2>&1
+set checks=0
+:stopping
+sc query qrvtwsrv | find "STOPPED" >nul
+if not errorlevel 1 goto stopped
+set /a checks=checks+1
+if %checks% lss 100 goto stopping
+:stopped
 net start qrvtwsrv >nul 2>&1
 goto :eof
 
