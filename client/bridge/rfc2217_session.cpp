@@ -80,7 +80,7 @@ ostra::future<void> rfc2217_session::notify_of(std::uint32_t events) {
   if ((events & kModemEvents) != 0) {
     auto asked = control_.modem_status();
     const std::uint32_t status = co_await asked;
-    auto sent = send_notice(control_.modem_notice(status, (events & SERIAL_EV_RING) != 0));
+    auto sent = send_notice(control_.notices().modem_state(status, (events & SERIAL_EV_RING) != 0));
     co_await sent;
   }
   if ((events & ~kModemEvents) != 0) {
@@ -88,7 +88,7 @@ ostra::future<void> rfc2217_session::notify_of(std::uint32_t events) {
     std::uint32_t errors = co_await asked;
     if ((events & SERIAL_EV_BREAK) != 0)
       errors |= SERIAL_ERROR_BREAK;
-    auto sent = send_notice(control_.line_notice(errors));
+    auto sent = send_notice(control_.notices().line_state(errors));
     co_await sent;
   }
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 #include <utility>
 
 #include "client/telnet/com_port_option.h"
@@ -12,10 +11,6 @@ namespace {
 
 using namespace com_port_option;
 using payload = com_port_control::payload;
-
-payload answer(std::uint8_t command, std::uint8_t value) {
-  return {std::byte(command + kToClient), std::byte(value)};
-}
 
 ostra::future<payload> ready(payload bytes) {
   co_return bytes;
@@ -73,12 +68,6 @@ SERIAL_LINE_CONTROL as_driver_takes_it(SERIAL_LINE_CONTROL line) {
   if (line.StopBits != STOP_BIT_1)
     line.StopBits = line.WordLength == 5 ? STOP_BITS_1_5 : STOP_BITS_2;
   return line;
-}
-
-std::uint8_t changes_between(std::uint8_t before, std::uint8_t now) {
-  const auto changed = static_cast<std::uint8_t>(before ^ now);
-  const auto told = static_cast<std::uint8_t>((changed & ~kRing) | (changed & before & kRing));
-  return static_cast<std::uint8_t>(told >> 4);
 }
 
 }  // namespace
@@ -281,10 +270,10 @@ void com_port_control::close() {
 }
 
 payload com_port_control::set_mask(std::uint8_t command, std::uint8_t value) {
-  {
-    const std::lock_guard guard(lock_);
-    (command == kSetLineStateMask ? line_mask_ : modem_mask_) = value;
-  }
+  if (command == kSetLineStateMask)
+    notices_.set_line_mask(value);
+  else
+    notices_.set_modem_mask(value);
   return answer(command, value);
 }
 
@@ -302,40 +291,7 @@ ostra::future<std::uint32_t> com_port_control::modem_status() {
 ostra::future<payload> com_port_control::tell_modem_state() {
   auto asked = modem_status();
   const std::uint32_t status = co_await asked;
-  const std::lock_guard guard(lock_);
-  co_return answer(kNotifyModemState, next_modem_state(status));
-}
-
-payload com_port_control::modem_notice(std::uint32_t status, bool rang) {
-  const std::lock_guard guard(lock_);
-  const bool first = !notified_;
-  const auto changed = static_cast<std::uint8_t>(lines_ ^ (status & kLines));
-  const unsigned state = next_modem_state(status) | (rang ? kRing >> 4 : 0u);
-  if (!first && ((changed | (state & ~unsigned{kLines})) & modem_mask_) == 0)
-    return {};
-  return answer(kNotifyModemState, static_cast<std::uint8_t>(state & modem_mask_));
-}
-
-std::uint8_t com_port_control::next_modem_state(std::uint32_t status) {
-  const auto lines = static_cast<std::uint8_t>(status & kLines);
-  const std::uint8_t before = std::exchange(lines_, lines);
-  const std::uint8_t changes = std::exchange(notified_, true) ? changes_between(before, lines) : 0;
-  return static_cast<std::uint8_t>(lines | changes);
-}
-
-payload com_port_control::line_notice(std::uint32_t errors) {
-  constexpr std::pair<std::uint32_t, std::uint8_t> kStates[] = {
-      {SERIAL_ERROR_BREAK, kBreakDetected},
-      {SERIAL_ERROR_FRAMING, kFramingError},
-      {SERIAL_ERROR_PARITY, kParityError},
-      {SERIAL_ERROR_OVERRUN, kOverrun},
-      {SERIAL_ERROR_QUEUEOVERRUN, kOverrun}};
-  unsigned state = 0;
-  for (const auto& [error, bit] : kStates)
-    state |= (errors & error) != 0 ? bit : 0u;
-  const std::lock_guard guard(lock_);
-  state &= line_mask_;
-  return state == 0 ? payload() : answer(kNotifyLineState, static_cast<std::uint8_t>(state));
+  co_return notices_.requested_modem_state(status);
 }
 
 }  // namespace tarnwheel::client

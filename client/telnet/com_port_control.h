@@ -10,9 +10,9 @@
 
 #include "async/event.h"
 #include "async/future.h"
-#include "async/srw_lock.h"
 #include "async/timer.h"
 #include "client/line/remote_line.h"
+#include "client/telnet/com_port_notices.h"
 
 namespace tarnwheel::client {
 
@@ -41,11 +41,7 @@ class com_port_control {
   // change one, and each refusal costs the whole time limit of a request.
   ostra::future<payload> execute(std::vector<std::byte> command);
 
-  // Notices of the modem lines' state (MS_CTS_ON and so on) and of errors (SERIAL_ERROR_*); empty
-  // when the client's mask suppresses them. The first notice reports all lines. `rang` reports a
-  // ring that has ended, which leaves the line unchanged.
-  [[nodiscard]] payload modem_notice(std::uint32_t status, bool rang = false);
-  [[nodiscard]] payload line_notice(std::uint32_t errors);
+  [[nodiscard]] com_port_notices& notices() noexcept { return notices_; }
 
   // MS_CTS_ON and so on; 0 from a device that has no such lines.
   ostra::future<std::uint32_t> modem_status();
@@ -82,7 +78,6 @@ class com_port_control {
   [[nodiscard]] payload signal_state(const signal& asked) const;
   [[nodiscard]] payload flow_state(std::uint8_t value) const;
   [[nodiscard]] payload set_mask(std::uint8_t command, std::uint8_t value);
-  [[nodiscard]] std::uint8_t next_modem_state(std::uint32_t status);
 
   remote_line& line_;
   com_port_settings& settings_;
@@ -92,13 +87,7 @@ class com_port_control {
   std::atomic<bool> closed_ = false;
   ostra::async_event flowing_{true};
   ostra::async_timer break_time_;
-
-  // Guarded by lock_.
-  ostra::srw_lock lock_;
-  std::uint8_t line_mask_ = 0;
-  std::uint8_t modem_mask_ = 0xFF;
-  std::uint8_t lines_ = 0;  // the modem lines as last reported
-  bool notified_ = false;
+  com_port_notices notices_;
 };
 
 }  // namespace tarnwheel::client

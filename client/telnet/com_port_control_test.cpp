@@ -42,9 +42,9 @@ struct ComPortControl : testing::Test {
       return control->flowing().is_complete() ? " yes" : " no";
     bytes answer;
     if (word == "lines" || word == "ring")  // MS_*; "ring" if one has ended meanwhile
-      answer = control->modem_notice(value, word == "ring");
+      answer = control->notices().modem_state(value, word == "ring");
     else if (word == "errors")  // SERIAL_ERROR_*
-      answer = control->line_notice(value);
+      answer = control->notices().line_state(value);
     else if (word == "close")
       control->close();
     else

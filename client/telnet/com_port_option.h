@@ -1,7 +1,9 @@
 // The numbers of RFC 2217, Telnet's option for the control of a serial port.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace tarnwheel::client::com_port_option {
 
@@ -22,6 +24,11 @@ enum command : std::uint8_t {
   kPurgeData = 12,
 };
 inline constexpr std::uint8_t kToClient = 100;
+
+// The payload of the server's answer or notification with one value.
+inline std::vector<std::byte> answer(std::uint8_t command, std::uint8_t value) {
+  return {std::byte(command + kToClient), std::byte(value)};
+}
 
 // The value of kSetBaudRate (four bytes, big-endian), kSetDataSize, kSetParity and kSetStopSize
 // that queries the present one.
