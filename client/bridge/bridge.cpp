@@ -22,131 +22,26 @@ using std::chrono::milliseconds;
 constexpr std::uint32_t kEvents = SERIAL_EV_CTS | SERIAL_EV_DSR | SERIAL_EV_RLSD | SERIAL_EV_RING |
                                   SERIAL_EV_BREAK | SERIAL_EV_ERR;
 
-constexpr milliseconds kFarewell(500);
-constexpr milliseconds kHandOver(2000);
-constexpr milliseconds kPauseAfterFailure(100);
-constexpr std::chrono::steady_clock::duration kDeviceHandOver = std::chrono::hours(1);  // each time
-
-// Closing a connection with unread data may discard the line that gives the reason, so the
-// program's data is read until it disconnects. The coroutine owns everything it uses, since its
-// caller may give up sooner.
-ostra::future<void> say_farewell(std::shared_ptr<byte_stream> program,
-                                 std::vector<std::byte> line) {
-  auto written = program->write(line);
-  co_await written;
-  program->finish();
-  std::vector<std::byte> ignored(1024);
-  std::size_t size = 0;
-  do {
-    auto read = program->read(ignored);
-    size = co_await read;
-  } while (size != 0);
-}
-
 }  // namespace
 
 bridge::bridge(bridge_options options, std::unique_ptr<stream_listener> listener)
     : options_(std::move(options)),
       name_(port_name(options_.line.port)),
-      listener_(std::move(listener)),
-      accepting_(accept_programs()) {}
-
-bridge::~bridge() {
-  listener_->cancel();
-  make_available(availability::closing);
-  accepting_.wait();
-  end_session();
-}
-
-// Goes on accepting, whatever happens to one program.
-ostra::future<void> bridge::accept_programs() {
-  ostra::async_timer pause;
-  for (;;) {
-    bool failed = false;
-    try {
-      auto accepted = listener_->accept();
-      auto program = co_await accepted;
-      auto greeted = greet(std::move(program));
-      co_await greeted;
-    } catch (const ostra::operation_cancelled&) {
-      co_return;
-    } catch (const ostra::hresult_error&) {
-      failed = true;  // the program has gone again
-    } catch (const client_error& error) {
-      failed = true;  // accept() fails again, in case run() discards this failure
-      fail(error);
-    }
-    if (failed) {
-      auto pausing = pause.wait(kPauseAfterFailure);
-      co_await pausing;
-    }
-  }
-}
-
-ostra::future<void> bridge::greet(std::shared_ptr<byte_stream> program) {
-  const auto deadline = std::chrono::steady_clock::now() + kHandOver;
-  availability found = hand_over(program);
-  while (found == availability::taken || (options_.device && found == availability::away)) {
-    const auto left =
-        options_.device ? kDeviceHandOver : deadline - std::chrono::steady_clock::now();
-    if (left <= left.zero())
-      break;
-    auto freed = freed_.wait_for(std::chrono::ceil<ostra::ticks>(left));
-    co_await freed;
-    found = hand_over(program);
-  }
-  if (found == availability::ready || options_.device)
-    co_return;
-  const std::wstring_view reason = found == availability::taken
-                                       ? L" is in use by another program\r\n"
-                                       : L" is not available at the moment\r\n";
-  auto turned_away = turn_away(std::move(program), name_ + std::wstring(reason));
-  co_await turned_away;
-}
-
-// Returns the port's availability before the call; if that was ready, the program now has the port.
-bridge::availability bridge::hand_over(const std::shared_ptr<byte_stream>& program) {
-  const std::lock_guard guard(lock_);
-  const availability found = availability_;
-  if (found == availability::ready) {
-    availability_ = availability::taken;
-    arrivals_.program = program;
-    notify();
-  }
-  return found;
-}
-
-// A device's program cannot be sent away: its device is closed after a pause, and opened again.
-ostra::future<void> bridge::turn_away(std::shared_ptr<byte_stream> program, std::wstring reason) {
-  if (options_.device) {
-    ostra::async_timer pause;
-    auto pausing = pause.wait(kFarewell);
-    co_await pausing;
-    co_return;
-  }
-  try {
-    auto farewell = ostra::within(say_farewell(program, console::to_utf8(reason)), kFarewell);
-    co_await farewell;
-  } catch (const ostra::hresult_error&) {
-    // The program has gone, or the time limit has passed.
-  }
-  program->cancel();
-}
+      programs_(
+          std::move(listener), options_.device, name_, [this] { notify(); },
+          [this](const client_error& reason) { fail(reason); }) {}
 
 void bridge::run(HANDLE stop, const std::function<void()>& ready) {
   const withdrawal at_the_end{*this};
   if (!options_.releases)
     open_line();
-  make_available(availability::ready);
+  programs_.set_port(port_state::ready);
   ready();
   while (wait_for_news(stop)) {
     handle_line_end();
-    arrivals present;
-    {
-      const std::lock_guard guard(lock_);
-      present = std::exchange(arrivals_, {});
-    }
-    handle(std::move(present));
+    handle_departure();
+    if (auto program = programs_.take())
+      begin_session(std::move(program));
   }
 }
 
@@ -170,12 +65,10 @@ DWORD bridge::until_idle(const bridge_session& present) const {
 }
 
 bridge::withdrawal::~withdrawal() {
-  self.make_available(availability::away);
+  self.programs_.set_port(port_state::away);
   self.close_line();
   self.report_departure();
   static_cast<void>(self.take_failure());
-  const std::lock_guard guard(self.lock_);
-  self.arrivals_ = {};
 }
 
 void bridge::handle_line_end() {
@@ -187,20 +80,21 @@ void bridge::handle_line_end() {
     throw *reason;
   report(*reason);
   close_line();
-  make_available(availability::ready);
+  programs_.set_port(port_state::ready);
   report_departure();
 }
 
-void bridge::handle(arrivals present) {
-  if (present.program_has_gone) {
-    end_session();
-    if (options_.releases)
-      close_line();
-    make_available(availability::ready);
-    report_departure();
+void bridge::handle_departure() {
+  {
+    const std::lock_guard guard(lock_);
+    if (!std::exchange(program_has_gone_, false))
+      return;
   }
-  if (present.program)
-    begin_session(std::move(present.program));
+  end_session();
+  if (options_.releases)
+    close_line();
+  programs_.set_port(port_state::ready);
+  report_departure();
 }
 
 void bridge::open_line() {
@@ -242,8 +136,8 @@ void bridge::begin_session(std::shared_ptr<byte_stream> program) {
       restore_line();
   } catch (const client_error& error) {
     report(error);
-    turn_away(std::move(program), error.message() + L"\r\n").wait();
-    make_available(availability::ready);
+    programs_.turn_away(std::move(program), error.message() + L"\r\n").wait();
+    programs_.set_port(port_state::ready);
     return;
   }
   reported_.clear();
@@ -273,7 +167,7 @@ ostra::future<void> bridge::serve(std::shared_ptr<bridge_session> session) {
     co_await drained;
   }
   const std::lock_guard guard(lock_);
-  arrivals_.program_has_gone = true;
+  program_has_gone_ = true;
   notify();
 }
 
@@ -289,7 +183,7 @@ void bridge::end_session() {
   serving_.wait();
   departed_ = std::exchange(peer_, {});
   const std::lock_guard guard(lock_);
-  arrivals_.program_has_gone = false;
+  program_has_gone_ = false;
 }
 
 void bridge::report_departure() {
@@ -301,14 +195,6 @@ void bridge::report_departure() {
 void bridge::report(const client_error& reason) {
   if (std::exchange(reported_, reason.message()) != reason.message() || !options_.device)
     print(standard_stream::error, reason.message() + L"\n");
-}
-
-void bridge::make_available(availability now) {
-  {
-    const std::lock_guard guard(lock_);
-    availability_ = now;
-  }
-  freed_.set();
 }
 
 std::shared_ptr<bridge_session> bridge::session() {

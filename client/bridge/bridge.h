@@ -6,10 +6,10 @@
 #include <memory>
 #include <string>
 
-#include "async/auto_reset_event.h"
 #include "async/future.h"
 #include "async/srw_lock.h"
 #include "client/bridge/bridge_session.h"
+#include "client/bridge/program_acceptor.h"
 #include "client/line/line_session.h"
 #include "client/streams/byte_stream.h"
 #include "client/telnet/com_port_control.h"
@@ -26,20 +26,15 @@ struct bridge_options {
   std::chrono::milliseconds idle_limit{0};
 };
 
-// Accepts programs from construction to destruction, and turns them away with a line of text while
-// another one has the port, or the port is not available. A newcomer first waits up to two seconds
-// for its predecessor, whose bytes may still be on their way after it has gone. Everything else
-// happens on the thread that calls run(), to which pool threads post their news.
-//
-// A device is an exception: it waits for as long as there is no port and gets no text, and a
-// failure of its listener ends run().
+// Accepts programs from construction to destruction; the port is theirs while run() serves.
+// Everything else happens on the thread that calls run(), to which pool threads post their news. A
+// failure of a device's listener ends run().
 class bridge final : private line_session {
  public:
   // Throws hresult_error.
   bridge(bridge_options options, std::unique_ptr<stream_listener> listener);
   bridge(const bridge&) = delete;
   bridge& operator=(const bridge&) = delete;
-  ~bridge();
 
   // Opens the port, calls `ready`, and serves until `stop` is signalled; then returns. Throws
   // client_error when the port cannot be opened or is lost, and may then be called again. With
@@ -48,37 +43,24 @@ class bridge final : private line_session {
   void run(HANDLE stop, const std::function<void()>& ready);
 
  private:
-  enum class availability { away, ready, taken, closing };
-
-  // News besides the end of the line.
-  struct arrivals {
-    std::shared_ptr<byte_stream> program;
-    bool program_has_gone = false;
-  };
-
   // Closes everything at the end of run().
   struct withdrawal {
     bridge& self;
     ~withdrawal();
   };
 
-  ostra::future<void> accept_programs();
-  ostra::future<void> greet(std::shared_ptr<byte_stream> program);
-  [[nodiscard]] availability hand_over(const std::shared_ptr<byte_stream>& program);
-  ostra::future<void> turn_away(std::shared_ptr<byte_stream> program, std::wstring reason);
   ostra::future<void> serve(std::shared_ptr<bridge_session> session);
 
   [[nodiscard]] bool wait_for_news(HANDLE stop);
   [[nodiscard]] DWORD until_idle(const bridge_session& present) const;
   void handle_line_end();
-  void handle(arrivals present);
+  void handle_departure();
   void open_line();
   void restore_line();
   void close_line();
   void begin_session(std::shared_ptr<byte_stream> program);
   void end_session();
   void report(const client_error& reason);
-  void make_available(availability now);
   // Printed only when the port is free: a reader of the message may start the next program at once.
   void report_departure();
   [[nodiscard]] std::shared_ptr<bridge_session> session();
@@ -89,7 +71,6 @@ class bridge final : private line_session {
   // Constant after construction.
   const bridge_options options_;
   const std::wstring name_;
-  const std::unique_ptr<stream_listener> listener_;
 
   // Used only by the thread that calls run().
   std::unique_ptr<remote_line> line_;
@@ -100,15 +81,12 @@ class bridge final : private line_session {
   std::wstring departed_;  // the peer whose departure is still to be printed
   std::wstring reported_;  // the last failure reported since a program had the port
 
-  ostra::auto_reset_event freed_;  // set when the availability changes
-
   // Guarded by lock_.
   ostra::srw_lock lock_;
-  availability availability_ = availability::away;
-  arrivals arrivals_;
   std::shared_ptr<bridge_session> session_;
+  bool program_has_gone_ = false;
 
-  ostra::future<void> accepting_;  // last: it uses the other members from its start
+  program_acceptor programs_;  // last: it notifies this object from its start
 };
 
 }  // namespace tarnwheel::client
