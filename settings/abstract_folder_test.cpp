@@ -27,7 +27,7 @@ TEST_P(AnyFolder, ValuesComeBackAsWhatTheyAre) {
     EXPECT_EQ(value, number & (~0ull >> (64 - 8 * std::min(written, read))));
   }
   EXPECT_TRUE(folder_->write_value(L"bytes", "nine bytes", 9));
-  for (const std::size_t size : {4, 8, 9, 10}) {
+  for (const std::size_t size : {4u, 8u, 9u, 10u}) {
     std::string read(size, 'x');
     EXPECT_EQ(folder_->read_value(L"bytes", read.data(), size), size == 9);
     EXPECT_EQ(read, size == 9 ? "nine byte" : std::string(size, 'x'));
@@ -64,7 +64,7 @@ TEST(FileStorage, ANameIsEitherAValueOrASubfolder) {
 
 TEST(StoredValue, OfOtherToolsIsReadAsWhatItIs) {
   stored_value value = encode_string(L"ab");
-  for (const std::size_t size : {6, 3}) {  // with a terminating zero, and cut within a character
+  for (const std::size_t size : {6u, 3u}) {  // with a terminating zero, and cut within a character
     value.bytes.resize(size);
     EXPECT_EQ(decode_string(value), L"ab");
   }

@@ -61,8 +61,9 @@ TEST_F(ComBridge, IsACableWithTheProgramsSettings) {
     Do(function);
     EXPECT_TRUE(Has(port_, outputs)) << function;
   }
-  for (const auto& [function, lines] :
-       {std::pair{SETDTR, MS_DSR_ON}, {SETRTS, MS_DSR_ON | MS_CTS_ON}, {CLRDTR, MS_CTS_ON}}) {
+  const std::pair<DWORD, DWORD> answers[] = {
+      {SETDTR, MS_DSR_ON}, {SETRTS, MS_DSR_ON | MS_CTS_ON}, {CLRDTR, MS_CTS_ON}};
+  for (const auto& [function, lines] : answers) {
     ::EscapeCommFunction(port_.FarEnd(), function);
     EXPECT_TRUE(Sees(lines)) << function;
   }

@@ -92,7 +92,8 @@ void ExpectOrderlyEnd(const ServerProcess& server, int console_requests) {
 // The server handles console events only some time after it has logged that it serves; a client's
 // round trip takes longer than that.
 TEST(Stop, FollowsEveryConsoleEventAlsoWhileStopping) {
-  for (const DWORD event : {CTRL_C_EVENT, CTRL_BREAK_EVENT, CTRL_CLOSE_EVENT}) {
+  const DWORD events[] = {CTRL_C_EVENT, CTRL_BREAK_EVENT, CTRL_CLOSE_EVENT};
+  for (const DWORD event : events) {
     for (const int times : {1, 5}) {
       SCOPED_TRACE(event);
       const ServerProcess server;
