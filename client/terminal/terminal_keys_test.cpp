@@ -26,6 +26,8 @@ TEST(TextOfKey, IsWhatATerminalSends) {
       {VK_ESCAPE, 0, 0, L"\x1B"},
       {VK_SPACE, L' ', LEFT_CTRL_PRESSED, std::wstring(1, L'\0')},
       {'2', 0, LEFT_CTRL_PRESSED | SHIFT_PRESSED, std::wstring(1, L'\0')},
+      {VK_DOWN, 0, 0, L"\x1B[B"},
+      {VK_RIGHT, 0, 0, L"\x1B[C"},
       {VK_LEFT, 0, LEFT_CTRL_PRESSED, L"\x1B[1;5D"},
       {VK_HOME, 0, ENHANCED_KEY | SHIFT_PRESSED, L"\x1B[1;2H"},
       {VK_DELETE, 0, 0, L"\x1B[3~"},

@@ -71,6 +71,7 @@ TEST(Log, IsTheSameInTheFileAndOnTheScreen) {
     std::erase(text, L'\r');
     EXPECT_EQ(text, expected);
     EXPECT_EQ(server.Count(L"\tLogging system is initialized\n"), 1);
+    EXPECT_EQ(server.Count(L"\tAuto-discovery is turned off\n"), 1);
     EXPECT_NE(server.Count(L"\x6F22\x0436\xE4"), 0);
   }
   const Program silent(kServer, L"--nologo --no-screen-log");
