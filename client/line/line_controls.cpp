@@ -1,13 +1,12 @@
 #include "client/line/line_controls.h"
 
-#include <algorithm>
 #include <mutex>
-#include <set>
 #include <type_traits>
 #include <utility>
 
 #include "async/errors.h"
 #include "async/srw_lock.h"
+#include "client/line/control_answers.h"
 #include "client/line/control_bytes.h"
 #include "format/format.h"
 
@@ -57,20 +56,6 @@ ULONG purge_mask(purged what) {
   return mask;
 }
 
-// A signal has one code for on and one for off; a device knows both or neither.
-std::uint32_t known_by(std::uint32_t code) {
-  switch (code) {
-    case IOCTL_SERIAL_CLR_DTR:
-      return IOCTL_SERIAL_SET_DTR;
-    case IOCTL_SERIAL_CLR_RTS:
-      return IOCTL_SERIAL_SET_RTS;
-    case IOCTL_SERIAL_SET_BREAK_OFF:
-      return IOCTL_SERIAL_SET_BREAK_ON;
-    default:
-      return code;
-  }
-}
-
 template <class Result>
 constexpr std::uint32_t output_size = sizeof(Result);
 template <>
@@ -102,35 +87,18 @@ ostra::future<bool> accepted(ostra::future<void> request) {
 }
 
 struct line_controls::state {
-  [[nodiscard]] bool is_missed(std::uint32_t code) {
-    const std::lock_guard guard(lock);
-    return unanswered.contains(known_by(code));
-  }
-
-  void note_answer(std::uint32_t code) {
-    const std::lock_guard guard(lock);
-    answered.insert(known_by(code));
-    unanswered.erase(known_by(code));  // it came late
-  }
-
-  void note_miss(std::uint32_t code) {
-    const std::lock_guard guard(lock);
-    if (!answered.contains(known_by(code)))
-      unanswered.insert(known_by(code));
-  }
-
   // Also notes an answer that arrives after the request's limit.
   static ostra::future<tether::bytes_result> noted(std::shared_ptr<state> self, std::uint32_t code,
                                                    ostra::future<tether::bytes_result> call) {
     tether::bytes_result result = co_await call;
-    self->note_answer(code);
+    self->answers.note_answer(code);
     co_return result;
   }
 
-  // Guarded by lock. Control codes by outcome, and the last settings of the line.
+  control_answers answers;  // has a lock of its own
+
+  // Guarded by lock. The last settings of the line.
   ostra::srw_lock lock;
-  std::set<std::uint32_t> answered;
-  std::set<std::uint32_t> unanswered;
   std::uint32_t baud_rate = 0;  // 0 until it is set
   flow_control flow = flow_control::none;
   bool dtr = true;
@@ -145,7 +113,7 @@ template <class Result>
 ostra::future<Result> line_controls::request(std::uint32_t code, bytes input, milliseconds limit) {
   const auto shared = state_;
   const auto name = name_;
-  if (shared->is_missed(code))
+  if (shared->answers.is_missed(code))
     throw client_error(name + L": the device does not answer this request",
                        ostra::details::to_hresult(ERROR_NOT_SUPPORTED));
   auto call = server_.remote().IoControl(code, output_size<Result>, std::move(input));
@@ -154,7 +122,7 @@ ostra::future<Result> line_controls::request(std::uint32_t code, bytes input, mi
   try {
     result = co_await answer;
   } catch (const client_error&) {
-    shared->note_miss(code);
+    shared->answers.note_miss(code);
     throw;
   }
   if (FAILED(result.code))
@@ -286,8 +254,7 @@ ostra::future<SERIAL_STATUS> line_controls::line_status() {
 }
 
 bool line_controls::has_answered(std::uint32_t code) const {
-  const std::lock_guard guard(state_->lock);
-  return state_->answered.contains(known_by(code));
+  return state_->answers.has_answer(code);
 }
 
 milliseconds line_controls::write_limit(std::size_t size) const {
