@@ -4,12 +4,9 @@
 #include <mutex>
 #include <utility>
 
-#include "async/errors.h"
-#include "async/within.h"
 #include "client/bridge/com_session.h"
 #include "client/bridge/rfc2217_session.h"
 #include "console/print.h"
-#include "console/utf8.h"
 #include "format/format.h"
 
 namespace tarnwheel::client {

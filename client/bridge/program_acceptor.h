@@ -13,17 +13,26 @@
 
 namespace tarnwheel::client {
 
-enum class port_state { away, ready, taken, closing };
+enum class port_state {
+  away,     // no program can have it
+  ready,    // the next program gets it
+  taken,    // a program has it
+  closing,  // the acceptor is being destroyed
+};
 
 // Accepts programs from construction to destruction, and turns them away with a line of text while
 // another one has the port, or the port is not available. A newcomer first waits up to two seconds
 // for its predecessor, whose bytes may still be on their way after it has gone.
 //
 // A device is an exception: it waits for as long as there is no port, and gets no text.
+//
+// One coroutine accepts, and the destructor waits for it. A program is handed over under lock_,
+// together with the change of the state, so set_port() always finds a program that the previous
+// state let in and nobody has taken.
 class program_acceptor {
  public:
-  // Called on pool threads: when there is a program to take, and for each failure of the listener
-  // that ends the bridge.
+  // Called on pool threads: when there is a program to take (with lock_ held), and for each failure
+  // of the listener that ends the bridge.
   using arrival_handler = std::function<void()>;
   using failure_handler = std::function<void(const client_error&)>;
 
@@ -43,7 +52,8 @@ class program_acceptor {
   // The program that has the port, once; null when there is none. Any thread.
   [[nodiscard]] std::shared_ptr<byte_stream> take();
 
-  // Sends a program away with the reason, which ends in a line feed. Takes half a second at most.
+  // Sends a program away with the reason, which ends in a line feed; a device gets a pause instead.
+  // Takes half a second at most. Must complete before this is destroyed.
   [[nodiscard]] ostra::future<void> turn_away(std::shared_ptr<byte_stream> program,
                                               std::wstring reason) const;
 
